@@ -1,0 +1,138 @@
+// One simulation: the clock, the tasks, the event list and the verifier that all hosts of a run share.
+//
+// Exactly one task runs at a time, on its own stack. Device events, timers, register handlers and reports run on the
+// scheduler's stack, between tasks. Nothing here knows USB4 or the driver.
+#pragma once
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/host/faults.h"
+#include "platform/host/random.h"
+#include "platform/host/rules.h"
+#include "platform/host/time.h"
+#include "platform/host/trace.h"
+
+namespace platform {
+
+class HostKernel;
+class Scheduler;
+class Simulation;
+class Task;
+
+enum class Policy {
+  FirstCome,  // first runnable, first run; no switch points, no drift, exact timers
+  Uniform,    // at each switch point any runnable task, drawn from the seed
+  Priority,   // random priorities with a few forced drops: finds bugs that need few but exact switches
+  Replay,     // the recorded choices of an earlier run
+};
+
+struct SimulationOptions {
+  Policy policy = Policy::FirstCome;
+  std::uint64_t seed = 0;
+  unsigned priorityDrops = 3;            // Policy::Priority only
+  std::vector<std::uint32_t> choices;    // Policy::Replay only
+  std::uint64_t stopAtStep = 0;          // 0: never
+};
+
+// A thing that the verifier holds against the driver (or, for `host` reports, against the model).
+struct Violation {
+  Rule rule;
+  std::string call;    // the platform call in progress
+  std::string task;
+  unsigned irql = 0;
+  std::string detail;  // one line
+  std::vector<std::string> stack;  // innermost first; empty where no symbols are to be had
+  std::uint64_t seed = 0;
+  Time when = 0;
+};
+
+// A known, bounded breach of a rule that required behaviour brings with it. Data of the assembly; the platform knows no names.
+struct Waiver {
+  Rule rule;
+  std::string where;    // call and detail must contain this text
+  std::int64_t bound = 0;    // largest measured value that is still waived (stall in microseconds, objects, ...)
+  std::string reason;
+  std::uint64_t hits = 0;
+};
+
+enum class Outcome {
+  Done,         // the condition holds
+  Idle,         // nothing is runnable and nothing is scheduled before the deadline
+  Deadline,     // virtual time is up
+  Violation,    // the verifier stopped the run
+  Hang,         // deadlock, or spinning without virtual time advancing
+  StepReached,  // stopAtStep
+};
+
+using EventId = std::uint64_t;
+
+class Simulation {
+ public:
+  explicit Simulation(SimulationOptions options = {});
+  ~Simulation();
+  Simulation(const Simulation&) = delete;
+  Simulation& operator=(const Simulation&) = delete;
+
+  const SimulationOptions& options() const { return options_; }
+  Time Now() const;
+  std::uint64_t Step() const;       // scheduling choices made so far (steps with two or more runnable tasks)
+  std::uint64_t TraceHash() const;  // of every platform call, switch and event so far; equal for equal seeds
+
+  // A random stream of its own for `name`; the same object on every call.
+  RandomStream& Random(std::string_view name);
+  FaultPlan& faults() { return faults_; }
+
+  // --- events: run on the scheduler's stack when the clock reaches them, in (time, insertion) order -------------------------
+  EventId After(Time delay, const char* name, std::function<void()> action);
+  void Cancel(EventId id);  // of an event that has run or was cancelled: no effect
+
+  // --- tasks ---------------------------------------------------------------------------------------------------------------
+  // A new runnable task at PASSIVE_LEVEL that belongs to `kernel` (null: to nobody; it may make no kernel call).
+  Task& Spawn(HostKernel* kernel, std::string name, std::function<void()> body);
+
+  // --- running (from the outside only, never from a task) --------------------------------------------------------------------
+  // Runs until `done()` holds (checked between tasks), nothing is left to do, or `deadline` (absolute) is reached.
+  Outcome RunUntil(const std::function<bool()>& done, Time deadline = kNever);
+  Outcome RunFor(Time duration);   // lets virtual time pass; Deadline is the normal outcome
+  // Runs `body` as a task of `kernel` and returns when it has ended.
+  Outcome RunTask(HostKernel* kernel, std::string name, std::function<void()> body);
+  // True when no task is runnable and no event is scheduled at or before `horizon` (absolute).
+  bool QuietUntil(Time horizon) const;
+
+  // --- verifier --------------------------------------------------------------------------------------------------------------
+  const std::vector<Violation>& violations() const { return violations_; }
+  std::vector<Waiver>& waivers() { return waivers_; }
+  // Records a violation and stops the run. `measured` is compared with a waiver's bound; when a waiver covers it, counts the
+  // hit and returns. Otherwise does not return when called from a task.
+  void Report(Rule rule, std::string detail, std::int64_t measured = 0);
+  bool Stopped() const { return stopped_; }   // a violation or hang has ended this simulation for good
+  std::string HangReport() const { return hangReport_; }  // who waits for what
+
+  // --- sinks -----------------------------------------------------------------------------------------------------------------
+  void AddSink(TraceSink* sink);
+  void RemoveSink(TraceSink* sink);
+  bool HasSinks() const { return !sinks_.empty(); }
+  void Emit(const TraceRecord& record);  // to every sink; also mixed into the trace hash
+
+  Scheduler& scheduler() { return *scheduler_; }  // platform/scheduler.h; for the platform's own files
+
+ private:
+  friend class Scheduler;
+  SimulationOptions options_;
+  FaultPlan faults_;
+  std::map<std::string, RandomStream, std::less<>> streams_;
+  std::vector<Violation> violations_;
+  std::vector<Waiver> waivers_;
+  std::vector<TraceSink*> sinks_;
+  std::string hangReport_;
+  bool stopped_ = false;
+  std::unique_ptr<Scheduler> scheduler_;
+};
+
+}  // namespace platform

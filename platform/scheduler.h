@@ -1,0 +1,133 @@
+// Tasks and their scheduler: the primitives on which every waiting kernel object is built. For the platform's own files.
+#pragma once
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/host/simulation.h"
+
+namespace platform {
+
+// A lock that a task holds: for the rules about waits, callbacks and order. `spin` locks raise IRQL, mutexes do not.
+struct HeldLock {
+  const void* lock;
+  bool spin;
+};
+
+class Task {
+ public:
+  HostKernel* kernel() const { return kernel_; }
+  const std::string& name() const { return name_; }
+  std::uint32_t ordinal() const { return ordinal_; }  // 1, 2, ... in order of creation
+
+  unsigned irql = 0;             // the running task's IRQL: 0 PASSIVE, 1 APC, 2 DISPATCH, 3.. device
+  const char* call = "";         // platform call in progress, innermost
+  std::vector<HeldLock> held;    // locks in order of acquisition
+  void* callbackContext = nullptr;  // free for the framework: the work item, interrupt or power transition this task runs for
+
+ private:
+  friend class Scheduler;
+  HostKernel* kernel_ = nullptr;
+  std::string name_;
+  std::uint32_t ordinal_ = 0;
+  std::function<void()> body_;
+  struct Machine;                // stack, saved context, wait state
+  std::unique_ptr<Machine> machine_;
+
+ public:
+  Task();
+  ~Task();
+};
+
+class Scheduler {
+ public:
+  explicit Scheduler(Simulation& simulation);
+  ~Scheduler();
+
+  // The task that runs now on this thread; null on the scheduler's own stack and outside a simulation.
+  static Task* Current();
+  static Scheduler* Active();    // the scheduler whose run is in progress on this thread, or null
+
+  Time Now() const { return now_; }
+
+  // Parks the running task until Wake(), or until `deadline` (absolute; kNever: none) has been reached at a timer tick.
+  // True when woken, false on time-out. `why` and `object` are for the deadlock report. The caller has checked IRQL.
+  bool Park(const char* why, const void* object, Time deadline = kNever);
+  // Makes a parked task runnable; a task that is not parked is not affected.
+  void Wake(Task& task);
+  bool IsParked(const Task& task) const;
+  // Lets other runnable tasks run first. With a seeded policy a choice; with first-come a move to the back of the queue.
+  void Yield();
+  // A busy wait: `duration` of virtual time passes in which other tasks, and device events, run.
+  void Stall(Time duration);
+  // A possible switch point: every platform call passes one. Does nothing under Policy::FirstCome.
+  void SwitchPoint();
+  // Runs `action` on the scheduler's stack while the task stands still: register handlers, sinks, reports.
+  void OnSchedulerStack(const std::function<void()>& action);
+  // Ends the calling task's run for good (after a violation); never returns to the task.
+  [[noreturn]] void Abandon();
+  // Bytes of its stack that the running task uses now.
+  std::size_t StackInUse() const;
+  std::vector<const Task*> WaitersOn(const void* object) const;  // tasks parked with this object
+
+  Task& Spawn(HostKernel* kernel, std::string name, std::function<void()> body);
+  EventId After(Time delay, const char* name, std::function<void()> action);
+  void Cancel(EventId id);
+  Outcome RunUntil(const std::function<bool()>& done, Time deadline);
+  bool QuietUntil(Time horizon) const;
+  std::uint64_t step() const;
+  void Mix(std::uint64_t word);         // into the trace hash
+  std::uint64_t traceHash() const;
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+  Time now_ = 0;
+};
+
+// Opens every platform call: checks that a task runs and its IRQL, samples the stack, names the call for reports, mixes it
+// into the trace hash, and is the call's switch point. The rule that the call's public documentation states for IRQL is the
+// second argument.
+class KernelCall {
+ public:
+  KernelCall(const char* name, unsigned maxIrql);
+  ~KernelCall();
+  KernelCall(const KernelCall&) = delete;
+  KernelCall& operator=(const KernelCall&) = delete;
+
+  Task& task() { return task_; }
+  HostKernel& kernel() { return *task_.kernel(); }
+  Scheduler& scheduler() { return scheduler_; }
+  Simulation& simulation();
+  bool Fails() const;                    // the fault site with the call's own name fires
+  void Report(Rule rule, std::string detail, std::int64_t measured = 0);  // simulation().Report()
+
+ private:
+  Scheduler& scheduler_;
+  Task& task_;
+  const char* name_;
+  const char* outer_;
+};
+
+// Runs a framework callback for the driver: checks that it returns at the IRQL it was called at and with the locks it had.
+// Use: `Status s = InvokeCallback("EvtDeviceD0Entry", [&] { return callback(device, state); });`
+class CallbackScope {
+ public:
+  explicit CallbackScope(const char* name);
+  ~CallbackScope();
+
+ private:
+  const char* name_;
+  unsigned irql_;
+  std::size_t held_;
+};
+
+template <class F>
+auto InvokeCallback(const char* name, F&& body) {
+  CallbackScope scope(name);
+  return body();
+}
+
+}  // namespace platform
