@@ -1,0 +1,13 @@
+# Compiler flags of every target. WCHAR is 16 bits wide everywhere: objects with and without it link silently and disagree.
+add_compile_options(-fshort-wchar -Wall -Wextra -Wconversion -Wshadow -Werror)
+
+option(KIVUSB4_SANITIZE "address and undefined-behaviour sanitizers" OFF)
+option(KIVUSB4_WINDOWS "compile check of the driver against the published headers" OFF)
+
+if(KIVUSB4_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
+# The driver's dialect.
+set(KIVUSB4_DRIVER_FLAGS -fno-exceptions -fno-rtti -fno-threadsafe-statics)
