@@ -31,14 +31,15 @@ install_missing() {
 }
 
 # build PRESET TARGET...: configures once and builds; silent when all is well. The log stays in build/PRESET.log.
+# One build of a preset at a time, however many shells ask.
 build() {
-  local preset=$1
+  mkdir -p "$root/build"
+  (flock 9 && build_locked "$@" 9>&-) 9>"$root/build/$1.lock"
+}
+
+build_locked() {
+  local preset=$1 log="$root/build/$1.log"
   shift
-  local log="$root/build/$preset.log" lock
-  mkdir -p "$root/build"
-  exec {lock}>"$root/build/$preset.lock"
-  flock "$lock"  # one build of a preset at a time, however many shells ask
-  mkdir -p "$root/build"
   : >"$log"
   if [ ! -f "$root/build/$preset/build.ninja" ]; then
     if ! (cd "$root" && cmake --preset "$preset") >>"$log" 2>&1; then

@@ -1,0 +1,98 @@
+"""Includes never go up: who may include whom, and the number of calls that go up by name."""
+import re
+
+from common import code_files
+
+ROOMS = ("include", "hostif", "topology", "tunnel", "xdomain", "net", "cm", "ioctl", "driver")
+# Folder -> folders of this tree that it may include by path.
+MAY = {
+    "platform": ("platform",),
+    "sim": ("sim", "platform"),
+    "lab": ("lab", "src", "sim", "platform"),
+    "tests": ("tests", "lab", "src", "sim", "platform"),
+    "fuzz": ("fuzz", "lab", "src", "sim", "platform"),
+    "bench": ("bench", "lab", "src", "sim", "platform"),
+}
+STANDARD = {"array", "bit", "concepts", "cstddef", "cstdint", "span", "type_traits", "utility"}
+INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
+
+
+def includes(path):
+    for number, line in enumerate(path.read_text().splitlines(), 1):
+        match = INCLUDE.match(line)
+        if match:
+            yield number, match.group(1), match.group(2)
+
+
+def check_driver(root, path, platform_headers):
+    room = path.relative_to(root / "src").parts[0]
+    if room not in ROOMS:
+        yield f"{path}: src/{room} is not a room of the house"
+        return
+    for number, _, name in includes(path):
+        target = (root / "src" / name) if (root / "src" / name).exists() else (path.parent / name)
+        if target.exists():
+            other = target.resolve().relative_to((root / "src").resolve()).parts[0]
+            if ROOMS.index(other) > ROOMS.index(room):
+                yield f"{path}:{number}: {room} includes {name}, which goes up to {other}"
+        elif name not in STANDARD and name not in platform_headers:
+            yield f"{path}:{number}: the driver may not include {name}"
+
+
+def check_folder(root, path):
+    folder = path.relative_to(root).parts[0]
+    for number, _, name in includes(path):
+        first = name.split("/")[0]
+        if (root / name).exists() and first not in MAY[folder]:
+            yield f"{path}:{number}: {folder} may not include {name}"
+        elif folder in ("platform", "sim") and (root / "src" / name).exists() and not (root / folder / name).exists() \
+                and not (path.parent / name).exists():
+            yield f"{path}:{number}: {folder} may not include the driver's {name}"
+
+
+def check_upcalls(root):
+    declared = 0
+    for path in sorted((root / "src").glob("*/upcalls.h")):
+        text = re.sub(r"//[^\n]*", "", path.read_text())
+        declared += len(re.findall(r"\b\w+\s*\([^;{}]*\)\s*(?:noexcept)?\s*;", text))
+    stated = re.search(r"Calls that go up: (\d+)", (root / "docs/architecture.md").read_text())
+    if not stated:
+        yield "docs/architecture.md: has no line 'Calls that go up: N'"
+    elif declared != int(stated.group(1)):
+        yield f"docs/architecture.md says 'Calls that go up: {stated.group(1)}', the rooms' upcalls.h list {declared}"
+
+
+def findings(root):
+    platform_headers = {str(p.relative_to(base)) for base in (root / "platform/include", root / "platform/include/framework")
+                        for p in base.rglob("*.h")}
+    for path in code_files(root):
+        folder = path.relative_to(root).parts[0]
+        if folder == "src":
+            yield from check_driver(root, path, platform_headers)
+        elif folder in MAY:
+            yield from check_folder(root, path)
+    yield from check_upcalls(root)
+
+
+_TREE = {
+    "docs/architecture.md": "Calls that go up: 1\n",
+    "platform/include/ntddk.h": "",
+    "platform/host/host_kernel.h": "",
+    "src/include/status.h": "",
+    "src/hostif/ring.h": '#include "include/status.h"\n#include <ntddk.h>\n#include <array>\n',
+    "src/hostif/upcalls.h": "int KivUsb4BusStart(int domain, bool again);  // cm\n",
+    "src/cm/bus.h": '#include "hostif/ring.h"\n',
+    "sim/fabric.cpp": '#include "platform/host/host_kernel.h"\n',
+}
+CLEAN = _TREE
+PLANTED = {
+    "a room includes one above it": _TREE | {"src/hostif/ring.h": '#include "cm/bus.h"\n'},
+    "the driver includes the model": _TREE | {"src/cm/bus.cpp": '#include "sim/fabric.h"\n', "sim/fabric.h": ""},
+    "the driver includes a library": _TREE | {"src/cm/bus.cpp": "#include <vector>\n"},
+    "the driver includes the platform by path": _TREE | {"src/cm/bus.cpp": '#include "platform/host/host_kernel.h"\n'},
+    "the model includes the driver": _TREE | {"sim/fabric.cpp": '#include "src/hostif/ring.h"\n'},
+    "the model includes the driver by its own path": _TREE | {"sim/fabric.cpp": '#include "hostif/ring.h"\n'},
+    "the platform includes the model": _TREE | {"platform/io.cpp": '#include "sim/fabric.h"\n', "sim/fabric.h": ""},
+    "a folder that is no room": _TREE | {"src/misc/misc.cpp": ""},
+    "one upcall more than stated": _TREE | {"src/topology/upcalls.h": "void KivUsb4XdomainRemove(void* peer);\n"},
+}

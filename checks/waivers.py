@@ -1,0 +1,25 @@
+"""Each line of docs/known-behaviour.md that waives a rule is one entry of lab/waivers.cpp, and the other way round."""
+import re
+
+
+def findings(root):
+    code = (root / "lab/waivers.cpp").read_text()
+    text = (root / "docs/known-behaviour.md").read_text()
+    entries = {(rule, int(bound)) for rule, bound in re.findall(r"platform::Rule::(\w+),\s*\"[^\"]*\",\s*([0-9]+)", code)}
+    lines = {(rule, int(bound)) for rule, bound in re.findall(r"^\| `(\w+)` \|[^|]*\| ([0-9]+) ", text, re.M)}
+    for rule, bound in sorted(entries - lines):
+        yield f"docs/known-behaviour.md: no line for the waiver of {rule} up to {bound}"
+    for rule, bound in sorted(lines - entries):
+        yield f"lab/waivers.cpp: no waiver for the line {rule} up to {bound}"
+    if len(re.findall(r"platform::Rule::\w+,", code)) != len(entries):
+        yield "lab/waivers.cpp: an entry that this check cannot read"
+
+
+_CODE = 'waivers.push_back({platform::Rule::StallTooLong, "KeStall", 3100, "why"});\n'
+_LINE = "| `StallTooLong` | power-on sequence | 3100 us | why |\n"
+CLEAN = {"lab/waivers.cpp": _CODE, "docs/known-behaviour.md": _LINE}
+PLANTED = {
+    "a waiver without its line": {"lab/waivers.cpp": _CODE, "docs/known-behaviour.md": ""},
+    "a line without its waiver": {"lab/waivers.cpp": "", "docs/known-behaviour.md": _LINE},
+    "a bound that moved": {"lab/waivers.cpp": _CODE.replace("3100", "9000"), "docs/known-behaviour.md": _LINE},
+}
