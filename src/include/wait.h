@@ -1,0 +1,25 @@
+// Waiting by named deadlines in milliseconds. PASSIVE_LEVEL.
+#pragma once
+#include <ntddk.h>
+
+#include "include/status.h"
+
+inline LARGE_INTEGER RelativeMs(ULONG ms) {
+  LARGE_INTEGER due;
+  due.QuadPart = -static_cast<LONGLONG>(ms) * 10000;
+  return due;
+}
+
+// 0 when the event was signalled, 0x102 when the time ran out; any other value is the platform's own.
+[[nodiscard]] inline NTSTATUS WaitForEventMs(KEVENT& event, ULONG ms) {
+  LARGE_INTEGER due = RelativeMs(ms);
+  return KeWaitForSingleObject(&event, Executive, KernelMode, FALSE, &due);
+}
+
+inline void InitialiseAutoResetEvent(KEVENT& event) {
+  KeInitializeEvent(&event, SynchronizationEvent, FALSE);
+}
+
+inline void SetEvent(KEVENT& event) {
+  KeSetEvent(&event, IO_NO_INCREMENT, FALSE);
+}
