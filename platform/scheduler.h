@@ -1,4 +1,5 @@
-// Tasks and their scheduler: the primitives on which every waiting kernel object is built. For the platform's own files.
+// Tasks and their scheduler: the primitives on which every waiting kernel object is built. For the platform's own
+// files.
 #pragma once
 #include <cstdint>
 #include <functional>
@@ -22,10 +23,11 @@ class Task {
   const std::string& name() const { return name_; }
   std::uint32_t ordinal() const { return ordinal_; }  // 1, 2, ... in order of creation
 
-  unsigned irql = 0;             // the running task's IRQL: 0 PASSIVE, 1 APC, 2 DISPATCH, 3.. device
-  const char* call = "";         // platform call in progress, innermost
-  std::vector<HeldLock> held;    // locks in order of acquisition
-  void* callbackContext = nullptr;  // free for the framework: the work item, interrupt or power transition this task runs for
+  unsigned irql = 0;           // the running task's IRQL: 0 PASSIVE, 1 APC, 2 DISPATCH, 3.. device
+  const char* call = "";       // platform call in progress, innermost
+  std::vector<HeldLock> held;  // locks in order of acquisition
+  void* callbackContext =
+      nullptr;  // free for the framework: the work item, interrupt or power transition this task runs for
 
  private:
   friend class Scheduler;
@@ -33,7 +35,7 @@ class Task {
   std::string name_;
   std::uint32_t ordinal_ = 0;
   std::function<void()> body_;
-  struct Machine;                // stack, saved context, wait state
+  struct Machine;  // stack, saved context, wait state
   std::unique_ptr<Machine> machine_;
 
  public:
@@ -48,7 +50,7 @@ class Scheduler {
 
   // The task that runs now on this thread; null on the scheduler's own stack and outside a simulation.
   static Task* Current();
-  static Scheduler* Active();    // the scheduler whose run is in progress on this thread, or null
+  static Scheduler* Active();  // the scheduler whose run is in progress on this thread, or null
 
   Time Now() const { return now_; }
 
@@ -58,12 +60,15 @@ class Scheduler {
   // Makes a parked task runnable; a task that is not parked is not affected.
   void Wake(Task& task);
   bool IsParked(const Task& task) const;
-  // Lets other runnable tasks run first. With a seeded policy a choice; with first-come a move to the back of the queue.
+  // Lets other runnable tasks run first. With a seeded policy a choice; with first-come a move to the back of the
+  // queue.
   void Yield();
   // A busy wait: `duration` of virtual time passes in which other tasks, and device events, run.
   void Stall(Time duration);
   // A possible switch point: every platform call passes one. Does nothing under Policy::FirstCome.
-  void SwitchPoint();
+  void SwitchPoint() {
+    if (seeded_) SeededSwitchPoint();
+  }
   // Runs `action` on the scheduler's stack while the task stands still: register handlers, sinks, reports.
   void OnSchedulerStack(const std::function<void()>& action);
   // Ends the calling task's run for good (after a violation); never returns to the task.
@@ -77,22 +82,37 @@ class Scheduler {
   void Cancel(EventId id);
   Outcome RunUntil(const std::function<bool()>& done, Time deadline);
   bool QuietUntil(Time horizon) const;
+  std::string WhoWaits() const;  // one line per live task, for hang reports
   std::uint64_t step() const;
-  void Mix(std::uint64_t word);         // into the trace hash
-  std::uint64_t traceHash() const;
+  const std::vector<std::uint32_t>& choices() const;  // of a seeded run so far; Policy::Replay repeats them
+  void Mix(std::uint64_t word) {
+    hash_ = (hash_ ^ word) * 0x9ddfea08eb382d69u, hash_ ^= hash_ >> 29;
+  }  // into the trace hash
+  std::uint64_t traceHash() const { return hash_; }
 
  private:
+  friend class KernelCall;
+  void SeededSwitchPoint();
+  std::uint32_t Choose(const std::vector<Task*>& candidates);
+  void DriftToNextDeviceEvent();
+  bool RunNextEvent(bool naturally);
+  Task* TakeRunnable();
+  void RunTask(Task& task);
   struct State;
   std::unique_ptr<State> state_;
+  bool seeded_ = false;
+  std::uint32_t callsSinceTimeMoved_ = 0;
   Time now_ = 0;
+  std::uint64_t hash_ = 0;
 };
 
-// Opens every platform call: checks that a task runs and its IRQL, samples the stack, names the call for reports, mixes it
-// into the trace hash, and is the call's switch point. The rule that the call's public documentation states for IRQL is the
-// second argument.
+// Opens every platform call: checks that a task runs and its IRQL, samples the stack, names the call for reports, mixes
+// it into the trace hash, and is the call's switch point. The rule that the call's public documentation states for IRQL
+// is the second argument.
 class KernelCall {
  public:
-  KernelCall(const char* name, unsigned maxIrql);
+  enum Kind { SwitchPoint, Silent };  // Silent: observation only; neither a switch point nor part of the trace hash
+  KernelCall(SiteName name, unsigned maxIrql, Kind kind = SwitchPoint);
   ~KernelCall();
   KernelCall(const KernelCall&) = delete;
   KernelCall& operator=(const KernelCall&) = delete;
@@ -101,18 +121,18 @@ class KernelCall {
   HostKernel& kernel() { return *task_.kernel(); }
   Scheduler& scheduler() { return scheduler_; }
   Simulation& simulation();
-  bool Fails() const;                    // the fault site with the call's own name fires
+  [[nodiscard]] bool Fails();  // the fault site with the call's own name fires
   void Report(Rule rule, std::string detail, std::int64_t measured = 0);  // simulation().Report()
 
  private:
   Scheduler& scheduler_;
   Task& task_;
-  const char* name_;
+  SiteName name_;
   const char* outer_;
 };
 
-// Runs a framework callback for the driver: checks that it returns at the IRQL it was called at and with the locks it had.
-// Use: `Status s = InvokeCallback("EvtDeviceD0Entry", [&] { return callback(device, state); });`
+// Runs a framework callback for the driver: checks that it returns at the IRQL it was called at and with the locks it
+// had. Use: `Status s = InvokeCallback("EvtDeviceD0Entry", [&] { return callback(device, state); });`
 class CallbackScope {
  public:
   explicit CallbackScope(const char* name);

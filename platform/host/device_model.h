@@ -22,7 +22,8 @@ class PciSlot {
   // DMA by bus address. Legal only inside one live common buffer; anything else is a violation and transfers nothing.
   virtual bool DmaRead(std::uint64_t busAddress, void* to, std::size_t bytes) = 0;
   virtual bool DmaWrite(std::uint64_t busAddress, const void* from, std::size_t bytes) = 0;
-  // Sends message-signalled interrupt `message`; dropped and counted while its vector is disconnected or does not exist.
+  // Sends message-signalled interrupt `message`; dropped and counted while its vector is disconnected or does not
+  // exist.
   virtual void SignalMessage(unsigned message) = 0;
   virtual std::uint64_t DroppedMessages() const = 0;
   // Power management event: asks the system to bring an idle (or sleeping, if armed) device back to D0.

@@ -1,17 +1,26 @@
 // Fault sites: named places in the platform and in the hardware model at which a run may be made to fail.
 //
-// A site asks Fires(name) each time it is passed. A run arms some sites and leaves the rest off; an unarmed site is counted
-// and never fires. Names are stable ("pool.allocate", "WdfIoQueueCreate", "wire.lose"), never line numbers.
+// A site asks Fires(name) each time it is passed. A run arms some sites and leaves the rest off; an unarmed site is
+// counted and never fires. Names are stable ("pool.allocate", "WdfIoQueueCreate", "wire.lose"), never line numbers.
 #pragma once
 #include <cstdint>
-#include <map>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/host/random.h"
 
 namespace platform {
+
+// A name with its hash, computed by the compiler where the name is a literal.
+struct SiteName {
+  std::string_view text;
+  std::uint64_t hash;
+  // NOLINTNEXTLINE(google-explicit-constructor): a literal is a name.
+  consteval SiteName(const char* literal) : text(literal), hash(HashText(literal)) {}
+  constexpr explicit SiteName(std::string_view name) : text(name), hash(HashText(name)) {}
+};
 
 class FaultPlan {
  public:
@@ -27,27 +36,32 @@ class FaultPlan {
   void Heal(std::string_view site);
   void HealAll();
 
-  // Called at the site: true when it must fail now.
-  bool Fires(std::string_view site);
+  // Called at the site: true when it must fail now. A name that is no literal is spelled
+  // SiteName(std::string_view(name)).
+  [[nodiscard]] bool Fires(SiteName site);
 
-  bool Fired() const { return fired_ != 0; }                 // has any site fired since construction?
+  bool Fired() const { return fired_ != 0; }  // has any site fired since construction?
   std::uint64_t FiredCount() const { return fired_; }
-  std::uint64_t Passed(std::string_view site) const;         // passages so far
-  std::vector<std::string> Sites() const;                    // every site passed so far, in name order
+  std::uint64_t FiredCount(std::string_view site) const;
+  std::uint64_t Passed(std::string_view site) const;  // passages so far
+  std::vector<std::string> Sites() const;             // every site passed or armed so far, in name order
 
  private:
   struct Site {
+    std::string name;
     std::uint64_t passed = 0;
+    std::uint64_t fired = 0;
     std::uint64_t failAt = 0;    // absolute passage number; 0: not armed
     std::uint64_t failFrom = 0;  // absolute passage number; 0: not armed
     std::uint32_t numerator = 0, denominator = 0;
     RandomStream random;
   };
-  Site& Find(std::string_view name);
+  Site& Find(SiteName name);
+  const Site* Known(std::string_view name) const;
 
   std::uint64_t seed_;
   std::uint64_t fired_ = 0;
-  std::map<std::string, Site, std::less<>> sites_;
+  std::unordered_map<std::uint64_t, Site> sites_;
 };
 
 }  // namespace platform

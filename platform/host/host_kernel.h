@@ -1,7 +1,8 @@
 // One simulated host: kernel, framework, registry, PnP and power manager, and the driver that it has loaded.
 //
-// The verbs Load, Start, Remove, ... each run one task of the simulation to its end and return what the system would say.
-// They are called from outside the simulation. The *Async forms only begin the verb; PnP verbs of one device never overlap.
+// The verbs Load, Start, Remove, ... each run one task of the simulation to its end and return what the system would
+// say. They are called from outside the simulation. The *Async forms only begin the verb; PnP verbs of one device never
+// overlap.
 #pragma once
 #include <cstdint>
 #include <map>
@@ -31,20 +32,20 @@ struct Resource {
 };
 
 struct DeviceConfig {
-  std::string hardwareId;             // first string of the hardware-ID property, "PCI\\VEN_1F3A&DEV_3A0E&SUBSYS_..."
+  std::string hardwareId;  // first string of the hardware-ID property, "PCI\\VEN_1F3A&DEV_3A0E&SUBSYS_..."
   std::vector<Resource> resources;
-  DeviceModel* model = nullptr;       // borrowed
+  DeviceModel* model = nullptr;  // borrowed
   // Values below the device-parameters key: "USB3Tunnel\\USB3TunnelSupported" -> 1.
   std::map<std::string, std::uint32_t> parameters;
-  Status acpiStatus = 0;              // what evaluating an ACPI method gives
-  Time acpiDelay = 0;                 // and after which virtual time
+  Status acpiStatus = 0;  // what evaluating an ACPI method gives
+  Time acpiDelay = 0;     // and after which virtual time
 };
 
 struct HostKernelOptions {
   std::string name = "host";
   // Registry values outside the device's keys: full key path "\\Registry\\Machine\\..." -> value name -> text.
   std::map<std::string, std::map<std::string, std::string>> registryText;
-  std::string fileRoot;               // directory of the host in which kernel file calls land; empty: calls fail
+  std::string fileRoot;  // directory of the host in which kernel file calls land; empty: calls fail
 };
 
 enum class SystemPowerAction { None = 0, Sleep = 2, Hibernate = 3 };
@@ -56,7 +57,7 @@ enum class PnpState { Added, Started, Failed, SurpriseRemoved, Removed };
 enum class DevicePower { D0, D3, Off };
 
 struct PowerReferences {
-  std::int64_t held = 0;      // taken by WdfDeviceStopIdle and not given back
+  std::int64_t held = 0;  // taken by WdfDeviceStopIdle and not given back
 };
 
 class HostKernel {
@@ -69,37 +70,40 @@ class HostKernel {
   Simulation& simulation() { return simulation_; }
   const HostKernelOptions& options() const { return options_; }
 
-  // --- driver -----------------------------------------------------------------------------------------------------------------
+  // --- driver
+  // -----------------------------------------------------------------------------------------------------------------
   Status LoadDriver(DriverEntryFunction entry);
   // Unloads once every device is gone; then checks pool, handles, mappings and buffers for leaks (rules *-leak).
   void UnloadDriver();
   bool DriverLoaded() const;
 
-  // --- PnP and power: verbs ---------------------------------------------------------------------------------------------------
-  // Device add, prepare hardware, D0 entry, interrupts connected, post-interrupts-enabled. The status of the first failure.
+  // --- PnP and power: verbs
+  // --------------------------------------------------------------------------------------------------- Device add,
+  // prepare hardware, D0 entry, interrupts connected, post-interrupts-enabled. The status of the first failure.
   Status AddAndStart(const DeviceConfig& config, DeviceId* id);
-  void Remove(DeviceId id);            // orderly: D0 exit to D3Final, release hardware, delete
-  void SurpriseRemove(DeviceId id);    // registers read all ones at once; then the documented callbacks
-  void Disable(DeviceId id);           // as Remove but the device stays known
-  Status Enable(DeviceId id);          // as AddAndStart
+  void Remove(DeviceId id);                    // orderly: D0 exit to D3Final, release hardware, delete
+  void SurpriseRemove(DeviceId id);            // registers read all ones at once; then the documented callbacks
+  void Disable(DeviceId id);                   // as Remove but the device stays known
+  Status Enable(DeviceId id);                  // as AddAndStart
   void SystemSleep(SystemPowerAction action);  // every device to Dx, deepest child first
-  void SystemResume();                          // every device to D0
+  void SystemResume();                         // every device to D0
 
   // The same verbs, begun now and run by later RunUntil/RunFor calls; Busy() until ended.
   void RemoveAsync(DeviceId id);
   void SurpriseRemoveAsync(DeviceId id);
   void SystemSleepAsync(SystemPowerAction action);
   void SystemResumeAsync();
-  bool Busy() const;                   // a PnP or power transition is in progress or queued
+  bool Busy() const;  // a PnP or power transition is in progress or queued
 
   PnpState State(DeviceId id) const;
   DevicePower Power(DeviceId id) const;
   PowerReferences References(DeviceId id) const;
 
-  // --- views for the tool and tests -------------------------------------------------------------------------------------------
-  std::size_t PoolBytes() const;        // live pool, and by tag
+  // --- views for the tool and tests
+  // -------------------------------------------------------------------------------------------
+  std::size_t PoolBytes() const;  // live pool, and by tag
   std::map<std::string, std::size_t> PoolByTag() const;
-  std::size_t LiveObjects() const;      // framework objects, the driver object included
+  std::size_t LiveObjects() const;  // framework objects, the driver object included
   std::map<std::string, std::size_t> ObjectsByType() const;
   std::size_t LiveMappings() const;
   std::size_t LiveCommonBuffers() const;
@@ -109,11 +113,21 @@ class HostKernel {
   void* FrameworkDevice(DeviceId id) const;
 
   // The parts behind the calls (platform/*.h); for the platform's own files.
-  class Pool& pool() { return *pool_; }
-  class IoMappings& mappings() { return *mappings_; }
-  class Registry& registry() { return *registry_; }
-  class ObjectTable& objects() { return *objects_; }
-  class PnpManager& pnp() { return *pnp_; }
+  class Pool& pool() {
+    return *pool_;
+  }
+  class IoMappings& mappings() {
+    return *mappings_;
+  }
+  class Registry& registry() {
+    return *registry_;
+  }
+  class ObjectTable& objects() {
+    return *objects_;
+  }
+  class PnpManager& pnp() {
+    return *pnp_;
+  }
 
  private:
   Simulation& simulation_;

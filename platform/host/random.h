@@ -1,4 +1,5 @@
-// Random streams by name: every stream is derived from the one root seed, so that a new draw in one place moves no other.
+// Random streams by name: every stream is derived from the one root seed, so that a new draw in one place moves no
+// other.
 #pragma once
 #include <cstdint>
 #include <string_view>

@@ -35,28 +35,29 @@ enum class Policy {
 struct SimulationOptions {
   Policy policy = Policy::FirstCome;
   std::uint64_t seed = 0;
-  unsigned priorityDrops = 3;            // Policy::Priority only
-  std::vector<std::uint32_t> choices;    // Policy::Replay only
-  std::uint64_t stopAtStep = 0;          // 0: never
+  unsigned priorityDrops = 3;          // Policy::Priority only
+  std::vector<std::uint32_t> choices;  // Policy::Replay only
+  std::uint64_t stopAtStep = 0;        // 0: never
 };
 
 // A thing that the verifier holds against the driver (or, for `host` reports, against the model).
 struct Violation {
   Rule rule;
-  std::string call;    // the platform call in progress
+  std::string call;  // the platform call in progress
   std::string task;
   unsigned irql = 0;
-  std::string detail;  // one line
+  std::string detail;              // one line
   std::vector<std::string> stack;  // innermost first; empty where no symbols are to be had
   std::uint64_t seed = 0;
   Time when = 0;
 };
 
-// A known, bounded breach of a rule that required behaviour brings with it. Data of the assembly; the platform knows no names.
+// A known, bounded breach of a rule that required behaviour brings with it. Data of the assembly; the platform knows no
+// names.
 struct Waiver {
   Rule rule;
-  std::string where;    // call and detail must contain this text
-  std::int64_t bound = 0;    // largest measured value that is still waived (stall in microseconds, objects, ...)
+  std::string where;       // call and detail must contain this text
+  std::int64_t bound = 0;  // largest measured value that is still waived (stall in microseconds, objects, ...)
   std::string reason;
   std::uint64_t hits = 0;
 };
@@ -88,37 +89,43 @@ class Simulation {
   RandomStream& Random(std::string_view name);
   FaultPlan& faults() { return faults_; }
 
-  // --- events: run on the scheduler's stack when the clock reaches them, in (time, insertion) order -------------------------
+  // --- events: run on the scheduler's stack when the clock reaches them, in (time, insertion) order
+  // -------------------------
   EventId After(Time delay, const char* name, std::function<void()> action);
   void Cancel(EventId id);  // of an event that has run or was cancelled: no effect
 
-  // --- tasks ---------------------------------------------------------------------------------------------------------------
-  // A new runnable task at PASSIVE_LEVEL that belongs to `kernel` (null: to nobody; it may make no kernel call).
+  // --- tasks
+  // --------------------------------------------------------------------------------------------------------------- A
+  // new runnable task at PASSIVE_LEVEL that belongs to `kernel` (null: to nobody; it may make no kernel call).
   Task& Spawn(HostKernel* kernel, std::string name, std::function<void()> body);
 
-  // --- running (from the outside only, never from a task) --------------------------------------------------------------------
-  // Runs until `done()` holds (checked between tasks), nothing is left to do, or `deadline` (absolute) is reached.
+  // --- running (from the outside only, never from a task)
+  // -------------------------------------------------------------------- Runs until `done()` holds (checked between
+  // tasks), nothing is left to do, or `deadline` (absolute) is reached.
   Outcome RunUntil(const std::function<bool()>& done, Time deadline = kNever);
-  Outcome RunFor(Time duration);   // lets virtual time pass; Deadline is the normal outcome
+  Outcome RunFor(Time duration);  // lets virtual time pass; Deadline is the normal outcome
   // Runs `body` as a task of `kernel` and returns when it has ended.
   Outcome RunTask(HostKernel* kernel, std::string name, std::function<void()> body);
   // True when no task is runnable and no event is scheduled at or before `horizon` (absolute).
   bool QuietUntil(Time horizon) const;
 
-  // --- verifier --------------------------------------------------------------------------------------------------------------
+  // --- verifier
+  // --------------------------------------------------------------------------------------------------------------
   const std::vector<Violation>& violations() const { return violations_; }
   std::vector<Waiver>& waivers() { return waivers_; }
-  // Records a violation and stops the run. `measured` is compared with a waiver's bound; when a waiver covers it, counts the
-  // hit and returns. Otherwise does not return when called from a task.
+  // Records a violation and stops the run. `measured` is compared with a waiver's bound; when a waiver covers it,
+  // counts the hit and returns. Otherwise does not return when called from a task.
   void Report(Rule rule, std::string detail, std::int64_t measured = 0);
-  bool Stopped() const { return stopped_; }   // a violation or hang has ended this simulation for good
+  void ReportHang(std::string why);          // ends the run; HangReport() then also says who waits for what
+  bool Stopped() const { return stopped_; }  // a violation or hang has ended this simulation for good
   std::string HangReport() const { return hangReport_; }  // who waits for what
 
-  // --- sinks -----------------------------------------------------------------------------------------------------------------
+  // --- sinks
+  // -----------------------------------------------------------------------------------------------------------------
   void AddSink(TraceSink* sink);
   void RemoveSink(TraceSink* sink);
   bool HasSinks() const { return !sinks_.empty(); }
-  void Emit(const TraceRecord& record);  // to every sink; also mixed into the trace hash
+  void Emit(const TraceRecord& record);  // to every sink; observers change nothing, the trace hash included
 
   Scheduler& scheduler() { return *scheduler_; }  // platform/scheduler.h; for the platform's own files
 

@@ -11,12 +11,12 @@ namespace platform {
 class HostKernel;
 
 enum class TraceKind : std::uint8_t {
-  Driver,     // one event of the driver's tracing facility: payload holds its fields, level its level
-  Call,       // a platform call: name
-  Callback,   // a framework callback begins or ends: name, value 0/1
-  Register,   // a register access: name "read" or "write", offset, value
-  Device,     // an event of the hardware model: name, text
-  Power,      // device power or PnP step: name, value
+  Driver,    // one event of the driver's tracing facility: payload holds its fields, level its level
+  Call,      // a platform call: name
+  Callback,  // a framework callback begins or ends: name, value 0/1
+  Register,  // a register access: name "read" or "write", offset, value
+  Device,    // an event of the hardware model: name, text
+  Power,     // device power or PnP step: name, value
 };
 
 struct TraceRecord {
@@ -26,7 +26,7 @@ struct TraceRecord {
   std::string_view task;
   std::string_view name;
   std::string_view text;
-  std::uint8_t level = 0;      // 1 critical .. 5 verbose, as the tracing facility numbers them
+  std::uint8_t level = 0;  // 1 critical .. 5 verbose, as the tracing facility numbers them
   std::uint64_t offset = 0;
   std::uint64_t value = 0;
   std::span<const std::byte> payload;
@@ -35,7 +35,8 @@ struct TraceRecord {
 class TraceSink {
  public:
   virtual ~TraceSink() = default;
-  virtual void OnTrace(const TraceRecord& record) = 0;  // on the scheduler's stack or a task's; must make no kernel call
+  virtual void OnTrace(
+      const TraceRecord& record) = 0;  // on the scheduler's stack or a task's; must make no kernel call
 };
 
 }  // namespace platform

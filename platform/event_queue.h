@@ -1,0 +1,58 @@
+// The simulation's event list: actions and task time-outs in (time, insertion) order; cancelling is lazy.
+#pragma once
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "platform/host/simulation.h"
+
+namespace platform {
+
+class EventQueue {
+ public:
+  struct Due {
+    Time when = 0;
+    const char* name = "";
+    Task* task = nullptr;  // a time-out of this task; otherwise `action` is to run
+    std::function<void()> action;
+  };
+
+  EventId Add(Time when, const char* name, std::function<void()> action);
+  EventId AddTimeout(Time when, Task& task);
+  void Cancel(EventId id);
+
+  bool Empty();                          // nothing but cancelled entries left
+  Time NextTime();                       // of the first live entry; kNever when empty
+  Time NextTimeOf(bool timeouts) const;  // of the first live time-out, or of the first live action
+  Due Pop();                             // the first live entry; the queue must not be empty
+
+ private:
+  struct Slot {
+    std::uint32_t generation = 0;
+    bool live = false;
+    const char* name = "";
+    Task* task = nullptr;
+    std::function<void()> action;
+  };
+  struct Entry {
+    Time when;
+    std::uint64_t order;
+    std::uint32_t slot, generation;
+    bool operator>(const Entry& other) const { return when != other.when ? when > other.when : order > other.order; }
+  };
+  EventId Insert(Time when, const char* name, Task* task, std::function<void()> action);
+  bool Live(const Entry& entry) const {
+    return slots_[entry.slot].live && slots_[entry.slot].generation == entry.generation;
+  }
+  void Release(std::uint32_t slot);
+  void DropDead();
+  void Compact();
+
+  std::vector<Slot> slots_;
+  std::vector<std::uint32_t> freeSlots_;
+  std::vector<Entry> heap_;  // smallest first
+  std::uint64_t order_ = 0;
+  std::size_t dead_ = 0;  // cancelled entries still in the heap
+};
+
+}  // namespace platform

@@ -1,0 +1,188 @@
+// Goal: tasks, clock and policies behave as every kernel object above them relies on. Method: bare tasks without a
+// kernel.
+#include "platform/scheduler.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "platform/event_queue.h"
+
+namespace platform {
+namespace {
+
+Scheduler& S() {
+  return *Scheduler::Active();
+}
+
+TEST(Scheduler, FirstComeRunsTasksInOrderAndJumpsTheClockOnlyWhenNoneCanRun) {
+  Simulation simulation;
+  std::string log;
+  simulation.After(3 * kMillisecond, "device",
+                   [&] { log += "e" + std::to_string(simulation.Now() / kMillisecond) + " "; });
+  for (char name : {'a', 'b'}) {
+    simulation.Spawn(nullptr, std::string(1, name), [&log, name] {
+      log += std::string(1, name) + "1 ";
+      S().Yield();
+      log += std::string(1, name) + "2 ";
+      EXPECT_FALSE(S().Park("sleep", nullptr, S().Now() + 5 * kMillisecond + 1));
+      EXPECT_EQ(S().Now(), 5 * kMillisecond + 1) << "exact in first-come mode";
+      log += std::string(1, name) + "3 ";
+    });
+  }
+  EXPECT_EQ(simulation.RunUntil({}), Outcome::Idle);
+  EXPECT_EQ(log, "a1 b1 a2 b2 e3 a3 b3 ");
+  EXPECT_EQ(simulation.Now(), 5 * kMillisecond + 1);
+}
+
+TEST(Scheduler, AWakeBeforeTheDeadlineCancelsIt) {
+  Simulation simulation;
+  Task* sleeper = nullptr;
+  bool woken = false;
+  simulation.Spawn(nullptr, "sleeper", [&] {
+    sleeper = Scheduler::Current();
+    woken = S().Park("answer", nullptr, S().Now() + kSecond);
+    EXPECT_EQ(S().Now(), 200 * kMillisecond);
+    EXPECT_FALSE(S().Park("again", nullptr, S().Now() + kSecond)) << "the first deadline must not end the second wait";
+    EXPECT_EQ(S().Now(), 1200 * kMillisecond);
+  });
+  simulation.After(200 * kMillisecond, "answer", [&] { S().Wake(*sleeper); });
+  EXPECT_EQ(simulation.RunUntil({}), Outcome::Idle);
+  EXPECT_TRUE(woken);
+}
+
+TEST(Scheduler, RunUntilStopsAtItsDeadlineAndTheClockStandsThere) {
+  Simulation simulation;
+  int ran = 0;
+  simulation.After(10, "before", [&] { ++ran; });
+  simulation.After(30, "after", [&] { ++ran; });
+  EXPECT_EQ(simulation.RunFor(20), Outcome::Deadline);
+  EXPECT_EQ(ran, 1);
+  EXPECT_EQ(simulation.Now(), 20);
+  EXPECT_TRUE(simulation.QuietUntil(29));
+  EXPECT_FALSE(simulation.QuietUntil(30));
+}
+
+TEST(Scheduler, ADeadlockNamesWhoWaitsForWhat) {
+  Simulation simulation;
+  EXPECT_EQ(simulation.RunTask(nullptr, "stuck", [] { S().Park("event that nobody sets", nullptr); }), Outcome::Hang);
+  EXPECT_NE(simulation.HangReport().find(
+                "task 'stuck' (1) waits in the platform: event that nobody sets, without a time-out"),
+            std::string::npos)
+      << simulation.HangReport();
+  EXPECT_EQ(simulation.RunUntil({}), Outcome::Hang) << "a stopped simulation runs no more";
+}
+
+TEST(Scheduler, EventsThatNeverAdvanceTimeAreAHang) {
+  Simulation simulation;
+  std::function<void()> again = [&] { simulation.After(0, "busy", again); };
+  again();
+  EXPECT_EQ(simulation.RunFor(1), Outcome::Hang);
+  EXPECT_NE(simulation.HangReport().find("busy"), std::string::npos);
+}
+
+TEST(Scheduler, CancelledEventsDoNotRunAndTheirSlotsAreReused) {
+  EventQueue queue;
+  int ran = 0;
+  const EventId first = queue.Add(5, "first", [&] { ran += 1; });
+  queue.Cancel(first);
+  const EventId second = queue.Add(7, "second", [&] { ran += 10; });
+  queue.Cancel(first);  // stale: must not hit the new owner of the slot
+  for (int i = 0; i < 1000; ++i) queue.Cancel(queue.Add(6, "many", [&] { ran += 1000; }));
+  EXPECT_EQ(queue.NextTime(), 7);
+  queue.Pop().action();
+  EXPECT_EQ(ran, 10);
+  EXPECT_TRUE(queue.Empty());
+  queue.Cancel(second);
+}
+
+// Three tasks that switch at every step; returns the order in which they ran.
+std::string Interleaving(Simulation& simulation) {
+  std::string order;
+  for (char name : {'a', 'b', 'c'}) {
+    simulation.Spawn(nullptr, std::string(1, name), [&order, name] {
+      for (int i = 0; i < 6; ++i) {
+        order += name;
+        S().SwitchPoint();
+      }
+    });
+  }
+  simulation.RunUntil({});
+  return order;
+}
+
+TEST(Scheduler, OneSeedIsOneInterleavingAndSeedsDiffer) {
+  for (Policy policy : {Policy::Uniform, Policy::Priority}) {
+    std::set<std::string> seen;
+    for (std::uint64_t seed = 0; seed < 40; ++seed) {
+      Simulation once({policy, seed}), again({policy, seed});
+      const std::string order = Interleaving(once);
+      EXPECT_EQ(order, Interleaving(again));
+      EXPECT_EQ(once.TraceHash(), again.TraceHash());
+      seen.insert(order);
+      SimulationOptions replay{Policy::Replay, seed};
+      replay.choices = once.scheduler().choices();
+      Simulation repeated(replay);
+      EXPECT_EQ(order, Interleaving(repeated)) << "the recorded choices repeat the run";
+    }
+    EXPECT_GT(seen.size(), policy == Policy::Uniform ? 35u : 5u);
+  }
+}
+
+TEST(Scheduler, SeededTimeDriftsToDeviceEventsButNeverFarAndTimersEndAtTicks) {
+  unsigned drifted = 0;
+  for (std::uint64_t seed = 0; seed < 60; ++seed) {
+    Simulation simulation({Policy::Uniform, seed});
+    bool arrived = false;
+    simulation.After(kMillisecond, "near", [&] { arrived = true; });
+    simulation.After(50 * kMillisecond, "far", [] { ADD_FAILURE() << "beyond what may drift in one wait"; });
+    simulation.Spawn(nullptr, "busy", [&] {
+      for (int i = 0; i < 200; ++i) S().SwitchPoint();
+      EXPECT_LE(S().Now(), 20 * kMillisecond);
+      if (arrived) ++drifted;
+      S().Park("sleep", nullptr, S().Now() + 1);
+      const Time now = S().Now();
+      EXPECT_TRUE(now % kMillisecond == 0 || now % 156'000 == 0) << now;
+      EXPECT_GT(now, 0);
+    });
+    EXPECT_EQ(simulation.RunFor(16 * kMillisecond), Outcome::Deadline);
+  }
+  EXPECT_GT(drifted, 30u) << "answers must be able to land between two calls";
+}
+
+TEST(Scheduler, StopsAtTheAskedStep) {
+  SimulationOptions options{Policy::Uniform, 7};
+  options.stopAtStep = 5;
+  Simulation simulation(options);
+  std::string order;
+  for (char name : {'a', 'b'}) {
+    simulation.Spawn(nullptr, "t", [&order, name] {
+      for (int i = 0; i < 50; ++i) order += name, S().Yield();
+    });
+  }
+  EXPECT_EQ(simulation.RunUntil({}), Outcome::StepReached);
+  EXPECT_EQ(simulation.Step(), 5u);
+  EXPECT_LT(order.size(), 10u);
+}
+
+TEST(FaultPlan, FailsTheNthOnceFromThereOnOrByChanceAndCountsUnarmedSites) {
+  FaultPlan plan(1);
+  EXPECT_FALSE(plan.Fires("quiet"));
+  plan.FailNth("nth", 2);
+  plan.FailFrom("from", 2);
+  std::string nth, from;
+  for (int i = 0; i < 4; ++i) nth += plan.Fires("nth") ? 'x' : '.', from += plan.Fires("from") ? 'x' : '.';
+  EXPECT_EQ(nth, ".x..");
+  EXPECT_EQ(from, ".xxx");
+  plan.Heal("from");
+  EXPECT_FALSE(plan.Fires("from"));
+  plan.FailWithChance("chance", 1, 4);
+  int fired = 0;
+  for (int i = 0; i < 4000; ++i) fired += plan.Fires("chance");
+  EXPECT_NEAR(fired, 1000, 150);
+  EXPECT_EQ(plan.Passed("quiet"), 1u);
+  EXPECT_EQ(plan.Sites(), (std::vector<std::string>{"chance", "from", "nth", "quiet"}));
+}
+
+}  // namespace
+}  // namespace platform
