@@ -113,6 +113,9 @@ class HostKernel {
   void* FrameworkDevice(DeviceId id) const;
 
   // The parts behind the calls (platform/*.h); for the platform's own files.
+  class KernelState& state() {  // waits, lock order, trace providers
+    return *state_;
+  }
   class Pool& pool() {
     return *pool_;
   }
@@ -132,6 +135,7 @@ class HostKernel {
  private:
   Simulation& simulation_;
   HostKernelOptions options_;
+  std::unique_ptr<KernelState> state_;  // outlives the pool, whose frees look for waiters
   std::unique_ptr<Pool> pool_;
   std::unique_ptr<IoMappings> mappings_;
   std::unique_ptr<Registry> registry_;

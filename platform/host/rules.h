@@ -44,7 +44,8 @@ namespace platform {
   X(ObjectUninitialised, "object-uninitialised")             \
   X(InvalidArgument, "invalid-argument")                     \
   X(NotModelled, "not-modelled")                             \
-  X(CallOutsideTask, "call-outside-task")
+  X(CallOutsideTask, "call-outside-task")                    \
+  X(BugCheck, "bug-check")
 
 enum class Rule : unsigned {
 #define X(name, text) name,

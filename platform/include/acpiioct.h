@@ -1,0 +1,28 @@
+// Evaluating an ACPI method through the device stack.
+#pragma once
+#include "wdm_io.h"
+
+#define ACPI_EVAL_INPUT_BUFFER_COMPLEX_SIGNATURE 0x43696541u
+#define ACPI_METHOD_ARGUMENT_INTEGER 0x0
+
+typedef struct _ACPI_METHOD_ARGUMENT {
+  USHORT Type;
+  USHORT DataLength;
+  union {
+    ULONG Argument;
+    UCHAR Data[ANYSIZE_ARRAY];
+  };
+} ACPI_METHOD_ARGUMENT, *PACPI_METHOD_ARGUMENT;
+
+typedef struct _ACPI_EVAL_INPUT_BUFFER_COMPLEX {
+  ULONG Signature;
+  union {
+    UCHAR MethodName[4];
+    ULONG MethodNameAsUlong;
+  };
+  ULONG Size;
+  ULONG ArgumentCount;
+  ACPI_METHOD_ARGUMENT Argument[ANYSIZE_ARRAY];
+} ACPI_EVAL_INPUT_BUFFER_COMPLEX, *PACPI_EVAL_INPUT_BUFFER_COMPLEX;
+
+#define IOCTL_ACPI_EVAL_METHOD CTL_CODE(FILE_DEVICE_ACPI, 1, METHOD_BUFFERED, FILE_READ_ACCESS | FILE_WRITE_ACCESS)
