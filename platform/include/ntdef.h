@@ -34,7 +34,7 @@
 typedef void* PVOID;
 typedef PVOID HANDLE, *PHANDLE;
 typedef char CHAR, *PCHAR, *PSTR;
-typedef const char *PCSTR, *PCSZ, *PCCH;
+typedef const char *PCSTR, *LPCSTR, *PCSZ, *PCCH;
 typedef char CCHAR;
 typedef unsigned char UCHAR, *PUCHAR, BOOLEAN, *PBOOLEAN, BYTE;
 typedef const UCHAR* PCUCHAR;

@@ -8,8 +8,7 @@
 
 EXTERN_C_START
 
-// --- interrupt request level
-// --------------------------------------------------------------------------------------------------
+// --- interrupt request level ---
 typedef UCHAR KIRQL, *PKIRQL;
 #define PASSIVE_LEVEL 0
 #define LOW_LEVEL 0
@@ -25,8 +24,7 @@ VOID KeLowerIrql(KIRQL NewIrql);
 DECLSPEC_NORETURN VOID KeBugCheckEx(ULONG BugCheckCode, ULONG_PTR BugCheckParameter1, ULONG_PTR BugCheckParameter2,
                                     ULONG_PTR BugCheckParameter3, ULONG_PTR BugCheckParameter4);
 
-// --- objects that can be waited on
-// --------------------------------------------------------------------------------------------
+// --- objects that can be waited on ---
 typedef CCHAR KPROCESSOR_MODE;
 typedef LONG KPRIORITY;
 typedef enum _MODE { KernelMode, UserMode, MaximumMode } MODE;
@@ -67,8 +65,7 @@ NTSTATUS KeWaitForSingleObject(PVOID Object, KWAIT_REASON WaitReason, KPROCESSOR
                                PLARGE_INTEGER Timeout);
 #define KeWaitForMutexObject KeWaitForSingleObject
 
-// --- spin locks
-// ---------------------------------------------------------------------------------------------------------------
+// --- spin locks ---
 typedef ULONG_PTR KSPIN_LOCK, *PKSPIN_LOCK;
 
 typedef struct _KSPIN_LOCK_QUEUE {
@@ -90,21 +87,18 @@ VOID KeReleaseSpinLockFromDpcLevel(PKSPIN_LOCK SpinLock);
 VOID KeAcquireInStackQueuedSpinLock(PKSPIN_LOCK SpinLock, PKLOCK_QUEUE_HANDLE LockHandle);
 VOID KeReleaseInStackQueuedSpinLock(PKLOCK_QUEUE_HANDLE LockHandle);
 
-// --- interlocked operations
-// ---------------------------------------------------------------------------------------------------
+// --- interlocked operations ---
 LONG InterlockedIncrement(LONG volatile* Addend);
 LONG InterlockedDecrement(LONG volatile* Addend);
 LONG InterlockedExchange(LONG volatile* Target, LONG Value);
 LONG InterlockedCompareExchange(LONG volatile* Destination, LONG ExChange, LONG Comperand);
 
-// --- time
-// ---------------------------------------------------------------------------------------------------------------------
+// --- time ---
 NTSTATUS KeDelayExecutionThread(KPROCESSOR_MODE WaitMode, BOOLEAN Alertable, PLARGE_INTEGER Interval);
 VOID KeStallExecutionProcessor(ULONG MicroSeconds);
 LARGE_INTEGER KeQueryPerformanceCounter(PLARGE_INTEGER PerformanceFrequency);
 
-// --- lists: plain functions; the caller keeps them consistent
-// -------------------------------------------------------------------
+// --- lists: plain functions; the caller keeps them consistent ---
 VOID InitializeListHead(PLIST_ENTRY ListHead);
 BOOLEAN IsListEmpty(const LIST_ENTRY* ListHead);
 VOID InsertHeadList(PLIST_ENTRY ListHead, PLIST_ENTRY Entry);
@@ -113,8 +107,7 @@ BOOLEAN RemoveEntryList(PLIST_ENTRY Entry);  // TRUE when the list is empty afte
 PLIST_ENTRY RemoveHeadList(PLIST_ENTRY ListHead);
 PLIST_ENTRY RemoveTailList(PLIST_ENTRY ListHead);
 
-// --- pool
-// ---------------------------------------------------------------------------------------------------------------------
+// --- pool ---
 typedef ULONG64 POOL_FLAGS;
 #define POOL_FLAG_UNINITIALIZED 0x0000000000000002ULL
 #define POOL_FLAG_NON_PAGED 0x0000000000000040ULL
@@ -125,8 +118,7 @@ typedef enum _POOL_TYPE { NonPagedPool = 0, PagedPool = 1, NonPagedPoolNx = 512 
 PVOID ExAllocatePool2(POOL_FLAGS Flags, SIZE_T NumberOfBytes, ULONG Tag);
 VOID ExFreePoolWithTag(PVOID P, ULONG Tag);
 
-// --- strings and memory
-// -------------------------------------------------------------------------------------------------------
+// --- strings and memory ---
 VOID RtlInitUnicodeString(PUNICODE_STRING DestinationString, PCWSTR SourceString);
 VOID RtlInitAnsiString(PANSI_STRING DestinationString, PCSZ SourceString);
 NTSTATUS RtlAnsiStringToUnicodeString(PUNICODE_STRING DestinationString, PCANSI_STRING SourceString,
@@ -138,8 +130,7 @@ VOID RtlFreeAnsiString(PANSI_STRING AnsiString);
 SIZE_T RtlCompareMemory(const VOID* Source1, const VOID* Source2, SIZE_T Length);
 ULONG RtlRandom(PULONG Seed);
 
-// --- registry
-// -----------------------------------------------------------------------------------------------------------------
+// --- registry ---
 #define KEY_QUERY_VALUE 0x0001
 #define KEY_READ 0x20019
 #define REG_NONE 0
@@ -168,8 +159,7 @@ NTSTATUS ZwQueryValueKey(HANDLE KeyHandle, PUNICODE_STRING ValueName,
                          PULONG ResultLength);
 NTSTATUS ZwClose(HANDLE Handle);
 
-// --- device memory
-// ------------------------------------------------------------------------------------------------------------
+// --- device memory ---
 #define PAGE_SIZE 0x1000
 #define PAGE_READWRITE 0x04
 #define PAGE_NOCACHE 0x200

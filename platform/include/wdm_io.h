@@ -10,8 +10,7 @@ struct _IRP;
 struct _DEVICE_OBJECT;
 struct _DRIVER_OBJECT;
 
-// --- device types and control codes
-// -------------------------------------------------------------------------------------------
+// --- device types and control codes ---
 typedef ULONG DEVICE_TYPE;
 #define FILE_DEVICE_UNKNOWN 0x00000022
 #define FILE_DEVICE_BUS_EXTENDER 0x0000002a
@@ -33,8 +32,7 @@ typedef ULONG DEVICE_TYPE;
 #define GENERIC_READ 0x80000000
 #define GENERIC_WRITE 0x40000000
 
-// --- power
-// --------------------------------------------------------------------------------------------------------------------
+// --- power ---
 typedef enum _SYSTEM_POWER_STATE {
   PowerSystemUnspecified = 0,
   PowerSystemWorking,
@@ -70,8 +68,7 @@ typedef enum {
 } POWER_ACTION,
     *PPOWER_ACTION;
 
-// --- device properties
-// --------------------------------------------------------------------------------------------------------
+// --- device properties ---
 typedef enum {
   DevicePropertyDeviceDescription = 0x0,
   DevicePropertyHardwareID = 0x1,
@@ -83,8 +80,21 @@ typedef enum {
 #define PLUGPLAY_REGKEY_DEVICE 1
 #define PLUGPLAY_REGKEY_DRIVER 2
 
-// --- resources
-// ----------------------------------------------------------------------------------------------------------------
+typedef enum _DEVICE_RELATION_TYPE {
+  BusRelations,
+  EjectionRelations,
+  PowerRelations,
+  RemovalRelations
+} DEVICE_RELATION_TYPE;
+
+// --- opening files and devices ---
+#define FILE_ATTRIBUTE_NORMAL 0x00000080
+#define FILE_SHARE_READ 0x00000001
+#define FILE_SHARE_WRITE 0x00000002
+#define FILE_OPEN 0x00000001
+#define FILE_NON_DIRECTORY_FILE 0x00000040
+
+// --- resources ---
 typedef enum _INTERFACE_TYPE {
   InterfaceTypeUndefined = -1,
   Internal = 0,
@@ -162,8 +172,7 @@ typedef struct _CM_PARTIAL_RESOURCE_DESCRIPTOR {
 #pragma pack(pop)
 static_assert(sizeof(CM_PARTIAL_RESOURCE_DESCRIPTOR) == 20);
 
-// --- interfaces of other drivers
-// ----------------------------------------------------------------------------------------------
+// --- interfaces of other drivers ---
 typedef VOID (*PINTERFACE_REFERENCE)(PVOID Context);
 typedef VOID (*PINTERFACE_DEREFERENCE)(PVOID Context);
 
@@ -197,8 +206,7 @@ typedef struct _BUS_INTERFACE_STANDARD {
 
 #define PCI_WHICHSPACE_CONFIG 0x0
 
-// --- request packets
-// ----------------------------------------------------------------------------------------------------------
+// --- request packets ---
 #define IRP_MJ_CREATE 0x00
 #define IRP_MJ_CLOSE 0x02
 #define IRP_MJ_READ 0x03
