@@ -1,0 +1,40 @@
+// What a machine is made of, as data: hosts, their controllers, registry and timing. Filled by scenarios and by tests.
+#pragma once
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/host/host_kernel.h"
+#include "platform/host/simulation.h"
+
+namespace lab {
+
+struct ControllerConfig {
+  std::string name = "H1";   // unique within its host
+  std::string model = "H1";  // one of ModelNames()
+  std::string hardwareId = "PCI\\VEN_1F3A&DEV_3A0E&SUBSYS_00000000&REV_00";
+  std::optional<std::uint32_t> pciIdentity;  // dword 0 of configuration space, device << 16 | vendor; else the model's
+  std::optional<std::uint32_t> hopCount;     // what the capabilities register says; else the model's
+  std::optional<std::vector<platform::Resource>> resources;  // in bus order; else four interrupts, then BAR0
+  std::map<std::string, std::uint32_t> parameters;           // "USB3Tunnel\\USB3TunnelSupported" -> 1
+  platform::Status acpiStatus = 0;
+  platform::Time acpiDelay = 0;
+};
+
+struct HostConfig {
+  std::string name = "host";  // unique within the machine
+  std::string computerName = "LAB-HOST";
+  std::vector<ControllerConfig> controllers{ControllerConfig{}};
+};
+
+struct MachineConfig {
+  std::vector<HostConfig> hosts{HostConfig{}};
+  platform::SimulationOptions simulation;
+};
+
+// Names of the host models that a scenario may name, in name order.
+std::vector<std::string> ModelNames();
+
+}  // namespace lab

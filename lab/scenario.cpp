@@ -1,0 +1,186 @@
+// From a scenario file to its records: names resolved, ranges checked, nothing left unread.
+#include "lab/scenario.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+
+#include "lab/suggest.h"
+#include "lab/toml_reader.h"
+
+namespace lab {
+namespace {
+
+constexpr std::uint32_t kLargestHopCount = 1023;  // what the ten bits of the capabilities register can say
+constexpr std::size_t kMostResources = 32;
+constexpr std::uint64_t kDefaultBarStart = 0x90000000;
+constexpr std::uint32_t kBarLength = 0x40000;
+
+std::string Lower(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return text;
+}
+
+// "8086:9A1B", vendor first as the identity is printed everywhere, to the dword of configuration space.
+std::optional<std::uint32_t> ParsePciIdentity(const std::string& text) {
+  if (text.size() != 9 || text[4] != ':') return std::nullopt;
+  std::uint32_t halves[2] = {0, 0};
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (i == 4) continue;
+    const auto c = static_cast<unsigned char>(text[i]);
+    if (!std::isxdigit(c)) return std::nullopt;
+    const auto digit = static_cast<std::uint32_t>(std::isdigit(c) ? c - '0' : std::tolower(c) - 'a' + 10);
+    halves[i / 5] = halves[i / 5] << 4 | digit;
+  }
+  return halves[1] << 16 | halves[0];
+}
+
+std::vector<platform::Resource> ParseResources(TableReader& table) {
+  std::vector<platform::Resource> resources;
+  std::uint32_t message = 0;
+  std::uint64_t start = kDefaultBarStart;
+  for (const std::string& text : table.TextList("resources")) {
+    platform::Resource resource;
+    if (text == "interrupt") {
+      resource.kind = platform::Resource::Kind::Interrupt;
+      resource.message = message++;
+    } else if (text == "memory") {
+      resource.kind = platform::Resource::Kind::Memory;
+      resource.start = start;
+      resource.length = kBarLength;
+      start += kBarLength;
+    } else if (text == "other") {
+      resource.kind = platform::Resource::Kind::Other;
+    } else if (text == "missing") {
+      resource.kind = platform::Resource::Kind::Missing;
+    } else {
+      table.Fail("resources", fmt::format("unknown resource \"{}\"{}", text,
+                                          Suggestion(text, {"interrupt", "memory", "missing", "other"})));
+    }
+    resources.push_back(resource);
+  }
+  if (resources.size() > kMostResources) table.Fail("resources", fmt::format("at most {} resources", kMostResources));
+  return resources;
+}
+
+ControllerConfig ReadController(TableReader table) {
+  ControllerConfig controller;
+  controller.model = table.Choice("model", ModelNames(), controller.model);
+  controller.name = table.Text("name", controller.model);
+  controller.hardwareId = table.Text("hardwareId", controller.hardwareId);
+  if (table.Has("pciIdentity")) {
+    controller.pciIdentity = ParsePciIdentity(table.Text("pciIdentity", ""));
+    if (!controller.pciIdentity)
+      table.Fail("pciIdentity", "pciIdentity must be vendor:device in hex, such as \"8086:9A1B\"");
+  }
+  if (table.Has("hopCount"))
+    controller.hopCount = static_cast<std::uint32_t>(table.Number("hopCount", 0, 0, kLargestHopCount));
+  if (table.Has("resources")) controller.resources = ParseResources(table);
+  controller.acpiStatus =
+      static_cast<platform::Status>(static_cast<std::uint32_t>(table.Number("acpiStatus", 0, 0, 0xFFFFFFFF)));
+  controller.acpiDelay = table.Duration("acpiDelay", 0);
+  TableReader registry = table.Table("registry");
+  for (auto& [key, value] : registry.NumbersByKey()) controller.parameters[key] = value;
+  table.RejectUnknownKeys();
+  return controller;
+}
+
+HostConfig ReadHost(TableReader table, std::size_t position) {
+  HostConfig host;
+  host.name = table.Text("name", position == 0 ? "host" : fmt::format("host{}", position + 1));
+  host.computerName = table.Text("computerName", host.computerName);
+  std::vector<TableReader> controllers = table.Tables("controller");
+  if (!controllers.empty()) host.controllers.clear();
+  for (TableReader& reader : controllers) {
+    ControllerConfig controller = ReadController(reader);
+    for (const ControllerConfig& other : host.controllers)
+      if (other.name == controller.name)
+        reader.Fail("name", fmt::format("a second controller \"{}\"", controller.name));
+    host.controllers.push_back(std::move(controller));
+  }
+  table.RejectUnknownKeys();
+  return host;
+}
+
+// The controller that the keys `host` and `controller` name; the first one where they are left out.
+Place ReadPlace(TableReader& table, const MachineConfig& machine) {
+  Place place;
+  std::vector<std::string> hosts, controllers;
+  for (const HostConfig& host : machine.hosts) hosts.push_back(host.name);
+  const std::string host = table.Choice("host", hosts, hosts.front());
+  place.host = static_cast<std::size_t>(std::find(hosts.begin(), hosts.end(), host) - hosts.begin());
+  for (const ControllerConfig& controller : machine.hosts[place.host].controllers)
+    controllers.push_back(controller.name);
+  const std::string controller = table.Choice("controller", controllers, controllers.front());
+  place.controller =
+      static_cast<std::size_t>(std::find(controllers.begin(), controllers.end(), controller) - controllers.begin());
+  return place;
+}
+
+ScenarioEvent ReadEvent(TableReader table, const MachineConfig& machine) {
+  ScenarioEvent event;
+  if (!table.Has("at")) table.Fail("at", "at is missing");
+  event.at = table.Duration("at", 0);
+  table.RequiredText("do");
+  const std::string verb = table.Choice("do", VerbNames(), "");
+  event.verb = static_cast<Verb>(std::find(VerbNames().begin(), VerbNames().end(), verb) - VerbNames().begin());
+  event.place = ReadPlace(table, machine);
+  table.RejectUnknownKeys();
+  return event;
+}
+
+Expectation ReadExpectation(TableReader table, const MachineConfig& machine) {
+  Expectation expectation;
+  expectation.at = table.Duration("at", platform::kNever);
+  expectation.place = ReadPlace(table, machine);
+  expectation.line = table.source().line;
+  expectation.column = table.source().column;
+  if (table.Has("power")) expectation.power = table.Choice("power", {"D0", "D3", "off"}, "");
+  if (table.Has("state"))
+    expectation.state = table.Choice("state", {"started", "failed", "surprise-removed", "removed"}, "");
+  if (table.Has("startStatus"))
+    expectation.startStatus =
+        static_cast<platform::Status>(static_cast<std::uint32_t>(table.Number("startStatus", 0, 0, 0xFFFFFFFF)));
+  if (table.Has("interface")) expectation.interface = Lower(table.Text("interface", ""));
+  if (table.Has("routers")) expectation.routers = table.Number("routers", 0, 0, 1000);
+  if (table.Has("adapters")) expectation.adapters = table.Number("adapters", 0, 0, 63);
+  table.RejectUnknownKeys();
+  return expectation;
+}
+
+}  // namespace
+
+const std::vector<std::string>& VerbNames() {
+  static const std::vector<std::string> kNames = {"sleep",   "hibernate", "resume",          "wake",
+                                                  "disable", "enable",    "surprise-remove", "remove"};
+  return kNames;
+}
+
+Scenario ReadScenario(const std::string& file) {
+  const toml::table parsed = ReadTomlFile(file);
+  TableReader table(file, parsed);
+  Scenario scenario;
+  scenario.file = file;
+  scenario.name = table.Text("name", file);
+  std::vector<TableReader> hosts = table.Tables("host");
+  if (!hosts.empty()) scenario.machine.hosts.clear();
+  for (std::size_t i = 0; i < hosts.size(); ++i) {
+    HostConfig host = ReadHost(hosts[i], i);
+    for (const HostConfig& other : scenario.machine.hosts)
+      if (other.name == host.name) hosts[i].Fail("name", fmt::format("a second host \"{}\"", host.name));
+    scenario.machine.hosts.push_back(std::move(host));
+  }
+  for (TableReader& event : table.Tables("event")) scenario.events.push_back(ReadEvent(event, scenario.machine));
+  for (TableReader& item : table.Tables("expect"))
+    scenario.expectations.push_back(ReadExpectation(item, scenario.machine));
+  table.RejectUnknownKeys();
+  std::stable_sort(scenario.events.begin(), scenario.events.end(),
+                   [](const ScenarioEvent& a, const ScenarioEvent& b) { return a.at < b.at; });
+  std::stable_sort(scenario.expectations.begin(), scenario.expectations.end(),
+                   [](const Expectation& a, const Expectation& b) { return a.at < b.at; });
+  return scenario;
+}
+
+}  // namespace lab
