@@ -1,0 +1,87 @@
+// Who decides when a device leaves and enters D0 in a running system: power references, requests, the idle timer, wake.
+// The transitions themselves are power_transition.cpp's. For the platform's own files.
+#pragma once
+#include <cstdint>
+#include <vector>
+
+#include "platform/host/host_kernel.h"
+#include "platform/scheduler.h"
+#include "platform/worker.h"
+
+namespace platform {
+
+class DeviceNode;
+
+// Off: not started, or removed. D0 is the only phase in which queues present requests and waiters are let go.
+enum class PowerPhase : std::uint8_t { Off, GoingUp, D0, GoingDown, Dx };
+
+struct IdleSettings {
+  bool enabled = false;
+  bool canWake = false;  // hardware may wake it from runtime idle
+  Time timeout = 0;
+};
+
+class PowerPolicy {
+ public:
+  explicit PowerPolicy(DeviceNode& node);
+  ~PowerPolicy();
+
+  // --- from the driver
+  // ---------------------------------------------------------------------------------------------------
+  void Assign(const IdleSettings& settings);  // restarts the idle timer
+  void ArmForSystemWake(bool armed) { armedForSystemWake_ = armed; }
+  // Takes a reference without waiting. True when the device is in D0 already.
+  bool Reference();
+  // Takes a reference and waits for D0. False, without a reference, when a power-down is in progress or begins.
+  [[nodiscard]] bool ReferenceAndWait(Scheduler& scheduler);
+  [[nodiscard]] bool Dereference();  // false when none is held
+  std::int64_t References() const { return references_; }
+
+  // --- from power-managed queues: a request that is in one, or that the driver owns from one
+  // ------------------------------
+  void RequestArrived();
+  void RequestGone();
+  // Waits until the driver owns none of them.
+  std::int64_t Requests() const { return requests_; }
+
+  // --- from the hardware, on the scheduler's stack
+  // ------------------------------------------------------------------------
+  void WakeSignalled();
+
+  // --- from the transitions
+  // -----------------------------------------------------------------------------------------------
+  PowerPhase phase() const { return phase_; }
+  void Enter(PowerPhase phase);  // lets waiters go (D0), fails them (GoingDown, Off), starts and stops the idle timer
+  bool MayIdle() const;          // nobody holds the device
+  bool WantsD0() const;          // somebody does, or the hardware has signalled
+  SystemPowerAction action = SystemPowerAction::None;  // of the transition in progress
+  bool systemAsleep = false;                           // between system sleep and resume
+
+  bool WorkerBusy() const { return worker_.Busy(); }
+  void Stop();  // before the node goes
+
+ private:
+  struct Waiter {
+    Task* task;
+    bool done = false;
+    bool ok = false;
+  };
+  void RestartIdleTimer();
+  void StopIdleTimer();
+  void RunWorker();
+  void ReleaseWaiters(bool ok);
+
+  DeviceNode& node_;
+  PowerPhase phase_ = PowerPhase::Off;
+  IdleSettings idle_;
+  bool armedForSystemWake_ = false;
+  bool wakeSignalled_ = false;
+  bool idleDue_ = false;
+  std::int64_t references_ = 0;
+  std::int64_t requests_ = 0;
+  EventId idleTimer_ = 0;
+  std::vector<Waiter*> waiters_;
+  Worker worker_;
+};
+
+}  // namespace platform
