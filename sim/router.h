@@ -1,0 +1,111 @@
+// One router: router space, adapters, notifications, router operations; answers control packets that end at it.
+#pragma once
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "sim/adapter.h"
+#include "sim/config_space.h"
+#include "sim/control_packet.h"
+#include "sim/notification.h"
+#include "sim/router_model.h"
+#include "sim/router_operations.h"
+#include "sim/router_services.h"
+
+namespace sim {
+
+class Fabric;
+
+// Router space dwords.
+inline constexpr unsigned kRouterCs1 = 1;
+inline constexpr unsigned kRouterCs2 = 2;
+inline constexpr unsigned kRouterCs3 = 3;
+inline constexpr unsigned kRouterCs4 = 4;
+inline constexpr unsigned kRouterCs5 = 5;
+inline constexpr unsigned kRouterCs6 = 6;
+inline constexpr std::uint32_t kConfigurationValid = 1u << 31;  // of dword 3
+inline constexpr std::uint32_t kEnterSleep = 1u << 0;           // of dword 5
+inline constexpr std::uint32_t kSleepReady = 1u << 0;           // of dword 6
+inline constexpr std::uint32_t kConfigurationReady = 1u << 25;  // of dword 6
+
+class Router {
+ public:
+  Router(Fabric& fabric, const RouterModel& model, std::string name);
+  Router(const Router&) = delete;
+  Router& operator=(const Router&) = delete;
+
+  Fabric& fabric() const { return fabric_; }
+  const RouterModel& model() const { return model_; }
+  const std::string& name() const { return name_; }
+  bool isHost() const { return model_.host; }
+
+  ConfigSpace& space() { return space_; }
+  const ConfigSpace& space() const { return space_; }
+  unsigned maxAdapter() const { return model_.maxAdapter; }
+  Adapter* adapter(unsigned number) const;  // null above the maximum and for number 0
+
+  // --- place in the domain
+  // ----------------------------------------------------------------------------------------------------
+  bool configured() const { return (space_.Get(kRouterCs3) & kConfigurationValid) != 0; }
+  std::uint64_t configuredRoute() const;
+  // Where it physically is, as the fabric sees it: upstream adapter 0 while no link leads to a host.
+  unsigned upstreamAdapter() const { return upstream_; }
+  std::uint64_t physicalRoute() const { return route_; }
+  unsigned depth() const { return depth_; }
+  void SetPlace(unsigned upstream, std::uint64_t route, unsigned depth);
+
+  // --- control packets
+  // -------------------------------------------------------------------------------------------------------- Answers a
+  // packet that ends here and came in through `arrival`; nothing for acknowledgements and what a router drops.
+  std::optional<ControlPacket> Handle(const ControlPacket& packet, unsigned arrival);
+  // Records a mistake of the driver; "router 1 adapter 3: " or "router 1: " goes before the text (adapter 0: none).
+  void Misuse(unsigned adapter, const std::string& text) const;
+
+  // --- events
+  // -----------------------------------------------------------------------------------------------------------------
+  NotificationQueue& notifications() { return notifications_; }
+  // Reports a change at an adapter to the manager if that is enabled and the router is enumerated.
+  void PlugChanged(Adapter& adapter, bool unplug);
+  // Hot-plug reporting is on: an enumerated USB4 router, or a Thunderbolt 3 router whose plug events are switched on.
+  bool reportsPlugEvents() const;
+  void Reset();
+  // Counts resets: what was begun before one never completes.
+  std::uint64_t life() const { return life_; }
+  // Forgets what a power state without the sleep handshake loses; links are the fabric's business.
+  void LosePower();
+  bool sleepArmed() const;
+  void ClearSleep();
+
+  RouterOperations& operations() { return operations_; }
+  RouterServices& services() { return services_; }
+
+ private:
+  void DefineSpace();
+  void WatchHeader();
+  void WatchSleep();
+  void CheckTopologyWritten();
+  void ScheduleStartEvents();
+  void SetBitLater(const DelayRange& delay, const char* fault, unsigned offset, std::uint32_t bit);
+
+  ErrorCode CheckRequest(const ControlPacket& packet, unsigned arrival) const;
+  std::optional<ControlPacket> HandleAccess(const ControlPacket& packet, unsigned arrival);
+  void HandleAcknowledge(const ControlPacket& packet);
+  ConfigSpace* FindSpace(const AddressWord& address, ErrorCode& error);
+
+  Fabric& fabric_;
+  const RouterModel& model_;
+  std::string name_;
+  ConfigSpace space_{"router"};
+  std::vector<std::unique_ptr<Adapter>> adapters_;
+  NotificationQueue notifications_;
+  RouterOperations operations_;
+  RouterServices services_;
+  unsigned upstream_ = 0;
+  std::uint64_t route_ = 0;
+  unsigned depth_ = 0;
+  std::uint64_t life_ = 0;
+};
+
+}  // namespace sim

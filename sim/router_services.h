@@ -1,0 +1,40 @@
+// What runs inside a router beside its registers: local time and its posting, the link controller of Thunderbolt 3
+// routers.
+#pragma once
+#include <cstdint>
+
+#include "platform/host/time.h"
+
+namespace sim {
+
+class Router;
+
+class RouterServices {
+ public:
+  explicit RouterServices(Router& router) : router_(router) {}
+
+  // Listens to the registers of the time management unit and of the link controller, where the router has them.
+  void Define();
+  void Reset();
+
+  // Nanoseconds of the router's own clock.
+  std::uint64_t LocalTime() const;
+  bool timePosted() const { return posted_; }
+  // Scripted hardware: the posting takes this long instead of a drawn time.
+  void SetPostingTime(platform::Time time) { postingTime_ = time; }
+
+  unsigned tmuCapability = 0;  // router space offsets, 0 where the router has none
+  unsigned plugEventsCapability = 0;
+  unsigned linkControllerCapability = 0;
+
+ private:
+  void DefineTmu();
+  void PostTimeWritten();
+
+  Router& router_;
+  std::int64_t clockOffset_ = 0;  // of the local clock against virtual time, nanoseconds
+  bool posted_ = false;
+  platform::Time postingTime_ = -1;
+};
+
+}  // namespace sim
