@@ -27,9 +27,6 @@ typedef ULONG DEVICE_TYPE;
 #define METHOD_FROM_CTL_CODE(code) ((ULONG)(code)&3)
 #define FILE_BYTE_ALIGNMENT 0x00000000
 #define FILE_QUAD_ALIGNMENT 0x00000007
-#define FILE_ATTRIBUTE_NORMAL 0x00000080
-#define FILE_OPEN 0x00000001
-#define FILE_NON_DIRECTORY_FILE 0x00000040
 #define STANDARD_RIGHTS_ALL 0x001F0000
 #define SYNCHRONIZE 0x00100000
 #define GENERIC_READ 0x80000000
@@ -79,17 +76,6 @@ typedef enum {
   DevicePropertyBusNumber = 0xe,
   DevicePropertyAddress = 0x10
 } DEVICE_REGISTRY_PROPERTY;
-
-typedef enum _DEVICE_RELATION_TYPE {
-  BusRelations,
-  EjectionRelations,
-  PowerRelations,
-  RemovalRelations,
-  TargetDeviceRelation,
-  SingleBusRelations,
-  TransportRelations
-} DEVICE_RELATION_TYPE,
-    *PDEVICE_RELATION_TYPE;
 
 #define PLUGPLAY_REGKEY_DEVICE 1
 #define PLUGPLAY_REGKEY_DRIVER 2
