@@ -57,7 +57,6 @@ class Adapter {
   unsigned usb4Capability = 0;
 
   // --- lane adapters
-  // ----------------------------------------------------------------------------------------------------------
   Link* link = nullptr;   // the cable in this port, borrowed from the fabric
   Adapter* pair() const;  // the other lane of the same port, or null
   LaneState laneState() const;
@@ -75,7 +74,10 @@ class Adapter {
   void SetTotalBuffers(unsigned buffers);
   bool hotPlugEnabled() const { return (adapterSpace_.Get(kAdpHops) & kAdpDisableHotPlug) == 0; }
 
-  // Values after reset; the lane state follows the cable afterwards.
+  // --- DP OUT
+  bool displayAttached = false;  // what is physically there; the registers show it
+
+  // Values after reset; lane state and display are shown again by whoever knows them.
   void Reset();
 
  private:

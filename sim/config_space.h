@@ -46,8 +46,6 @@ class ConfigSpace {
   bool Read(unsigned offset, unsigned length, std::vector<std::uint32_t>& data);
   // Fails without storing anything when one of the dwords does not exist. Complaints are appended, one per dword.
   bool Write(unsigned offset, std::span<const std::uint32_t> data, std::vector<std::string>& complaints);
-  // What a read would give, without its side effects; for tools.
-  std::uint32_t Peek(unsigned offset) const;
 
  private:
   struct Register {

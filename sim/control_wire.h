@@ -48,7 +48,7 @@ class ControlWire final : public FramePort {
   bool Quiet() const { return inFlight_ == 0; }
 
   // --- scripted hardware
-  // ------------------------------------------------------------------------------------------------------ Runs
+  // Runs
   // `action` just before packet `number` (as the log counts, both directions) is passed on.
   void AtPacket(std::uint64_t number, std::function<void()> action);
   // Replaces the n-th answer from now on (1: the next read or write response or error packet); none: it is lost.

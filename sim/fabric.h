@@ -4,6 +4,7 @@
 // run.
 #pragma once
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -34,7 +35,6 @@ class Fabric {
   Fabric& operator=(const Fabric&) = delete;
 
   // --- building: all throw TopologyError
-  // --------------------------------------------------------------------------------------
   Router& AddRouter(std::string_view model, std::string name);
   // `model` must outlive the fabric; for models that a test has parsed itself.
   Router& AddRouter(const RouterModel& model, std::string name);
@@ -51,7 +51,6 @@ class Fabric {
   void UnplugDisplay(std::string_view port);
 
   // --- looking
-  // ----------------------------------------------------------------------------------------------------------------
   Router* Find(std::string_view name) const;
   Adapter* FindAdapter(std::string_view port) const;
   const std::vector<std::unique_ptr<Router>>& routers() const { return routers_; }
@@ -65,15 +64,15 @@ class Fabric {
   bool Quiet() const;
 
   // --- for the fabric's own parts
-  // ---------------------------------------------------------------------------------------------
   platform::Simulation& simulation() { return simulation_; }
   const Timing& timing() const { return timing_; }
   void SendUp(Router& from, const ControlPacket& packet);
-  // Cables have come up or gone down: who is where, who was cut off.
-  void PlacesChanged();
   void LinkCameUp(Link& link);
   void LinkWentDown(Link& link);
   bool Asleep(const Router& router) const;
+  std::uint64_t NewGeneration() { return ++generations_; }
+  // Something happened at an adapter while its host sleeps: wakes the host if the adapter's wake bits ask for it.
+  void WakeFrom(Router& router, Adapter& adapter, bool unplug);
   // One event of the model for whoever watches the run: name and one line of text.
   void Note(const char* name, const std::string& text);
 
@@ -87,19 +86,25 @@ class Fabric {
   void PacketFromHost(Router& host, const DecodedPacket& packet, bool damaged);
   void Arrive(Router& at, unsigned arrival, unsigned depth, const Journey& journey);
   void Forward(Router& at, unsigned depth, const Journey& journey);
-  void Refuse(Router& at, unsigned adapter, unsigned depth, ErrorCode code, const Journey& journey);
+  void Refuse(Router& at, unsigned arrival, unsigned adapter, unsigned depth, ErrorCode code, const Journey& journey);
+  void Answer(Router& at, unsigned arrival, const Journey& journey);
+  void SendBack(Router& at, unsigned arrival, const ControlPacket& packet);
+  void CrossDomains(Router& at, unsigned arrival, const Journey& journey);
+  // Cables have come up or gone down: who is where.
+  void PlacesChanged();
+  // Runs `action` with the adapter at the other end of `from`'s lane, a hop later, unless the link is lost by then.
+  void Cross(Adapter& from, std::function<void(Adapter&)> action);
   void Climb(Router& at, const ControlPacket& packet);
   void HostPowerChanged(Host& host, platform::FunctionPower power);
-  void Sleep(Host& host, bool handshake);
+  void Sleep(Host& host, platform::FunctionPower power);
+  bool WakeChainArmed(const Router& router) const;
   void Wake(Host& host);
-  void SignalWake(Router& router, Adapter& adapter, bool unplug);
   Link& AddLink(std::string_view first, std::string_view second, CableOptions options);
   Adapter& LanePort(std::string_view port) const;
   Link* FindLink(std::string_view portOrRouter) const;
   void RemoveLink(Link& link);
   void CutOff(Router& router);
   Host* HostOf(const Router& router) const;
-  std::vector<Router*> Below(const Router& host) const;
   void Watch(Router& router);
 
   platform::Simulation& simulation_;
@@ -107,8 +112,10 @@ class Fabric {
   ProtocolErrors errors_;
   std::vector<std::unique_ptr<Router>> routers_;
   std::vector<std::unique_ptr<Link>> links_;
+  std::vector<std::unique_ptr<Link>> retired_;  // pulled, perhaps from inside one of their own events
   std::vector<std::unique_ptr<Host>> hosts_;
   unsigned inFlight_ = 0;
+  std::uint64_t generations_ = 0;
 };
 
 }  // namespace sim

@@ -69,7 +69,7 @@ class HostInterface final : public platform::DeviceModel, private RingBus {
 
   void Reset();
   RingRegister FindRingRegister(std::uint32_t offset);
-  std::uint32_t UnknownRegister(std::uint32_t offset, const char* access);
+  std::uint32_t BadAccess(std::uint32_t offset, const char* what);
 
   platform::Simulation& simulation_;
   HostInterfaceConfig config_;

@@ -19,30 +19,35 @@ struct CableOptions {
 
 class Link {
  public:
-  // `first` and `second` are the lane 0 adapters of two ports without a cable.
+  // `first` and `second` are the lane 0 adapters of two ports without a cable. Nothing happens before Start().
   Link(Fabric& fabric, Adapter& first, Adapter& second, CableOptions options);
   ~Link();
   Link(const Link&) = delete;
   Link& operator=(const Link&) = delete;
+  void Start() { Evaluate(); }
 
   Adapter& end(unsigned index) const { return *ends_[index]; }
-  Adapter& otherEnd(const Adapter& adapter) const;  // the adapter that `adapter`'s lane leads to
-  Adapter& farPort(const Router& router) const;     // the lane 0 adapter at the end that is not `router`'s
-  const CableOptions& options() const { return options_; }
-  bool laneUp(unsigned lane) const { return lanes_[lane].up; }
+  // The adapter that this end's lane leads to; null when it is not wired.
+  Adapter* Opposite(const Adapter& adapter) const;
+  bool LaneUp(const Adapter& adapter) const;
   bool anyLaneUp() const { return lanes_[0].up || lanes_[1].up; }
+  // Keeps its routers in their places: up, or resting in a power state.
+  bool attached() const { return lanes_[0].up || (paused_ && lanes_[0].training); }
+  bool paused() const { return paused_; }
   bool bonded() const { return bonded_; }
   unsigned gbpsPerLane() const { return speed_; }
   bool usb4() const;
-  // Changes whenever the link goes down: what was on its way is lost.
+  // Changes whenever the link goes down, and differs between cables: what was on its way is lost.
   std::uint64_t generation() const { return generation_; }
 
-  void Drop(platform::Time backAfter);  // loses the link as a bad cable does; it trains again after that time
-  void Retrain();                       // far router was reset: down and up again
-  void Pause();                         // power saving: lanes off, bonding kept
-  void Resume(platform::Time after);    // lanes up again as they were, without an event
-  void Unplugged();                     // the cable has gone; only the fabric calls this, just before it frees the link
-  void AdapterControlWritten();         // LANE_ADP_CS_1 of one of the four adapters was written
+  void Drop(platform::Time backAfter);             // as a bad cable does; it trains again after that time
+  void Retrain();                                  // a router at one end was reset: down, and up again at once
+  void Pause();                                    // power saving: lanes off, bonding kept, nobody told
+  void Resume(platform::Time after);               // lanes up again as they were
+  void ResumeUntrained();                          // the lanes have forgotten everything and train anew
+  void Unplugged();                                // the cable has gone; the fabric frees the link afterwards
+  void LaneControlWritten(bool bondingRequested);  // LANE_ADP_CS_1 of one of the four adapters was written
+  void Show();                                     // what the link knows, in the registers of both ends again
 
  private:
   struct Lane {
@@ -50,26 +55,39 @@ class Link {
     bool up = false;
     bool training = false;
   };
+  struct Position {
+    unsigned end = 0;
+    unsigned lane = 0;
+  };
   Adapter* LaneAdapter(unsigned end, unsigned lane) const;
-  void Evaluate();  // starts training where both ends want a lane, drops it where one does not
+  Position Find(const Adapter& adapter) const;
+  bool Wanted(unsigned lane) const;
+  // Starts training where both ends want a lane, drops it where one does not.
+  void Evaluate();
   void StartTraining(unsigned lane);
-  void LaneCameUp(unsigned lane, bool quiet);
-  void LaneWentDown(unsigned lane);
-  void ShowState(unsigned lane);
+  void LaneCameUp(unsigned lane);
+  void TakeDown();  // all lanes, then tells the fabric once
+  void Release();
+  void BringUp();
   void EvaluateBonding();
+  void FinishBonding();
+  bool BondingWanted() const;
   void SetBonded(bool bonded);
-  void ShowPort();
+  void ShowLane(unsigned end, unsigned lane);
+  void ShowPort(unsigned end);
+  void After(platform::Time delay, const char* name, void (Link::*action)());
   unsigned NegotiatedSpeed() const;
 
   Fabric& fabric_;
   std::array<Adapter*, 2> ends_;
   CableOptions options_;
   std::array<Lane, 2> lanes_;
-  unsigned speed_;
+  unsigned speed_ = 10;
   bool bonded_ = false;
   bool bondingPending_ = false;
-  bool held_ = false;  // between Drop or Pause and the moment it may train again
-  std::uint64_t generation_ = 0;
+  bool held_ = false;    // after Drop: may not train yet
+  bool paused_ = false;  // between Pause and Resume
+  std::uint64_t generation_;
   std::shared_ptr<bool> alive_;  // events outlive the cable
 };
 

@@ -17,6 +17,15 @@
 namespace sim {
 
 class Fabric;
+class Router;
+
+// Where a router physically is. Upstream adapter 0: no link leads to a host.
+struct Place {
+  Router* host = nullptr;
+  unsigned upstream = 0;
+  std::uint64_t route = 0;
+  unsigned depth = 0;
+};
 
 // Router space dwords.
 inline constexpr unsigned kRouterCs1 = 1;
@@ -47,25 +56,22 @@ class Router {
   Adapter* adapter(unsigned number) const;  // null above the maximum and for number 0
 
   // --- place in the domain
-  // ----------------------------------------------------------------------------------------------------
   bool configured() const { return (space_.Get(kRouterCs3) & kConfigurationValid) != 0; }
   std::uint64_t configuredRoute() const;
-  // Where it physically is, as the fabric sees it: upstream adapter 0 while no link leads to a host.
-  unsigned upstreamAdapter() const { return upstream_; }
-  std::uint64_t physicalRoute() const { return route_; }
-  unsigned depth() const { return depth_; }
-  void SetPlace(unsigned upstream, std::uint64_t route, unsigned depth);
+  const Place& place() const { return place_; }
+  unsigned upstreamAdapter() const { return place_.upstream; }
+  void SetPlace(const Place& place);
 
   // --- control packets
-  // -------------------------------------------------------------------------------------------------------- Answers a
+  // Answers a
   // packet that ends here and came in through `arrival`; nothing for acknowledgements and what a router drops.
   std::optional<ControlPacket> Handle(const ControlPacket& packet, unsigned arrival);
   // Records a mistake of the driver; "router 1 adapter 3: " or "router 1: " goes before the text (adapter 0: none).
   void Misuse(unsigned adapter, const std::string& text) const;
 
   // --- events
-  // -----------------------------------------------------------------------------------------------------------------
   NotificationQueue& notifications() { return notifications_; }
+  const NotificationQueue& notifications() const { return notifications_; }
   // Reports a change at an adapter to the manager if that is enabled and the router is enumerated.
   void PlugChanged(Adapter& adapter, bool unplug);
   // Hot-plug reporting is on: an enumerated USB4 router, or a Thunderbolt 3 router whose plug events are switched on.
@@ -73,10 +79,12 @@ class Router {
   void Reset();
   // Counts resets: what was begun before one never completes.
   std::uint64_t life() const { return life_; }
-  // Forgets what a power state without the sleep handshake loses; links are the fabric's business.
-  void LosePower();
-  bool sleepArmed() const;
-  void ClearSleep();
+  // --- power: links are the fabric's business
+  void LosePower();              // everything is lost, reservations too
+  bool sleepArmed() const;       // the manager has asked for sleep with the proper handshake
+  void ClearSleep();             // awake again
+  bool stateKept = true;         // of the power state that the router is in or came out of last
+  platform::Time busyUntil = 0;  // packets are answered one after the other
 
   RouterOperations& operations() { return operations_; }
   RouterServices& services() { return services_; }
@@ -87,9 +95,8 @@ class Router {
   void WatchSleep();
   void CheckTopologyWritten();
   void ScheduleStartEvents();
-  void SetBitLater(const DelayRange& delay, const char* fault, unsigned offset, std::uint32_t bit);
+  void SetBitLater(const DelayRange& delay, platform::SiteName fault, unsigned offset, std::uint32_t bit);
 
-  ErrorCode CheckRequest(const ControlPacket& packet, unsigned arrival) const;
   std::optional<ControlPacket> HandleAccess(const ControlPacket& packet, unsigned arrival);
   void HandleAcknowledge(const ControlPacket& packet);
   ConfigSpace* FindSpace(const AddressWord& address, ErrorCode& error);
@@ -102,9 +109,7 @@ class Router {
   NotificationQueue notifications_;
   RouterOperations operations_;
   RouterServices services_;
-  unsigned upstream_ = 0;
-  std::uint64_t route_ = 0;
-  unsigned depth_ = 0;
+  Place place_;
   std::uint64_t life_ = 0;
 };
 

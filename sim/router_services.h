@@ -7,6 +7,7 @@
 
 namespace sim {
 
+class Adapter;
 class Router;
 
 class RouterServices {
@@ -23,11 +24,20 @@ class RouterServices {
   // Scripted hardware: the posting takes this long instead of a drawn time.
   void SetPostingTime(platform::Time time) { postingTime_ = time; }
 
+  // --- link controller: all do nothing, or give 0, on routers without one
+  bool sleepArmed() const;
+  void ClearSleep();
+  std::uint32_t PortControl(const Adapter& port) const;
+  // Thunderbolt 3 routers say in the link controller whether both lanes of a port are wired.
+  void ShowBondingPossible(const Adapter& port, bool possible);
+
   unsigned tmuCapability = 0;  // router space offsets, 0 where the router has none
   unsigned plugEventsCapability = 0;
   unsigned linkControllerCapability = 0;
 
  private:
+  // Router space offset of a port block; 0 when there is no such block.
+  unsigned PortBlock(unsigned index) const;
   void DefineTmu();
   void PostTimeWritten();
 

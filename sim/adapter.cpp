@@ -1,0 +1,164 @@
+// One adapter of a router.
+#include "sim/adapter.h"
+
+#include "sim/capability_layout.h"
+#include "sim/fabric.h"
+#include "sim/link.h"
+#include "sim/protocol_adapters.h"
+#include "sim/router.h"
+
+namespace sim {
+namespace {
+
+using enum BitKind;
+
+constexpr std::uint32_t kTotalMask = 0x3FFu << 20;
+constexpr std::uint32_t kPathValid = 1u << 31;
+constexpr std::uint32_t kPathPending = 1u << 28;
+constexpr RegisterRules kPathWord0{{31, 0, ReadWrite}, {30, 25, ReservedZero}};
+constexpr RegisterRules kPathWord1{{27, 0, ReadWrite}, {7, 4, ReservedZero}, {28, 28, Status}, {31, 29, ReservedZero}};
+// The entry that carries control packets belongs to the hardware.
+constexpr RegisterRules kControlEntry{{31, 0, Preserve}};
+
+struct Entry {
+  std::uint32_t word0;
+  std::uint32_t word1;
+};
+
+// What unused entries hold after reset.
+Entry UnusedEntry(std::uint32_t type, unsigned hop) {
+  if (type == kTypeHostInterface) return {0x00200000, 0x05000000};
+  if ((type == kTypePcieDown || type == kTypePcieUp) && hop == 8) return {0x000E0000, 0x01000000};
+  if ((type == kTypeDpIn || type == kTypeDpOut) && hop == 8) return {0x00060000, 0x01000000};
+  if ((type == kTypeDpIn || type == kTypeDpOut) && hop == 9) return {0x001A0000, 0};
+  return {0, 0};
+}
+
+}  // namespace
+
+Adapter::Adapter(Router& router, const AdapterModel& model) : router_(router), model_(model) {
+  if (!implemented()) return;
+  DefineHeader();
+  DefineAdapterCapabilities(*this, router.model().laneSpeeds);
+  DefinePaths();
+  for (unsigned word = 0; word < 3 * model_.counterSets; ++word) countersSpace_.Define(word, 0, kAllReadWrite);
+  WatchBuffers();
+  if (laneCapability != 0) {
+    adapterSpace_.OnWrite(laneCapability + 1, [this](const ConfigSpace::Access& access) {
+      if (link != nullptr) {
+        link->LaneControlWritten((access.started & kLaneBonding) != 0);
+      } else {
+        SetLaneState(laneDisabled() ? LaneState::Disabled : LaneState::Disconnected);
+      }
+    });
+  }
+  WatchProtocolAdapter(*this);
+}
+
+std::string Adapter::Name() const {
+  return router_.name() + ":" + std::to_string(number());
+}
+
+void Adapter::DefineHeader() {
+  const unsigned first = model_.capabilities.empty() ? 0 : model_.capabilities.front().offset;
+  const bool lane = model_.type == kTypeLane;
+  adapterSpace_.Define(0, static_cast<std::uint32_t>(router_.model().device) << 16 | router_.model().vendor);
+  adapterSpace_.Define(1, first | (model_.counterSets & 0x7FF) << 8 | (model_.counterSets != 0 ? 1u << 19 : 0));
+  adapterSpace_.Define(2, model_.type);
+  adapterSpace_.Define(3, model_.number << 20);
+  adapterSpace_.Define(kAdpBuffers, model_.bufferWord, {{9, 0, ReadWrite}, {31, 20, Status}});
+  // Lane adapters of USB4 routers keep quiet until the manager has read them.
+  const bool quiet = lane && router_.model().usb4();
+  adapterSpace_.Define(kAdpHops, (model_.hop & 0x7FF) | (model_.hop & 0x7FF) << 11 | (quiet ? kAdpDisableHotPlug : 0),
+                       {{28, 22, ReadWrite}, {31, 31, ReadWrite}});
+  for (unsigned offset = 6; offset <= 8; ++offset) adapterSpace_.Define(offset, 0);
+}
+
+void Adapter::DefinePaths() {
+  if (model_.type == kTypeInactive) return;
+  const bool carriesControl = model_.type == kTypeLane || model_.type == kTypeHostInterface;
+  for (unsigned hop = 0; hop <= model_.hop; ++hop) {
+    Entry entry = UnusedEntry(model_.type, hop);
+    const bool control = hop == 0 && carriesControl;
+    if (control) entry = {0x80040000 | model_.number, 0x21000001};
+    pathSpace_.Define(2 * hop, entry.word0, control ? kControlEntry : kPathWord0);
+    pathSpace_.Define(2 * hop + 1, entry.word1, control ? kControlEntry : kPathWord1);
+    if (!control) WatchPathEntry(hop);
+  }
+}
+
+// A path that is switched off stays pending until what is on its way has drained.
+void Adapter::WatchPathEntry(unsigned hop) {
+  const unsigned word1 = 2 * hop + 1;
+  pathSpace_.OnWrite(2 * hop, [this, hop, word1](const ConfigSpace::Access& access) {
+    if ((access.old & kPathValid) == 0 || (access.now & kPathValid) != 0) return;
+    const unsigned reads = router_.fabric().timing().DrawCount("sim.path.pending", 1, 0, 20);
+    pendingReads_[hop] = reads;
+    pathSpace_.SetBits(word1, kPathPending, kPathPending);
+  });
+  pathSpace_.OnRead(word1, [this, hop](std::uint32_t stored) {
+    auto pending = pendingReads_.find(hop);
+    if (pending == pendingReads_.end()) return stored;
+    if (router_.fabric().simulation().faults().Fires("path.never-drains")) return stored;
+    if (pending->second-- > 0) return stored;
+    pendingReads_.erase(pending);
+    pathSpace_.SetBits(2 * hop + 1, kPathPending, 0);
+    return stored & ~kPathPending;
+  });
+}
+
+// The lock can only be opened from outside; a written 1 does not close it.
+void Adapter::WatchBuffers() {
+  adapterSpace_.OnWrite(kAdpBuffers, [this](const ConfigSpace::Access& access) {
+    if ((access.written & kAdpLock) == 0) SetLock(false);
+  });
+}
+
+Adapter* Adapter::pair() const {
+  return model_.pair == 0 ? nullptr : router_.adapter(model_.pair);
+}
+
+LaneState Adapter::laneState() const {
+  return static_cast<LaneState>((adapterSpace_.Get(laneCapability + 1) >> 26) & 0xF);
+}
+
+void Adapter::SetLaneState(LaneState state) {
+  adapterSpace_.SetBits(laneCapability + 1, 0xFu << 26, static_cast<std::uint32_t>(state) << 26);
+}
+
+unsigned Adapter::targetWidth() const {
+  return (adapterSpace_.Get(laneCapability + 1) >> 4) & 0x3F;
+}
+
+unsigned Adapter::negotiatedWidth() const {
+  return (adapterSpace_.Get(laneCapability + 1) >> 20) & 0x3F;
+}
+
+void Adapter::SetNegotiatedWidth(unsigned lanes) {
+  adapterSpace_.SetBits(laneCapability + 1, 0x3Fu << 20, lanes << 20);
+}
+
+void Adapter::SetSpeed(unsigned gbpsPerLane) {
+  adapterSpace_.SetBits(laneCapability + 1, 0xFu << 16, (gbpsPerLane == 20 ? 4u : 8u) << 16);
+}
+
+bool Adapter::laneDisabled() const {
+  return (adapterSpace_.Get(laneCapability + 1) & kLaneDisable) != 0;
+}
+
+unsigned Adapter::lanesSpeedMask() const {
+  return (adapterSpace_.Get(laneCapability) >> 16) & 0xF;
+}
+
+void Adapter::SetTotalBuffers(unsigned buffers) {
+  adapterSpace_.SetBits(kAdpBuffers, kTotalMask, buffers << 20);
+}
+
+void Adapter::Reset() {
+  adapterSpace_.Reset();
+  pathSpace_.Reset();
+  countersSpace_.Reset();
+  pendingReads_.clear();
+}
+
+}  // namespace sim
