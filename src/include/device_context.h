@@ -1,0 +1,52 @@
+// The context of the function device of one host router: what callbacks, handlers and work items reach first.
+#pragma once
+#include <ntddk.h>
+#include <wdf.h>
+
+#include <cstdint>
+
+#include "include/atomic.h"
+#include "include/host_interface.h"
+#include "include/work.h"
+
+struct USB4_DOMAIN;
+struct USB4_XDOMAIN;
+
+inline constexpr std::uint32_t kInterruptCount = 4;
+
+struct DEVICE_EXTENSION {
+  WDFDEVICE Device;
+  WDFINTERRUPT Interrupts[kInterruptCount];  // in creation order, which is message order
+  std::uint32_t InterruptCount;              // created so far; may exceed the array when the bus offers more
+  USB4_HOST_INTERFACE* HostInterface;
+  USB4_DOMAIN* Domain;
+  KEVENT WorkDoneEvent;  // set by the main work callback when it ends a run while Suspending
+  WDFWORKITEM WorkItem;
+  LIST_ENTRY EventListHead;       // with QueuedEventCount guarded by WorkListMutex
+  AtomicLong WorkItemQueued;      // 1 while the main work item is queued or runs
+  SharedFlag BusStartPending;     // 1 from the first start until the bus has started
+  std::uint32_t ControllerIndex;  // 0 or 1
+  SharedFlag PoweredDown;         // 1 while the device is in D3: requests are not sent again
+  AtomicLong Suspending;          // 1 while a power-down runs: hot-plug events are ignored
+  std::uint8_t PreOsCmWorkAroundEnable;
+  std::uint32_t QueuedEventCount;
+  KMUTEX WorkListMutex;
+  WDFWORKITEM GenericXDomainWorkItem;
+  KMUTEX HandlerMutex;  // serialises the network receive handler
+  WDFQUEUE IoctlQueue;
+  WDFQUEUE InternalIoctlQueue;
+  WDFQUEUE PendingQueue0;
+  WDFQUEUE PendingQueue1;
+  WDFQUEUE PendingQueue2;
+  WDFQUEUE ReadQueue;
+  WDFQUEUE WriteQueue;
+  WDFWORKITEM NetCleanUpWorkItem;
+  KEVENT DeviceEvent;
+  USB4_XDOMAIN* XDomain;  // the peer host in use, guarded by XDomainMutex
+  KMUTEX XDomainMutex;
+  SharedFlag GenericWorkReady;  // 1 while the control channel runs: inter-domain work may be queued
+
+  EventNodeList Events() { return EventNodeList(EventListHead); }
+};
+
+WDF_DECLARE_CONTEXT_TYPE_WITH_NAME(DEVICE_EXTENSION, DeviceContextOf)

@@ -1,0 +1,50 @@
+// The domain of one host router: the connection manager's view of everything below the host interface.
+#pragma once
+#include <ntddk.h>
+
+#include <cstdint>
+
+#include "include/atomic.h"
+#include "include/pool.h"
+
+struct USB4_CTL;
+struct USB4_HOST_INTERFACE;
+struct USB4_SWITCH;
+
+struct USB4_DOMAIN {
+  static constexpr ULONG kPoolTag = PoolTag("sub6");
+  static constexpr ULONG kComputerNameTag = PoolTag("Tag1");
+
+  USB4_HOST_INTERFACE* HostInterface;
+  USB4_CTL* ControlChannel;
+  USB4_SWITCH* HostRouter;
+  std::uint8_t HostRouterIsUsb4;
+  std::uint32_t Kind;  // always 0
+  LIST_ENTRY TunnelListHead;
+  LIST_ENTRY DpResourceListHead;
+  LIST_ENTRY DeviceListHead;  // guarded by TopologyLock
+  SharedFlag Started;         // hot-plug events are handled only while it is set
+  SharedFlag DisplayRestore;
+  SharedFlag RuntimeIdle;  // the last power-down had no system power action
+  // A power reference on the device is held. IdleStopped is what callers test and change, by exchange; ReferenceTaken
+  // remembers that the framework granted one, since only a granted one may be given back.
+  AtomicLong IdleStopped;
+  AtomicLong ReferenceTaken;
+  KEVENT BusEvent;  // set when the bus has started, or has failed to
+  std::uint8_t Usb3TunnelSupported;
+  std::uint8_t PcieTunnelSupported;
+  char* ComputerName;  // NUL-terminated
+  std::uint8_t NetworkDirectoryUuid[16];
+  AtomicLong TunnelCount;
+  AtomicLong Usb3TunnelCount;
+  AtomicLong PcieTunnelCount;
+  AtomicLong DpTunnelCount;
+  // Held for pointer work only, never over register access, a wait or a callback.
+  KSPIN_LOCK TopologyLock;
+  // Held while one event is handled, and by start, stop and suspend: the topology changes only under it.
+  KMUTEX RunLock;
+  // Set when a power-down gave up waiting for the work loop. Until the power-down has the run lock, every access and
+  // sleep of the thread that handles events fails at once, so that the lock comes free.
+  SharedFlag RunAborted;
+  void* volatile EventThread;  // the thread that handles events, or null
+};

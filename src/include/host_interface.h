@@ -1,0 +1,29 @@
+// The host interface of one host router: its mapped registers, its DMA enabler, and its rings by hop.
+#pragma once
+#include <ntddk.h>
+#include <wdf.h>
+
+#include <cstdint>
+
+#include "include/atomic.h"
+#include "include/pool.h"
+#include "include/ring.h"
+
+struct USB4_HOST_INTERFACE {
+  static constexpr ULONG kPoolTag = PoolTag("Tag3");
+  static constexpr ULONG kRingArrayTag = PoolTag("Tag6");
+
+  std::uint32_t State;  // 0 once BAR0 is mapped
+  WDFDEVICE Device;
+  void* RegisterBase;            // the mapping of BAR0
+  std::uint32_t RegisterLength;  // bytes
+  WDFDMAENABLER DmaEnabler;
+  std::uint32_t HopCount;  // rings per direction, as the hardware says; 0: preparation stopped early
+  // Rings by hop; the two arrays and their slots are guarded by HopLock.
+  USB4_RING** TransmitRings;
+  USB4_RING** ReceiveRings;
+  KSPIN_LOCK HopLock;
+  // The mask and vector registers hold bits of all rings; each read-modify-write of them runs under this lock.
+  KSPIN_LOCK InterruptLock;
+  SharedFlag DiagnosticsEnabled;
+};
