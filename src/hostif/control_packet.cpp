@@ -79,8 +79,8 @@ KIV_RESULT KivUsb4CheckConfigAddress(std::uint32_t addressWord, const USB4_REGIS
 bool KivUsb4AsyncError(const USB4_CTL_PKG* packet) {
   if (packet->Pdf() != USB4_PDF_NOTIFICATION) return false;
   // The code compared here is the low nibble of the buffer's address, not of the error word. Buffers are aligned to 16
-  // bytes and more, so it is always 0: every error packet goes on to the oldest outstanding request. Requests rely on that
-  // to fail at once instead of timing out, so it must stay.
+  // bytes and more, so it is always 0: every error packet goes on to the oldest outstanding request. Requests rely on
+  // that to fail at once instead of timing out, so it must stay.
   const auto code = SignExtend4(static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(packet->Buffer) & 0xF));
   return code == 1 || code == 12 || code == 13;
 }

@@ -70,8 +70,8 @@ constexpr std::uint32_t SwapBytes(std::uint32_t word) {
 // Whether a packet is a notification that nobody asked for. In effect never: see the definition.
 [[nodiscard]] bool KivUsb4AsyncError(const USB4_CTL_PKG* packet);
 
-// Writes a packet of `bytes` bytes (a multiple of 4, at most 252) into the DMA buffer in wire order, adds the CRC and sets
-// size and both type fields of the frame word.
+// Writes a packet of `bytes` bytes (a multiple of 4, at most 252) into the DMA buffer in wire order, adds the CRC and
+// sets size and both type fields of the frame word.
 void BuildPacket(USB4_CTL_PKG* packet, const std::uint32_t* words, std::uint32_t bytes, std::uint32_t pdf);
 // Takes the CRC off a received packet whose size the caller has checked, compares it over the wire bytes and turns the
 // packet into host order in place. True when the CRC was good.

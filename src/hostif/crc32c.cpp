@@ -36,8 +36,8 @@ std::uint32_t LoadLittleEndian(const std::uint8_t* bytes) {
 
 // The four bytes of `word`, lowest first, followed by `after` zero bytes.
 std::uint32_t Advance(std::uint32_t word, std::size_t after) {
-  return kTables[after + 3][word & 0xFF] ^ kTables[after + 2][word >> 8 & 0xFF] ^ kTables[after + 1][word >> 16 & 0xFF] ^
-         kTables[after][word >> 24];
+  return kTables[after + 3][word & 0xFF] ^ kTables[after + 2][word >> 8 & 0xFF] ^
+         kTables[after + 1][word >> 16 & 0xFF] ^ kTables[after][word >> 24];
 }
 
 }  // namespace
