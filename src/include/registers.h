@@ -222,6 +222,11 @@ struct AdpCs1 : Register<AdapterSpace, 1> {
 struct AdpCs2 : Register<AdapterSpace, 2> {
   using Type = Field<23, 0>;
   static_assert(kTiles<Type, Kept<31, 24>>);
+  // The same 24 bits by their bytes.
+  using Subtype = Field<7, 0>;
+  using TypeVersion = Field<15, 8>;
+  using Protocol = Field<23, 16>;
+  static_assert(kTiles<Subtype, TypeVersion, Protocol, Kept<31, 24>>);
 };
 
 struct AdpCs4 : Register<AdapterSpace, 4> {

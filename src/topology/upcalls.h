@@ -1,0 +1,9 @@
+// What this room needs from rooms above it, and which room has it.
+#pragma once
+#include "include/host_interface.h"
+#include "include/switch.h"
+
+void KivUsb4XdomainRemove(USB4_XDOMAIN* xdomain);  // xdomain: takes a peer host away
+// ioctl: removes the router's diagnostics directory
+void KivUsb4SwitchLoggingExit(USB4_HOST_INTERFACE* hostInterface, const USB4_SWITCH* router);
+void KivUsb4FreeOrphanTunnels(const USB4_SWITCH* router);  // tunnel: records outside the list that run through it
