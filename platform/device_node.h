@@ -58,7 +58,6 @@ class DeviceNode final : public PciSlot {
   void WriteConfig(std::uint32_t offset, std::uint32_t value);
 
   // --- interrupts: vectors by message number
-  // ----------------------------------------------------------------------------
   void Connect(Interrupt& interrupt);
   void Disconnect(Interrupt& interrupt);
 

@@ -20,7 +20,6 @@ class PnpManager {
   DeviceNode* FindMemory(std::uint64_t busAddress, std::uint64_t bytes, std::uint32_t* offset);
 
   // --- transitions; each takes the transition lock
-  // ------------------------------------------------------------------------
   Status Start(DeviceNode& node);  // device add up to post-interrupts-enabled; the status of the first failure
   void Remove(DeviceNode& node);
   void SurpriseRemove(DeviceNode& node);

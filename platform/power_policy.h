@@ -27,7 +27,6 @@ class PowerPolicy {
   ~PowerPolicy();
 
   // --- from the driver
-  // ---------------------------------------------------------------------------------------------------
   void Assign(const IdleSettings& settings);  // restarts the idle timer
   void ArmForSystemWake(bool armed) { armedForSystemWake_ = armed; }
   // Takes a reference without waiting. True when the device is in D0 already.
@@ -38,24 +37,20 @@ class PowerPolicy {
   std::int64_t References() const { return references_; }
 
   // --- from power-managed queues: a request that is in one, or that the driver owns from one
-  // ------------------------------
   void RequestArrived();
   void RequestGone();
-  // Waits until the driver owns none of them.
   std::int64_t Requests() const { return requests_; }
 
   // --- from the hardware, on the scheduler's stack
-  // ------------------------------------------------------------------------
   void WakeSignalled();
 
   // --- from the transitions
-  // -----------------------------------------------------------------------------------------------
   PowerPhase phase() const { return phase_; }
   void Enter(PowerPhase phase);  // lets waiters go (D0), fails them (GoingDown, Off), starts and stops the idle timer
-  bool MayIdle() const;          // nobody holds the device
-  bool WantsD0() const;          // somebody does, or the hardware has signalled
+  bool IdleDue() const;          // the idle time-out has run out and still nobody holds the device
+  bool WantsD0() const;          // somebody holds it or its hardware has signalled, and the system is awake
+  bool WakesSystem() const;      // armed, and its hardware has signalled while the system went to sleep
   SystemPowerAction action = SystemPowerAction::None;  // of the transition in progress
-  bool systemAsleep = false;                           // between system sleep and resume
 
   bool WorkerBusy() const { return worker_.Busy(); }
   void Stop();  // before the node goes

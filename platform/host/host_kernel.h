@@ -131,6 +131,15 @@ class HostKernel {
   class PnpManager& pnp() {
     return *pnp_;
   }
+  class LoadedDriver& driver() {
+    return *driver_;
+  }
+  class DeviceInits& deviceInits() {
+    return *deviceInits_;
+  }
+  class DmaMemory& dmaMemory() {
+    return *dmaMemory_;
+  }
 
  private:
   Simulation& simulation_;
@@ -139,6 +148,9 @@ class HostKernel {
   std::unique_ptr<Pool> pool_;
   std::unique_ptr<IoMappings> mappings_;
   std::unique_ptr<Registry> registry_;
+  std::unique_ptr<DmaMemory> dmaMemory_;
+  std::unique_ptr<LoadedDriver> driver_;
+  std::unique_ptr<DeviceInits> deviceInits_;
   std::unique_ptr<ObjectTable> objects_;
   std::unique_ptr<PnpManager> pnp_;
 };

@@ -1,0 +1,64 @@
+// The framework's device object, and the init structure that becomes one.
+#pragma once
+#include <array>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/wdf_object.h"
+
+namespace platform {
+class DeviceNode;
+}
+
+// What the driver asks for before the device exists. The platform's own record behind the published opaque name.
+struct WDFDEVICE_INIT__ {
+  platform::DeviceNode* node = nullptr;
+  WDF_PNPPOWER_EVENT_CALLBACKS callbacks{};
+  WDF_DEVICE_IO_TYPE ioType = WdfDeviceIoBuffered;
+  DEVICE_TYPE deviceType = FILE_DEVICE_UNKNOWN;
+  bool exclusive = false;
+  std::optional<WDF_CHILD_LIST_CONFIG> childList;
+};
+
+namespace platform {
+
+class Interrupt;
+class IoTarget;
+class Queue;
+
+constexpr std::size_t kRequestTypes = 32;
+
+class Device final : public Object {
+ public:
+  static constexpr ObjectType kType = ObjectType::Device;
+  Device(DeviceNode& node, const WDFDEVICE_INIT& init);
+  void Release() override;
+  WDFDEVICE handle() const { return Handle<WDFDEVICE>(); }
+
+  DeviceNode& node;
+  const WDF_PNPPOWER_EVENT_CALLBACKS callbacks;
+  const WDF_DEVICE_IO_TYPE ioType;
+  const std::optional<WDF_CHILD_LIST_CONFIG> childListConfig;
+  ULONG alignment = FILE_BYTE_ALIGNMENT;
+  std::array<Queue*, kRequestTypes> routes{};  // by WDF_REQUEST_TYPE; null: to the default queue
+  Queue* defaultQueue = nullptr;
+  std::vector<Queue*> queues;
+  std::vector<Interrupt*> interrupts;  // in order of creation
+  IoTarget* defaultTarget = nullptr;
+  bool preparing = false;               // interrupts made now go with release hardware
+  std::vector<std::string> interfaces;  // class GUIDs as "{...}"
+};
+
+// The init structures that live, so that one used after WdfDeviceCreate has freed it is caught.
+class DeviceInits {
+ public:
+  PWDFDEVICE_INIT Create(DeviceNode& node);
+  bool Known(PWDFDEVICE_INIT init) const;
+  void Free(PWDFDEVICE_INIT init);
+
+ private:
+  std::vector<std::unique_ptr<WDFDEVICE_INIT>> live_;
+};
+
+}  // namespace platform
