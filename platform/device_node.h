@@ -8,6 +8,7 @@
 
 #include "platform/host/device_model.h"
 #include "platform/host/host_kernel.h"
+#include "platform/io_mappings.h"
 #include "platform/power_policy.h"
 #include "platform/scheduler.h"
 
@@ -41,19 +42,15 @@ class DeviceNode final : public PciSlot {
   std::uint64_t DroppedMessages() const override { return droppedMessages_; }
   void SignalWake() override { policy.WakeSignalled(); }
 
+  void Attach();  // once: to the bus, the registry and the model
+  void Appear();  // the function is there (again), in D0 as far as the bus is concerned
+
   DeviceId id() const { return id_; }
   const DeviceConfig& config() const { return config_; }
   DeviceModel& model() { return *config_.model; }
+  const std::string& registryPath() const { return registryPath_; }  // of the device-parameters key
 
-  // --- registers: what the register access calls ask before they touch the model
-  // --------------------------------------- Surprise-removed: every read of registers and of configuration space gives
-  // all ones, writes go nowhere.
-  bool Gone() const { return gone; }
-  // False from the end of D0 exit (to D1 .. D3) until the next D0 entry: an access is a violation.
-  bool RegistersReachable() const { return registersReachable; }
-  // Offset of the bus address in this function's first memory resource; false when [busAddress, +bytes) is not inside
-  // it.
-  bool ContainsMemory(std::uint64_t busAddress, std::uint64_t bytes, std::uint32_t* offset) const;
+  // --- configuration space; all ones once the function is gone ---
   std::uint32_t ReadConfig(std::uint32_t offset);  // an aligned dword; runs the model on the scheduler's stack
   void WriteConfig(std::uint32_t offset, std::uint32_t value);
 
@@ -61,21 +58,26 @@ class DeviceNode final : public PciSlot {
   void Connect(Interrupt& interrupt);
   void Disconnect(Interrupt& interrupt);
 
+  // Registers answer, are a violation to touch (from D0 exit to Dx until the next D0 entry), or read all ones.
+  void SetRegisterAccess(RegisterAccess access);
   // Moves the function itself, on the scheduler's stack; a function that is gone is not asked.
   void SetFunctionPower(FunctionPower state);
 
   Device* device = nullptr;  // the framework's device object, while there is one
   PnpState state = PnpState::Removed;
-  bool gone = false;
-  bool registersReachable = false;
+  DevicePower power = DevicePower::Off;
+  bool gone = false;  // surprise-removed: registers and configuration space read all ones, writes go nowhere
   std::int64_t busInterfaceReferences = 0;  // handed out and not given back
   PowerPolicy policy;
   TransitionLock transition;
 
  private:
+  std::byte* FindDma(const char* verb, std::uint64_t busAddress, std::size_t bytes);
+
   HostKernel& kernel_;
   DeviceId id_;
   DeviceConfig config_;
+  std::string registryPath_;
   std::vector<Interrupt*> vectors_;  // by message; null: disconnected
   std::uint64_t droppedMessages_ = 0;
 };

@@ -10,35 +10,39 @@ namespace platform {
 
 class PnpManager {
  public:
-  explicit PnpManager(HostKernel& kernel);
-  ~PnpManager();
+  explicit PnpManager(HostKernel& kernel) : kernel_(kernel) {}
 
   DeviceNode& Add(const DeviceConfig& config);
-  DeviceNode* Find(DeviceId id);
+  DeviceNode* Find(DeviceId id) const;
   const std::vector<std::unique_ptr<DeviceNode>>& nodes() const { return nodes_; }
-  // The function whose first memory resource holds [busAddress, +bytes); null when there is none.
-  DeviceNode* FindMemory(std::uint64_t busAddress, std::uint64_t bytes, std::uint32_t* offset);
 
-  // --- transitions; each takes the transition lock
+  // --- transitions; each takes the transition lock ---
   Status Start(DeviceNode& node);  // device add up to post-interrupts-enabled; the status of the first failure
   void Remove(DeviceNode& node);
-  void SurpriseRemove(DeviceNode& node);
+  // The function is gone from now on; the driver is told by FinishSurpriseRemoval.
+  void BeginSurpriseRemoval(DeviceNode& node);
+  void FinishSurpriseRemoval(DeviceNode& node);
   void SystemSleep(SystemPowerAction action);
   void SystemResume();
   void IdleDown(DeviceNode& node);  // to Dx when still nobody holds it
   void WakeUp(DeviceNode& node);    // from runtime idle to D0
 
+  bool SystemAsleep() const { return systemAsleep_; }
   bool Busy() const;
   int verbs = 0;  // begun and not ended
-  bool systemAsleep = false;
 
  private:
   Status AddDevice(DeviceNode& node);
   Status StartDevice(DeviceNode& node);
+  Status PrepareHardware(Device& device);
+  void ReleaseHardware(Device& device);
   void TearDown(DeviceNode& node, PnpState endState);
+  void Resume(DeviceNode& node);
 
   HostKernel& kernel_;
   std::vector<std::unique_ptr<DeviceNode>> nodes_;
+  TransitionLock systemTransition_;
+  bool systemAsleep_ = false;  // from the beginning of system sleep to the beginning of resume
 };
 
 }  // namespace platform

@@ -8,17 +8,20 @@
 
 namespace platform {
 
-PowerPolicy::PowerPolicy(DeviceNode& node)
+PowerPolicy::PowerPolicy(DeviceNode& node, HostKernel& kernel, DeviceId id)
     : node_(node),
-      worker_(node.kernel(), "power policy of device " + std::to_string(node.id()), [this] { RunWorker(); }) {}
+      kernel_(kernel),
+      worker_(kernel, "power policy of device " + std::to_string(id), [this] { RunWorker(); }) {}
 
 PowerPolicy::~PowerPolicy() {
   StopIdleTimer();
 }
 
-void PowerPolicy::Stop() {
+void PowerPolicy::Reset() {
   StopIdleTimer();
-  worker_.Stop();
+  idle_ = {};
+  armedForSystemWake_ = wakeSignalled_ = false;
+  references_ = 0;
 }
 
 void PowerPolicy::Assign(const IdleSettings& settings) {
@@ -35,7 +38,7 @@ bool PowerPolicy::Reference() {
 
 bool PowerPolicy::ReferenceAndWait(Scheduler& scheduler) {
   // A power-down that has begun may itself wait for the caller, so that it is refused, not queued behind it.
-  if (phase_ == PowerPhase::Off || phase_ == PowerPhase::GoingDown || node_.kernel().pnp().systemAsleep) return false;
+  if (phase_ == PowerPhase::Off || phase_ == PowerPhase::GoingDown || kernel_.pnp().SystemAsleep()) return false;
   if (Reference()) return true;
   Waiter waiter{Scheduler::Current()};
   waiters_.push_back(&waiter);
@@ -49,6 +52,10 @@ bool PowerPolicy::Dereference() {
   return true;
 }
 
+bool PowerPolicy::WaitsForD0(const Task* task) const {
+  return std::any_of(waiters_.begin(), waiters_.end(), [task](const Waiter* waiter) { return waiter->task == task; });
+}
+
 void PowerPolicy::RequestArrived() {
   ++requests_;
   StopIdleTimer();
@@ -60,11 +67,9 @@ void PowerPolicy::RequestGone() {
 }
 
 void PowerPolicy::WakeSignalled() {
-  HostKernel& kernel = node_.kernel();
-  if (action != SystemPowerAction::None || kernel.pnp().systemAsleep) {
-    if (!armedForSystemWake_) return;
-    wakeSignalled_ = true;
-    if (kernel.pnp().systemAsleep) kernel.SystemResumeAsync();
+  if (action != SystemPowerAction::None || kernel_.pnp().SystemAsleep()) {
+    if (armedForSystemWake_ && !wakeSignalled_) kernel_.SystemResumeAsync();
+    wakeSignalled_ = armedForSystemWake_;
   } else if (idle_.canWake && (phase_ == PowerPhase::Dx || phase_ == PowerPhase::GoingDown)) {
     wakeSignalled_ = true;
     if (phase_ == PowerPhase::Dx) worker_.Queue();
@@ -97,18 +102,14 @@ bool PowerPolicy::IdleDue() const {
 }
 
 bool PowerPolicy::WantsD0() const {
-  if (node_.kernel().pnp().systemAsleep || action != SystemPowerAction::None) return false;
+  if (kernel_.pnp().SystemAsleep() || action != SystemPowerAction::None) return false;
   return references_ > 0 || requests_ > 0 || wakeSignalled_;
-}
-
-bool PowerPolicy::WakesSystem() const {
-  return armedForSystemWake_ && wakeSignalled_;
 }
 
 void PowerPolicy::RestartIdleTimer() {
   StopIdleTimer();
   if (phase_ != PowerPhase::D0 || !idle_.enabled || references_ != 0 || requests_ != 0) return;
-  idleTimer_ = node_.kernel().simulation().After(idle_.timeout, "idle time-out", [this] {
+  idleTimer_ = kernel_.simulation().After(idle_.timeout, "idle time-out", [this] {
     idleTimer_ = 0;
     idleDue_ = true;
     worker_.Queue();
@@ -117,12 +118,12 @@ void PowerPolicy::RestartIdleTimer() {
 
 void PowerPolicy::StopIdleTimer() {
   idleDue_ = false;
-  if (idleTimer_ != 0) node_.kernel().simulation().Cancel(std::exchange(idleTimer_, 0));
+  if (idleTimer_ != 0) kernel_.simulation().Cancel(std::exchange(idleTimer_, 0));
 }
 
 void PowerPolicy::RunWorker() {
-  if (idleDue_) node_.kernel().pnp().IdleDown(node_);
-  if (phase_ == PowerPhase::Dx && WantsD0()) node_.kernel().pnp().WakeUp(node_);
+  if (idleDue_) kernel_.pnp().IdleDown(node_);
+  if (phase_ == PowerPhase::Dx && WantsD0()) kernel_.pnp().WakeUp(node_);
 }
 
 void PowerPolicy::ReleaseWaiters(bool ok) {
@@ -130,7 +131,7 @@ void PowerPolicy::ReleaseWaiters(bool ok) {
     waiter->done = true;
     waiter->ok = ok;
     if (!ok) --references_;
-    node_.kernel().simulation().scheduler().Wake(*waiter->task);
+    kernel_.simulation().scheduler().Wake(*waiter->task);
   }
 }
 

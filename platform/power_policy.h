@@ -23,7 +23,7 @@ struct IdleSettings {
 
 class PowerPolicy {
  public:
-  explicit PowerPolicy(DeviceNode& node);
+  PowerPolicy(DeviceNode& node, HostKernel& kernel, DeviceId id);
   ~PowerPolicy();
 
   // --- from the driver
@@ -34,6 +34,7 @@ class PowerPolicy {
   // Takes a reference and waits for D0. False, without a reference, when a power-down is in progress or begins.
   [[nodiscard]] bool ReferenceAndWait(Scheduler& scheduler);
   [[nodiscard]] bool Dereference();  // false when none is held
+  bool WaitsForD0(const Task* task) const;
   std::int64_t References() const { return references_; }
 
   // --- from power-managed queues: a request that is in one, or that the driver owns from one
@@ -49,11 +50,10 @@ class PowerPolicy {
   void Enter(PowerPhase phase);  // lets waiters go (D0), fails them (GoingDown, Off), starts and stops the idle timer
   bool IdleDue() const;          // the idle time-out has run out and still nobody holds the device
   bool WantsD0() const;          // somebody holds it or its hardware has signalled, and the system is awake
-  bool WakesSystem() const;      // armed, and its hardware has signalled while the system went to sleep
   SystemPowerAction action = SystemPowerAction::None;  // of the transition in progress
 
   bool WorkerBusy() const { return worker_.Busy(); }
-  void Stop();  // before the node goes
+  void Reset();  // when the device object goes
 
  private:
   struct Waiter {
@@ -67,6 +67,7 @@ class PowerPolicy {
   void ReleaseWaiters(bool ok);
 
   DeviceNode& node_;
+  HostKernel& kernel_;
   PowerPhase phase_ = PowerPhase::Off;
   IdleSettings idle_;
   bool armedForSystemWake_ = false;

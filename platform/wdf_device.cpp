@@ -1,13 +1,14 @@
 // WdfDeviceCreate and what a device says about itself.
 #include "platform/wdf_device.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 #include "platform/device_node.h"
 #include "platform/wdf_driver.h"
+#include "platform/wdf_io_target.h"
+#include "platform/wdf_resources.h"
 
 namespace platform {
 
@@ -20,6 +21,12 @@ Device::Device(DeviceNode& owner, const WDFDEVICE_INIT& init)
 
 void Device::Release() {
   node.device = nullptr;
+}
+
+std::size_t Device::IndexOfDescriptors(const CM_PARTIAL_RESOURCE_DESCRIPTOR* raw,
+                                       const CM_PARTIAL_RESOURCE_DESCRIPTOR* translated) const {
+  const std::size_t index = rawResources->IndexOf(raw);
+  return index == translatedResources->IndexOf(translated) ? index : rawResources->size();
 }
 
 namespace {
@@ -37,9 +44,11 @@ std::u16string HardwareIds(const std::string& first) {
 }
 
 std::string GuidText(const GUID& guid) {
-  return fmt::format("{{{:08x}-{:04x}-{:04x}-{:02x}{:02x}-{:02x}{:02x}{:02x}{:02x}{:02x}{:02x}}}", guid.Data1,
-                     guid.Data2, guid.Data3, guid.Data4[0], guid.Data4[1], guid.Data4[2], guid.Data4[3], guid.Data4[4],
-                     guid.Data4[5], guid.Data4[6], guid.Data4[7]);
+  char text[40];
+  const UCHAR* rest = guid.Data4;
+  std::snprintf(text, sizeof(text), "{%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x}", guid.Data1, guid.Data2,
+                guid.Data3, rest[0], rest[1], rest[2], rest[3], rest[4], rest[5], rest[6], rest[7]);
+  return text;
 }
 
 bool AllDefault(const WDF_DEVICE_STATE& state) {
@@ -64,6 +73,8 @@ NTSTATUS WdfDeviceCreate(PWDFDEVICE_INIT* DeviceInit, PWDF_OBJECT_ATTRIBUTES Dev
   if (call.Fails()) return STATUS_INSUFFICIENT_RESOURCES;
   DeviceNode& node = *init.node;
   node.device = &call.kernel().objects().Add(std::make_unique<platform::Device>(node, init), options);
+  node.device->defaultTarget = &call.kernel().objects().Add(std::make_unique<IoTarget>(call.kernel(), node),
+                                                            ObjectOptions{.parent = node.device});
   call.kernel().deviceInits().Free(*DeviceInit);
   *DeviceInit = nullptr;
   *Device = node.device->handle();

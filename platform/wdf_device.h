@@ -26,6 +26,7 @@ namespace platform {
 class Interrupt;
 class IoTarget;
 class Queue;
+class ResourceList;
 
 constexpr std::size_t kRequestTypes = 32;
 
@@ -44,9 +45,17 @@ class Device final : public Object {
   std::array<Queue*, kRequestTypes> routes{};  // by WDF_REQUEST_TYPE; null: to the default queue
   Queue* defaultQueue = nullptr;
   std::vector<Queue*> queues;
+  bool acceptsRequests = false;   // from device add to the beginning of removal
+  std::int64_t managedOwned = 0;  // requests of power-managed queues that the driver owns; a power-down waits for them
+  Task* requestWaiter = nullptr;
   std::vector<Interrupt*> interrupts;  // in order of creation
   IoTarget* defaultTarget = nullptr;
-  bool preparing = false;               // interrupts made now go with release hardware
+  bool preparing = false;                // interrupts made now go with release hardware
+  ResourceList* rawResources = nullptr;  // while the hardware is prepared
+  ResourceList* translatedResources = nullptr;
+  // The index of the resource whose two descriptors these are; past the end when they are not of one resource.
+  std::size_t IndexOfDescriptors(const CM_PARTIAL_RESOURCE_DESCRIPTOR* raw,
+                                 const CM_PARTIAL_RESOURCE_DESCRIPTOR* translated) const;
   std::vector<std::string> interfaces;  // class GUIDs as "{...}"
 };
 

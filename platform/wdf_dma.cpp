@@ -13,7 +13,7 @@ void DmaEnabler::CheckDelete(KernelCall& call) {
 }
 
 // At the last reference, not at the deletion: who holds a reference may still use the memory.
-CommonBuffer::~CommonBuffer() {
+void CommonBuffer::Destroyed() {
   --enabler.liveBuffers;
   if (!kernel().dmaMemory().Free(buffer)) {
     kernel().simulation().Report(Rule::PoolOverrun, "bytes behind a common buffer were overwritten");

@@ -20,7 +20,7 @@ class CommonBuffer final : public Object {
   static constexpr ObjectType kType = ObjectType::CommonBuffer;
   CommonBuffer(DmaEnabler& owner, const DmaMemory::Buffer& memory)
       : Object(owner.kernel(), kType), enabler(owner), buffer(memory) {}
-  ~CommonBuffer() override;
+  void Destroyed() override;
 
   DmaEnabler& enabler;
   const DmaMemory::Buffer buffer;

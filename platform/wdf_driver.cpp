@@ -35,18 +35,18 @@ void LoadedDriver::Unload() {
   }
   kernel_.objects().Delete(call, *object);
   loaded_ = false;
-  ReportLeaks(call);
 }
 
-void LoadedDriver::ReportLeaks(KernelCall& call) {
+void LoadedDriver::ReportLeaks() {
   if (const std::size_t buffers = kernel_.LiveCommonBuffers()) {
-    call.Report(Rule::CommonBufferLeak, std::to_string(buffers) + " common buffers at unload",
-                static_cast<std::int64_t>(buffers));
+    kernel_.simulation().Report(Rule::CommonBufferLeak, std::to_string(buffers) + " common buffers at unload",
+                                static_cast<std::int64_t>(buffers));
   }
   if (const std::size_t objects = kernel_.LiveObjects()) {
     std::string kinds;
     for (const auto& [name, count] : kernel_.ObjectsByType()) kinds += " " + std::to_string(count) + " " + name;
-    call.Report(Rule::HandleLeak, "still referenced at unload:" + kinds, static_cast<std::int64_t>(objects));
+    kernel_.simulation().Report(Rule::HandleLeak, "still referenced at unload:" + kinds,
+                                static_cast<std::int64_t>(objects));
   }
 }
 

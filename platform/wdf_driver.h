@@ -23,13 +23,12 @@ class LoadedDriver {
   Status Load(DriverEntryFunction entry);
   void Unload();
   bool Loaded() const { return loaded_; }
+  void ReportLeaks();  // framework objects and common buffers that are left after the unload
 
   Driver* object = nullptr;  // the WDFDRIVER, from WdfDriverCreate to its deletion
   DRIVER_OBJECT wdm{};
 
  private:
-  void ReportLeaks(KernelCall& call);
-
   HostKernel& kernel_;
   std::u16string registryPath_;
   bool loaded_ = false;

@@ -1,6 +1,6 @@
 #include "platform/wdf_object.h"
 
-#include <cstring>
+#include "platform/pool.h"
 
 namespace platform {
 
@@ -11,11 +11,10 @@ namespace {
 constexpr std::uint64_t kHandleMark = 0x5D;
 constexpr unsigned kMarkShift = 56, kKernelShift = 48, kTypeShift = 44, kGenerationShift = 20;
 constexpr std::uint64_t kSlotMask = 0xFFFFF, kGenerationMask = 0xFFFFFF;
-constexpr unsigned kContextAlignment = 16;
 
 constexpr const char* kTypeNames[] = {"WDFDRIVER",    "WDFDEVICE",     "WDFQUEUE",        "WDFREQUEST",
                                       "WDFINTERRUPT", "WDFDMAENABLER", "WDFCOMMONBUFFER", "WDFWORKITEM",
-                                      "WDFIOTARGET",  "WDFCHILDLIST",  "WDFKEY",          "WDFCMRESLIST"};
+                                      "WDFIOTARGET",  "WDFKEY",        "WDFCMRESLIST"};
 static_assert(std::size(kTypeNames) == static_cast<std::size_t>(ObjectType::Count));
 
 std::uint64_t Number(const void* handle) {
@@ -52,7 +51,7 @@ void ObjectTable::Insert(std::unique_ptr<Object> object, const ObjectOptions& op
                                           static_cast<std::uint64_t>(slot.generation) << kGenerationShift | index);
   slot.object = std::move(object);
   added.options_ = options;
-  if (options.contextType) added.context_ = std::make_unique<std::byte[]>(options.contextType->ContextSize);
+  if (options.contextType) added.context_ = kernel_.pool().AllocateInternal(options.contextType->ContextSize);
   Link(added, options.parent);
   ++liveTotal_;
   ++live_[static_cast<std::size_t>(added.type_)];
@@ -98,6 +97,12 @@ Object& ObjectTable::FindEvenDeleted(KernelCall& call, const void* handle) {
   return *object;
 }
 
+bool ObjectTable::WasRequest(const void* handle) const {
+  const Object* object = Lookup(handle);
+  return Number(handle) >> kMarkShift == kHandleMark && TypeOf(handle) == ObjectType::Request &&
+         (object == nullptr || object->deleted_);
+}
+
 Object& ObjectTable::Find(KernelCall& call, const void* handle) {
   Object& object = FindEvenDeleted(call, handle);
   if (object.deleted_) ReportStale(call, handle);
@@ -122,6 +127,8 @@ void ObjectTable::Dereference(Object& object) {
   if (object.options_.destroy) {
     CallDriver(kernel_, "EvtDestroyCallback", [&] { object.options_.destroy(object.handle_); });
   }
+  object.Destroyed();
+  if (object.context_) kernel_.pool().FreeInternal(object.context_);
   Object* parent = object.parent_;
   const auto index = static_cast<std::uint32_t>(Number(object.handle_) & kSlotMask);
   --liveTotal_;
@@ -135,15 +142,7 @@ void ObjectTable::Dereference(Object& object) {
 
 void* ObjectTable::Context(Object& object, PCWDF_OBJECT_CONTEXT_TYPE_INFO type) {
   const PCWDF_OBJECT_CONTEXT_TYPE_INFO own = object.options_.contextType;
-  return own != nullptr && own->UniqueType == type->UniqueType ? object.context_.get() : nullptr;
-}
-
-std::vector<Object*> ObjectTable::All() const {
-  std::vector<Object*> all;
-  for (const Slot& slot : slots_) {
-    if (slot.object) all.push_back(slot.object.get());
-  }
-  return all;
+  return own != nullptr && own->UniqueType == type->UniqueType ? object.context_ : nullptr;
 }
 
 void ReportWrongType(KernelCall& call, const Object& object, ObjectType wanted) {
@@ -214,7 +213,6 @@ VOID WdfObjectDelete(WDFOBJECT Object) {
     case ObjectType::Driver:
     case ObjectType::Device:
     case ObjectType::ResourceList:
-    case ObjectType::ChildList:
     case ObjectType::Request:
       RequireArgument(call, false, "an object that the framework deletes itself");
       break;

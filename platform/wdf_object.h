@@ -28,7 +28,6 @@ enum class ObjectType : std::uint8_t {
   CommonBuffer,
   WorkItem,
   IoTarget,
-  ChildList,
   Key,
   ResourceList,
   Count
@@ -63,8 +62,10 @@ class Object {
 
   // Before anything of the object's deletion is done: reports what the driver must not do. `call` is the deleting one.
   virtual void CheckDelete(KernelCall&) {}
-  // After the cleanup callback: gives back what the object holds.
+  // After the cleanup callback: stops what the object does and unties it from others.
   virtual void Release() {}
+  // At the last reference: gives back the memory that the driver could still reach until now.
+  virtual void Destroyed() {}
 
  private:
   friend class ObjectTable;
@@ -78,7 +79,7 @@ class Object {
   Object* nextSibling_ = nullptr;
   Object* previousSibling_ = nullptr;
   ObjectOptions options_;
-  std::unique_ptr<std::byte[]> context_;
+  void* context_ = nullptr;  // from the host's pool, so that it is checked like the driver's own memory
 };
 
 class ObjectTable {
@@ -97,6 +98,8 @@ class ObjectTable {
   Object& Find(KernelCall& call, const void* handle);
   // The same for an object that is deleted but still referenced.
   Object& FindEvenDeleted(KernelCall& call, const void* handle);
+  // The handle is of a request that is completed.
+  bool WasRequest(const void* handle) const;
   // Deletes children first, calls cleanup, drops the creator's reference.
   void Delete(KernelCall& call, Object& object);
   void Reference(Object& object) { ++object.references_; }
@@ -107,8 +110,7 @@ class ObjectTable {
 
   std::size_t live() const { return liveTotal_; }
   std::size_t live(ObjectType type) const { return live_[static_cast<std::size_t>(type)]; }
-  // The objects that are still alive, oldest slot first.
-  std::vector<Object*> All() const;
+  unsigned NextWorkItem() { return ++workItems_; }  // numbers that name tasks, in order of creation
 
  private:
   struct Slot {
@@ -126,6 +128,7 @@ class ObjectTable {
   std::vector<Slot> slots_;
   std::vector<std::uint32_t> free_;
   std::size_t liveTotal_ = 0;
+  unsigned workItems_ = 0;
   std::array<std::size_t, static_cast<std::size_t>(ObjectType::Count)> live_{};
 };
 

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/host/device_model.h"
+#include "platform/host/io_request.h"
 #include "platform/host/simulation.h"
 
 struct _DRIVER_OBJECT;
@@ -95,6 +96,12 @@ class HostKernel {
   void SystemResumeAsync();
   bool Busy() const;  // a PnP or power transition is in progress or queued
 
+  // --- requests of clients ---
+  // Brings the request to the device's queues on a task of its own; completed when the driver has completed it.
+  std::shared_ptr<PendingIo> SendAsync(DeviceId id, IoRequest request);
+  // The same, and runs the simulation until it is completed or `within` has passed.
+  std::shared_ptr<PendingIo> Send(DeviceId id, IoRequest request, Time within = kNever);
+
   PnpState State(DeviceId id) const;
   DevicePower Power(DeviceId id) const;
   PowerReferences References(DeviceId id) const;
@@ -142,6 +149,9 @@ class HostKernel {
   }
 
  private:
+  void RunVerb(const char* name, std::function<void()> verb);
+  void BeginVerb(const char* name, std::function<void()> verb);
+
   Simulation& simulation_;
   HostKernelOptions options_;
   std::unique_ptr<KernelState> state_;  // outlives the pool, whose frees look for waiters
