@@ -1,0 +1,185 @@
+// Goal: the host interface's registers are where the driver's tables say, and nothing else is. Method: bare register
+// accesses and raised interrupts on a bench.
+#include "sim/host_interface.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/sim/rig.h"
+
+namespace sim::test {
+namespace {
+
+struct Bench {
+  explicit Bench(HostInterfaceConfig config = {}) : host(simulation, config, errors) { host.Attach(slot); }
+  std::string Errors() {
+    std::string text;
+    for (const ProtocolError& error : errors.list()) text += error.text + "\n";
+    return text;
+  }
+  platform::Simulation simulation;
+  FakeSlot slot{simulation};
+  ProtocolErrors errors;
+  HostInterface host;
+};
+
+TEST(HostInterface, EveryRegisterIsZeroAtReset) {
+  Bench bench({.hopCount = 12});
+  for (std::uint32_t hop = 0; hop < 12; ++hop) {
+    for (std::uint32_t offset : {0x0u, 0x4u, 0x8u, 0xCu}) {
+      EXPECT_EQ(bench.host.ReadRegister(16 * hop + offset), 0u);
+      EXPECT_EQ(bench.host.ReadRegister(0x8000 + 16 * hop + offset), 0u);
+    }
+    EXPECT_EQ(bench.host.ReadRegister(0x19800 + 32 * hop), 0u);
+    EXPECT_EQ(bench.host.ReadRegister(0x29804 + 32 * hop), 0u);
+  }
+  for (std::uint32_t vector = 0; vector < 16; ++vector) EXPECT_EQ(bench.host.ReadRegister(0x38C00 + 4 * vector), 0u);
+  for (std::uint32_t offset : {0x37800u, 0x37804u, 0x38200u, 0x38C40u, 0x38C44u, 0x38C48u})
+    EXPECT_EQ(bench.host.ReadRegister(offset), 0u);
+  EXPECT_EQ(bench.Errors(), "");
+}
+
+TEST(HostInterface, CapabilitiesCarryTheHopCountInTheLowTenBitsOnly) {
+  for (std::uint32_t hops : {0u, 1u, 12u, 21u, 32u, 1023u}) {
+    Bench bench({.hopCount = hops});
+    EXPECT_EQ(bench.host.ReadRegister(0x39640) & 0x3FF, hops);
+    EXPECT_NE(bench.host.ReadRegister(0x39640) >> 10, 0u) << "a driver that does not mask reads nonsense";
+    EXPECT_EQ(bench.Errors(), "");
+  }
+}
+
+TEST(HostInterface, UnknownOffsetsAndReadOnlyRegistersAreRecorded) {
+  struct Case {
+    bool write;
+    std::uint32_t offset;
+    const char* text;
+  };
+  const Case cases[] = {
+      {false, 0x000C0, "host interface: read of unknown register 0x000c0\n"},  // ring 12 of 12
+      {true, 0x080C8, "host interface: write of unknown register 0x080c8\n"},  // ring 12 of 12
+      {false, 0x19808, "host interface: read of unknown register 0x19808\n"},  // between two rings
+      {false, 0x37808, "host interface: read of unknown register 0x37808\n"},  // 36 status bits are two dwords
+      {false, 0x38204, "host interface: read of unknown register 0x38204\n"},  // 24 mask bits are one
+      {true, 0x38C4C, "host interface: write of unknown register 0x38c4c\n"},  // 24 vectors are three
+      {true, 0x39640, "host interface: write to read-only register 0x39640\n"},
+      {true, 0x37800, "host interface: write to read-only register 0x37800\n"},
+      {false, 0x3FFFC, "host interface: read of unknown register 0x3fffc\n"},
+      {true, 0x38200, ""},
+  };
+  for (const Case& c : cases) {
+    Bench bench({.hopCount = 12});
+    if (c.write) {
+      bench.host.WriteRegister(c.offset, 1);
+    } else {
+      EXPECT_EQ(bench.host.ReadRegister(c.offset), 0u);
+    }
+    EXPECT_EQ(bench.Errors(), c.text);
+  }
+}
+
+TEST(HostInterface, MaskAndThrottleRefuseBitsThatDoNotExist) {
+  Bench bench({.hopCount = 12});
+  bench.host.WriteRegister(0x38200, 0x01000001);
+  bench.host.WriteRegister(0x38C00, 0x101F4);
+  EXPECT_EQ(bench.host.ReadRegister(0x38200), 1u);
+  EXPECT_EQ(bench.host.ReadRegister(0x38C00), 0x1F4u);
+  EXPECT_EQ(bench.Errors(),
+            "host interface: interrupt mask of rings that do not exist: 0x01000000\n"
+            "host interface: reserved bits of a throttling register written: 0x000101f4\n");
+}
+
+TEST(Interrupts, AMessageGoesOutWhenAnUnmaskedBitRisesAndReadingClearsTheWholeDword) {
+  Bench bench({.hopCount = 12});
+  InterruptUnit& unit = bench.host.interrupts();
+  bench.host.WriteRegister(0x38C40, 0x00000000);  // ring interrupt 0: message 0
+  bench.host.WriteRegister(0x38C44, 0x00010000);  // ring interrupt 12: message 1
+  unit.Raise(12);
+  EXPECT_TRUE(bench.slot.messages.empty()) << "masked";
+  EXPECT_EQ(bench.host.ReadRegister(0x37800), 0x1000u) << "but the status shows it";
+
+  bench.host.WriteRegister(0x38200, 0x1001);
+  unit.Raise(12);
+  unit.Raise(12);
+  unit.Raise(0);
+  ASSERT_EQ(bench.slot.messages.size(), 2u) << "no second message while the bit stands";
+  EXPECT_EQ(bench.slot.messages[0].number, 1u);
+  EXPECT_EQ(bench.slot.messages[1].number, 0u);
+  EXPECT_EQ(bench.host.ReadRegister(0x37800), 0x1001u);
+  EXPECT_EQ(bench.host.ReadRegister(0x37800), 0u);
+}
+
+TEST(Interrupts, StatusBitsCrossDwordsWithTwentyOneHops) {
+  Bench bench({.hopCount = 21});
+  bench.host.interrupts().Raise(21);
+  bench.host.interrupts().Raise(41);
+  EXPECT_EQ(bench.host.ReadRegister(0x37800), 1u << 21);
+  EXPECT_EQ(bench.host.ReadRegister(0x37804), 1u << 9);
+}
+
+TEST(Interrupts, ThrottlingMergesWhatComesWithinTheIntervalIntoOneMessage) {
+  Bench bench({.hopCount = 12});
+  bench.host.WriteRegister(0x38C00, 500);  // 128 us
+  bench.host.WriteRegister(0x38200, 1);
+  auto raiseAt = [&](platform::Time when) {
+    bench.simulation.After(when, "raise", [&] {
+      bench.host.ReadRegister(0x37800);
+      bench.host.interrupts().Raise(0);
+    });
+  };
+  for (platform::Time us : {0, 10, 50, 127, 140, 500}) raiseAt(us * kUs);
+  bench.simulation.RunUntil({});
+  std::vector<platform::Time> times;
+  for (const FakeSlot::Message& message : bench.slot.messages) times.push_back(message.when / kUs);
+  EXPECT_EQ(times, (std::vector<platform::Time>{0, 128, 256, 500})) << "140 us waits for 256 us";
+}
+
+TEST(Interrupts, VectorsThrottleApart) {
+  Bench bench({.hopCount = 12});
+  for (std::uint32_t vector = 0; vector < 16; ++vector) bench.host.WriteRegister(0x38C00 + 4 * vector, 500);
+  bench.host.WriteRegister(0x38C40, 0x20);  // ring interrupt 1: message 2
+  bench.host.WriteRegister(0x38200, 3);
+  bench.host.interrupts().Raise(0);
+  bench.host.interrupts().Raise(1);
+  ASSERT_EQ(bench.slot.messages.size(), 2u);
+  EXPECT_EQ(bench.slot.messages[1].number, 2u);
+}
+
+TEST(HostPower, D3KeepsRegistersAndOffForgetsThem) {
+  Bench bench({.hopCount = 12});
+  bench.host.WriteRegister(0x38C00, 500);
+  bench.host.SetPower(platform::FunctionPower::D3Hot);
+  EXPECT_EQ(bench.host.ReadRegister(0x38C00), ~0u);
+  bench.host.SetPower(platform::FunctionPower::D0);
+  EXPECT_EQ(bench.host.ReadRegister(0x38C00), 500u);
+  bench.host.SetPower(platform::FunctionPower::Off);
+  bench.host.SetPower(platform::FunctionPower::D0);
+  EXPECT_EQ(bench.host.ReadRegister(0x38C00), 0u);
+}
+
+TEST(PowerOn, ReadyAfterAsManyReadsAsConfigured) {
+  Bench bench({.pci = {.readsUntilReady = 3}});
+  EXPECT_EQ(bench.host.ReadConfig(0), 0x9A1B8086u);
+  EXPECT_EQ(bench.host.ReadConfig(0xC8) >> 31, 0u) << "nothing was asked for yet";
+  const std::uint32_t old = bench.host.ReadConfig(0xFC);
+  bench.host.WriteConfig(0xFC, (old & 0x00FFFFFF) | 0x22000002);
+  for (int read = 0; read < 3; ++read) EXPECT_EQ(bench.host.ReadConfig(0xC8) >> 31, 0u) << read;
+  EXPECT_EQ(bench.host.ReadConfig(0xC8) >> 31, 1u);
+  EXPECT_EQ(bench.host.ReadConfig(0xE4) & 0xFFFF, 0x0A5Cu);
+  bench.host.WriteConfig(0xE0, 0x0A5C0A5C);
+  EXPECT_TRUE(bench.host.pci().commandEchoed());
+  EXPECT_EQ(bench.Errors(), "");
+}
+
+TEST(PowerOn, NeverReadyAndWrongWritesAreSeen) {
+  Bench bench({.pci = {.readsUntilReady = PciFunctionConfig::kNeverReady}});
+  bench.host.WriteConfig(0xFC, 0x22000000);
+  for (int read = 0; read < 400; ++read) ASSERT_EQ(bench.host.ReadConfig(0xC8) >> 31, 0u);
+  bench.host.WriteConfig(0xE0, 0x00000A5C);
+  bench.host.WriteConfig(0xC8, 0);
+  EXPECT_EQ(bench.Errors(),
+            "host interface: power request 0x22000000 written where 0x22310406 was due\n"
+            "host interface: power command 0x00000a5c does not echo the status word\n"
+            "host interface: configuration write of 0x00000000 to offset 0x000000c8\n");
+}
+
+}  // namespace
+}  // namespace sim::test
