@@ -8,17 +8,23 @@
 
 namespace platform {
 
+std::string SymbolAt(const void* code) {
+  Dl_info info;
+  if (!code || !dladdr(code, &info) || !info.dli_sname) return {};
+  int status = 0;
+  char* plain = abi::__cxa_demangle(info.dli_sname, nullptr, nullptr, &status);
+  std::string name = status == 0 ? plain : info.dli_sname;
+  std::free(plain);
+  return name;
+}
+
 std::vector<std::string> Backtrace() {
   void* frames[48];
   const int count = backtrace(frames, 48);
   std::vector<std::string> names;
   for (int i = 1; i < count; ++i) {
-    Dl_info info;
-    if (!dladdr(frames[i], &info) || !info.dli_sname) continue;
-    int status = 0;
-    char* plain = abi::__cxa_demangle(info.dli_sname, nullptr, nullptr, &status);
-    names.emplace_back(status == 0 ? plain : info.dli_sname);
-    std::free(plain);
+    std::string name = SymbolAt(frames[i]);
+    if (!name.empty()) names.push_back(std::move(name));
   }
   return names;
 }

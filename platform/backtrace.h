@@ -7,4 +7,7 @@ namespace platform {
 
 std::vector<std::string> Backtrace();  // innermost first
 
+// The function that the code address lies in; empty where no symbols are to be had.
+std::string SymbolAt(const void* code);
+
 }  // namespace platform

@@ -53,7 +53,7 @@ class Pool {
   };
   static constexpr std::size_t kRangeBytes = std::size_t{1} << 32;
   static constexpr std::size_t kGranule = 8;
-  static constexpr unsigned kClasses = 64;
+  static constexpr unsigned kClasses = 104;
 
   std::size_t GranuleOf(const void* address) const {
     return (reinterpret_cast<std::uintptr_t>(address) - base_) / kGranule;

@@ -15,6 +15,8 @@ namespace platform {
 struct HeldLock {
   const void* lock;
   bool spin;
+  std::uint8_t irqlBefore = 0;  // spin locks: what the release must go back to
+  std::uint32_t id = 0;         // in the lock order
 };
 
 class Task {
