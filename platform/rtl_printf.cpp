@@ -197,9 +197,12 @@ class Formatter {
   static Text Digits(unsigned long long value, unsigned base, bool upper) {
     Text digits;
     do {
-      digits.insert(digits.begin(), (upper ? u"0123456789ABCDEF" : u"0123456789abcdef")[value % base]);
+      const char16_t digit = static_cast<char16_t>(value % base);
+      const char16_t letterA = upper ? u'A' : u'a';
+      digits += static_cast<char16_t>(digit < 10 ? u'0' + digit : letterA + digit - 10);
       value /= base;
     } while (value != 0);
+    std::reverse(digits.begin(), digits.end());
     return digits;
   }
 
