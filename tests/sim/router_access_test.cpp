@@ -1,0 +1,228 @@
+// Goal: a router answers what it has, refuses the rest with the code that names the cause, and blames improper writes.
+// Method: one access per row over the whole path ring - wire - router - ring.
+#include <gtest/gtest.h>
+
+#include "tests/sim/rig.h"
+
+namespace sim::test {
+namespace {
+
+struct ConfiguredHost : Rig {
+  explicit ConfiguredHost(const char* model = "H1", unsigned upstream = 7, std::uint64_t seed = 0) : Rig(model, seed) {
+    StartControlRing();
+    Configure(0, upstream);
+    Wire();
+  }
+};
+
+TEST(RouterAccess, TheHeaderAnswersBeforeConfigurationAndTellsTheUpstreamAdapter) {
+  Rig rig;
+  rig.StartControlRing();
+  EXPECT_EQ(rig.Read(0, 0, Space::Router, 0, 5),
+            "READ route=0 adapter=7 space=router offset=0x000 length=5 seq=0 "
+            "data=200b8086 0101c728 00000000 00000000 4000000a");
+  EXPECT_EQ(rig.Read(0, 0, Space::Router, 6),
+            "READ route=0 adapter=7 space=router offset=0x006 length=1 seq=0 data=01000000");
+  EXPECT_EQ(rig.Read(0, 1, Space::Adapter, 0), "ERROR route=0 adapter=1 code=8 (router not enumerated)");
+  EXPECT_EQ(rig.Errors(), "");
+}
+
+TEST(RouterAccess, RoundTripTakesAsLongAsRealOnes) {
+  for (std::uint64_t seed = 0; seed < 20; ++seed) {
+    Rig rig("H1", seed);
+    rig.StartControlRing();
+    rig.Send(Pdf::Read, 0, 0x04002000);
+    rig.Run(5 * kMs);
+    ASSERT_EQ(rig.slot.messages.back().number, 1u);
+    const platform::Time took = rig.slot.messages.back().when;
+    EXPECT_GE(took, 60 * kUs) << seed;
+    EXPECT_LE(took, 300 * kUs) << seed;
+  }
+}
+
+TEST(RouterAccess, EachCauseHasItsErrorPacket) {
+  struct Case {
+    unsigned adapter;
+    Space space;
+    unsigned offset, length;
+    const char* answer;
+  };
+  const Case cases[] = {
+      {0, Space::Router, 0x4C, 1, "ERROR route=0 adapter=0 code=2 (no such address or space)"},
+      {0, Space::Router, 0x4B, 2, "ERROR route=0 adapter=0 code=2 (no such address or space)"},
+      {0, Space::Router, 0x1FFF, 1, "ERROR route=0 adapter=0 code=2 (no such address or space)"},
+      {3, Space::Router, 0, 1, "ERROR route=0 adapter=3 code=4 (no such adapter)"},
+      {16, Space::Adapter, 0, 8, "ERROR route=0 adapter=16 code=2 (no such address or space)"},
+      {24, Space::Adapter, 0, 8, "ERROR route=0 adapter=24 code=4 (no such adapter)"},
+      {0, Space::Adapter, 0, 8, "ERROR route=0 adapter=0 code=4 (no such adapter)"},
+      {1, Space::Path, 64, 2, "ERROR route=0 adapter=1 code=2 (no such address or space)"},
+      {2, Space::Counters, 0, 3, "ERROR route=0 adapter=2 code=2 (no such address or space)"},
+      {1, Space::Counters, 9, 3,
+       "READ route=0 adapter=1 space=counters offset=0x009 length=3 seq=0 data=00000000 00000000 00000000"},
+      {1, Space::Path, 62, 2, "READ route=0 adapter=1 space=path offset=0x03e length=2 seq=0 data=00000000 00000000"},
+      {1, Space::Path, 0, 2, "READ route=0 adapter=1 space=path offset=0x000 length=2 seq=0 data=80040001 21000001"},
+  };
+  ConfiguredHost rig("H3", 15);
+  for (const Case& c : cases) EXPECT_EQ(rig.Read(0, c.adapter, c.space, c.offset, c.length), c.answer);
+  EXPECT_EQ(rig.Errors(), "") << "asking for what is not there is no mistake";
+}
+
+TEST(RouterAccess, LengthsAreCheckedInBothDirections) {
+  struct Case {
+    Pdf pdf;
+    std::uint32_t length;
+    std::size_t dwords;
+    const char* error;
+  };
+  const Case cases[] = {
+      {Pdf::Read, 0, 0, "read of 0 dwords in a packet of 3"},
+      {Pdf::Read, 1, 1, "read of 1 dwords in a packet of 4"},
+      {Pdf::Read, 61, 0, "read of 61 dwords in a packet of 3"},
+      {Pdf::Write, 2, 1, "write of 2 dwords in a packet of 4"},
+      {Pdf::Write, 0, 0, "write of 0 dwords in a packet of 3"},
+  };
+  for (const Case& c : cases) {
+    ConfiguredHost rig;
+    rig.Send(c.pdf, 0, 0x04000000 | c.length << 13, std::vector<std::uint32_t>(c.dwords));
+    rig.Run(2 * kMs);
+    EXPECT_NE(rig.Wire().find("<- ERROR route=0 adapter=0 code=10 (wrong length)"), std::string::npos) << c.error;
+    EXPECT_EQ(rig.Errors(), std::string("router 0: ") + c.error + "\n");
+  }
+  ConfiguredHost rig;
+  EXPECT_NE(rig.Read(0, 7, Space::Path, 0, 24).find("length=24"), std::string::npos) << "12 hops of two dwords";
+}
+
+TEST(RouterAccess, HeaderBitsAddressBitsAndCrcAreChecked) {
+  ConfiguredHost rig;
+  rig.Send(Pdf::Read, 0x200ull << 54, 0x04002000);  // the mark that only answers carry
+  rig.Run(1 * kMs);
+  EXPECT_NE(rig.Wire().find("<- ERROR route=0 adapter=0 code=11 (header error)"), std::string::npos);
+  rig.Send(Pdf::Read, 0, 0x24002000);
+  rig.Run(1 * kMs);
+  EXPECT_NE(rig.Wire().find("<- READ route=0 adapter=7 space=router offset=0x000 length=1 seq=0 data=200b8086"),
+            std::string::npos);
+  std::vector<std::uint8_t> bytes = EncodePacket({Pdf::Read, {0, 0, 0x04002000}});
+  bytes[15] ^= 1;
+  rig.SendBytes(1, bytes);
+  rig.Run(1 * kMs);
+  EXPECT_EQ(rig.Wire(), "-> READ route=0 adapter=0 space=router offset=0x000 length=1 seq=0 crc=bad\n") << "no answer";
+  rig.SendBytes(4, EncodePacket({static_cast<Pdf>(4), {0, 0, 0}}));
+  rig.SendBytes(1, {1, 2, 3, 4, 5, 6});
+  rig.Run(1 * kMs);
+  EXPECT_EQ(rig.Errors(),
+            "router 0: header bits 31:22 of a request set\n"
+            "router 0: reserved bits of an address word set\n"
+            "router 0: packet with a wrong CRC\n"
+            "control packet of 6 bytes\n"
+            "router 0: packet of type 4\n");
+}
+
+TEST(RouterAccess, TheSequenceNumberComesBack) {
+  ConfiguredHost rig;
+  for (std::uint32_t sequence = 0; sequence < 4; ++sequence) {
+    rig.Send(Pdf::Read, 0, 0x04002000 | sequence << 27);
+    rig.Run(1 * kMs);
+    EXPECT_NE(
+        rig.Wire().find("<- READ route=0 adapter=7 space=router offset=0x000 length=1 seq=" + std::to_string(sequence)),
+        std::string::npos);
+  }
+}
+
+TEST(RouterAccess, ImproperWritesAreBlamedOnceWithTheirPlace) {
+  struct Case {
+    unsigned adapter;
+    Space space;
+    unsigned offset;
+    std::vector<std::uint32_t> data;
+    const char* error;
+  };
+  const Case cases[] = {
+      {3,
+       Space::Adapter,
+       5,
+       {0x0000400A},
+       "router 0 adapter 3: read-only bits 0x00000002 of adapter dword 5 changed\n"},
+      {1,
+       Space::Adapter,
+       4,
+       {0x00000400},
+       "router 0 adapter 1: read-only bits 0x00000400 of adapter dword 4 changed\n"},
+      {0, Space::Router, 4, {0x2000100A}, "router 0: read-only bits 0x60000000 of router dword 4 changed\n"},
+      {0, Space::Router, 5, {0x00000010}, "router 0: preserved bits 0x00000010 of router dword 5 changed\n"},
+      {0, Space::Router, 7, {0}, "router 0: read-only bits 0x89abcd01 of router dword 7 changed\n"},
+      {0, Space::Router, 26, {0x00FF0000}, "router 0: reserved bits 0x00ff0000 of router dword 26 written\n"},
+      {1, Space::Adapter, 0xAF, {0}, "router 0 adapter 1: preserved bits 0x00000006 of adapter dword 175 changed\n"},
+      {1, Space::Adapter, 9, {1}, "router 0 adapter 1: write to unknown adapter dword 9\n"},
+      {0, Space::Router, 0x1B, {0}, "router 0: write to unknown router dword 27\n"},
+      {3,
+       Space::Path,
+       16,
+       {0x80000000 | 0x7E000000, 0},
+       "router 0 adapter 3: reserved bits 0x7e000000 of path dword 16 written\n"},
+      {3, Space::Path, 17, {0xE00000F0}, "router 0 adapter 3: reserved bits 0xe00000f0 of path dword 17 written\n"},
+      {1,
+       Space::Path,
+       0,
+       {0, 0},
+       "router 0 adapter 1: preserved bits 0x80040001 of path dword 0 changed\n"
+       "router 0 adapter 1: preserved bits 0x21000001 of path dword 1 changed\n"},
+      // Proper ones: whole-dword tunnel switches, status bits out of date, credits.
+      {3, Space::Adapter, 0x39, {0x80000000}, ""},
+      {4, Space::Adapter, 0x0A, {0xC0000000}, ""},
+      {1, Space::Adapter, 0x37, {0x0000003C}, ""},
+      {1, Space::Adapter, 4, {0xCB30000A}, ""},
+      {3, Space::Path, 16, {0x81FE3FFF, 0x0FFFFF0F}, ""},
+      {7, Space::Adapter, 5, {0x0340580B}, ""},
+  };
+  for (const Case& c : cases) {
+    ConfiguredHost rig;
+    rig.Write(0, c.adapter, c.space, c.offset, c.data);
+    rig.Write(0, c.adapter, c.space, c.offset, c.data);
+    EXPECT_EQ(rig.Errors(), c.error);
+    for (const ProtocolError& error : rig.fabric.errors().list()) EXPECT_EQ(error.count, 2u);
+  }
+}
+
+TEST(RouterAccess, NothingButTheHeaderIsWrittenBeforeConfiguration) {
+  Rig rig;
+  rig.StartControlRing();
+  EXPECT_EQ(rig.Write(0, 0, Space::Router, 5, {1}), "ERROR route=0 adapter=0 code=8 (router not enumerated)");
+  EXPECT_EQ(rig.Errors(), "router 0: router dword 5 written before the header\n");
+}
+
+TEST(RouterAccess, ATopologyThatIsNotTrueIsBlamed) {
+  Rig rig;
+  rig.StartControlRing();
+  rig.Write(0, 0, Space::Router, 1, {0x0111C528, 0x00000003, 0x80000000, 0x4000200A});
+  EXPECT_EQ(rig.Errors(),
+            "router 0: configured for route 3 depth 1\n"
+            "router 0: configured with upstream adapter 5, which is 7\n"
+            "router 0: configured by a manager of version 0x20\n");
+  EXPECT_EQ(rig.Read(0, 0, Space::Router, 0),
+            "READ route=3 adapter=7 space=router offset=0x000 length=1 seq=0 data=200b8086")
+      << "a router answers with the route that it was told";
+}
+
+TEST(RouterAccess, TheLockOpensOnZeroAndStaysAsItIsOnOne) {
+  ConfiguredHost rig;
+  EXPECT_EQ(rig.Value(0, 1, Space::Adapter, 4), 0x8B300000u);
+  rig.Write(0, 1, Space::Adapter, 4, {0x0B300000});
+  EXPECT_EQ(rig.Value(0, 1, Space::Adapter, 4), 0x0B300000u);
+  rig.Write(0, 1, Space::Adapter, 4, {0x8B300005});
+  EXPECT_EQ(rig.Value(0, 1, Space::Adapter, 4), 0x0B300005u);
+}
+
+TEST(RouterAccess, APathSwitchedOffStaysPendingForAWhile) {
+  ConfiguredHost rig;
+  rig.Write(0, 3, Space::Path, 16, {0x80000809, 0x01000000});
+  rig.Write(0, 3, Space::Path, 16, {0x00000809, 0x01000000});
+  EXPECT_EQ(rig.Value(0, 3, Space::Path, 17), 0x11000000u);
+  EXPECT_EQ(rig.Value(0, 3, Space::Path, 17), 0x01000000u);
+  rig.simulation.faults().FailFrom("path.never-drains", 1);
+  rig.Write(0, 3, Space::Path, 16, {0x80000809, 0x01000000});
+  rig.Write(0, 3, Space::Path, 16, {0x00000809, 0x01000000});
+  for (int read = 0; read < 50; ++read) ASSERT_EQ(rig.Value(0, 3, Space::Path, 17), 0x11000000u);
+}
+
+}  // namespace
+}  // namespace sim::test
