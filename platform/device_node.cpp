@@ -57,6 +57,7 @@ void DeviceNode::Attach() {
 }
 
 void DeviceNode::Appear() {
+  if (gone) functionPower_.reset();
   gone = false;
   SetRegisterAccess(RegisterAccess::Allowed);
   SetFunctionPower(FunctionPower::D0);
@@ -121,7 +122,8 @@ void DeviceNode::SetRegisterAccess(RegisterAccess access) {
 }
 
 void DeviceNode::SetFunctionPower(FunctionPower functionPower) {
-  if (gone) return;
+  if (gone || functionPower_ == functionPower) return;
+  functionPower_ = functionPower;
   kernel_.simulation().scheduler().OnSchedulerStack([&] { model().SetPower(functionPower); });
 }
 

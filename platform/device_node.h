@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "platform/host/device_model.h"
@@ -80,6 +81,7 @@ class DeviceNode final : public PciSlot {
   std::string registryPath_;
   std::vector<Interrupt*> vectors_;  // by message; null: disconnected
   std::uint64_t droppedMessages_ = 0;
+  std::optional<FunctionPower> functionPower_;  // as last set; unknown for one that has just appeared
 };
 
 }  // namespace platform

@@ -69,8 +69,9 @@ Status PnpManager::AddDevice(DeviceNode& node) {
     RequireArgument(call, node.device != nullptr, "device add succeeds without a device");
     node.state = PnpState::Added;
     node.device->acceptsRequests = true;
-  } else if (node.device) {
-    kernel_.objects().Delete(call, *node.device);
+  } else {
+    if (node.device) kernel_.objects().Delete(call, *node.device);
+    node.SetFunctionPower(FunctionPower::D3Hot);
   }
   return status;
 }

@@ -1,0 +1,151 @@
+#include "wdf_fixture.h"
+
+namespace wdf_test {
+
+using namespace platform;
+
+namespace {
+
+Script* script = nullptr;
+
+void Write(const std::string& line) {
+  script->log += line + "\n";
+}
+std::string From(const char* step, WDF_POWER_DEVICE_STATE state) {
+  return std::string(step) + " " + std::to_string(static_cast<int>(state));
+}
+void Run(const std::function<void(WDFDEVICE)>& hook, WDFDEVICE device) {
+  if (hook) hook(device);
+}
+
+NTSTATUS PrepareHardware(WDFDEVICE device, WDFCMRESLIST raw, WDFCMRESLIST translated) {
+  Write("prepare");
+  if (script->onPrepare) script->onPrepare(device, raw, translated);
+  return script->prepare;
+}
+NTSTATUS ReleaseHardware(WDFDEVICE device, WDFCMRESLIST) {
+  Write("release");
+  Run(script->onRelease, device);
+  return STATUS_SUCCESS;
+}
+NTSTATUS D0Entry(WDFDEVICE device, WDF_POWER_DEVICE_STATE previous) {
+  Write(From("D0 entry from", previous));
+  Run(script->onEntry, device);
+  return previous == WdfPowerDeviceD3 ? script->entryFromD3 : script->entry;
+}
+NTSTATUS PostInterruptsEnabled(WDFDEVICE device, WDF_POWER_DEVICE_STATE previous) {
+  Write(From("post-interrupts from", previous));
+  Run(script->onPost, device);
+  return script->post;
+}
+NTSTATUS PreInterruptsDisabled(WDFDEVICE device, WDF_POWER_DEVICE_STATE target) {
+  Write(From("pre-interrupts to", target));
+  Run(script->onPre, device);
+  return STATUS_SUCCESS;
+}
+NTSTATUS D0Exit(WDFDEVICE device, WDF_POWER_DEVICE_STATE target) {
+  Write(From("D0 exit to", target));
+  Run(script->onExit, device);
+  return STATUS_SUCCESS;
+}
+VOID SurpriseRemoval(WDFDEVICE) {
+  Write("surprise removal");
+}
+VOID DeviceCleanup(WDFOBJECT) {
+  Write("device cleanup");
+}
+VOID DriverCleanup(WDFOBJECT) {
+  Write("driver cleanup");
+}
+
+NTSTATUS DeviceAdd(WDFDRIVER, PWDFDEVICE_INIT init) {
+  Write("add");
+  WDF_PNPPOWER_EVENT_CALLBACKS callbacks;
+  WDF_PNPPOWER_EVENT_CALLBACKS_INIT(&callbacks);
+  callbacks.EvtDevicePrepareHardware = PrepareHardware;
+  callbacks.EvtDeviceReleaseHardware = ReleaseHardware;
+  callbacks.EvtDeviceD0Entry = D0Entry;
+  callbacks.EvtDeviceD0Exit = D0Exit;
+  callbacks.EvtDeviceD0EntryPostInterruptsEnabled = PostInterruptsEnabled;
+  callbacks.EvtDeviceD0ExitPreInterruptsDisabled = PreInterruptsDisabled;
+  callbacks.EvtDeviceSurpriseRemoval = SurpriseRemoval;
+  WdfDeviceInitSetPnpPowerEventCallbacks(init, &callbacks);
+  if (script->onInit) script->onInit(init);
+  WDF_OBJECT_ATTRIBUTES attributes;
+  WDF_OBJECT_ATTRIBUTES_INIT_CONTEXT_TYPE(&attributes, Context);
+  attributes.EvtCleanupCallback = DeviceCleanup;
+  WDFDEVICE device = nullptr;
+  const NTSTATUS status = WdfDeviceCreate(&init, &attributes, &device);
+  if (!NT_SUCCESS(status)) return status;
+  GetContext(device)->Device = device;
+  Run(script->onAdd, device);
+  return script->add;
+}
+
+VOID DriverUnload(WDFDRIVER) {
+  Write("unload");
+}
+
+Status DriverEntry(_DRIVER_OBJECT* driverObject, _UNICODE_STRING* registryPath) {
+  WDF_DRIVER_CONFIG config;
+  WDF_DRIVER_CONFIG_INIT(&config, DeviceAdd);
+  config.EvtDriverUnload = DriverUnload;
+  WDF_OBJECT_ATTRIBUTES attributes;
+  WDF_OBJECT_ATTRIBUTES_INIT(&attributes);
+  attributes.EvtCleanupCallback = DriverCleanup;
+  return WdfDriverCreate(driverObject, registryPath, &attributes, &config, WDF_NO_HANDLE);
+}
+
+}  // namespace
+
+void PlainFunction::SetPower(FunctionPower power) {
+  constexpr const char* kNames[] = {"function D0\n", "function D3hot\n", "function off\n"};
+  events_ += kNames[static_cast<int>(power)];
+}
+
+SimulationOptions OptionsFor(unsigned seed) {
+  SimulationOptions options;
+  options.policy = seed == 0 ? Policy::FirstCome : seed == 3 ? Policy::Priority : Policy::Uniform;
+  options.seed = seed;
+  return options;
+}
+
+WdfTest::WdfTest() {
+  wdf_test::script = &script;
+  config.hardwareId = "PCI\\VEN_1F3A&DEV_3A0E&SUBSYS_00000000";
+  config.model = &function;
+  config.resources = {{Resource::Kind::Interrupt, 0, 0, 0},
+                      {Resource::Kind::Memory, 0x90000000, 0x1000, 0},
+                      {Resource::Kind::Interrupt, 0, 0, 1}};
+}
+
+WdfTest::~WdfTest() {
+  if (!checked_) {
+    EXPECT_EQ(Broken(), "");
+  }
+}
+
+Status WdfTest::Start() {
+  const Status status = host.LoadDriver(&DriverEntry);
+  return NT_SUCCESS(status) ? host.AddAndStart(config, &id) : status;
+}
+
+Outcome WdfTest::InDriver(std::function<void(WDFDEVICE)> body) {
+  return simulation.RunTask(&host, "test", [this, body] { body(static_cast<WDFDEVICE>(host.FrameworkDevice(id))); });
+}
+
+std::string WdfTest::Log() {
+  return std::exchange(script.log, {});
+}
+
+std::string WdfTest::Broken() {
+  checked_ = true;
+  std::string text = simulation.HangReport();
+  for (const Violation& violation : simulation.violations()) {
+    if (!text.empty()) text += "; ";
+    text += std::string(RuleName(violation.rule)) + " in " + violation.call;
+  }
+  return text;
+}
+
+}  // namespace wdf_test
