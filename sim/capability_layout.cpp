@@ -136,7 +136,7 @@ std::vector<Dword> LinkControllerCapability(const RouterModel& model) {
   dwords[16] = {0, {{7, 0, ReadWrite}}};
   for (unsigned block = 0; block < blocks; ++block) {
     const unsigned start = kLinkControllerHeader + block * kBlock;
-    dwords[start + 141] = {1u << 12, kAllStatus};
+    dwords[start + 141] = {0, kAllStatus};
     dwords[start + 150] = {0,
                            {{31, 0, Preserve},
                             {2, 1, ReadWrite},

@@ -230,18 +230,29 @@ void Fabric::LinkWentDown(Link& link) {
   PlacesChanged();
 }
 
+// `router` and everything that hangs on its downstream ports.
+void Fabric::CollectBelow(Router& router, std::vector<Router*>& found) {
+  found.push_back(&router);
+  for (unsigned n = 1; n <= router.maxAdapter(); ++n) {
+    Adapter& adapter = *router.adapter(n);
+    if (adapter.link == nullptr || adapter.model().lane != 0) continue;
+    Adapter* far = adapter.link->Opposite(adapter);
+    if (far != nullptr && !far->router().isHost() && far->router().upstreamAdapter() == far->number())
+      CollectBelow(far->router(), found);
+  }
+}
+
 // A router that loses its upstream link starts from reset, and so does everything behind it.
 void Fabric::CutOff(Router& router) {
-  router.SetPlace({});
-  router.Reset();
-  for (unsigned n = 1; n <= router.maxAdapter(); ++n) {
-    Link* link = router.adapter(n)->link;
-    if (link == nullptr || router.adapter(n)->model().lane != 0) continue;
-    Adapter* far = link->Opposite(*router.adapter(n));
-    if (far != nullptr && !far->router().isHost() && far->router().upstreamAdapter() == far->number())
-      CutOff(far->router());
-    link->Retrain();
+  std::vector<Router*> lost;
+  CollectBelow(router, lost);
+  for (Router* each : lost) {
+    each->SetPlace({});
+    each->Reset();
   }
+  for (Router* each : lost)
+    for (unsigned n = 1; n <= each->maxAdapter(); ++n)
+      if (each->adapter(n)->link != nullptr && each->adapter(n)->model().lane == 0) each->adapter(n)->link->Retrain();
 }
 
 // Some docks give a manager little time.

@@ -107,6 +107,7 @@ class Fabric {
   Link* FindLink(std::string_view portOrRouter) const;
   void RemoveLink(Link& link);
   void CutOff(Router& router);
+  static void CollectBelow(Router& router, std::vector<Router*>& found);
   Host* HostOf(const Router& router) const;
   void Watch(Router& router);
 

@@ -143,7 +143,7 @@ void Link::Release() {
 
 void Link::Retrain() {
   if (anyLaneUp()) TakeDown();
-  if (!held_) Evaluate();
+  Evaluate();
 }
 
 void Link::Pause() {

@@ -1,0 +1,161 @@
+// Goal: what runs inside a router: operations, DROM, time, configuration ready, sleep ready, protocol handshakes.
+// Method: a hub behind a host, driven through its registers.
+#include <gtest/gtest.h>
+
+#include "sim/drom_image.h"
+#include "tests/sim/rig.h"
+
+namespace sim::test {
+namespace {
+
+struct Hub : Rig {
+  explicit Hub(std::uint64_t seed = 0) : Rig("H1", seed) {
+    Build("H1:1 D1:1");
+    StartControlRing();
+    Configure(0, 7);
+    Unlock(0, 1);
+    Configure(1, 1);
+  }
+  std::uint32_t Operation(std::uint64_t route, std::uint32_t opcode, std::uint32_t metadata) {
+    Write(route, 0, Space::Router, 25, {metadata});
+    Write(route, 0, Space::Router, 26, {0x80000000 | opcode});
+    for (int i = 0; i < 200 && Value(route, 0, Space::Router, 26) >> 31 != 0; ++i) Run(1 * kMs);
+    return Value(route, 0, Space::Router, 26);
+  }
+};
+
+TEST(RouterOperations, ReadsTheDromByDwords) {
+  Hub rig;
+  EXPECT_EQ(rig.Operation(1, 0x24, 16u << 15 | 0), 0x00000024u);
+  EXPECT_EQ(rig.Read(1, 0, Space::Router, 9, 4).substr(69), "00000167 d1000000 9dbd5500 0074035e")
+      << "CRC-8, UID, CRC-32C, version 3, length 0x74";
+  EXPECT_EQ(rig.Operation(1, 0x24, 2u << 15 | 4 << 2), 0x00000024u);
+  EXPECT_EQ(rig.Value(1, 0, Space::Router, 9), 0x00000908u) << "the entry with vendor and model";
+  EXPECT_EQ(rig.Operation(1, 0x24, 17u << 15), 0x01000024u) << "more than sixteen dwords";
+  EXPECT_EQ(rig.Errors(), "router 1: DROM read with metadata 557056\n");
+}
+
+TEST(RouterOperations, UnknownRefusedBusyAndStuck) {
+  Hub rig;
+  EXPECT_EQ(rig.Operation(1, 0x77, 0), 0x40000077u) << "not supported";
+  rig.fabric.Find("D1")->operations().RefuseOpcode(0x24);
+  EXPECT_EQ(rig.Operation(1, 0x24, 1u << 15), 0x40000024u);
+  rig.Write(1, 0, Space::Router, 26, {0x80000010});
+  rig.Write(1, 0, Space::Router, 26, {0x80000010});
+  EXPECT_EQ(rig.Errors(), "router 1: router operation started while another one runs\n");
+  rig.Run(1 * kMs);
+  rig.simulation.faults().FailNth("router.operation-stuck", 1);
+  EXPECT_EQ(rig.Operation(1, 0x10, 0), 0x80000010u);
+}
+
+TEST(RouterOperations, DisplayResourcesAreReservedOnce) {
+  Hub rig;
+  struct Step {
+    std::uint32_t opcode, adapter, status;
+  };
+  const Step steps[] = {
+      {0x10, 5, 0x00000010}, {0x11, 5, 0x00000011}, {0x10, 5, 0x01000010}, {0x11, 5, 0x01000011}, {0x11, 6, 0x00000011},
+      {0x12, 5, 0x00000012}, {0x12, 5, 0x00000012}, {0x10, 5, 0x00000010}, {0x11, 3, 0x01000011},
+  };
+  for (const Step& step : steps)
+    EXPECT_EQ(rig.Operation(0, step.opcode, step.adapter), step.status)
+        << std::hex << step.opcode << " " << step.adapter;
+  EXPECT_EQ(rig.Errors(), "router 0: display resource of adapter 3\n");
+  EXPECT_EQ(rig.Operation(1, 0x10, 5), 0x40000010u) << "a hub has no sources";
+}
+
+TEST(Drom, CrcOfKnownUids) {
+  const std::uint8_t first[8] = {0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x09, 0x01};
+  const std::uint8_t second[8] = {0x00, 0xCE, 0x8C, 0xBA, 0xB4, 0x7F, 0x56, 0x00};
+  EXPECT_EQ(DromCrc8(first, 8), 0x61);
+  EXPECT_EQ(DromCrc8(second, 8), 0xBB);
+}
+
+TEST(Drom, PortEntriesSayWhatIsDisabledAndWhichLanesPair) {
+  const std::vector<std::uint8_t> image = BuildDrom(*FindModel("D2"));
+  const std::vector<std::uint8_t> lanes(image.begin() + 24, image.begin() + 40);
+  EXPECT_EQ(lanes,
+            (std::vector<std::uint8_t>{0x08, 0x81, 0x80, 0x02, 0x80, 0, 0, 0, 0x08, 0x82, 0x90, 0x01, 0x80, 0, 0, 0}));
+  const std::vector<std::uint8_t> disabled = {0x02, 0xCD, 0x02,
+                                              0xCE, 0x02, 0xD0};  // 13, 14, and 16 behind a missing 15
+  EXPECT_NE(std::search(image.begin(), image.end(), disabled.begin(), disabled.end()), image.end());
+  EXPECT_EQ(image[14] + 13u, image.size());
+  EXPECT_TRUE(BuildDrom(*FindModel("T3")).empty());
+}
+
+TEST(TimeManagement, ClocksDifferUntilTheHostsTimeIsPosted) {
+  Hub rig;
+  const unsigned tmu = 0x28;
+  auto localTime = [&](std::uint64_t route) {
+    const std::string answer = rig.Read(route, 0, Space::Router, tmu + 1, 3);
+    const std::size_t at = answer.find("data=") + 5;
+    std::uint64_t words[3];
+    for (int i = 0; i < 3; ++i)
+      words[i] = std::stoull(answer.substr(at + 9 * static_cast<std::size_t>(i), 8), nullptr, 16);
+    return (words[2] & 0xFFFF) << 48 | words[1] << 16 | words[0] >> 16;
+  };
+  const std::uint64_t before = localTime(0);
+  EXPECT_LT(before, 1'000'000'000u) << "nanoseconds since the start";
+  EXPECT_GT(localTime(1), 1'000'000'000u);
+
+  rig.Write(1, 0, Space::Router, tmu, {rig.Value(1, 0, Space::Router, tmu) | 1u << 27});
+  rig.Write(1, 0, Space::Router, tmu + 22,
+            {static_cast<std::uint32_t>(before), static_cast<std::uint32_t>(before >> 32)});
+  rig.Write(1, 0, Space::Router, tmu + 24, {1, 0});
+  EXPECT_EQ(rig.Value(1, 0, Space::Router, tmu + 24), 1u) << "not taken at once";
+  rig.Run(20 * kMs);
+  EXPECT_EQ(rig.Value(1, 0, Space::Router, tmu + 24), 0u);
+  EXPECT_LT(localTime(1), 1'000'000'000u);
+  EXPECT_EQ(rig.Errors(), "");
+
+  rig.fabric.Find("D1")->services().SetPostingTime(1000 * kMs);
+  rig.Write(1, 0, Space::Router, tmu + 24, {1, 0});
+  rig.Run(990 * kMs);
+  EXPECT_EQ(rig.Value(1, 0, Space::Router, tmu + 24), 1u);
+}
+
+TEST(Configuration, ReadyAndSleepReadyFollowTheirRequests) {
+  for (std::uint64_t seed : {0, 1, 2, 3}) {
+    Rig rig("H1", seed);
+    rig.Build("H1:1 D1:1");
+    rig.StartControlRing();
+    rig.Configure(0, 7);
+    rig.Unlock(0, 1);
+    rig.Write(1, 0, Space::Router, 1, {0x0314C128 | 1u << 20, 1, 0x80000000, 0x2000100A});
+    EXPECT_EQ(rig.Value(1, 0, Space::Router, 6), 0x01000000u) << "nobody asked";
+    rig.Write(1, 0, Space::Router, 5, {0x80800000});
+    rig.Run(10 * kMs);
+    EXPECT_EQ(rig.Value(1, 0, Space::Router, 6), 0x03000000u);
+    rig.Write(1, 0, Space::Router, 5, {0x80800001});
+    rig.Run(25 * kMs);
+    EXPECT_EQ(rig.Value(1, 0, Space::Router, 6), 0x03000001u);
+    EXPECT_EQ(rig.Errors(), "") << seed;
+  }
+}
+
+TEST(ProtocolAdapters, UsbAcknowledgesAndDisplayPortShakesHands) {
+  Hub rig;
+  rig.Write(0, 4, Space::Adapter, 0x0C, {0x80000000});
+  rig.Run(2 * kMs);
+  EXPECT_EQ(rig.Value(0, 4, Space::Adapter, 0x0B), 0x80000000u);
+  rig.Write(0, 4, Space::Adapter, 0x0C, {0x00123456});
+  rig.Run(2 * kMs);
+  EXPECT_EQ(rig.Value(0, 4, Space::Adapter, 0x0B), 0u);
+  EXPECT_EQ(rig.Value(0, 4, Space::Adapter, 0x0C), 0x00123456u);
+
+  rig.fabric.PlugDisplay("D1:13");
+  EXPECT_EQ(rig.Value(1, 13, Space::Adapter, 0x3B), 0x40u) << "hot-plug detect";
+  rig.Write(1, 13, Space::Adapter, 0x3F, {0x06000000});
+  rig.Run(3 * kMs);
+  EXPECT_EQ(rig.Value(1, 13, Space::Adapter, 0x3F), 0x04000000u);
+
+  rig.Write(0, 5, Space::Adapter, 0x3E, {0x15C0A334});
+  rig.Write(0, 5, Space::Adapter, 0x39, {0xC009048F, 0x00004008});
+  EXPECT_EQ(rig.Value(0, 5, Space::Adapter, 0x40), 0u);
+  rig.Run(10 * kMs);
+  EXPECT_EQ(rig.Value(0, 5, Space::Adapter, 0x40), 0x95C0A334u) << "capabilities of the display, read";
+  EXPECT_EQ(rig.Errors(), "");
+}
+
+}  // namespace
+}  // namespace sim::test

@@ -1,0 +1,213 @@
+// Goal: control packets go where their route says, along cables that are up, and errors say where they stopped.
+// Method: small trees, configured by hand from the top.
+#include <gtest/gtest.h>
+
+#include "tests/sim/rig.h"
+
+namespace sim::test {
+namespace {
+
+// H1 - D1 (upstream 3) - D2 - T3: routes 1, 0x101, 0x30101.
+struct Chain : Rig {
+  explicit Chain(std::uint64_t seed = 0) : Rig("H1", seed) {
+    Build("H1:1 D1:3,D1:1 D2:1,D2:3 T3:1");
+    StartControlRing();
+    Configure(0, 7);
+  }
+  void ConfigureAll() {
+    Unlock(0, 1);
+    Configure(1, 3);
+    Unlock(1, 1);
+    Configure(0x101, 1);
+    Unlock(0x101, 3);
+    Configure(0x30101, 1);
+  }
+};
+
+TEST(Travel, FourLevelsDeepEachRouterAnswersForItself) {
+  for (std::uint64_t seed : {0, 1, 2, 3}) {
+    Chain rig(seed);
+    rig.ConfigureAll();
+    EXPECT_EQ(rig.Value(0, 0, Space::Router, 0), 0x200B8086u);
+    EXPECT_EQ(rig.Value(1, 0, Space::Router, 0), 0x0B268086u);
+    EXPECT_EQ(rig.Value(0x101, 0, Space::Router, 0), 0x57868086u);
+    EXPECT_EQ(rig.Value(0x30101, 0, Space::Router, 0), 0x15EF8086u);
+    EXPECT_EQ(rig.Read(1, 0, Space::Router, 2),
+              "READ route=1 adapter=3 space=router offset=0x002 length=1 seq=0 data=00000001")
+        << "reached through adapter 3";
+    EXPECT_EQ(rig.Value(0x30101, 0, Space::Router, 1), 0x06334105u) << "depth 3, upstream 1";
+    EXPECT_EQ(rig.Errors(), "") << "seed " << seed;
+  }
+}
+
+TEST(Travel, ErrorsNameTheRouterAndAdapterWhereTheWayEnds) {
+  struct Case {
+    std::uint64_t route;
+    const char* answer;
+  };
+  const Case cases[] = {
+      {0x03, "ERROR route=0 adapter=3 code=4 (no such adapter)"},
+      {0x09, "ERROR route=0 adapter=9 code=4 (no such adapter)"},
+      {0x301, "ERROR route=1 adapter=3 code=0 (not connected)"},
+      {0x501, "ERROR route=1 adapter=5 code=0 (not connected)"},
+      {0x901, "ERROR route=1 adapter=9 code=4 (no such adapter)"},
+      {0x50101, "ERROR route=101 adapter=5 code=0 (not connected)"},
+      {0x0130101, "ERROR route=101 adapter=19 code=4 (no such adapter)"},
+      {0x0003000000000101, "ERROR route=101 adapter=0 code=4 (no such adapter)"},
+  };
+  Chain rig;
+  rig.ConfigureAll();
+  for (const Case& c : cases) {
+    EXPECT_EQ(rig.Read(c.route, 0, Space::Router, 0), c.answer) << std::hex << c.route;
+  }
+  EXPECT_EQ(rig.Errors(), "");
+}
+
+TEST(Travel, ARouterThatIsNotEnumeratedForwardsNothing) {
+  Chain rig;
+  rig.Unlock(0, 1);
+  EXPECT_EQ(rig.Read(0x101, 0, Space::Router, 0), "ERROR route=1 adapter=0 code=8 (router not enumerated)");
+  EXPECT_EQ(rig.Read(1, 0, Space::Router, 0),
+            "READ route=1 adapter=3 space=router offset=0x000 length=1 seq=0 data=0b268086");
+  EXPECT_EQ(rig.Read(1, 1, Space::Adapter, 0), "ERROR route=1 adapter=1 code=8 (router not enumerated)");
+}
+
+TEST(Travel, ALockedAdapterStopsEverythingUntilItIsOpened) {
+  Chain rig;
+  EXPECT_EQ(rig.Read(1, 0, Space::Router, 0), "ERROR route=0 adapter=1 code=14 (adapter locked)");
+  rig.Unlock(0, 1);
+  EXPECT_EQ(rig.Value(1, 0, Space::Router, 0), 0x0B268086u);
+}
+
+TEST(Travel, AThunderboltDeviceLearnsItsUpstreamAdapterOnlyWhenConfigured) {
+  Chain rig;
+  rig.Unlock(0, 1);
+  rig.Configure(1, 3);
+  rig.Unlock(1, 1);
+  rig.Configure(0x101, 1);
+  rig.Unlock(0x101, 3);
+  EXPECT_EQ(rig.Read(0x30101, 0, Space::Router, 1),
+            "READ route=30101 adapter=1 space=router offset=0x001 length=1 seq=0 data=06034005");
+  rig.Configure(0x30101, 1);
+  EXPECT_EQ(rig.Value(0x30101, 0, Space::Router, 1) >> 8 & 0x3F, 1u);
+}
+
+TEST(Travel, AnAnswerIsLostWhenItsLinkGoesDownOnTheWay) {
+  // The hub is pulled at each moment of a read through it: an answer, an error packet or silence, never a crash.
+  unsigned answers = 0, errors = 0, silence = 0;
+  for (platform::Time at = 0; at < 250 * kUs; at += 5 * kUs) {
+    Chain rig;
+    rig.ConfigureAll();
+    rig.Wire();
+    rig.simulation.After(at, "pull", [&] { rig.fabric.Unplug("D2"); });
+    rig.Send(Pdf::Read, 0x101, 0x04002000);
+    rig.Run(5 * kMs);
+    const std::string wire = rig.Wire();
+    const bool answered = wire.find("<- READ route=101") != std::string::npos;
+    const bool refused = wire.find("<- ERROR route=1 adapter=1 code=0 (not connected)") != std::string::npos;
+    ASSERT_FALSE(answered && refused);
+    ++(answered ? answers : refused ? errors : silence);
+  }
+  EXPECT_GT(answers, 0u);
+  EXPECT_GT(errors, 0u);
+  EXPECT_GT(silence, 0u);
+}
+
+TEST(Travel, PullingARouterResetsItAndEverythingBehindIt) {
+  Chain rig;
+  rig.ConfigureAll();
+  rig.fabric.Unplug("D1");
+  EXPECT_EQ(rig.Read(1, 0, Space::Router, 0), "ERROR route=0 adapter=1 code=0 (not connected)");
+  for (const char* name : {"D1", "D2", "T3"}) {
+    EXPECT_FALSE(rig.fabric.Find(name)->configured()) << name;
+    EXPECT_EQ(rig.fabric.Find(name)->upstreamAdapter(), 0u) << name;
+  }
+  rig.fabric.Plug("H1:1", "D1:5");
+  rig.Run(200 * kMs);
+  rig.Unlock(0, 1);
+  EXPECT_EQ(rig.Read(1, 0, Space::Router, 1).substr(0, 20), "READ route=1 adapter")
+      << "another port faces the host now";
+  EXPECT_EQ(rig.Value(1, 0, Space::Router, 1) >> 8 & 0x3F, 5u);
+  EXPECT_EQ(rig.fabric.Find("D2")->place().route, 0x101u);
+}
+
+TEST(Travel, TheNearSideIsLockedAgainByAnUnplug) {
+  Chain rig;
+  rig.ConfigureAll();
+  rig.fabric.Unplug("D1");
+  EXPECT_EQ(rig.Value(0, 1, Space::Adapter, 4), 0x8B300000u);
+}
+
+TEST(Travel, AnotherHostAnswersThatItIsNotEnumerated) {
+  Rig rig("H1");
+  rig.Build("H1:1 H3:1");
+  rig.StartControlRing();
+  rig.Configure(0, 7);
+  rig.Unlock(0, 1);
+  EXPECT_EQ(rig.Read(1, 0, Space::Router, 0), "ERROR route=1 adapter=1 code=8 (router not enumerated)");
+  EXPECT_EQ(rig.Errors(), "");
+}
+
+TEST(Travel, InterDomainPacketsReachTheOtherHostWithTheWayBack) {
+  Rig rig("H1");
+  rig.Build("H1:1 D1:1,D1:5 H3:3");
+  rig.StartControlRing();
+  rig.Configure(0, 7);
+  rig.Unlock(0, 1);
+  rig.Configure(1, 1);
+  rig.Unlock(1, 5);
+  Router& other = *rig.fabric.Find("H3");
+  other.space().SetBits(3, 0x80000000, 0x80000000);
+  rig.Send(Pdf::InterDomainRequest, 0x501, 0x12345678, {1, 2});
+  rig.Run(1 * kMs);
+  EXPECT_EQ(rig.fabric.wire("H3").log().TakeText(), "<- XDOMAIN-REQUEST route=3 dwords=5 no-buffer\n");
+  const WireEntry& seen = rig.fabric.wire("H3").log().entries().back();
+  const auto decoded = DecodePacket(Pdf::InterDomainRequest, seen.bytes);
+  EXPECT_TRUE(decoded->crcGood) << "with a CRC of its new header";
+  EXPECT_EQ(decoded->packet.Word(0), 0x80000000u);
+}
+
+TEST(Travel, ASilentRouterIsAFault) {
+  Chain rig;
+  rig.simulation.faults().FailNth("router.silent", 1);
+  EXPECT_EQ(rig.Read(0, 0, Space::Router, 0), "");
+  EXPECT_NE(rig.Read(0, 0, Space::Router, 0), "");
+}
+
+TEST(Topology, WhatCannotBeIsRefusedInOneLine) {
+  Rig rig("H1");
+  rig.fabric.AddRouter("D1", "hub");
+  rig.fabric.Connect("H1:1", "hub:1");
+  struct Case {
+    std::function<void()> act;
+    const char* text;
+  };
+  const Case cases[] = {
+      {[&] { rig.fabric.AddRouter("D7", "x"); }, "unknown model \"D7\""},
+      {[&] { rig.fabric.AddRouter("D1", "hub"); }, "two routers are called \"hub\""},
+      {[&] { rig.fabric.AddRouter("D1", "a:b"); }, "bad router name \"a:b\""},
+      {[&] { rig.fabric.Connect("H1:1", "hub:3"); }, "\"H1:1\" has a cable already"},
+      {[&] { rig.fabric.Connect("hub:3", "hub:5"); }, "cable from \"hub:3\" to its own router"},
+      {[&] { rig.fabric.Connect("hub:4", "hub:5"); }, "\"hub:4\" is the second lane of its port"},
+      {[&] { rig.fabric.Connect("hub:9", "hub:5"); }, "\"hub:9\" is no lane adapter"},
+      {[&] { rig.fabric.Connect("hub:20", "hub:5"); }, "no adapter is called \"hub:20\""},
+      {[&] { rig.fabric.Connect("hub:x", "hub:5"); }, "no adapter is called \"hub:x\""},
+      {[&] { rig.fabric.Unplug("hub:3"); }, "no cable at \"hub:3\""},
+      {[&] { rig.fabric.Unplug("dock"); }, "no router or adapter is called \"dock\""},
+      {[&] { rig.fabric.PlugDisplay("hub:9"); }, "\"hub:9\" is no DP OUT adapter"},
+      {[&] { rig.fabric.UnplugDisplay("hub:13"); }, "no display at \"hub:13\""},
+      {[&] { rig.fabric.AddHost("D1", "x", {}); }, "model \"D1\" is no host"},
+      {[&] { rig.fabric.wire("hub"); }, "no host is called \"hub\""},
+  };
+  for (const Case& c : cases) {
+    try {
+      c.act();
+      ADD_FAILURE() << c.text;
+    } catch (const TopologyError& error) {
+      EXPECT_STREQ(error.what(), c.text);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace sim::test
