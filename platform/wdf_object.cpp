@@ -10,7 +10,8 @@ namespace {
 // dereferences a handle stops there and then.
 constexpr std::uint64_t kHandleMark = 0x5D;
 constexpr unsigned kMarkShift = 56, kKernelShift = 48, kTypeShift = 44, kGenerationShift = 20;
-constexpr std::uint64_t kSlotMask = 0xFFFFF, kGenerationMask = 0xFFFFFF;
+constexpr std::uint64_t kSlotMask = 0xFFFFF;
+constexpr std::uint32_t kGenerationMask = 0xFFFFFF;
 
 constexpr const char* kTypeNames[] = {"WDFDRIVER",    "WDFDEVICE",     "WDFQUEUE",        "WDFREQUEST",
                                       "WDFINTERRUPT", "WDFDMAENABLER", "WDFCOMMONBUFFER", "WDFWORKITEM",
