@@ -218,7 +218,7 @@ void ControlWire::Unsolicited() {
 void ControlWire::Storm() {
   platform::RandomStream& random = simulation_.Random("sim.wire.storm");
   const auto adapter = static_cast<unsigned>(random.Below(64));
-  const std::uint64_t count = 8 + random.Below(40);
+  const std::uint64_t count = 2 * (4 + random.Below(20));
   for (std::uint64_t i = 0; i < count; ++i) {
     Passage passage;
     passage.up = true;

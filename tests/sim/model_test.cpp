@@ -1,5 +1,5 @@
-// Goal: the models that are built in are the machines they are modelled on, and a broken model file says where it is broken.
-// Method: register words as read off those machines; model texts with one mistake each.
+// Goal: the models that are built in are the machines they are modelled on, and a broken model file says where it is
+// broken. Method: register words as read off those machines; model texts with one mistake each.
 #include <gtest/gtest.h>
 
 #include "tests/sim/rig.h"
@@ -26,8 +26,8 @@ TEST(Models, EveryBuiltInModelMakesARouter) {
     }
     EXPECT_GE(lanes, 2u) << name;
     EXPECT_EQ(router.services().tmuCapability != 0, router.model().usb4()) << name;
-    if (!router.isHost()) EXPECT_EQ(pcieUp, 1u) << name;
-    if (!router.isHost() && name != "T3") EXPECT_EQ(usb3Up, 1u) << name;
+    EXPECT_EQ(pcieUp, router.isHost() ? 0u : 1u) << name;
+    EXPECT_EQ(usb3Up, router.isHost() || name == "T3" ? 0u : 1u) << name;
     EXPECT_EQ(router.services().plugEventsCapability == 0, router.model().usb4()) << name;
   }
 }
@@ -38,14 +38,14 @@ TEST(Models, AdaptersAsTheMachinesReportThem) {
     std::uint32_t word1, word2, word4, word5;
   };
   const Case cases[] = {
-      {"H1:1", 0x0008040A, 0x000001, 0x8B300000, 0x8000B016},   {"H1:2", 0x0000000A, 0x000001, 0x0B300000, 0x8000B016},
-      {"H1:3", 0x00080239, 0x100101, 0x4B300000, 0x00004008},   {"H1:5", 0x00080239, 0x0E0101, 0x0B30000D, 0x00004809},
-      {"H1:7", 0x00080400, 0x000002, 0x41C00000, 0x0000580B},   {"H2:11", 0x00000000, 0x210101, 0x00000000, 0x0000B817},
-      {"H2:6", 0x00000000, 0x000000, 0x00000000, 0x00000000},   {"H3:3", 0x0008040A, 0x000001, 0x8A000000, 0x8000F81F},
-      {"H3:13", 0x00080239, 0x0E0101, 0x0100000D, 0x00004809},  {"H3:19", 0x00080239, 0x0E0102, 0x00800000, 0x00004809},
-      {"H3:21", 0x0008010A, 0x200101, 0x00800000, 0x00004008},  {"D1:8", 0x0000000A, 0x000001, 0x03C00000, 0x80009813},
-      {"D1:16", 0x0008010A, 0x200102, 0x00800000, 0x00004008},  {"T1:1", 0x00081036, 0x000001, 0x03C00000, 0x0000780F},
-      {"T1:3", 0x00081036, 0x000001, 0x00000000, 0x0000780F},   {"T3:8", 0x00080239, 0x100102, 0x00800000, 0x00004008},
+      {"H1:1", 0x0008040A, 0x000001, 0x8B300000, 0x8000B016},  {"H1:2", 0x0000000A, 0x000001, 0x0B300000, 0x8000B016},
+      {"H1:3", 0x00080239, 0x100101, 0x4B300000, 0x00004008},  {"H1:5", 0x00080239, 0x0E0101, 0x0B30000D, 0x00004809},
+      {"H1:7", 0x00080400, 0x000002, 0x41C00000, 0x0000580B},  {"H2:11", 0x00000000, 0x210101, 0x00000000, 0x0000B817},
+      {"H2:6", 0x00000000, 0x000000, 0x00000000, 0x00000000},  {"H3:3", 0x0008040A, 0x000001, 0x8A000000, 0x8000F81F},
+      {"H3:13", 0x00080239, 0x0E0101, 0x0100000D, 0x00004809}, {"H3:19", 0x00080239, 0x0E0102, 0x00800000, 0x00004809},
+      {"H3:21", 0x0008010A, 0x200101, 0x00800000, 0x00004008}, {"D1:8", 0x0000000A, 0x000001, 0x03C00000, 0x80009813},
+      {"D1:16", 0x0008010A, 0x200102, 0x00800000, 0x00004008}, {"T1:1", 0x00081036, 0x000001, 0x03C00000, 0x0000780F},
+      {"T1:3", 0x00081036, 0x000001, 0x00000000, 0x0000780F},  {"T3:8", 0x00080239, 0x100102, 0x00800000, 0x00004008},
   };
   platform::Simulation simulation;
   Fabric fabric(simulation);
@@ -67,25 +67,26 @@ TEST(Models, CapabilityChainsAndPathEntriesAsTheMachinesReportThem) {
     std::uint32_t value;
   };
   const Case cases[] = {
-      {"H1:1", Space::Adapter, 0x0A, 0x0000039C},  {"H1:1", Space::Adapter, 0x0B, 0x00240000},
-      {"H1:1", Space::Adapter, 0x0C, 0x002E0000},  {"H1:1", Space::Adapter, 0x9C, 0x00000636},
-      {"H1:1", Space::Adapter, 0x36, 0x003C013E},  {"H1:1", Space::Adapter, 0x3E, 0x00000200},
-      {"H3:1", Space::Adapter, 0x0A, 0x000003C0},  {"H3:1", Space::Adapter, 0xC0, 0x00000636},
-      {"H1:3", Space::Adapter, 0x39, 0x2186043A},  {"H1:4", Space::Adapter, 0x0A, 0x00000410},
-      {"H1:4", Space::Adapter, 0x0E, 0x00001500},  {"H1:5", Space::Adapter, 0x39, 0x0009048F},
-      {"H1:5", Space::Adapter, 0x3A, 0x00004008},  {"H1:5", Space::Adapter, 0x3C, 0x01010005},
-      {"H1:5", Space::Adapter, 0x3D, 0x15C0A334},  {"H1:1", Space::Path, 0, 0x80040001},
-      {"H1:1", Space::Path, 1, 0x21000001},        {"H1:7", Space::Path, 0, 0x80040007},
-      {"H1:7", Space::Path, 2, 0x00200000},        {"H1:7", Space::Path, 3, 0x05000000},
-      {"H1:3", Space::Path, 16, 0x000E0000},       {"H1:3", Space::Path, 17, 0x01000000},
-      {"H1:5", Space::Path, 16, 0x00060000},       {"H1:5", Space::Path, 18, 0x001A0000},
+      {"H1:1", Space::Adapter, 0x0A, 0x0000039C}, {"H1:1", Space::Adapter, 0x0B, 0x00240000},
+      {"H1:1", Space::Adapter, 0x0C, 0x002E0000}, {"H1:1", Space::Adapter, 0x9C, 0x00000636},
+      {"H1:1", Space::Adapter, 0x36, 0x003C013E}, {"H1:1", Space::Adapter, 0x3E, 0x00000200},
+      {"H3:1", Space::Adapter, 0x0A, 0x000003C0}, {"H3:1", Space::Adapter, 0xC0, 0x00000636},
+      {"H1:3", Space::Adapter, 0x39, 0x2186043A}, {"H1:4", Space::Adapter, 0x0A, 0x00000410},
+      {"H1:4", Space::Adapter, 0x0E, 0x00001500}, {"H1:5", Space::Adapter, 0x39, 0x0009048F},
+      {"H1:5", Space::Adapter, 0x3A, 0x00004008}, {"H1:5", Space::Adapter, 0x3C, 0x01010005},
+      {"H1:5", Space::Adapter, 0x3D, 0x15C0A334}, {"H1:1", Space::Path, 0, 0x80040001},
+      {"H1:1", Space::Path, 1, 0x21000001},       {"H1:7", Space::Path, 0, 0x80040007},
+      {"H1:7", Space::Path, 2, 0x00200000},       {"H1:7", Space::Path, 3, 0x05000000},
+      {"H1:3", Space::Path, 16, 0x000E0000},      {"H1:3", Space::Path, 17, 0x01000000},
+      {"H1:5", Space::Path, 16, 0x00060000},      {"H1:5", Space::Path, 18, 0x001A0000},
   };
   platform::Simulation simulation;
   Fabric fabric(simulation);
   for (const char* name : {"H1", "H3"}) fabric.AddRouter(name, name);
   for (const Case& c : cases) {
     Adapter& adapter = *fabric.FindAdapter(c.port);
-    EXPECT_EQ((c.space == Space::Path ? adapter.paths() : adapter.space()).Get(c.offset), c.value) << c.port << " " << c.offset;
+    EXPECT_EQ((c.space == Space::Path ? adapter.paths() : adapter.space()).Get(c.offset), c.value)
+        << c.port << " " << c.offset;
   }
 }
 
@@ -147,7 +148,8 @@ TEST(ModelFile, MistakesAreNamedWithLineAndColumn) {
       {"[drom]\nvendor = 1\n", "m.toml:2:10: unknown key \"vendor\""},
       {"[chains]\nlane = 3\n", "m.toml:2:8: lane must be an array of tables"},
       {"[[adapter]]\nnumbers = 1\n", "m.toml:2:11: numbers must be an array of numbers"},
-      {"[[adapter]]\nnumbers = []\nbuffer-word = [1, 2, 3]\n", "m.toml:3:15: buffer-word needs one number for each lane"},
+      {"[[adapter]]\nnumbers = []\nbuffer-word = [1, 2, 3]\n",
+       "m.toml:3:15: buffer-word needs one number for each lane"},
       {"[[adapter]]\nnumbers = []\ndisabled = 1\n", "m.toml:3:12: disabled must be true or false"},
   };
   for (const Case& c : cases) {

@@ -1,5 +1,5 @@
-// Goal: each fault site does what its name says, is visible in the log, and blames nobody; scripted hooks hit their packet.
-// Method: one read or notification per fault on a bench.
+// Goal: each fault site does what its name says, is visible in the log, and blames nobody; scripted hooks hit their
+// packet. Method: one read or notification per fault on a bench.
 #include <gtest/gtest.h>
 
 #include "tests/sim/rig.h"
@@ -105,7 +105,8 @@ TEST(WireFaults, BentAnswersHaveAGoodCrcAndOneThingWrong) {
     const Case cases[] = {
         {"wire.wrong-sequence", [](const ControlPacket& p) { return p.Address().sequence != 0 && p.Route() == 0; }},
         {"wire.wrong-route", [](const ControlPacket& p) { return p.Route() != 0 && p.Address().sequence == 0; }},
-        {"wire.error-packet", [](const ControlPacket& p) { return p.pdf == Pdf::Notification && p.dwords.size() == 3; }},
+        {"wire.error-packet",
+         [](const ControlPacket& p) { return p.pdf == Pdf::Notification && p.dwords.size() == 3; }},
         {"wire.truncate", [](const ControlPacket& p) { return p.dwords.size() < 4; }},
     };
     for (const Case& c : cases) {
@@ -143,7 +144,9 @@ TEST(Scripts, AtPacketRunsJustBeforeThatPacketOfEitherDirection) {
   std::string seen;
   const std::uint64_t base = wire.log().count();
   for (std::uint64_t n : {1, 2, 3}) {
-    wire.AtPacket(base + n, [&, n] { seen += std::to_string(n) + ":" + std::to_string(wire.log().entries().size() - base) + " "; });
+    wire.AtPacket(base + n, [&, n] {
+      seen += std::to_string(n) + ":" + std::to_string(wire.log().entries().size() - base) + " ";
+    });
   }
   rig.OneRead();
   EXPECT_EQ(seen, "1:0 2:1 ");
@@ -201,8 +204,8 @@ TEST(Scripts, AnyPacketCanBeInjected) {
 TEST(Seeds, OneSeedOneRun) {
   auto run = [](std::uint64_t seed) {
     Rig rig("H1", seed);
-    for (const char* site : {"wire.lose", "wire.delay", "wire.duplicate", "wire.reorder", "wire.corrupt", "wire.truncate",
-                             "wire.late", "wire.unsolicited", "wire.storm", "router.silent"})
+    for (const char* site : {"wire.lose", "wire.delay", "wire.duplicate", "wire.reorder", "wire.corrupt",
+                             "wire.truncate", "wire.late", "wire.unsolicited", "wire.storm", "router.silent"})
       rig.simulation.faults().FailWithChance(site, 1, 10);
     rig.Build("H1:1 D1:1");
     rig.StartControlRing();
