@@ -21,6 +21,11 @@ constexpr std::uint32_t kCallsWithoutProgress = 5'000'000;
   std::abort();
 }
 
+Scheduler& RunningScheduler(const char* name) {
+  if (Scheduler::Active() == nullptr) OutsideTask(name);
+  return *Scheduler::Active();
+}
+
 Task& CallingTask(const char* name) {
   Task* task = Scheduler::Current();
   if (task == nullptr || task->kernel() == nullptr) OutsideTask(name);
@@ -30,7 +35,10 @@ Task& CallingTask(const char* name) {
 }  // namespace
 
 KernelCall::KernelCall(SiteName name, unsigned maxIrql, Kind kind)
-    : scheduler_(*Scheduler::Active()), task_(CallingTask(name.text.data())), name_(name), outer_(task_.call) {
+    : scheduler_(RunningScheduler(name.text.data())),
+      task_(CallingTask(name.text.data())),
+      name_(name),
+      outer_(task_.call) {
   task_.call = name.text.data();
   if (kind == Silent) return;
   if (task_.irql > maxIrql) [[unlikely]] {

@@ -191,19 +191,15 @@ void Pool::FreeInternal(void* address) {
 }
 
 Pool::Block* Pool::LiveBlock(void* address) {
-  Block* block = static_cast<Block*>(address) - 1;
-  const char* wrong = nullptr;
-  if (!address || !Owns(address) || reinterpret_cast<std::uintptr_t>(block) % 16 != 0) {
-    wrong = "the address is no pool block";
-  } else if (block->state == kFree) {
-    wrong = "the block is free already: ";
-  } else if (block->state != kLive || block->tag == kInternalTag) {
-    wrong = "the address is not the start of a pool block";
+  const bool inRange = Owns(address) && reinterpret_cast<std::uintptr_t>(address) % 16 == 0;
+  if (!inRange) {
+    simulation_.Report(Rule::PoolBadFree, "the address is no pool block");
+    return nullptr;
   }
-  if (!wrong) return block;
-  const bool known =
-      address && Owns(address) && reinterpret_cast<std::uintptr_t>(block) % 16 == 0 && block->state == kFree;
-  simulation_.Report(Rule::PoolBadFree, known ? wrong + Describe(*block) : wrong);
+  Block* block = static_cast<Block*>(address) - 1;
+  if (block->state == kLive && block->tag != kInternalTag) return block;
+  simulation_.Report(Rule::PoolBadFree, block->state == kFree ? "the block is free already: " + Describe(*block)
+                                                              : "the address is not the start of a pool block");
   return nullptr;
 }
 
