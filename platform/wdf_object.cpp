@@ -135,7 +135,7 @@ void ObjectTable::Dereference(Object& object) {
   --liveTotal_;
   --live_[static_cast<std::size_t>(object.type_)];
   Slot& slot = slots_[index];
-  slot.generation = slot.generation % kGenerationMask + 1;
+  slot.generation = static_cast<std::uint32_t>(slot.generation % kGenerationMask + 1);
   slot.object.reset();
   free_.push_back(index);
   if (parent) Dereference(*parent);
