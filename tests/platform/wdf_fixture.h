@@ -49,7 +49,7 @@ struct Script {
   std::function<void(WDFDEVICE, WDFCMRESLIST raw, WDFCMRESLIST translated)> onPrepare;
 };
 
-// 0: first-come; 1 and 2: uniform; 3: priorities.
+// 0: first-come; multiples of 3: priorities; the others: uniform.
 platform::SimulationOptions OptionsFor(unsigned seed);
 
 class WdfTest : public testing::TestWithParam<unsigned> {
