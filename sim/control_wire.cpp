@@ -129,7 +129,8 @@ void ControlWire::Pass(Passage passage) {
   }
   if (passage.up && faults.Fires("wire.unsolicited")) Unsolicited();
   if (passage.up && faults.Fires("wire.storm")) Storm();
-  if (faults.Fires("wire.duplicate")) ForwardLater(timing_.Draw(kHeld), passage);
+  // A request comes twice in a row: later it could undo what the manager has written since.
+  if (faults.Fires("wire.duplicate")) ForwardLater(passage.up ? timing_.Draw(kHeld) : 0, passage);
 
   std::optional<Passage>& held = held_[passage.up ? 1 : 0];
   if (!held && faults.Fires("wire.reorder")) {

@@ -19,12 +19,6 @@ std::string Quoted(std::string_view text) {
   return "\"" + std::string(text) + "\"";
 }
 
-const RouterModel& NamedModel(std::string_view name) {
-  const RouterModel* found = FindModel(name);
-  if (found == nullptr) throw TopologyError("unknown model " + Quoted(name));
-  return *found;
-}
-
 }  // namespace
 
 Fabric::Fabric(platform::Simulation& simulation) : simulation_(simulation), timing_(simulation) {}
@@ -32,25 +26,18 @@ Fabric::Fabric(platform::Simulation& simulation) : simulation_(simulation), timi
 Fabric::~Fabric() = default;
 
 Router& Fabric::AddRouter(std::string_view model, std::string name) {
-  return AddRouter(NamedModel(model), std::move(name));
+  const RouterModel* found = FindModel(model);
+  if (found == nullptr) throw TopologyError("unknown model " + Quoted(model));
+  return AddRouter(*found, std::move(name));
 }
 
 Router& Fabric::AddRouter(const RouterModel& model, std::string name) {
-  return Add(model, std::move(name), model.hostInterface.value_or(HostInterfaceConfig{}));
-}
-
-Router& Fabric::AddHost(std::string_view model, std::string name, const HostInterfaceConfig& config) {
-  if (!NamedModel(model).host) throw TopologyError("model " + Quoted(model) + " is no host");
-  return Add(NamedModel(model), std::move(name), config);
-}
-
-Router& Fabric::Add(const RouterModel& model, std::string name, const HostInterfaceConfig& config) {
   if (name.empty() || name.find(':') != std::string::npos) throw TopologyError("bad router name " + Quoted(name));
   if (Find(name) != nullptr) throw TopologyError("two routers are called " + Quoted(name));
   routers_.push_back(std::make_unique<Router>(*this, model, std::move(name)));
   Router& router = *routers_.back();
   router.operations().SetDrom(BuildDrom(model));
-  if (model.host) hosts_.push_back(std::make_unique<Host>(*this, router, config));
+  if (model.host) hosts_.push_back(std::make_unique<Host>(*this, router, model.hostInterface.value()));
   return router;
 }
 

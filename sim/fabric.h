@@ -38,8 +38,6 @@ class Fabric {
   Router& AddRouter(std::string_view model, std::string name);
   // `model` must outlive the fabric; for models that a test has parsed itself.
   Router& AddRouter(const RouterModel& model, std::string name);
-  // A host whose interface differs from its model's: other hop counts, interrupts or PCI identity.
-  Router& AddHost(std::string_view model, std::string name, const HostInterfaceConfig& config);
   // Ports as "D1:3": router name and lane adapter. Plug lets the link train and reports it; Connect was there all
   // along.
   void Connect(std::string_view first, std::string_view second, CableOptions options = {});
@@ -101,7 +99,6 @@ class Fabric {
   void Sleep(Host& host, platform::FunctionPower power);
   bool WakeChainArmed(const Router& router) const;
   void Wake(Host& host);
-  Router& Add(const RouterModel& model, std::string name, const HostInterfaceConfig& config);
   Link& AddLink(std::string_view first, std::string_view second, CableOptions options);
   Adapter& LanePort(std::string_view port) const;
   Link* FindLink(std::string_view portOrRouter) const;

@@ -38,14 +38,14 @@ Router::Router(Fabric& fabric, const RouterModel& model, std::string name)
   adapters_.resize(model_.maxAdapter + 1);
   for (unsigned number = 1; number <= model_.maxAdapter; ++number)
     adapters_[number] = std::make_unique<Adapter>(*this, model_.adapters[number]);
-  if (model_.host) place_ = {this, model_.upstream, 0, 0};
+  if (isHost()) place_ = {this, model_.upstream, 0, 0};
 }
 
 void Router::DefineSpace() {
   const unsigned first = model_.capabilities.empty() ? 0 : model_.capabilities.front().offset;
   space_.Define(0, static_cast<std::uint32_t>(model_.device) << 16 | model_.vendor);
   // A Thunderbolt 3 device does not know its upstream adapter before it is told.
-  const unsigned upstream = model_.usb4() || model_.host ? model_.upstream : 0;
+  const unsigned upstream = model_.usb4() || isHost() ? model_.upstream : 0;
   space_.Define(kRouterCs1,
                 first | upstream << 8 | model_.maxAdapter << 14 | static_cast<std::uint32_t>(model_.revision) << 24,
                 kCs1Rules);
@@ -111,6 +111,7 @@ void Router::WatchHeader() {
 }
 
 void Router::CheckTopologyWritten() {
+  if (!headerRead_) return;
   const std::uint32_t cs1 = space_.Get(kRouterCs1);
   char text[96];
   if (configuredRoute() != place_.route || ((cs1 >> 20) & 7) != (place_.depth & 7)) {
@@ -178,6 +179,7 @@ void Router::PlugChanged(Adapter& adapter, bool unplug) {
 void Router::Reset() {
   ++life_;
   busyUntil = 0;
+  headerRead_ = false;
   notifications_.Clear();
   operations_.Reset();
   services_.Reset();

@@ -111,6 +111,7 @@ class Router {
   RouterServices services_;
   Place place_;
   std::uint64_t life_ = 0;
+  bool headerRead_ = false;  // since the last reset: a manager may not know yet that this is another router
 };
 
 }  // namespace sim

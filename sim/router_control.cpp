@@ -97,17 +97,18 @@ std::optional<ControlPacket> Router::HandleAccess(const ControlPacket& packet, u
   if (!write) {
     std::vector<std::uint32_t> data;
     if (!space->Read(address.offset, address.length, data)) return refuse(ErrorCode::NoSuchAddress, "");
+    headerRead_ = headerRead_ || (address.space == Space::Router && address.offset <= kLastHeaderDword);
     return ReadResponse(route, echo, data);
   }
   if (address.space == Space::Router && !configured() && address.offset + address.length > kLastHeaderDword + 1)
-    return refuse(ErrorCode::NotEnumerated,
-                  "router dword " + std::to_string(address.offset) + " written before the header");
+    return refuse(ErrorCode::NotEnumerated, "");
   std::vector<std::string> complaints;
   const auto data = std::span(packet.dwords).subspan(kHeaderDwords);
   if (!space->Write(address.offset, data, complaints))
     return refuse(ErrorCode::NoSuchAddress, std::string("write to unknown ") + SpaceName(address.space) + " dword " +
                                                 std::to_string(address.offset));
-  for (const std::string& complaint : complaints) Misuse(address.adapter, complaint);
+  if (headerRead_)
+    for (const std::string& complaint : complaints) Misuse(address.adapter, complaint);
   return WriteResponse(route, echo);
 }
 

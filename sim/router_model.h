@@ -59,7 +59,7 @@ struct DromModel {
 
 struct RouterModel {
   std::string name;
-  bool host = false;
+  bool host = false;  // has a host interface
   std::uint16_t vendor = 0x8086;
   std::uint16_t device = 0;
   std::uint8_t revision = 0;

@@ -38,16 +38,18 @@ void RouterOperations::Define() {
 }
 
 void RouterOperations::Start(std::uint32_t control) {
+  const auto opcode = static_cast<std::uint16_t>(control);
   if (busy_) {
-    router_.Misuse(0, "router operation started while another one runs");
+    // A manager whose answer got lost asks again.
+    if (opcode != running_) router_.Misuse(0, "router operation started while another one runs");
     return;
   }
   Fabric& fabric = router_.fabric();
   busy_ = true;
+  running_ = opcode;
   if (fabric.simulation().faults().Fires("router.operation-stuck")) return;
   const bool slow = fabric.simulation().faults().Fires("router.operation-slow");
   const platform::Time time = slow ? kSlow : fabric.timing().Draw(kBusy);
-  const auto opcode = static_cast<std::uint16_t>(control);
   fabric.simulation().After(time, "router operation", [this, opcode, life = router_.life()] {
     if (life != router_.life()) return;
     busy_ = false;

@@ -37,6 +37,7 @@ class RouterOperations {
 
   Router& router_;
   bool busy_ = false;
+  std::uint16_t running_ = 0;
   std::vector<std::uint8_t> drom_;
   std::set<unsigned> dpReservations_;
   std::set<std::uint16_t> refused_;
