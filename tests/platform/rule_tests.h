@@ -55,7 +55,9 @@ struct BrokenRuleEntry {
   static void Break##testName([[maybe_unused]] ::platform::RuleRig& rig)
 
 // For a rule whose breaking needs more than a RuleRig: the test of this name asserts it by itself.
-#define BROKEN_BY_TEST(testName, ruleName, callName) \
-  static const ::platform::BrokenRuleEntry kEntry##testName({#testName, ::platform::Rule::ruleName, callName, nullptr});
+#define BROKEN_BY_TEST(testName, ruleName, callName) PLATFORM_BROKEN_BY(testName, ruleName, callName, __LINE__)
+#define PLATFORM_BROKEN_BY(testName, ruleName, callName, line) PLATFORM_BROKEN_AT(testName, ruleName, callName, line)
+#define PLATFORM_BROKEN_AT(testName, ruleName, callName, line) \
+  static const ::platform::BrokenRuleEntry kEntry##line({#testName, ::platform::Rule::ruleName, callName, nullptr});
 
 }  // namespace platform

@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "tests/platform/rule_tests.h"
 #include "wdf_fixture.h"
 
 namespace wdf_test {
@@ -274,6 +275,15 @@ TEST_P(WdfDevice, StartFailsAtEachFaultSiteAndLeavesNothing) {
     EXPECT_EQ(host.LiveObjects(), 0u);
   }
 }
+
+BROKEN_BY_TEST(ACallbackThatReturnsAtAnotherIrqlIsReported, CallbackIrql, "EvtDeviceD0Entry")
+BROKEN_BY_TEST(ACallbackThatReturnsWithALockIsReported, CallbackHoldsLock, "EvtDeviceD0Entry")
+BROKEN_BY_TEST(ABusInterfaceThatIsKeptIsALeak, HandleLeak, "WdfFdoQueryForInterface")
+BROKEN_BY_TEST(ARegisterAccessInD3IsReported, RegisterWhilePoweredDown, "READ_REGISTER_ULONG")
+BROKEN_BY_TEST(AnInitStructureUsedAfterItsDeviceIsCreatedIsReported, HandleStale, "WdfDeviceInitSetExclusive")
+BROKEN_BY_TEST(WdfRefused, InvalidArgument, "WdfDeviceSetDeviceState")
+BROKEN_BY_TEST(WdfRefused, NotModelled, "WdfDeviceQueryProperty")
+BROKEN_BY_TEST(WdfRefused, IrqlTooHigh, "WdfDeviceOpenRegistryKey")
 
 }  // namespace
 }  // namespace wdf_test

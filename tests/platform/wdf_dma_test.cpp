@@ -2,6 +2,7 @@
 #include <cstring>
 #include <set>
 
+#include "tests/platform/rule_tests.h"
 #include "wdf_fixture.h"
 
 namespace wdf_test {
@@ -208,6 +209,11 @@ TEST_P(WdfDma, EachFailingCallHasAFaultSite) {
   });
   Finish();
 }
+
+BROKEN_BY_TEST(WdfDmaOutside, DmaOutsideBuffer, "PciSlot::DmaRead")
+BROKEN_BY_TEST(ABufferThatOutlivesItsEnablerIsReported, CommonBufferLeak, "WdfObjectDelete")
+BROKEN_BY_TEST(WritingPastABufferIsReportedWhenItIsDeleted, PoolOverrun, "WdfObjectDelete")
+BROKEN_BY_TEST(CommonBuffersArePassiveOnly, IrqlTooHigh, "WdfObjectDelete")
 
 }  // namespace
 }  // namespace wdf_test

@@ -1,4 +1,5 @@
 // Framework objects: contexts, parents, cleanup and destroy order, and handles that are stale or of the wrong type.
+#include "tests/platform/rule_tests.h"
 #include "wdf_fixture.h"
 
 namespace wdf_test {
@@ -178,6 +179,12 @@ TEST_P(WdfObject, CreationFailsAtItsFaultSite) {
   host.Remove(id);
   Unload();
 }
+
+BROKEN_BY_TEST(WdfBadHandle, HandleStale, "WdfWorkItemEnqueue")
+BROKEN_BY_TEST(WdfBadHandle, HandleStale, "WdfObjectDelete")
+BROKEN_BY_TEST(WdfBadHandle, HandleWrongType, "WdfWorkItemEnqueue")
+BROKEN_BY_TEST(WdfBadHandle, InvalidArgument, "WdfObjectDelete")
+BROKEN_BY_TEST(WhatIsStillReferencedAtUnloadIsALeak, HandleLeak, "")
 
 }  // namespace
 }  // namespace wdf_test

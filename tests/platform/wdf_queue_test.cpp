@@ -1,6 +1,7 @@
 // Requests: routing by type, buffers by transfer method, ownership, completion, manual queues, power-managed queues.
 #include <cstring>
 
+#include "tests/platform/rule_tests.h"
 #include "wdf_fixture.h"
 
 namespace wdf_test {
@@ -337,6 +338,13 @@ TEST_P(WdfQueue, EachFailingCallHasAFaultSite) {
   EXPECT_EQ(host.Send(id, Transfer(IoRequest::Kind::Read, "", 3))->status, STATUS_INSUFFICIENT_RESOURCES);
   Finish();
 }
+
+BROKEN_BY_TEST(WdfRequestMisuse, RequestCompletedTwice, "WdfRequestComplete")
+BROKEN_BY_TEST(WdfRequestMisuse, RequestAfterCompletion, "WdfRequestRetrieveInputBuffer")
+BROKEN_BY_TEST(WdfRequestMisuse, RequestNotOwned, "WdfRequestComplete")
+BROKEN_BY_TEST(WdfRequestMisuse, RequestNotOwned, "WdfRequestForwardToIoQueue")
+BROKEN_BY_TEST(WdfRequestMisuse, InvalidArgument, "WdfRequestComplete")
+BROKEN_BY_TEST(ARequestThatIsNeverCompletedIsReportedAtRemoval, RequestNeverCompleted, "device removal")
 
 }  // namespace
 }  // namespace wdf_test

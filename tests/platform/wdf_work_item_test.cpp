@@ -1,5 +1,6 @@
 // Work items: merged while queued, run once more when enqueued while running, never two at a time, each on its own
 // task.
+#include "tests/platform/rule_tests.h"
 #include "wdf_fixture.h"
 
 namespace wdf_test {
@@ -169,6 +170,11 @@ TEST_P(WdfWork, FlushAtDispatchLevelIsReported) {
   });
   EXPECT_EQ(Broken(), "irql-too-high in WdfWorkItemFlush");
 }
+
+BROKEN_BY_TEST(DeletingARunningItemIsReported, WorkItemFreedRunning, "WdfObjectDelete")
+BROKEN_BY_TEST(SelfFlushIsReported, WorkItemSelfFlush, "WdfWorkItemFlush")
+BROKEN_BY_TEST(APowerCallbackThatFlushesWorkWhichWaitsForD0IsReported, PowerReferenceDeadlock, "WdfWorkItemFlush")
+BROKEN_BY_TEST(FlushAtDispatchLevelIsReported, IrqlTooHigh, "WdfWorkItemFlush")
 
 }  // namespace
 }  // namespace wdf_test
