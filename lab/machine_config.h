@@ -13,11 +13,11 @@ namespace lab {
 
 struct ControllerConfig {
   std::string name = "H1";   // unique within its host
-  std::string model = "H1";  // one of ModelNames()
+  std::string model = "H1";  // one of HostModelNames()
   std::string hardwareId = "PCI\\VEN_1F3A&DEV_3A0E&SUBSYS_00000000&REV_00";
   std::optional<std::uint32_t> pciIdentity;  // dword 0 of configuration space, device << 16 | vendor; else the model's
   std::optional<std::uint32_t> hopCount;     // what the capabilities register says; else the model's
-  std::optional<std::vector<platform::Resource>> resources;  // in bus order; else four interrupts, then BAR0
+  std::optional<std::vector<platform::Resource>> resources;  // in bus order; else BAR0, then its interrupts
   std::map<std::string, std::uint32_t> parameters;           // "USB3Tunnel\\USB3TunnelSupported" -> 1
   platform::Status acpiStatus = 0;
   platform::Time acpiDelay = 0;
@@ -34,7 +34,7 @@ struct MachineConfig {
   platform::SimulationOptions simulation;
 };
 
-// Names of the host models that a scenario may name, in name order.
-std::vector<std::string> ModelNames();
+// Names of the models that have a host interface, in name order.
+std::vector<std::string> HostModelNames();
 
 }  // namespace lab

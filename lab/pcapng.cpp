@@ -43,7 +43,9 @@ std::span<const std::uint8_t> AsBytes(std::string_view text) {
   return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
 
-void PutEnd(Bytes& to) { PutOption(to, kOptionEnd, {}); }
+void PutEnd(Bytes& to) {
+  PutOption(to, kOptionEnd, {});
+}
 
 }  // namespace
 
@@ -102,6 +104,7 @@ void PcapngWriter::Write(std::uint32_t interface, const CapturedPacket& packet) 
   Bytes flags, options;
   Put32(flags, static_cast<std::uint32_t>(packet.direction));
   PutOption(options, kPacketFlags, flags);
+  if (!packet.comment.empty()) PutOption(options, kOptionComment, AsBytes(packet.comment));
   PutPacketBlock(interface, packet.when, data, options);
 }
 

@@ -21,6 +21,7 @@ struct CapturedPacket {
   Direction direction = Direction::ToDevice;
   std::uint8_t startPdf = 0, endPdf = 0;
   std::span<const std::uint8_t> bytes;
+  std::string_view comment;
 };
 
 class PcapngWriter {

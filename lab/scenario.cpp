@@ -67,7 +67,7 @@ std::vector<platform::Resource> ParseResources(TableReader& table) {
 
 ControllerConfig ReadController(TableReader table) {
   ControllerConfig controller;
-  controller.model = table.Choice("model", ModelNames(), controller.model);
+  controller.model = table.Choice("model", HostModelNames(), controller.model);
   controller.name = table.Text("name", controller.model);
   controller.hardwareId = table.Text("hardwareId", controller.hardwareId);
   if (table.Has("pciIdentity")) {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/machine_config.h"
+#include "lab/machine.h"
 
 namespace lab {
 
@@ -13,12 +13,6 @@ enum class Verb { Sleep, Hibernate, Resume, Wake, Disable, Enable, SurpriseRemov
 
 // Names of the verbs as files write them ("surprise-remove"), in the order of the enumeration.
 const std::vector<std::string>& VerbNames();
-
-// A controller of the machine by position.
-struct Place {
-  std::size_t host = 0;
-  std::size_t controller = 0;
-};
 
 struct ScenarioEvent {
   platform::Time at = 0;  // after the start of the last controller

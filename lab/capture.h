@@ -1,0 +1,22 @@
+// The control rings of a machine as a capture file: every packet that crosses, every event as a comment.
+#pragma once
+#include <string>
+
+#include "lab/machine.h"
+#include "lab/pcapng.h"
+#include "lab/run_report.h"
+
+namespace lab {
+
+class Capture {
+ public:
+  Capture(const std::string& file, Machine& machine);
+  void Comment(const LiveEvent& event);
+  [[nodiscard]] bool Close() { return writer_.Close(); }
+
+ private:
+  PcapngWriter writer_;
+  std::vector<std::string> names_;  // of the domains, by interface
+};
+
+}  // namespace lab

@@ -1,0 +1,43 @@
+// The domain as the driver holds it, copied into plain data: what the tree, the JSON document and the oracles look at.
+#pragma once
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "lab/machine_config.h"
+
+namespace lab {
+
+struct AdapterView {
+  unsigned number = 0;
+  std::uint32_t type = 0;
+};
+
+struct LinkView {
+  unsigned speedGbps = 0;
+  unsigned lanes = 0;
+  bool bonded = false;
+};
+
+struct RouterView {
+  std::uint64_t route = 0;
+  std::string name;  // "0-0": controller index and route
+  std::optional<std::string> vendorName, deviceName, uid;
+  unsigned generation = 0;  // 4 for USB4, 3 and less for what came before
+  unsigned depth = 0;
+  unsigned upstreamAdapter = 0;
+  std::vector<AdapterView> adapters;  // in number order, adapter 0 not among them
+  std::optional<LinkView> link;       // towards the host; the host router has none
+};
+
+struct DomainView {
+  std::string name;      // "host/H1"
+  bool present = false;  // the driver has a domain
+  std::vector<RouterView> routers;
+};
+
+// "lane", "PCIe downstream", ...; "unknown" for a type that no table names.
+const char* AdapterTypeName(std::uint32_t type);
+
+}  // namespace lab

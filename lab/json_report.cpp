@@ -1,0 +1,111 @@
+// The only user of the JSON library. What a run cannot know yet is an empty list or null, never missing.
+#include "lab/json_report.h"
+
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+
+namespace lab {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// Additions raise the number behind the point, anything else the one before it.
+constexpr const char* kFormatVersion = "1.0";
+
+double Milliseconds(platform::Time time) {
+  return static_cast<double>(time) / static_cast<double>(platform::kMillisecond);
+}
+
+Json Text(const std::optional<std::string>& text) {
+  return text ? Json(*text) : Json(nullptr);
+}
+
+Json Adapters(const RouterView& router) {
+  Json list = Json::array();
+  for (const AdapterView& adapter : router.adapters)
+    list.push_back(Json::array({adapter.number, AdapterTypeName(adapter.type), adapter.type}));
+  return list;
+}
+
+Json Router(const RouterView& router) {
+  Json json;
+  json["route"] = fmt::format("{:x}", router.route);
+  json["name"] = router.name;
+  json["generation"] = router.generation;
+  json["vendorName"] = Text(router.vendorName);
+  json["deviceName"] = Text(router.deviceName);
+  json["uid"] = Text(router.uid);
+  json["depth"] = router.depth;
+  json["upstreamAdapter"] = router.upstreamAdapter;
+  json["adapters"] = Adapters(router);
+  json["link"] = nullptr;
+  if (router.link)
+    json["link"] =
+        Json{{"speedGbps", router.link->speedGbps}, {"lanes", router.link->lanes}, {"bonded", router.link->bonded}};
+  json["tmu"] = nullptr;
+  return json;
+}
+
+// With several domains in one run each router also says whose it is, since every domain has its own route 0.
+Json Routers(const RunReport& report) {
+  Json list = Json::array();
+  for (const DomainView& domain : report.domains) {
+    for (const RouterView& router : domain.routers) {
+      Json json = Router(router);
+      if (report.domains.size() > 1) json["domain"] = domain.name;
+      list.push_back(std::move(json));
+    }
+  }
+  return list;
+}
+
+Json Violations(const RunReport& report) {
+  Json list = Json::array();
+  for (const platform::Violation& violation : report.violations) {
+    list.push_back(Json{{"rule", platform::RuleName(violation.rule)},
+                        {"call", violation.call},
+                        {"task", violation.task},
+                        {"irql", violation.irql},
+                        {"detail", violation.detail},
+                        {"timeMs", Milliseconds(violation.when)},
+                        {"stack", violation.stack}});
+  }
+  return list;
+}
+
+Json ProtocolErrors(const RunReport& report) {
+  Json list = Json::array();
+  for (const sim::ProtocolError& error : report.protocolErrors)
+    list.push_back(Json{{"timeMs", Milliseconds(error.when)}, {"text", error.text}, {"count", error.count}});
+  return list;
+}
+
+Json Events(const RunReport& report) {
+  Json list = Json::array();
+  for (const LiveEvent& event : report.events)
+    list.push_back(Json{{"timeMs", Milliseconds(event.when)},
+                        {"where", event.where},
+                        {"event", event.event},
+                        {"effect", event.effect}});
+  return list;
+}
+
+}  // namespace
+
+std::string FormatJson(const RunReport& report) {
+  Json json;
+  json["format_version"] = kFormatVersion;
+  json["verdict"] = report.code == ExitCode::Held ? "pass" : "fail";
+  json["seed"] = report.seeded ? Json(fmt::format("{}", report.seed)) : Json(nullptr);
+  json["virtualTimeMs"] = Milliseconds(report.virtualTime);
+  json["routers"] = Routers(report);
+  json["tunnels"] = Json::array();
+  json["peers"] = Json::array();
+  json["violations"] = Violations(report);
+  json["protocolErrors"] = ProtocolErrors(report);
+  json["events"] = Events(report);
+  return json.dump(2) + "\n";
+}
+
+}  // namespace lab

@@ -1,0 +1,50 @@
+// Power steps, events of the hardware and the driver's own warnings; calls and register accesses are for traces.
+#include "lab/live_events.h"
+
+#include <fmt/format.h>
+
+#include "lab/driver_event.h"
+#include "platform/host/host_kernel.h"
+
+namespace lab {
+namespace {
+
+constexpr std::uint8_t kWarning = 3;  // levels up to this one are shown
+
+std::optional<LiveEvent> Describe(const platform::TraceRecord& record) {
+  LiveEvent event;
+  event.when = record.when;
+  event.where = record.kernel ? record.kernel->options().name : "";
+  switch (record.kind) {
+    case platform::TraceKind::Power:
+      event.event = record.name;
+      event.effect = record.text;
+      return event;
+    case platform::TraceKind::Device:
+      event.event = record.name;
+      event.effect = record.text;
+      return event;
+    case platform::TraceKind::Driver: {
+      if (record.level > kWarning) return std::nullopt;
+      const auto driver = UnpackDriverEvent(record.payload);
+      event.event = driver ? driver->operation : "driver";
+      event.effect = driver ? FormatDriverEvent(*driver) : "a trace event that cannot be read";
+      return event;
+    }
+    default:
+      return std::nullopt;
+  }
+}
+
+}  // namespace
+
+void LiveEvents::OnTrace(const platform::TraceRecord& record) {
+  if (auto event = Describe(record)) Add(std::move(*event));
+}
+
+void LiveEvents::Add(LiveEvent event) {
+  for (const Listener& listener : listeners_) listener(event);
+  events_.push_back(std::move(event));
+}
+
+}  // namespace lab

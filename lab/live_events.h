@@ -1,0 +1,26 @@
+// What a person sees happen: selects the records of a run that mean something and says them in words.
+#pragma once
+#include <functional>
+#include <vector>
+
+#include "lab/run_report.h"
+#include "platform/host/trace.h"
+
+namespace lab {
+
+class LiveEvents final : public platform::TraceSink {
+ public:
+  using Listener = std::function<void(const LiveEvent&)>;
+
+  void Listen(Listener listener) { listeners_.push_back(std::move(listener)); }
+  void OnTrace(const platform::TraceRecord& record) override;
+  // An event of the run itself: a scenario's verb, a check that failed.
+  void Add(LiveEvent event);
+  const std::vector<LiveEvent>& events() const { return events_; }
+
+ private:
+  std::vector<Listener> listeners_;
+  std::vector<LiveEvent> events_;
+};
+
+}  // namespace lab

@@ -1,0 +1,160 @@
+// The command line. The only user of the option parser; every mistake in the options is exit code 2.
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <fstream>
+
+#include "lab/console.h"
+#include "lab/decode_packet.h"
+#include "lab/fault_profiles.h"
+#include "lab/json_report.h"
+#include "lab/print_run.h"
+#include "lab/soak.h"
+#include "lab/suggest.h"
+#include "lab/toml_reader.h"
+#include "sim/fabric.h"
+
+namespace {
+
+struct Options {
+  std::string color = "auto";
+  std::vector<std::string> files;
+  std::string seed, seeds = "1..100", shard = "1/1";
+  std::vector<std::string> faults{"none"};
+  lab::RunOptions run;
+  bool json = false;
+  unsigned verbosity = 0;
+};
+
+lab::Console MakeConsole(const Options& options) {
+  if (options.color == "always") return lab::Console(lab::ColorMode::Always);
+  if (options.color == "never") return lab::Console(lab::ColorMode::Never);
+  return lab::Console(lab::ColorMode::Auto);
+}
+
+lab::ExitCode UsageError(const std::string& message) {
+  lab::Console().Message("usb4lab: " + message);
+  return lab::ExitCode::Usage;
+}
+
+bool ParseSeed(const std::string& text, std::uint64_t& seed) {
+  std::size_t used = 0;
+  try {
+    seed = std::stoull(text, &used, 0);
+  } catch (const std::exception&) {
+    return false;
+  }
+  return used == text.size() && text[0] != '-';
+}
+
+bool KnownFaults(const std::vector<std::string>& names, std::string& message) {
+  const std::vector<std::string>& known = lab::FaultProfileNames();
+  for (const std::string& name : names) {
+    if (std::find(known.begin(), known.end(), name) != known.end()) continue;
+    message = fmt::format("unknown fault profile \"{}\"{}", name, lab::Suggestion(name, known));
+    return false;
+  }
+  return true;
+}
+
+lab::ExitCode RunCommand(Options& options) {
+  std::string message;
+  if (!KnownFaults(options.faults, message)) return UsageError(message);
+  options.run.faults = options.faults.front();
+  std::uint64_t seed = 0;
+  if (!options.seed.empty()) {
+    if (!ParseSeed(options.seed, seed)) return UsageError("--seed wants a number, not \"" + options.seed + "\"");
+    options.run.seed = seed;
+  }
+  const lab::Console console = MakeConsole(options);
+  const lab::Scenario scenario = lab::ReadScenario(options.files.front());
+  lab::LiveEvents::Listener live;
+  if (!options.json) {
+    console.Out(console.Paint(lab::Style::Strong, scenario.name));
+    live = [&console](const lab::LiveEvent& event) { lab::PrintEvent(console, event); };
+  }
+  const lab::RunReport report = lab::RunScenario(scenario, options.run, live);
+  if (options.json)
+    fmt::print("{}", lab::FormatJson(report));
+  else
+    lab::PrintReport(console, report, options.verbosity, lab::ReplayCommand(scenario.file, options.run));
+  return report.code;
+}
+
+lab::ExitCode SoakCommand(Options& options) {
+  lab::SoakOptions soak;
+  std::string message;
+  if (!KnownFaults(options.faults, message)) return UsageError(message);
+  if (!lab::ParseSeedRange(options.seeds, soak.firstSeed, soak.lastSeed))
+    return UsageError("--seeds wants A..B with A not above B, not \"" + options.seeds + "\"");
+  if (!lab::ParseShard(options.shard, soak.shard, soak.shards))
+    return UsageError("--shard wants I/N with I in 1 to N, not \"" + options.shard + "\"");
+  soak.scenarios = options.files;
+  soak.faults = options.faults;
+  return lab::Soak(soak, MakeConsole(options));
+}
+
+lab::ExitCode DecodeCommand(const Options& options) {
+  return lab::DecodePackets(options.files.front(), MakeConsole(options));
+}
+
+void AddColor(CLI::App& app, Options& options) {
+  app.add_option("--color", options.color, "auto, always or never")->check(CLI::IsMember({"auto", "always", "never"}));
+}
+
+void AddRun(CLI::App& app, Options& options) {
+  app.add_option("scenario", options.files, "scenario file")->required()->expected(1);
+  app.add_option("--seed", options.seed, "one interleaving; without it, first come, first served");
+  app.add_option("--faults", options.faults, "fault profile")->expected(1);
+  app.add_option("--stop-at", options.run.stopAtStep, "end at this scheduling choice");
+  app.add_option("--pcapng", options.run.captureFile, "capture the control rings in this file");
+  app.add_flag("--json", options.json, "one JSON document instead of text");
+  app.add_flag("-v", options.verbosity, "list adapters in the tree");
+  AddColor(app, options);
+}
+
+void AddSoak(CLI::App& app, Options& options) {
+  app.add_option("scenarios", options.files, "scenario files")->required();
+  app.add_option("--seeds", options.seeds, "A..B");
+  app.add_option("--shard", options.shard, "I/N: every N-th run, from the I-th on");
+  app.add_option("--faults", options.faults, "fault profiles, each with every seed");
+  AddColor(app, options);
+}
+
+lab::ExitCode Dispatch(int count, char** arguments) {
+  Options options;
+  CLI::App app("The connection manager driver on a simulated machine.", "usb4lab");
+  app.require_subcommand(1);
+  CLI::App* run = app.add_subcommand("run", "play a scenario, show what happens, judge it");
+  CLI::App* soak = app.add_subcommand("soak", "many seeds of scenarios; prints each failure as its replay command");
+  CLI::App* decode = app.add_subcommand("decode", "explain a dump from the bench");
+  AddRun(*run, options);
+  AddSoak(*soak, options);
+  decode->require_subcommand(1);
+  CLI::App* packet = decode->add_subcommand("packet", "control packets, one a line in hex, with or without CRC");
+  packet->add_option("file", options.files, "text file")->required()->expected(1);
+  AddColor(*packet, options);
+  try {
+    app.parse(count, arguments);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() != 0) return UsageError(error.what());
+    app.exit(error);  // help was asked for
+    return lab::ExitCode::Held;
+  }
+  if (run->parsed()) return RunCommand(options);
+  return soak->parsed() ? SoakCommand(options) : DecodeCommand(options);
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  try {
+    return static_cast<int>(Dispatch(count, arguments));
+  } catch (const lab::InputError& error) {
+    lab::Console().Message(error.what());
+    return static_cast<int>(lab::ExitCode::Usage);
+  } catch (const sim::TopologyError& error) {
+    lab::Console().Message(std::string("usb4lab: ") + error.what());
+    return static_cast<int>(lab::ExitCode::Usage);
+  }
+}

@@ -1,0 +1,261 @@
+// Plays a scenario on a machine: start, events and expectations in time order, quiet, judgement, removal, leftovers.
+#include "lab/run.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "lab/capture.h"
+#include "lab/duration.h"
+#include "lab/expectations.h"
+#include "lab/fault_profiles.h"
+#include "lab/machine.h"
+
+namespace lab {
+namespace {
+
+constexpr platform::Time kQuietWithin = 60 * platform::kSecond;
+constexpr platform::Time kHealPause = 10 * platform::kSecond;
+
+class Run {
+ public:
+  Run(const Scenario& scenario, const RunOptions& options, const LiveEvents::Listener& live);
+  RunReport Execute();
+
+ private:
+  void Start();
+  void PlayUntil(platform::Time end);
+  void Play(const ScenarioEvent& event);
+  void Heal();
+  void Judge(const Expectation& expectation);
+  void JudgeEnd();
+  void Removal();
+  void AddLeftovers();
+  void Fail(std::string text);
+  void Say(std::string where, std::string event, std::string effect);
+  ExitCode Code() const;
+  bool Over() { return machine_.simulation().Stopped() || stopReached_; }
+  void Pass(platform::Time until);
+  void Note(platform::Outcome outcome);
+
+  const Scenario& scenario_;
+  const RunOptions& options_;
+  Machine machine_;
+  LiveEvents events_;
+  std::unique_ptr<Capture> capture_;
+  RunReport report_;
+  platform::Time origin_ = 0;  // when the last controller had started
+  bool stopReached_ = false;
+};
+
+MachineConfig ConfigFor(const Scenario& scenario, const RunOptions& options) {
+  MachineConfig config = scenario.machine;
+  config.simulation = SimulationFor(options);
+  return config;
+}
+
+Run::Run(const Scenario& scenario, const RunOptions& options, const LiveEvents::Listener& live)
+    : scenario_(scenario), options_(options), machine_(ConfigFor(scenario, options)) {
+  if (live) events_.Listen(live);
+  if (!options.captureFile.empty()) {
+    capture_ = std::make_unique<Capture>(options.captureFile, machine_);
+    events_.Listen([this](const LiveEvent& event) { capture_->Comment(event); });
+  }
+  if (options.events || capture_) machine_.simulation().AddSink(&events_);
+  if (!options.events)
+    for (Place place : machine_.Places()) machine_.wire(place).log().Keep(false);
+  report_.seeded = options.seed.has_value();
+  report_.seed = options.seed.value_or(0);
+}
+
+void Run::Say(std::string where, std::string event, std::string effect) {
+  events_.Add({machine_.simulation().Now(), std::move(where), std::move(event), std::move(effect)});
+}
+
+void Run::Fail(std::string text) {
+  Say("", "expectation failed", text);
+  report_.failures.push_back(std::move(text));
+}
+
+void Run::Note(platform::Outcome outcome) {
+  stopReached_ = stopReached_ || outcome == platform::Outcome::StepReached;
+}
+
+void Run::Pass(platform::Time until) {
+  while (!Over() && machine_.simulation().Now() < until) {
+    const platform::Outcome outcome = machine_.simulation().RunUntil([] { return false; }, until);
+    Note(outcome);
+    if (outcome != platform::Outcome::Done) return;
+  }
+}
+
+void Run::Start() {
+  machine_.Start();
+  if (Over()) return;
+  for (Place place : machine_.Places())
+    Say(machine_.DomainName(place), "start",
+        fmt::format("status 0x{:08X}", static_cast<std::uint32_t>(machine_.StartStatus(place))));
+  origin_ = machine_.simulation().Now();
+}
+
+void Run::Play(const ScenarioEvent& event) {
+  platform::HostKernel& kernel = machine_.kernel(event.place.host);
+  const std::string& verb = VerbNames()[static_cast<std::size_t>(event.verb)];
+  const bool wholeHost = event.verb == Verb::Sleep || event.verb == Verb::Hibernate || event.verb == Verb::Resume;
+  Say(wholeHost ? kernel.options().name : machine_.DomainName(event.place), verb, "asked");
+  const platform::DeviceId device = machine_.device(event.place);
+  switch (event.verb) {
+    case Verb::Sleep:
+      return kernel.SystemSleepAsync(platform::SystemPowerAction::Sleep);
+    case Verb::Hibernate:
+      return kernel.SystemSleepAsync(platform::SystemPowerAction::Hibernate);
+    case Verb::Resume:
+      return kernel.SystemResumeAsync();
+    case Verb::Wake:
+      return machine_.hostInterface(event.place).SignalWake();
+    case Verb::Disable:
+      return kernel.Disable(device);
+    case Verb::Enable:
+      Say(machine_.DomainName(event.place), "enable",
+          fmt::format("status 0x{:08X}", static_cast<std::uint32_t>(kernel.Enable(device))));
+      return;
+    case Verb::SurpriseRemove:
+      return kernel.SurpriseRemoveAsync(device);
+    case Verb::Remove:
+      return kernel.RemoveAsync(device);
+  }
+}
+
+void Run::PlayUntil(platform::Time end) {
+  auto event = scenario_.events.begin();
+  auto expectation = scenario_.expectations.begin();
+  while (!Over()) {
+    const platform::Time nextEvent = event == scenario_.events.end() ? platform::kNever : event->at;
+    const platform::Time nextCheck = expectation == scenario_.expectations.end() ? platform::kNever : expectation->at;
+    const platform::Time next = std::min(nextEvent, nextCheck);
+    if (next >= end) return;
+    Pass(origin_ + next);
+    if (Over()) return;
+    if (nextCheck <= nextEvent) {
+      // With faults on, what is true in between depends on the draw; what must be true in the end does not.
+      if (options_.faults == "none") Judge(*expectation);
+      ++expectation;
+    } else {
+      Play(*event);
+      ++event;
+    }
+  }
+}
+
+// Safety was shown; now liveness: without faults, every device that can run is started afresh and must come up
+// complete.
+void Run::Heal() {
+  machine_.faults().HealAll();
+  Say("", "faults", "healed");
+  Note(machine_.WaitQuiet(kQuietWithin));
+  for (std::size_t host = 0; host < scenario_.machine.hosts.size() && !Over(); ++host) {
+    machine_.kernel(host).SystemSleep(platform::SystemPowerAction::Sleep);
+    if (!Over()) machine_.kernel(host).SystemResume();
+  }
+  for (Place place : machine_.Places()) {
+    if (Over()) return;
+    machine_.RestartIfFailed(place);
+  }
+  Pass(machine_.simulation().Now() + kHealPause);
+}
+
+void Run::Judge(const Expectation& expectation) {
+  for (const std::string& text : Mismatches(expectation, machine_, options_.faults != "none"))
+    Fail(fmt::format("{}:{}:{}: {}", scenario_.file, expectation.line, expectation.column, text));
+}
+
+void Run::JudgeEnd() {
+  const platform::Outcome outcome = machine_.WaitQuiet(kQuietWithin);
+  Note(outcome);
+  if (Over()) return;
+  if (!machine_.Quiet())
+    Fail(fmt::format("the machine is not quiet {} ms after the last event", kQuietWithin / platform::kMillisecond));
+  for (Place place : machine_.Places()) report_.domains.push_back(machine_.Domain(place));
+  for (const Expectation& expectation : scenario_.expectations)
+    if (expectation.at == platform::kNever && !Over()) Judge(expectation);
+}
+
+void Run::AddLeftovers() {
+  for (std::size_t host = 0; host < scenario_.machine.hosts.size(); ++host) {
+    const platform::HostKernel& kernel = machine_.kernel(host);
+    Leftovers left;
+    left.host = kernel.options().name;
+    left.poolBytes = kernel.PoolBytes();
+    left.objects = kernel.LiveObjects();
+    left.mappings = kernel.LiveMappings();
+    left.buffers = kernel.LiveCommonBuffers();
+    for (const Leftovers& held : report_.leftovers)
+      if (held.host == left.host) left.references = held.references;
+    report_.leftovers[host] = left;
+    if (!left.Nothing()) Fail(fmt::format("host {} still holds something after the unload", left.host));
+  }
+}
+
+void Run::Removal() {
+  for (std::size_t host = 0; host < scenario_.machine.hosts.size(); ++host) {
+    Leftovers left;
+    left.host = machine_.kernel(host).options().name;
+    report_.leftovers.push_back(left);
+  }
+  for (Place place : machine_.Places())
+    if (machine_.Added(place))
+      report_.leftovers[place.host].references += machine_.kernel(place.host).References(machine_.device(place)).held;
+  machine_.RemoveAndUnload();
+  if (!Over()) AddLeftovers();
+}
+
+ExitCode Run::Code() const {
+  if (!report_.violations.empty()) return ExitCode::Violation;
+  if (!report_.hang.empty()) return ExitCode::Hang;
+  if (!report_.failures.empty() || !report_.protocolErrors.empty()) return ExitCode::Failed;
+  if (capture_ && !report_.captured) return ExitCode::InputOutput;
+  return ExitCode::Held;
+}
+
+RunReport Run::Execute() {
+  const bool faulty = options_.faults != "none";
+  if (!ArmFaults(options_.faults, report_.seed, machine_.faults())) Fail("unknown fault profile " + options_.faults);
+  Start();
+  if (!Over()) PlayUntil(platform::kNever);
+  if (!Over() && faulty) Heal();
+  if (!Over()) JudgeEnd();
+  if (!Over()) Removal();
+  platform::Simulation& simulation = machine_.simulation();
+  simulation.RemoveSink(&events_);
+  report_.violations = simulation.violations();
+  report_.hang = simulation.HangReport();
+  report_.protocolErrors = machine_.fabric().errors().list();
+  report_.virtualTime = simulation.Now();
+  report_.step = simulation.Step();
+  report_.stopReached = stopReached_;
+  report_.traceHash = simulation.TraceHash();
+  report_.faultsFired = machine_.faults().FiredCount();
+  for (const platform::Waiver& waiver : simulation.waivers())
+    if (waiver.hits > 0) report_.waivers.push_back(waiver);
+  report_.captured = capture_ && capture_->Close();
+  report_.code = Code();
+  report_.events = events_.events();
+  return std::move(report_);
+}
+
+}  // namespace
+
+platform::SimulationOptions SimulationFor(const RunOptions& options) {
+  platform::SimulationOptions simulation;
+  simulation.stopAtStep = options.stopAtStep;
+  if (!options.seed) return simulation;
+  simulation.seed = *options.seed;
+  simulation.policy = *options.seed % 4 == 3 ? platform::Policy::Priority : platform::Policy::Uniform;
+  return simulation;
+}
+
+RunReport RunScenario(const Scenario& scenario, const RunOptions& options, const LiveEvents::Listener& live) {
+  return Run(scenario, options, live).Execute();
+}
+
+}  // namespace lab

@@ -1,0 +1,27 @@
+// Many seeds of scenarios: progress, and each failing seed as the command that replays it.
+#pragma once
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "lab/console.h"
+#include "lab/run.h"
+
+namespace lab {
+
+struct SoakOptions {
+  std::vector<std::string> scenarios;
+  std::uint64_t firstSeed = 1, lastSeed = 100;
+  unsigned shard = 1, shards = 1;  // this process takes every shards-th run
+  std::vector<std::string> faults{"none"};
+};
+
+// "A..B" with A <= B.
+bool ParseSeedRange(const std::string& text, std::uint64_t& first, std::uint64_t& last);
+// "I/N" with 1 <= I <= N.
+bool ParseShard(const std::string& text, unsigned& shard, unsigned& shards);
+
+// Held when every run held; else the code of the first that did not. InputError for a scenario that cannot be read.
+ExitCode Soak(const SoakOptions& options, const Console& console);
+
+}  // namespace lab
