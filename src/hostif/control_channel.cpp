@@ -1,0 +1,167 @@
+// The control channel's life, transmission and acknowledgements. Reception: control_receive.cpp.
+#include "hostif/control_channel.h"
+
+#include <cstring>
+
+#include "hostif/config_request.h"
+#include "hostif/control_packet.h"
+#include "hostif/control_receive.h"
+#include "hostif/host_interface.h"
+#include "hostif/ring.h"
+#include "hostif/upcalls.h"
+#include "hostif/work_items.h"
+#include "include/device_context.h"
+#include "include/locks.h"
+#include "include/trace.h"
+
+namespace {
+
+constexpr std::uint8_t kXdomainUuid[16] = {0xb6, 0x38, 0xd7, 0x0e, 0x42, 0xff, 0x40, 0xbb,
+                                           0x97, 0xc2, 0x90, 0xe2, 0xc0, 0xb2, 0xff, 0x07};
+constexpr std::uint8_t kSecondUuid[16] = {0x79, 0x8f, 0x58, 0x9e, 0x36, 0x16, 0x8a, 0x47,
+                                          0x97, 0xc6, 0x56, 0x64, 0xa9, 0x20, 0xc8, 0xdd};
+constexpr std::uint32_t kPlugAckCode = 7;
+constexpr std::uint32_t kPlugged = 2;
+constexpr std::uint32_t kUnplugged = 3;
+
+void FreeSent(USB4_RING*, USB4_RING_FRAME* frame, bool) { KivUsb4CtlPkgFree(PacketOfFrame(frame)); }
+
+bool AllocateRings(USB4_CTL* channel) {
+  USB4_HOST_INTERFACE* hostInterface = channel->HostInterface;
+  channel->TransmitRing = Usb4TxRingAlloc(hostInterface, 0, kControlRingSize, kRingRawMode);
+  channel->ReceiveRing =
+      Usb4RxRingAlloc(hostInterface, {.Hop = 0,
+                                      .Size = kControlRingSize,
+                                      .IsTransmit = false,
+                                      .Flags = kRingRawMode,
+                                      .EndToEndHop = 0,
+                                      .StartPdfMask = 0xFFFF,
+                                      .EndPdfMask = 0xFFFF});
+  return channel->TransmitRing != nullptr && channel->ReceiveRing != nullptr;
+}
+
+bool AllocateReceivePackets(USB4_CTL* channel) {
+  for (USB4_CTL_PKG*& packet : channel->ReceivePackets) {
+    packet = KivUsb4CtlPkgAlloc(channel, channel->ReceiveRing);
+    if (packet == nullptr) return false;
+    packet->Frame.Completion = KivUsb4CtlRxCallback;
+  }
+  return true;
+}
+
+void FreeRingsAndPackets(USB4_CTL* channel) {
+  if (channel->TransmitRing != nullptr) Usb4RingFree(channel->TransmitRing);
+  for (USB4_CTL_PKG* packet : channel->ReceivePackets) KivUsb4CtlPkgFree(packet);
+  if (channel->ReceiveRing != nullptr) Usb4RingFree(channel->ReceiveRing);
+}
+
+void TraceWorkItemFailure(const char* item, NTSTATUS status) {
+  if (!NT_SUCCESS(status)) TraceError("work item not created", "item", item, "status", status);
+}
+
+// Without one of them the device still enumerates; what needs the item finds it missing.
+void CreateWorkItems(DEVICE_EXTENSION* context) {
+  if (context == nullptr) return;
+  TraceWorkItemFailure("connection manager", KivUsb4InitializeWorkItem(context, KivUsb4WorkItemCallback));
+  TraceWorkItemFailure("inter-domain requests", KivUsb4InitializeGenericXDomainWorkItem(
+                                                    context, &context->GenericXDomainWorkItem, KivUsb4XdpHandleRequest));
+  TraceWorkItemFailure("network clean-up", KivUsb4InitializeGenericXDomainWorkItem(
+                                               context, &context->NetCleanUpWorkItem, KivUsb4NetCleanUpWorkItem));
+}
+
+}  // namespace
+
+USB4_CTL* KivUSB4CtlAlloc(USB4_HOST_INTERFACE* hostInterface, USB4_EVENT_CALLBACK eventCallback, void* eventContext) {
+  PoolPtr<USB4_CTL> channel = PoolPtr<USB4_CTL>::New();
+  if (!channel) {
+    TraceError("no memory for the control channel");
+    return nullptr;
+  }
+  channel->HostInterface = hostInterface;
+  channel->EventCallback = eventCallback;
+  channel->EventContext = eventContext;
+  channel->Requests().Initialise();
+  KeInitializeSpinLock(&channel->RequestLock);
+  if (!AllocateRings(channel.Get()) || !AllocateReceivePackets(channel.Get())) {
+    TraceError("control rings or packets not allocated");
+    FreeRingsAndPackets(channel.Get());
+    return nullptr;
+  }
+  CreateWorkItems(DeviceContextOf(hostInterface->Device));
+  std::memcpy(channel->XdomainUuid, kXdomainUuid, sizeof kXdomainUuid);
+  std::memcpy(channel->SecondUuid, kSecondUuid, sizeof kSecondUuid);
+  return channel.Release();
+}
+
+void KivUSB4CtlFree(USB4_CTL* channel) {
+  if (channel == nullptr) return;
+  DropOutstandingRequests(channel);
+  FreeRingsAndPackets(channel);
+  PoolDelete(channel);
+}
+
+void KivUsb4CtlStart(USB4_CTL* channel) {
+  Usb4RingStart(channel->TransmitRing);
+  Usb4RingStart(channel->ReceiveRing);
+  for (USB4_CTL_PKG* packet : channel->ReceivePackets) {
+    if (KIV_RESULT err = KivUsb4RingRx(channel->ReceiveRing, &packet->Frame)) {
+      TraceError("receive packet not posted", "err", err);
+    }
+  }
+  channel->Running.Set(true);
+}
+
+void KivUsb4CtlStop(USB4_CTL* channel) {
+  if (channel == nullptr) return;
+  channel->Running.Set(false);
+  USb4RingStop(channel->ReceiveRing);
+  USb4RingStop(channel->TransmitRing);
+  DropOutstandingRequests(channel);
+}
+
+USB4_CTL_PKG* KivUsb4CtlPkgAlloc(USB4_CTL* channel, USB4_RING* ring) {
+  PoolPtr<USB4_CTL_PKG> packet = PoolPtr<USB4_CTL_PKG>::New();
+  if (!packet) {
+    TraceError("no memory for a packet");
+    return nullptr;
+  }
+  DMA_BUFFER buffer{};
+  NTSTATUS status = CreateDmaBuffer(*ring->HostInterface, kControlBufferBytes, &buffer);
+  if (!NT_SUCCESS(status)) {
+    TraceError("no buffer for a packet", "status", status);
+    return nullptr;
+  }
+  packet->Owner = channel;
+  packet->Buffer = static_cast<std::uint32_t*>(buffer.Address);
+  packet->CommonBuffer = buffer.Handle;
+  packet->Frame.BufferBusAddress = buffer.BusAddress;
+  return packet.Release();
+}
+
+void KivUsb4CtlPkgFree(USB4_CTL_PKG* packet) {
+  if (packet == nullptr) return;
+  WdfObjectDelete(packet->CommonBuffer);
+  PoolDelete(packet);
+}
+
+KIV_RESULT KivUsb4CtlTx(USB4_CTL* channel, const std::uint32_t* packet, std::uint32_t bytes, std::uint32_t pdf) {
+  if (bytes % 4 != 0 || bytes > kControlMostBytes) {
+    TraceError("packet size impossible", "bytes", bytes);
+    return kKivFailed;
+  }
+  USB4_CTL_PKG* sent = KivUsb4CtlPkgAlloc(channel, channel->TransmitRing);
+  if (sent == nullptr) return kKivFailed;
+  BuildPacket(sent, packet, bytes, pdf);
+  sent->Frame.Completion = FreeSent;
+  KIV_RESULT err = KivUsb4RingFrameEnqueue(channel->TransmitRing, &sent->Frame);
+  if (err != kKivOk) KivUsb4CtlPkgFree(sent);
+  return err;
+}
+
+KIV_RESULT KivUsb4CfgAckPlug(USB4_CTL* channel, USB4_ROUTE route, std::uint32_t adapter, bool unplug) {
+  const USB4_CFG_HEADER header = Usb4CfgMakeHeader(route);
+  const std::uint32_t packet[3] = {header.RouteHigh, header.RouteLow,
+                                   PlugAckWord::Code::Of(kPlugAckCode) | PlugAckWord::Adapter::Of(adapter) |
+                                       PlugAckWord::Plug::Of(unplug ? kUnplugged : kPlugged)};
+  return KivUsb4CtlTx(channel, packet, sizeof packet, USB4_PDF_NOTIFICATION);
+}
