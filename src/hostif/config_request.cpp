@@ -14,9 +14,13 @@ namespace {
 constexpr std::uint32_t kQueuedOnce = 1;
 constexpr ULONG kCopyEndMs = 10;  // a copy in progress ends by itself; this is only how often the waiter looks
 
-USB4_ROUTE RouteOfRequest(const USB4_CFG_REQUEST* request) { return PacketRoute(request->Request); }
+USB4_ROUTE RouteOfRequest(const USB4_CFG_REQUEST* request) {
+  return PacketRoute(request->Request);
+}
 
-bool SequenceMatters(std::uint32_t pdf) { return pdf == USB4_PDF_READ || pdf == USB4_PDF_WRITE; }
+bool SequenceMatters(std::uint32_t pdf) {
+  return pdf == USB4_PDF_READ || pdf == USB4_PDF_WRITE;
+}
 
 // Decides between the clock and an answer that is coming in right now. True when the clock won; an answer that won has
 // been copied completely when this returns.
@@ -116,8 +120,7 @@ bool KivUsb4CfgMatch(USB4_CFG_REQUEST* request, const USB4_CTL_PKG* packet) {
 }
 
 bool KivUsb4CfgRequestCopy(USB4_CFG_REQUEST* request, const USB4_CTL_PKG* packet) {
-  request->Result =
-      KivUsb4ParseHeader(packet, {request->ResponseBytes, request->ResponsePdf, RouteOfRequest(request)});
+  request->Result = KivUsb4ParseHeader(packet, {request->ResponseBytes, request->ResponsePdf, RouteOfRequest(request)});
   // A header that passed has the very size that was expected, and no packet is longer than its buffer.
   if (request->Result.Err == kKivOk) std::memcpy(request->Response, packet->Buffer, request->ResponseBytes);
   return true;

@@ -12,25 +12,24 @@ _IRQL_requires_max_(DISPATCH_LEVEL) [[nodiscard]] USB4_CFG_REQUEST* AllocateRequ
 _IRQL_requires_max_(DISPATCH_LEVEL) void ReleaseRequest(USB4_CFG_REQUEST* request);
 
 // Appends to the list. -1 when the channel does not run.
-_IRQL_requires_max_(DISPATCH_LEVEL) [[nodiscard]] KIV_RESULT KivUsb4CfgRequestEnqueue(USB4_CTL* channel,
-                                                                                      USB4_CFG_REQUEST* request);
+_IRQL_requires_max_(DISPATCH_LEVEL) [[nodiscard]] KIV_RESULT
+    KivUsb4CfgRequestEnqueue(USB4_CTL* channel, USB4_CFG_REQUEST* request);
 // Takes the request off the list. While the channel does not run it stays there for the channel's stop to drop.
 _IRQL_requires_max_(DISPATCH_LEVEL) void KivUsb4CfgRequestDequeue(USB4_CTL* channel, USB4_CFG_REQUEST* request);
 // The oldest request that the packet answers, with a reference, or null.
-_IRQL_requires_max_(DISPATCH_LEVEL) [[nodiscard]] USB4_CFG_REQUEST* KivUsb4CfgRequestFind(USB4_CTL* channel,
-                                                                                          const USB4_CTL_PKG* packet);
+_IRQL_requires_max_(DISPATCH_LEVEL)
+    [[nodiscard]] USB4_CFG_REQUEST* KivUsb4CfgRequestFind(USB4_CTL* channel, const USB4_CTL_PKG* packet);
 // Match and copy of configuration requests.
 [[nodiscard]] bool KivUsb4CfgMatch(USB4_CFG_REQUEST* request, const USB4_CTL_PKG* packet);
 [[nodiscard]] bool KivUsb4CfgRequestCopy(USB4_CFG_REQUEST* request, const USB4_CTL_PKG* packet);
 
 // Queues and sends. On failure the request is off the list and the owner's reference is gone. A request that wants an
 // answer stays queued; one that does not is released too.
-_IRQL_requires_max_(PASSIVE_LEVEL) [[nodiscard]] KIV_RESULT KivUsb4CfgRequest(USB4_CTL* channel,
-                                                                              USB4_CFG_REQUEST* request);
+_IRQL_requires_max_(PASSIVE_LEVEL) [[nodiscard]] KIV_RESULT
+    KivUsb4CfgRequest(USB4_CTL* channel, USB4_CFG_REQUEST* request);
 // Sends and waits. Err -4: not sent, and the owner's reference is gone. Otherwise the owner dequeues and releases.
-_IRQL_requires_max_(PASSIVE_LEVEL) [[nodiscard]] USB4_CFG_RESULT KivUsb4CfgRequestSync(USB4_CTL* channel,
-                                                                                       USB4_CFG_REQUEST* request,
-                                                                                       ULONG timeoutMs);
+_IRQL_requires_max_(PASSIVE_LEVEL) [[nodiscard]] USB4_CFG_RESULT
+    KivUsb4CfgRequestSync(USB4_CTL* channel, USB4_CFG_REQUEST* request, ULONG timeoutMs);
 
 // Gives the packet to the request that it answers, if any, and wakes its waiter.
 _IRQL_requires_max_(PASSIVE_LEVEL) void AnswerRequest(USB4_CTL* channel, const USB4_CTL_PKG* packet);

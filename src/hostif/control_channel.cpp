@@ -24,19 +24,20 @@ constexpr std::uint32_t kPlugAckCode = 7;
 constexpr std::uint32_t kPlugged = 2;
 constexpr std::uint32_t kUnplugged = 3;
 
-void FreeSent(USB4_RING*, USB4_RING_FRAME* frame, bool) { KivUsb4CtlPkgFree(PacketOfFrame(frame)); }
+void FreeSent(USB4_RING*, USB4_RING_FRAME* frame, bool) {
+  KivUsb4CtlPkgFree(PacketOfFrame(frame));
+}
 
 bool AllocateRings(USB4_CTL* channel) {
   USB4_HOST_INTERFACE* hostInterface = channel->HostInterface;
   channel->TransmitRing = Usb4TxRingAlloc(hostInterface, 0, kControlRingSize, kRingRawMode);
-  channel->ReceiveRing =
-      Usb4RxRingAlloc(hostInterface, {.Hop = 0,
-                                      .Size = kControlRingSize,
-                                      .IsTransmit = false,
-                                      .Flags = kRingRawMode,
-                                      .EndToEndHop = 0,
-                                      .StartPdfMask = 0xFFFF,
-                                      .EndPdfMask = 0xFFFF});
+  channel->ReceiveRing = Usb4RxRingAlloc(hostInterface, {.Hop = 0,
+                                                         .Size = kControlRingSize,
+                                                         .IsTransmit = false,
+                                                         .Flags = kRingRawMode,
+                                                         .EndToEndHop = 0,
+                                                         .StartPdfMask = 0xFFFF,
+                                                         .EndPdfMask = 0xFFFF});
   return channel->TransmitRing != nullptr && channel->ReceiveRing != nullptr;
 }
 
@@ -63,8 +64,9 @@ void TraceWorkItemFailure(const char* item, NTSTATUS status) {
 void CreateWorkItems(DEVICE_EXTENSION* context) {
   if (context == nullptr) return;
   TraceWorkItemFailure("connection manager", KivUsb4InitializeWorkItem(context, KivUsb4WorkItemCallback));
-  TraceWorkItemFailure("inter-domain requests", KivUsb4InitializeGenericXDomainWorkItem(
-                                                    context, &context->GenericXDomainWorkItem, KivUsb4XdpHandleRequest));
+  TraceWorkItemFailure(
+      "inter-domain requests",
+      KivUsb4InitializeGenericXDomainWorkItem(context, &context->GenericXDomainWorkItem, KivUsb4XdpHandleRequest));
   TraceWorkItemFailure("network clean-up", KivUsb4InitializeGenericXDomainWorkItem(
                                                context, &context->NetCleanUpWorkItem, KivUsb4NetCleanUpWorkItem));
 }

@@ -9,11 +9,11 @@
 #include "include/control_channel.h"
 #include "include/status.h"
 
-// Builds the channel's rings, receive packets and the device's three shared work items. Null when a ring or packet could
-// not be had; a work item that could not be made is only traced.
-_IRQL_requires_max_(PASSIVE_LEVEL) [[nodiscard]] USB4_CTL* KivUSB4CtlAlloc(USB4_HOST_INTERFACE* hostInterface,
-                                                                           USB4_EVENT_CALLBACK eventCallback,
-                                                                           void* eventContext);
+// Builds the channel's rings, receive packets and the device's three shared work items. Null when a ring or packet
+// could not be had; a work item that could not be made is only traced.
+_IRQL_requires_max_(PASSIVE_LEVEL)
+    [[nodiscard]] USB4_CTL* KivUSB4CtlAlloc(USB4_HOST_INTERFACE* hostInterface, USB4_EVENT_CALLBACK eventCallback,
+                                            void* eventContext);
 // The channel has been stopped and no interrupt handler runs any more. Null is ignored.
 _IRQL_requires_max_(PASSIVE_LEVEL) void KivUSB4CtlFree(USB4_CTL* channel);
 
@@ -27,9 +27,9 @@ _IRQL_requires_max_(PASSIVE_LEVEL) void KivUsb4CtlPkgFree(USB4_CTL_PKG* packet);
 
 // Sends one packet given in host order. -1 when `bytes` is not a multiple of 4 or above 252, no packet could be had, or
 // the ring does not run.
-_IRQL_requires_max_(PASSIVE_LEVEL) [[nodiscard]] KIV_RESULT KivUsb4CtlTx(USB4_CTL* channel, const std::uint32_t* packet,
-                                                                         std::uint32_t bytes, std::uint32_t pdf);
+_IRQL_requires_max_(PASSIVE_LEVEL) [[nodiscard]] KIV_RESULT
+    KivUsb4CtlTx(USB4_CTL* channel, const std::uint32_t* packet, std::uint32_t bytes, std::uint32_t pdf);
 
 // Tells a router that its hot-plug event has been handled; the router stops repeating it. 0 or -1.
-_IRQL_requires_max_(PASSIVE_LEVEL) [[nodiscard]] KIV_RESULT KivUsb4CfgAckPlug(USB4_CTL* channel, USB4_ROUTE route,
-                                                                              std::uint32_t adapter, bool unplug);
+_IRQL_requires_max_(PASSIVE_LEVEL) [[nodiscard]] KIV_RESULT
+    KivUsb4CfgAckPlug(USB4_CTL* channel, USB4_ROUTE route, std::uint32_t adapter, bool unplug);

@@ -29,7 +29,8 @@ bool SortPacket(USB4_CTL* channel, const USB4_CTL_PKG* packet, bool crcGood) {
       return false;
     case 5:
     case 10:
-      // Taken as it is: a notification whose CRC is wrong still says that something changed, and it is looked up anyway.
+      // Taken as it is: a notification whose CRC is wrong still says that something changed, and it is looked up
+      // anyway.
       return !GoesToEventCallback(channel, packet);
     case 6:
     case 7:

@@ -46,5 +46,5 @@ struct USB4_DOMAIN {
   // Set when a power-down gave up waiting for the work loop. Until the power-down has the run lock, every access and
   // sleep of the thread that handles events fails at once, so that the lock comes free.
   SharedFlag RunAborted;
-  void* volatile EventThread;  // the thread that handles events, or null
+  volatile HANDLE EventThread;  // identifier of the thread that handles events, or null
 };

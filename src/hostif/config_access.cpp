@@ -1,0 +1,152 @@
+// Configuration access: builds requests, repeats them, checks and copies out the answers.
+#include "hostif/config_access.h"
+
+#include <cstring>
+
+#include "hostif/config_request.h"
+#include "hostif/control_packet.h"
+#include "hostif/run_abort.h"
+#include "include/device_context.h"
+#include "include/trace.h"
+
+namespace {
+
+constexpr std::uint32_t kMostAttempts = 4;
+constexpr std::uint32_t kAddressDword = 2;
+constexpr std::uint32_t kHeaderDwords = 3;
+
+// One read or write in progress.
+struct Access {
+  USB4_CTL* Channel;
+  const USB4_CFG_TARGET& Target;
+  std::uint32_t Pdf;
+  const std::uint32_t* WriteData;  // null for a read
+  std::uint32_t* ReadBuffer;       // null for a write
+  USB4_CFG_RESULT Result;
+
+  std::uint32_t Dwords() const { return USB4_CFG_ADDRESS::Length::Get(AddressWord()); }
+  std::uint32_t AddressWord() const {
+    return USB4_CFG_ADDRESS::Offset::Of(static_cast<std::uint32_t>(Target.Range.Offset)) |
+           USB4_CFG_ADDRESS::Length::Of(Target.Range.Length) | USB4_CFG_ADDRESS::Adapter::Of(Target.Adapter) |
+           USB4_CFG_ADDRESS::Space::Of(Target.Range.Space);
+  }
+};
+
+bool MustStop(USB4_CTL* channel) {
+  DEVICE_EXTENSION* context = DeviceContextOf(channel->HostInterface->Device);
+  return context == nullptr || context->PoweredDown.IsSet() || RunIsAborted(context->Domain);
+}
+
+void FillRequest(USB4_CFG_REQUEST* request, const Access& access, std::uint32_t attempt) {
+  const std::uint32_t dataBytes = 4 * access.Dwords();
+  const USB4_CFG_HEADER header = Usb4CfgMakeHeader(access.Target.Route);
+  request->RequestWords[0] = header.RouteHigh;
+  request->RequestWords[1] = header.RouteLow;
+  request->RequestWords[kAddressDword] = USB4_CFG_ADDRESS::Sequence::Put(access.AddressWord(), attempt);
+  request->RequestBytes = kControlHeaderBytes;
+  request->ResponseBytes = kControlHeaderBytes;
+  if (access.WriteData != nullptr) {
+    std::memcpy(request->RequestWords + kHeaderDwords, access.WriteData, dataBytes);
+    request->RequestBytes += dataBytes;
+  } else {
+    request->ResponseBytes += dataBytes;
+  }
+  request->RequestPdf = access.Pdf;
+  request->ResponsePdf = access.Pdf;
+  request->Match = KivUsb4CfgMatch;
+  request->Copy = KivUsb4CfgRequestCopy;
+}
+
+// The answer is looked at only once it is known to be to this very question.
+void TakeAnswer(Access& access, const std::uint32_t* answer) {
+  const std::uint32_t addressWord = answer[kAddressDword];
+  access.Result.Err = KivUsb4CheckConfigAddress(addressWord, access.Target.Range);
+  access.Result.Adapter = USB4_CFG_ADDRESS::Adapter::Get(addressWord);
+  if (access.Result.Err == kKivOk && access.ReadBuffer != nullptr) {
+    std::memcpy(access.ReadBuffer, answer + kHeaderDwords, 4 * access.Dwords());
+  }
+}
+
+void Attempt(Access& access, std::uint32_t attempt, ULONG timeoutMs) {
+  USB4_CFG_REQUEST* request = AllocateRequest();
+  if (request == nullptr) {
+    TraceError("no memory for a request");
+    access.Result.Err = kKivFailed;
+    return;
+  }
+  FillRequest(request, access, attempt);
+  access.Result = KivUsb4CfgRequestSync(access.Channel, request, timeoutMs);
+  if (access.Result.Err == kKivNotSent) return;  // the request is gone already
+  if (access.Result.Err == kKivOk) TakeAnswer(access, request->ResponseWords);
+  KivUsb4CfgRequestDequeue(access.Channel, request);
+  ReleaseRequest(request);
+}
+
+USB4_CFG_RESULT Run(Access access, ULONG timeoutMs) {
+  std::uint32_t attempts = 0;
+  while (attempts < kMostAttempts && !MustStop(access.Channel)) {
+    Attempt(access, attempts++, timeoutMs);
+    if (access.Result.Err != kKivNoAnswer) break;
+  }
+  if (attempts == kMostAttempts) {
+    TraceWarning("last attempt used", "route", access.Target.Route, "adapter", access.Target.Adapter, "err",
+                 access.Result.Err);
+  }
+  if (attempts == 0) {
+    // A device that is powered down has answered nothing; an answer of zeros is what is then judged.
+    constexpr std::uint32_t kNothing[kHeaderDwords + kMostRegisterDwords] = {};
+    TakeAnswer(access, kNothing);
+  }
+  return access.Result;
+}
+
+// What an error packet says makes no difference to the caller; the trace keeps what was refused.
+KIV_RESULT TraceFailure(const char* access, const USB4_CFG_TARGET& target, const USB4_CFG_RESULT& result) {
+  if (result.Err == kKivOk) return kKivOk;
+  if (result.Err == kKivErrorPacket) {
+    TraceError("refused by an error packet", "access", access, "route", target.Route, "adapter", target.Adapter,
+               "space", target.Range.Space, "offset", target.Range.Offset, "length", target.Range.Length, "code",
+               result.Code);
+  } else {
+    TraceError("access failed", "access", access, "route", target.Route, "adapter", target.Adapter, "space",
+               target.Range.Space, "offset", target.Range.Offset, "length", target.Range.Length, "err", result.Err);
+  }
+  return kKivFailed;
+}
+
+}  // namespace
+
+USB4_CFG_RESULT Usb4CfgReadRaw(USB4_CTL* channel, std::uint32_t* buffer, const USB4_CFG_TARGET& target,
+                               ULONG timeoutMs) {
+  return Run({channel, target, USB4_PDF_READ, nullptr, buffer, {}}, timeoutMs);
+}
+
+USB4_CFG_RESULT KivUsb4CfgWriteRaw(USB4_CTL* channel, const std::uint32_t* buffer, const USB4_CFG_TARGET& target,
+                                   ULONG timeoutMs) {
+  return Run({channel, target, USB4_PDF_WRITE, buffer, nullptr, {}}, timeoutMs);
+}
+
+KIV_RESULT KivUsb4CfgRead(USB4_CTL* channel, std::uint32_t* buffer, const USB4_CFG_TARGET& target) {
+  if (channel == nullptr) {
+    TraceError("no control channel", "route", target.Route);
+    return kKivOk;
+  }
+  return TraceFailure("read", target, Usb4CfgReadRaw(channel, buffer, target, kControlReplyMs));
+}
+
+KIV_RESULT KivUsb4CfgWrite(USB4_CTL* channel, const std::uint32_t* buffer, const USB4_CFG_TARGET& target) {
+  if (channel == nullptr) {
+    TraceError("no control channel", "route", target.Route);
+    return kKivFailed;
+  }
+  return TraceFailure("write", target, KivUsb4CfgWriteRaw(channel, buffer, target, kControlReplyMs));
+}
+
+KIV_RESULT KivUsb4CfgGetUpstreamPort(USB4_CTL* channel, USB4_ROUTE route) {
+  if (channel == nullptr) return kKivFailed;
+  std::uint32_t word = 0;
+  const USB4_CFG_TARGET target = {route, 0, {USB4_CFG_SPACE_ROUTER, 0, 1}};
+  const USB4_CFG_RESULT result = Usb4CfgReadRaw(channel, &word, target, kControlReplyMs);
+  if (result.Err == kKivErrorPacket) return kKivIoError;
+  return result.Err != kKivOk ? result.Err : static_cast<KIV_RESULT>(result.Adapter);
+}
