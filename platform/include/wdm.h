@@ -17,6 +17,7 @@ typedef UCHAR KIRQL, *PKIRQL;
 #define HIGH_LEVEL 15
 
 KIRQL KeGetCurrentIrql(VOID);
+HANDLE PsGetCurrentThreadId(VOID);
 KIRQL KfRaiseIrql(KIRQL NewIrql);
 VOID KeLowerIrql(KIRQL NewIrql);
 #define KeRaiseIrql(newIrql, oldIrql) *(oldIrql) = KfRaiseIrql(newIrql)
