@@ -1,0 +1,83 @@
+// Reading an adapter's header and capabilities, and pairing lanes by default.
+#include "include/device_context.h"
+#include "include/trace.h"
+#include "topology/capabilities.h"
+#include "topology/router_access.h"
+#include "topology/router_lifecycle.h"
+#include "topology/router_queries.h"
+
+namespace {
+
+// Leaves 0, which means none, when the search finds nothing.
+void StoreOffset(const USB4_PORT* adapter, std::uint32_t id, std::uint32_t& offset) {
+  const CAPABILITY_OFFSET found = KivUsb4PortFindCap(adapter, id);
+  if (found > 0) offset = static_cast<std::uint32_t>(found);
+}
+
+void FindCapabilities(USB4_PORT* adapter) {
+  if (KivUsb4PortIsLane(adapter)) {
+    StoreOffset(adapter, kAdapterCapabilityLane, adapter->LaneCapability);
+    StoreOffset(adapter, kAdapterCapabilityUsb4Port, adapter->Usb4PortCapability);
+  } else {
+    StoreOffset(adapter, kAdapterCapabilityProtocol, adapter->ProtocolCapability);
+  }
+}
+
+// The second controller of a machine marks its DP IN adapters as its own.
+void ClaimDpIn(const USB4_PORT* adapter) {
+  const USB4_SWITCH* router = adapter->Router;
+  if (KivUsb4SwitchRoute(router) != 0 || adapter->Type() != USB4_ADAPTER_DP_IN) return;
+  const DEVICE_EXTENSION* context = DeviceContextOf(router->Domain->HostInterface->Device);
+  if (context == nullptr || context->ControllerIndex != 1) return;
+  DpAdpCs2::Value cs2;
+  if (ReadRegister<DpAdpCs2>(adapter, adapter->ProtocolCapability, cs2) == kKivOk) {
+    cs2.Set<DpAdpCs2::Configuration>(cs2.Get<DpAdpCs2::Configuration>() | context->ControllerIndex);
+  }
+  // Also after a failed read, and without a look at the outcome: the adapter then keeps serving the first controller.
+  IgnoreResult(WriteRegister<DpAdpCs2>(adapter, adapter->ProtocolCapability, cs2));
+}
+
+// Diagnostics do without a text that could not be allocated.
+void AllocateTexts(USB4_PORT* adapter) {
+  USB4_PATH_TEXT** const texts[] = {&adapter->RegistersText, &adapter->PathsText, &adapter->CountersText};
+  for (USB4_PATH_TEXT** text : texts) {
+    *text = PoolNew<USB4_PATH_TEXT>();
+    if (*text == nullptr) TraceError("no memory for a diagnostics text", "adapter", adapter->Number);
+  }
+}
+
+}  // namespace
+
+KIV_RESULT KivUsb4InitPort(USB4_PORT* adapter) {
+  InitializeListHead(&adapter->DpResourceLink);
+  if (adapter->Number == 0) return kKivOk;
+  const KIV_RESULT result =
+      KivUsb4PortRead(adapter, adapter->Header, {USB4_CFG_SPACE_ADAPTER, 0, kAdapterHeaderDwords});
+  if (result == kKivFailed) {
+    // An adapter that is not there, or a router that has just gone: neither ends the enumeration.
+    TraceWarning("adapter cannot be read", "name", adapter->Router->Info.Name, "adapter", adapter->Number);
+    adapter->Disabled = 1;
+    return kKivOk;
+  }
+  if (result != kKivOk) return result;
+  FindCapabilities(adapter);
+  ClaimDpIn(adapter);
+  for (std::uint8_t& used : adapter->InputHops) used = 0;
+  for (std::uint8_t& used : adapter->OutputHops) used = 0;
+  for (void*& slot : adapter->Slots) slot = nullptr;
+  AllocateTexts(adapter);
+  return kKivOk;
+}
+
+void KivUsb4SwitchDefaultLinkPorts(USB4_SWITCH* router) {
+  for (std::uint32_t number = 1; number < router->MaximumAdapter(); ++number) {
+    USB4_PORT* first = &router->Adapters[number];
+    USB4_PORT* second = first + 1;
+    if (!KivUsb4PortIsLane(first) || !KivUsb4PortIsLane(second)) continue;
+    if (first->DualLinkPartner != nullptr || second->DualLinkPartner != nullptr) continue;
+    first->DualLinkPartner = second;
+    first->Flags &= static_cast<std::uint8_t>(~kPortSecondLane);
+    second->DualLinkPartner = first;
+    second->Flags |= kPortSecondLane;
+  }
+}
