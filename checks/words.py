@@ -6,7 +6,7 @@ from common import run
 # Written so that this file does not contain them.
 WORDS = re.compile(r"specificatio[n]|\bspec\.m[d]\b|\bthe spe[c]\b|\b[P]arts? [0-9]+\.[0-9]+|\brulings?\.m[d]|\bR[1-7][0-9]\b|"
                    r"\bissue #?[0-9]|/wor[k]/|/tm[p]/[a-z]", re.IGNORECASE)
-CASE_WORDS = re.compile(r"[(\s][RC][1-7]?[0-9][):,.;]")  # a numbered decision, as "(C6)" or "R13:"
+CASE_WORDS = re.compile(r"[(\s][RC][1-7]?[0-9][):,.;]")  # a numbered decision, a letter and digits
 
 
 def tracked(root):

@@ -11,14 +11,15 @@ namespace {
 
 constexpr std::uint8_t kWarning = 3;  // levels up to this one are shown
 
-std::optional<LiveEvent> Describe(const platform::TraceRecord& record) {
+std::optional<LiveEvent> Describe(const platform::TraceRecord& record, const LiveEvents::Namer& namer) {
   LiveEvent event;
   event.when = record.when;
   event.where = record.kernel ? record.kernel->options().name : "";
   switch (record.kind) {
     case platform::TraceKind::Power:
-      event.event = record.name;
-      event.effect = record.text;
+      event.where = namer(*record.kernel, static_cast<unsigned>(record.value));
+      event.event = "power";
+      event.effect = record.name;
       return event;
     case platform::TraceKind::Device:
       event.event = record.name;
@@ -39,7 +40,7 @@ std::optional<LiveEvent> Describe(const platform::TraceRecord& record) {
 }  // namespace
 
 void LiveEvents::OnTrace(const platform::TraceRecord& record) {
-  if (auto event = Describe(record)) Add(std::move(*event));
+  if (auto event = Describe(record, namer_)) Add(std::move(*event));
 }
 
 void LiveEvents::Add(LiveEvent event) {

@@ -11,6 +11,9 @@ namespace lab {
 class LiveEvents final : public platform::TraceSink {
  public:
   using Listener = std::function<void(const LiveEvent&)>;
+  using Namer = std::function<std::string(const platform::HostKernel&, unsigned device)>;
+
+  explicit LiveEvents(Namer namer) : namer_(std::move(namer)) {}
 
   void Listen(Listener listener) { listeners_.push_back(std::move(listener)); }
   void OnTrace(const platform::TraceRecord& record) override;
@@ -19,6 +22,7 @@ class LiveEvents final : public platform::TraceSink {
   const std::vector<LiveEvent>& events() const { return events_; }
 
  private:
+  Namer namer_;
   std::vector<Listener> listeners_;
   std::vector<LiveEvent> events_;
 };

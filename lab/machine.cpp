@@ -79,6 +79,16 @@ std::vector<Place> Machine::Places() const {
   return places;
 }
 
+// Devices are added in the order of the controllers and the bus numbers them from 1, so that a device has its name
+// before its start, whose events name it, has returned.
+std::string Machine::NameOf(const platform::HostKernel& kernel, platform::DeviceId device) const {
+  for (std::size_t host = 0; host < hosts_.size(); ++host) {
+    if (hosts_[host].kernel.get() == &kernel && device >= 1 && device <= hosts_[host].controllers.size())
+      return DomainName({host, device - 1});
+  }
+  return kernel.options().name;
+}
+
 void Machine::BuildController(Place place) {
   ControllerConfig& config = config_.hosts[place.host].controllers[place.controller];
   Controller& controller = At(place);

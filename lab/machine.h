@@ -42,6 +42,8 @@ class Machine {
   sim::ControlWire& wire(Place place = {});
   std::string DomainName(Place place) const;  // "host/H1"
   std::vector<Place> Places() const;          // every controller, host by host
+  // "host/H1" of a device that the trace names; the kernel's own name when it is none of the machine's controllers.
+  std::string NameOf(const platform::HostKernel& kernel, platform::DeviceId device) const;
 
   // --- verbs: each runs until the system would say that it is done
   // Loads the driver of every host, then adds and starts each controller in order; goes on after a failure.

@@ -55,7 +55,10 @@ MachineConfig ConfigFor(const Scenario& scenario, const RunOptions& options) {
 }
 
 Run::Run(const Scenario& scenario, const RunOptions& options, const LiveEvents::Listener& live)
-    : scenario_(scenario), options_(options), machine_(ConfigFor(scenario, options)) {
+    : scenario_(scenario),
+      options_(options),
+      machine_(ConfigFor(scenario, options)),
+      events_([this](const platform::HostKernel& kernel, unsigned device) { return machine_.NameOf(kernel, device); }) {
   if (live) events_.Listen(live);
   if (!options.captureFile.empty()) {
     capture_ = std::make_unique<Capture>(options.captureFile, machine_);

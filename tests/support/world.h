@@ -1,0 +1,134 @@
+// A whole machine behind verbs: what every test above the platform and the hardware model is written in.
+//
+// A world starts nothing by itself. Verbs run until the system would say that they are done; the *Later ones begin at a
+// time or a packet and run on. What the verifier, the hardware or a hang holds against the driver fails the test at the
+// verb during which it showed. Pointers to driver records never leave InDriver.
+#pragma once
+#include <gtest/gtest.h>
+#include <ntddk.h>
+#include <wdf.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <type_traits>
+
+#include "include/device_context.h"
+#include "include/domain.h"
+#include "lab/machine.h"
+#include "tests/support/seeds.h"
+
+namespace tests {
+
+struct WorldOptions {
+  std::optional<std::uint64_t> seed = CurrentSeed();
+  std::optional<platform::Policy> policy;                 // else the one that the seed stands for
+  std::map<std::string, std::uint32_t> registry;          // below the device-parameters key
+  std::function<void(lab::ControllerConfig&)> configure;  // anything else about the first controller
+};
+
+class World {
+ public:
+  // "H1", or the cables of a domain: "H1:1 - D1:1, D1:3 - D2:1". A router is named after its model, or "NAME=MODEL" at
+  // its first mention; host routers are controllers of one host, in order of mention.
+  explicit World(const std::string& topology = "H1", WorldOptions options = {});
+  ~World();  // Finish(), unless it was called
+  World(const World&) = delete;
+  World& operator=(const World&) = delete;
+
+  lab::Machine& machine() { return *machine_; }
+  platform::Simulation& simulation() { return machine_->simulation(); }
+  platform::FaultPlan& faults() { return machine_->faults(); }
+  platform::HostKernel& kernel() { return machine_->kernel(); }
+  sim::HostInterface& hardware(std::size_t controller = 0) { return machine_->hostInterface({0, controller}); }
+  sim::ControlWire& wire() { return machine_->wire(); }
+  sim::Fabric& fabric() { return machine_->fabric(); }
+
+  // --- verbs
+  platform::Status Start();  // load, add, start; of the first controller
+  void Stop();               // orderly removal of the first controller; the driver stays loaded
+  void Sleep();
+  void Hibernate();
+  void Resume();
+  void SurpriseRemove(std::size_t controller = 0);
+  void Plug(const std::string& cable);  // "D1:3 - T3:1"
+  void Unplug(const std::string& portOrRouter);
+  void Pass(platform::Time duration);  // lets virtual time pass
+  // Begins at a time from now, or just before the n-th control packet from now passes. `verb` runs between tasks: it
+  // may call the Async verbs of kernel(), the fabric and the wire.
+  void At(platform::Time after, std::function<void()> verb);
+  void AtPacket(std::uint64_t n, std::function<void()> verb);
+  // Runs until nothing is left to do before the idle time-out; fails the test when that takes longer.
+  void Quiet(platform::Time within = 30 * platform::kSecond);
+  // Removal, unload, what the hardware and the verifier say, leaks. Called once, at the latest by the destructor.
+  void Finish();
+  // The test says itself what it thinks of the run: no verdict, and no removal where the run was stopped.
+  void ExpectStopped() { verdictExpected_ = false; }
+  // Complaints of the hardware so far, one a line; they no longer fail the test.
+  std::string TakeProtocolErrors();
+
+  // --- into the driver: `look` runs on a system-thread task of the host and returns a value, or nothing
+  template <class Look>
+  auto InDriver(Look look) {
+    return Call(look, [](const std::function<void()>& body) { body(); });
+  }
+  // The same at DISPATCH_LEVEL.
+  template <class Look>
+  auto AtDispatch(Look look) {
+    return Call(look, [](const std::function<void()>& body) {
+      KIRQL old;
+      KeRaiseIrql(DISPATCH_LEVEL, &old);
+      body();
+      KeLowerIrql(old);
+    });
+  }
+  // The same from the callback of a work item of the device.
+  template <class Look>
+  auto InWorkItem(Look look) {
+    return Call(look, [this](const std::function<void()>& body) { RunInWorkItem(body); });
+  }
+  // The device context itself, for what stands outside the domain.
+  void InDevice(const std::function<void(DEVICE_EXTENSION&)>& look, std::size_t controller = 0);
+
+  // --- views, as text
+  std::string Wire();                               // control packets since the last call, one a line
+  std::string Registers(const std::string& place);  // "D1:9" adapter space, "D1" router space: "0x00 = 0x0b268086", ...
+  std::string Tree();
+
+ private:
+  template <class Look, class Around>
+  auto Call(Look& look, Around around) {
+    using Result = std::invoke_result_t<Look&, USB4_DOMAIN&>;
+    if constexpr (std::is_void_v<Result>) {
+      InDomain([&](USB4_DOMAIN& domain) { around([&] { look(domain); }); });
+    } else {
+      std::optional<Result> result;
+      InDomain([&](USB4_DOMAIN& domain) { around([&] { result.emplace(look(domain)); }); });
+      return result ? std::move(*result) : Result{};
+    }
+  }
+  void InDomain(const std::function<void(USB4_DOMAIN&)>& body);
+  void RunInWorkItem(const std::function<void()>& body);
+  void Check(const char* verb);  // fails the test when the run has been stopped
+  void CheckLeftovers();
+
+  std::unique_ptr<lab::Machine> machine_;
+  WDFDEVICE device_ = nullptr;  // of the InDriver call in progress
+  bool finished_ = false;
+  bool verdictExpected_ = true;
+  bool stopReported_ = false;
+};
+
+// Runs `body` first-come and with every seed; stops at the first that fails and prints the command that repeats it.
+void RunWithSeeds(const std::function<void()>& body);
+
+}  // namespace tests
+
+// A test that runs first-come and with every seed. Inside, World takes the seed by itself.
+#define WORLD_TEST(group, name)                 \
+  static void group##_##name##_Body();          \
+  TEST(group, name) {                           \
+    tests::RunWithSeeds(group##_##name##_Body); \
+  }                                             \
+  static void group##_##name##_Body()
