@@ -134,6 +134,7 @@ void Fabric::RemoveLink(Link& link) {
   retired_.push_back(std::move(*found));
   links_.erase(found);
   link.Unplugged();
+  PlacesChanged();
 }
 
 void Fabric::DropLink(std::string_view portOrRouter, platform::Time backAfter) {

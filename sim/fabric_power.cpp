@@ -63,7 +63,7 @@ void Fabric::Sleep(Host& host, platform::FunctionPower power) {
   }
   host.asleep = true;
   for (auto& link : links_)
-    if (link->end(0).router().place().host == &host.router && link->anyLaneUp()) link->Pause();
+    if (link->end(0).router().place().host == &host.router && link->attached()) link->Pause();
   for (auto& router : routers_)
     if (router->place().host == &host.router && !router->stateKept) router->LosePower();
   for (auto& link : links_) link->Show();
@@ -84,6 +84,7 @@ void Fabric::Wake(Host& host) {
       link->ResumeUntrained();
     }
   }
+  PlacesChanged();
 }
 
 bool Fabric::Asleep(const Router& router) const {

@@ -1,6 +1,8 @@
 // A cable between two ports.
 #include "sim/link.h"
 
+#include <utility>
+
 #include "sim/fabric.h"
 #include "sim/router.h"
 
@@ -79,24 +81,22 @@ void Link::After(platform::Time delay, const char* name, void (Link::*action)())
 }
 
 bool Link::Wanted(unsigned lane) const {
-  return !held_ && !paused_ && lanes_[lane].wired && !LaneAdapter(0, lane)->laneDisabled() &&
-         !LaneAdapter(1, lane)->laneDisabled();
+  return !held_ && lanes_[lane].wired && !LaneAdapter(0, lane)->laneDisabled() && !LaneAdapter(1, lane)->laneDisabled();
 }
 
 void Link::Evaluate() {
-  bool wentDown = false;
-  const bool wasUp = anyLaneUp();
+  const bool wasAttached = attached();
+  bool lost = false;
   for (unsigned lane = 0; lane < 2; ++lane) {
-    if (Wanted(lane)) {
-      if (!lanes_[lane].up && !lanes_[lane].training) StartTraining(lane);
-    } else if (lanes_[lane].up || lanes_[lane].training) {
-      wentDown = wentDown || lanes_[lane].up;
-      lanes_[lane].up = lanes_[lane].training = false;
-    }
+    if (Wanted(lane)) continue;
+    lost = lost || lanes_[lane].up;
+    lanes_[lane].up = lanes_[lane].training = false;
   }
-  if (wentDown && bonded_) SetBonded(false);
+  if (lost && bonded_) SetBonded(false);
+  if (wasAttached && !attached()) TakeDown();
+  for (unsigned lane = 0; lane < 2; ++lane)
+    if (Wanted(lane) && !paused_ && !lanes_[lane].up && !lanes_[lane].training) StartTraining(lane);
   Show();
-  if (wasUp && !anyLaneUp()) TakeDown();
 }
 
 void Link::StartTraining(unsigned lane) {
@@ -121,19 +121,27 @@ void Link::LaneCameUp(unsigned lane) {
   EvaluateBonding();
 }
 
-void Link::TakeDown() {
+void Link::StopLanes() {
   for (Lane& lane : lanes_) lane.up = lane.training = false;
-  generation_ = fabric_.NewGeneration();
+  paused_ = false;
   bondingPending_ = false;
+  generation_ = fabric_.NewGeneration();
   if (bonded_) SetBonded(false);
   Show();
+}
+
+void Link::TakeDown() {
+  StopLanes();
   fabric_.LinkWentDown(*this);
 }
 
 void Link::Drop(platform::Time backAfter) {
   held_ = true;
-  if (anyLaneUp()) TakeDown();
-  After(backAfter, "link comes back", &Link::Release);
+  heldUntil_ = fabric_.simulation().Now() + backAfter;
+  fabric_.simulation().After(backAfter, "link comes back", [this, alive = alive_] {
+    if (*alive && fabric_.simulation().Now() >= heldUntil_) Release();
+  });
+  Evaluate();
 }
 
 void Link::Release() {
@@ -142,7 +150,11 @@ void Link::Release() {
 }
 
 void Link::Retrain() {
-  if (anyLaneUp()) TakeDown();
+  if (attached()) {
+    TakeDown();
+  } else {
+    StopLanes();
+  }
   Evaluate();
 }
 
@@ -162,37 +174,27 @@ void Link::Resume(platform::Time after) {
 
 void Link::BringUp() {
   paused_ = false;
-  for (unsigned lane = 0; lane < 2; ++lane) {
-    lanes_[lane].up = lanes_[lane].training && Wanted(lane);
-    lanes_[lane].training = false;
-  }
-  Show();
+  for (Lane& lane : lanes_) lane.up = std::exchange(lane.training, false);
   Evaluate();
 }
 
 void Link::ResumeUntrained() {
-  paused_ = false;
-  if (bonded_) SetBonded(false);
-  for (Lane& lane : lanes_) lane.up = lane.training = false;
-  generation_ = fabric_.NewGeneration();
-  bondingPending_ = false;
+  StopLanes();
   Evaluate();
 }
 
 void Link::Unplugged() {
-  const bool wasAttached = attached() || anyLaneUp();
+  const bool wasAttached = attached();
   held_ = true;
-  paused_ = false;
   for (unsigned end = 0; end < 2; ++end)
     for (unsigned lane = 0; lane < 2; ++lane)
       if (Adapter* adapter = LaneAdapter(end, lane)) adapter->link = nullptr;
   *alive_ = false;
   if (wasAttached) {
     TakeDown();
-    return;
+  } else {
+    StopLanes();
   }
-  for (Lane& lane : lanes_) lane.training = false;
-  Show();
 }
 
 void Link::LaneControlWritten(bool bondingRequested) {

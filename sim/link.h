@@ -30,8 +30,7 @@ class Link {
   // The adapter that this end's lane leads to; null when it is not wired.
   Adapter* Opposite(const Adapter& adapter) const;
   bool LaneUp(const Adapter& adapter) const;
-  bool anyLaneUp() const { return lanes_[0].up || lanes_[1].up; }
-  // Keeps its routers in their places: up, or resting in a power state.
+  // Lane 0 carries the control packets: up, or resting in a power state, it keeps its routers in their places.
   bool attached() const { return lanes_[0].up || (paused_ && lanes_[0].training); }
   bool paused() const { return paused_; }
   bool bonded() const { return bonded_; }
@@ -66,6 +65,7 @@ class Link {
   void Evaluate();
   void StartTraining(unsigned lane);
   void LaneCameUp(unsigned lane);
+  void StopLanes();
   void TakeDown();  // all lanes, then tells the fabric once
   void Release();
   void BringUp();
@@ -85,7 +85,8 @@ class Link {
   unsigned speed_ = 10;
   bool bonded_ = false;
   bool bondingPending_ = false;
-  bool held_ = false;    // after Drop: may not train yet
+  bool held_ = false;  // after Drop: may not train before heldUntil_
+  platform::Time heldUntil_ = 0;
   bool paused_ = false;  // between Pause and Resume
   std::uint64_t generation_;
   std::shared_ptr<bool> alive_;  // events outlive the cable
