@@ -126,6 +126,7 @@ void PnpManager::TearDown(DeviceNode& node, PnpState endState) {
   node.policy.Enter(PowerPhase::Off);
   ReleaseHardware(device);
   for (Queue* queue : device.queues) queue->CancelAll(call);
+  WaitForRequests(device, Requests::All);
   // One left over is what a driver that goes with its device may do; the sinks are told.
   if (node.policy.References() != 0) EmitPower(node, "power references left");
   kernel_.objects().Delete(call, device);

@@ -71,7 +71,7 @@ void LeaveD0(Device& device, WDF_POWER_DEVICE_STATE target) {
   DeviceNode& node = device.node;
   const WDF_PNPPOWER_EVENT_CALLBACKS& callbacks = device.callbacks;
   node.policy.Enter(PowerPhase::GoingDown);
-  WaitForManagedRequests(device);
+  WaitForRequests(device, Requests::PowerManaged);
   RequireSuccess(
       device,
       CallPower(device, "EvtDeviceD0ExitPreInterruptsDisabled", callbacks.EvtDeviceD0ExitPreInterruptsDisabled, target),

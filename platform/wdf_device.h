@@ -16,8 +16,6 @@ struct WDFDEVICE_INIT__ {
   platform::DeviceNode* node = nullptr;
   WDF_PNPPOWER_EVENT_CALLBACKS callbacks{};
   WDF_DEVICE_IO_TYPE ioType = WdfDeviceIoBuffered;
-  DEVICE_TYPE deviceType = FILE_DEVICE_UNKNOWN;
-  bool exclusive = false;
   std::optional<WDF_CHILD_LIST_CONFIG> childList;
 };
 
@@ -45,8 +43,9 @@ class Device final : public Object {
   std::array<Queue*, kRequestTypes> routes{};  // by WDF_REQUEST_TYPE; null: to the default queue
   Queue* defaultQueue = nullptr;
   std::vector<Queue*> queues;
-  bool acceptsRequests = false;   // from device add to the beginning of removal
-  std::int64_t managedOwned = 0;  // requests of power-managed queues that the driver owns; a power-down waits for them
+  bool acceptsRequests = false;    // from device add to the beginning of removal
+  std::int64_t requestsOwned = 0;  // by the driver; removal waits for them
+  std::int64_t managedOwned = 0;   // those of power-managed queues; leaving D0 waits for them
   Task* requestWaiter = nullptr;
   std::vector<Interrupt*> interrupts;  // in order of creation
   IoTarget* defaultTarget = nullptr;

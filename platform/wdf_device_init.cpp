@@ -49,12 +49,16 @@ VOID WdfDeviceInitSetIoType(PWDFDEVICE_INIT DeviceInit, WDF_DEVICE_IO_TYPE IoTyp
 
 VOID WdfDeviceInitSetDeviceType(PWDFDEVICE_INIT DeviceInit, DEVICE_TYPE DeviceType) {
   KernelCall call("WdfDeviceInitSetDeviceType", PASSIVE_LEVEL);
-  Checked(call, DeviceInit).deviceType = DeviceType;
+  Checked(call, DeviceInit);
+  RequireModelled(call, DeviceType == FILE_DEVICE_BUS_EXTENDER || DeviceType == FILE_DEVICE_UNKNOWN,
+                  "a device type that changes how requests are handled");
 }
 
 VOID WdfDeviceInitSetExclusive(PWDFDEVICE_INIT DeviceInit, BOOLEAN IsExclusive) {
   KernelCall call("WdfDeviceInitSetExclusive", PASSIVE_LEVEL);
-  Checked(call, DeviceInit).exclusive = IsExclusive != FALSE;
+  // Clients of this layer send requests without opening the device first, so there is no second open to refuse.
+  Checked(call, DeviceInit);
+  RequireArgument(call, IsExclusive == TRUE || IsExclusive == FALSE, "IsExclusive");
 }
 
 VOID WdfDeviceInitSetPnpPowerEventCallbacks(PWDFDEVICE_INIT DeviceInit,

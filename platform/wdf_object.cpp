@@ -215,18 +215,20 @@ VOID WdfObjectDelete(WDFOBJECT Object) {
     case ObjectType::Device:
     case ObjectType::ResourceList:
     case ObjectType::Request:
+    case ObjectType::Interrupt:
+    case ObjectType::IoTarget:
       RequireArgument(call, false, "an object that the framework deletes itself");
       break;
     case ObjectType::CommonBuffer:
     case ObjectType::DmaEnabler:
     case ObjectType::Key:
-    case ObjectType::IoTarget:
     case ObjectType::WorkItem:
       if (call.task().irql > PASSIVE_LEVEL) {
         call.Report(Rule::IrqlTooHigh, std::string("a ") + TypeName(object.type()) + " is deleted at PASSIVE_LEVEL");
       }
       break;
     default:
+      RequireModelled(call, false, "deleting a queue");
       break;
   }
   call.kernel().objects().Delete(call, object);

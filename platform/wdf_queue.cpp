@@ -70,11 +70,17 @@ void Queue::CancelAll(KernelCall& call) {
   while (Request* request = TakeFirst()) request->Complete(call, STATUS_CANCELLED, 0);
 }
 
-void WaitForManagedRequests(Device& device) {
+void WaitForRequests(Device& device, Requests which) {
+  constexpr Time kPatience = 600 * kSecond;
   Scheduler& scheduler = device.kernel().simulation().scheduler();
-  while (device.managedOwned > 0) {
+  const Time deadline = scheduler.Now() + kPatience;
+  const std::int64_t& owned = which == Requests::All ? device.requestsOwned : device.managedOwned;
+  while (owned > 0) {
     device.requestWaiter = Scheduler::Current();
-    scheduler.Park("requests that the driver owns", &device);
+    if (scheduler.Park("requests that the driver owns", &device, deadline)) continue;
+    device.kernel().simulation().Report(Rule::RequestNeverCompleted,
+                                        "leaving D0 or removal waits for a request that the driver keeps");
+    break;
   }
   device.requestWaiter = nullptr;
 }
@@ -157,6 +163,8 @@ NTSTATUS WdfIoQueueRetrieveNextRequest(WDFQUEUE Queue, WDFREQUEST* OutRequest) {
   platform::Queue& queue = Resolve<platform::Queue>(call, Queue);
   RequireArgument(call, queue.config.DispatchType == WdfIoQueueDispatchManual, "a queue that presents its requests");
   RequireModelled(call, queue.Presents(), "a power-managed queue that is stopped");
+  *OutRequest = nullptr;
+  if (call.Fails()) return STATUS_INVALID_DEVICE_STATE;
   Request* request = queue.TakeFirst();
   *OutRequest = request ? request->Handle<WDFREQUEST>() : nullptr;
   return request ? STATUS_SUCCESS : STATUS_NO_MORE_ENTRIES;

@@ -17,10 +17,6 @@ Request::Request(Device& device, std::shared_ptr<PendingIo> io)
   systemBuffer_.resize(std::max(inputBytes(), outputBytes()));
 }
 
-void Request::CheckDelete(KernelCall& call) {
-  if (ownedByDriver_) call.Report(Rule::RequestNeverCompleted, "the device goes and the driver still owns a request");
-}
-
 WDF_REQUEST_TYPE Request::requestType() const {
   switch (io_->request.kind) {
     case IoRequest::Kind::Read:
@@ -73,11 +69,10 @@ void Request::GiveTo(Queue& queue) {
 void Request::SetOwnedByDriver(bool owned) {
   if (owned == ownedByDriver_) return;
   ownedByDriver_ = owned;
-  if (!queue_->powerManaged) return;
-  device_.managedOwned += owned ? 1 : -1;
-  if (device_.managedOwned == 0 && device_.requestWaiter) {
-    kernel().simulation().scheduler().Wake(*device_.requestWaiter);
-  }
+  const int change = owned ? 1 : -1;
+  device_.requestsOwned += change;
+  if (queue_->powerManaged) device_.managedOwned += change;
+  if (!owned && device_.requestWaiter) kernel().simulation().scheduler().Wake(*device_.requestWaiter);
 }
 
 void Request::CountForPower(bool counts) {

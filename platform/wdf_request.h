@@ -15,7 +15,6 @@ class Request final : public Object {
  public:
   static constexpr ObjectType kType = ObjectType::Request;
   Request(Device& device, std::shared_ptr<PendingIo> io);
-  void CheckDelete(KernelCall& call) override;
 
   WDF_REQUEST_TYPE requestType() const;
   std::size_t inputBytes() const { return io_->request.input.size(); }

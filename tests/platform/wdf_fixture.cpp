@@ -86,6 +86,8 @@ VOID DriverUnload(WDFDRIVER) {
   Write("unload");
 }
 
+}  // namespace
+
 Status DriverEntry(_DRIVER_OBJECT* driverObject, _UNICODE_STRING* registryPath) {
   WDF_DRIVER_CONFIG config;
   WDF_DRIVER_CONFIG_INIT(&config, DeviceAdd);
@@ -95,8 +97,6 @@ Status DriverEntry(_DRIVER_OBJECT* driverObject, _UNICODE_STRING* registryPath) 
   attributes.EvtCleanupCallback = DriverCleanup;
   return WdfDriverCreate(driverObject, registryPath, &attributes, &config, WDF_NO_HANDLE);
 }
-
-}  // namespace
 
 void PlainFunction::SetPower(FunctionPower power) {
   constexpr const char* kNames[] = {"function D0\n", "function D3hot\n", "function off\n"};

@@ -49,6 +49,9 @@ struct Script {
   std::function<void(WDFDEVICE, WDFCMRESLIST raw, WDFCMRESLIST translated)> onPrepare;
 };
 
+// The driver whose callbacks follow the one script that is alive.
+platform::Status DriverEntry(_DRIVER_OBJECT* driverObject, _UNICODE_STRING* registryPath);
+
 // 0: first-come; multiples of 3: priorities; the others: uniform.
 platform::SimulationOptions OptionsFor(unsigned seed);
 

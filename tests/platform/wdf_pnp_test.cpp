@@ -146,6 +146,60 @@ TEST_P(WdfPnp, VerbsOfOneDeviceNeverOverlap) {
   Unload();
 }
 
+TEST_P(WdfPnp, TwoDevicesOfOneDriverAreIndependent) {
+  ASSERT_EQ(Start(), 0);
+  PlainFunction second(script.log);
+  DeviceConfig secondConfig = config;
+  secondConfig.model = &second;
+  secondConfig.resources[1].start = 0xA0000000;
+  DeviceId other = 0;
+  ASSERT_EQ(host.AddAndStart(secondConfig, &other), 0);
+  EXPECT_NE(host.FrameworkDevice(id), host.FrameworkDevice(other));
+  host.SurpriseRemove(id);
+  EXPECT_EQ(host.State(other), PnpState::Started);
+  host.SystemSleep(SystemPowerAction::Sleep);
+  EXPECT_EQ(host.Power(other), DevicePower::D3);
+  host.SystemResume();
+  host.Remove(other);
+  Unload();
+  EXPECT_EQ(host.LiveObjects(), 0u);
+}
+
+TEST_P(WdfPnp, TwoHostsShareTheClockAndNothingElse) {
+  HostKernelOptions options;
+  options.name = "second";
+  HostKernel second(simulation, options);
+  PlainFunction function2(script.log);
+  DeviceConfig config2 = config;
+  config2.model = &function2;
+  DeviceId id2 = 0;
+  ASSERT_EQ(Start(), 0);
+  ASSERT_EQ(second.LoadDriver(&DriverEntry), 0);
+  ASSERT_EQ(second.AddAndStart(config2, &id2), 0);
+  WDFDRIVER drivers[2] = {};
+  InDriver([&](WDFDEVICE) { drivers[0] = WdfGetDriver(); });
+  simulation.RunTask(&second, "test", [&] { drivers[1] = WdfGetDriver(); });
+  EXPECT_NE(drivers[0], drivers[1]);
+  host.SystemSleep(SystemPowerAction::Sleep);
+  EXPECT_EQ(second.Power(id2), DevicePower::D0);
+  host.SystemResume();
+  host.Remove(id);
+  Unload();
+  EXPECT_EQ(second.State(id2), PnpState::Started);
+  second.Remove(id2);
+  second.UnloadDriver();
+}
+
+TEST_P(WdfPnp, AHandleOfAnotherHostIsReported) {
+  HostKernelOptions options;
+  options.name = "second";
+  HostKernel second(simulation, options);
+  ASSERT_EQ(Start(), 0);
+  void* handle = host.FrameworkDevice(id);
+  simulation.RunTask(&second, "test", [&] { WdfDeviceResumeIdle(static_cast<WDFDEVICE>(handle)); });
+  EXPECT_EQ(Broken(), "handle-stale in WdfDeviceResumeIdle");
+}
+
 TEST_P(WdfPnp, UnloadWithADeviceIsRefused) {
   ASSERT_EQ(Start(), 0);
   Unload();

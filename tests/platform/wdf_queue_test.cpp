@@ -325,6 +325,21 @@ TEST_P(WdfQueue, ARequestThatIsNeverCompletedIsReportedAtRemoval) {
   EXPECT_EQ(Broken().substr(0, 23), "request-never-completed");
 }
 
+TEST_P(WdfQueue, RemovalWaitsForAHandlerThatStillRuns) {
+  StartQuietly();
+  handle = [](WDFREQUEST request) {
+    LARGE_INTEGER interval;
+    interval.QuadPart = -30'000'000;
+    KeDelayExecutionThread(KernelMode, FALSE, &interval);
+    WdfRequestComplete(request, STATUS_SUCCESS);
+  };
+  auto io = host.SendAsync(id, ControlRequest(kBuffered, "", 4));
+  simulation.RunFor(1 * kMillisecond);
+  Finish();
+  EXPECT_TRUE(io->completed);
+  EXPECT_EQ(io->status, 0);
+}
+
 TEST_P(WdfQueue, EachFailingCallHasAFaultSite) {
   StartQuietly();
   simulation.faults().FailNth("WdfRequestRetrieveOutputBuffer", 1);
