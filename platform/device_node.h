@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "platform/bus_device.h"
 #include "platform/host/device_model.h"
 #include "platform/host/host_kernel.h"
 #include "platform/io_mappings.h"
@@ -69,6 +70,7 @@ class DeviceNode final : public PciSlot {
   DevicePower power = DevicePower::Off;
   bool gone = false;  // surprise-removed: registers and configuration space read all ones, writes go nowhere
   std::int64_t busInterfaceReferences = 0;  // handed out and not given back
+  BusDevice bus{*this};
   PowerPolicy policy;
   TransitionLock transition;
 

@@ -70,6 +70,9 @@ void KernelState::ReportLeaks() {
   if (const std::size_t count = traceProviders.Registered(); count != 0) {
     simulation_.Report(Rule::HandleLeak, std::to_string(count) + " trace registration(s) still held");
   }
+  if (const std::size_t count = ioRequests.Live(); count != 0) {
+    simulation_.Report(Rule::HandleLeak, std::to_string(count) + " request packet(s) built and never sent");
+  }
 }
 
 }  // namespace platform

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/io_request.h"
 #include "platform/lock_order.h"
 #include "platform/scheduler.h"
 
@@ -54,10 +55,11 @@ class KernelState {
   WaitList waits;
   LockOrder lockOrder;
   TraceProviders traceProviders;
+  IoRequests ioRequests;
   std::vector<std::byte> tracePayload;  // scratch, kept for its capacity
   Time upTimeAtStart;                   // what the performance counter shows at virtual time 0
 
-  // At unload: trace registrations that were not given back (rule handle-leak).
+  // At unload: trace registrations and request packets that were not given back (rule handle-leak).
   void ReportLeaks();
 
  private:

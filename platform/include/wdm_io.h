@@ -320,10 +320,5 @@ PIRP IoBuildSynchronousFsdRequest(ULONG MajorFunction, PDEVICE_OBJECT DeviceObje
                                   PLARGE_INTEGER StartingOffset, PKEVENT Event, PIO_STATUS_BLOCK IoStatusBlock);
 NTSTATUS IofCallDriver(PDEVICE_OBJECT DeviceObject, PIRP Irp);
 #define IoCallDriver IofCallDriver
-VOID IofCompleteRequest(PIRP Irp, CCHAR PriorityBoost);
-#define IoCompleteRequest IofCompleteRequest
-PDEVICE_OBJECT IoGetAttachedDeviceReference(PDEVICE_OBJECT DeviceObject);
-LONG_PTR ObfDereferenceObject(PVOID Object);
-#define ObDereferenceObject ObfDereferenceObject
 
 EXTERN_C_END

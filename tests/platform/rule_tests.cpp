@@ -118,9 +118,40 @@ std::string LevelTable() {
   return table;
 }
 
+// Parametrised tests: "Instance/Suite" and "Test/parameter".
+std::string AfterSlash(const std::string& name) {
+  return name.substr(name.find('/') == std::string::npos ? 0 : name.find('/') + 1);
+}
+
+std::string BeforeSlash(const std::string& name) {
+  return name.substr(0, name.find('/'));
+}
+
 constexpr const char* kHowToUpdate = "docs/verifier.md is behind the code: run platform_tests once with WRITE_DOCS=1";
 constexpr const char* kRuleHead = "| rule | calls | what is published | tests that break it |\n|---|---|---|---|\n";
 constexpr const char* kLevelHead = "| call | highest IRQL |\n|---|---|\n";
+
+TEST(Rules, EachRuleHasATestThatBreaksIt) {
+  std::set<Rule> broken;
+  for (const BrokenRule& entry : BrokenRules()) broken.insert(entry.rule);
+  for (unsigned i = 0; i < static_cast<unsigned>(Rule::Count); ++i) {
+    EXPECT_TRUE(broken.contains(static_cast<Rule>(i))) << "no test breaks " << RuleName(static_cast<Rule>(i));
+  }
+}
+
+// A break that a test asserts by itself names that test, or the suite of its table.
+TEST(Rules, EachNamedTestExists) {
+  std::set<std::string> names;
+  const testing::UnitTest& all = *testing::UnitTest::GetInstance();
+  for (int i = 0; i < all.total_test_suite_count(); ++i) {
+    const testing::TestSuite& suite = *all.GetTestSuite(i);
+    names.insert(AfterSlash(suite.name()));
+    for (int j = 0; j < suite.total_test_count(); ++j) names.insert(BeforeSlash(suite.GetTestInfo(j)->name()));
+  }
+  for (const BrokenRule& entry : BrokenRules()) {
+    EXPECT_TRUE(entry.breakIt || names.contains(entry.test)) << entry.test << " is no test of this program";
+  }
+}
 
 // With WRITE_DOCS=1 in the environment the tables are brought up to date; the sentences are written by people.
 TEST(Rules, TheDocumentsTablesSayWhatTheCodeDoes) {
