@@ -12,6 +12,7 @@ class Capture {
  public:
   Capture(const std::string& file, Machine& machine);
   void Comment(const LiveEvent& event);
+  bool Good() const { return writer_.Good(); }
   [[nodiscard]] bool Close() { return writer_.Close(); }
 
  private:

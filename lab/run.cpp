@@ -222,6 +222,10 @@ ExitCode Run::Code() const {
 
 RunReport Run::Execute() {
   const bool faulty = options_.faults != "none";
+  if (capture_ && !capture_->Good()) {
+    report_.code = ExitCode::InputOutput;
+    return std::move(report_);
+  }
   if (!ArmFaults(options_.faults, report_.seed, machine_.faults())) Fail("unknown fault profile " + options_.faults);
   Start();
   if (!Over()) PlayUntil(platform::kNever);
