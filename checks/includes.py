@@ -13,7 +13,7 @@ MAY = {
     "fuzz": ("fuzz", "lab", "src", "sim", "platform"),
     "bench": ("bench", "lab", "src", "sim", "platform"),
 }
-STANDARD = {"array", "bit", "concepts", "cstddef", "cstdint", "span", "type_traits", "utility"}
+STANDARD = {"array", "bit", "concepts", "cstddef", "cstdint", "cstring", "span", "type_traits", "utility"}
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 
 
