@@ -39,7 +39,7 @@ Entry UnusedEntry(std::uint32_t type, unsigned hop) {
 Adapter::Adapter(Router& router, const AdapterModel& model) : router_(router), model_(model) {
   if (!implemented()) return;
   DefineHeader();
-  DefineAdapterCapabilities(*this, router.model().laneSpeeds);
+  DefineAdapterCapabilities(*this, router.model());
   DefinePaths();
   for (unsigned word = 0; word < 3 * model_.counterSets; ++word) countersSpace_.Define(word, 0, kAllReadWrite);
   WatchBuffers();

@@ -22,8 +22,8 @@ constexpr std::uint32_t kLaneDisconnected = 0x5C18001C;
 constexpr RegisterRules kLaneControl{{3, 0, ReadWrite},   {9, 4, ReadWrite},      {11, 10, ReadWrite},
                                      {14, 14, ReadWrite}, {15, 15, SelfClearing}, {31, 16, Status}};
 
-std::vector<Dword> LaneCapability(std::uint32_t speeds) {
-  return {{speeds << 16 | 3u << 20, {}}, {kLaneDisconnected, kLaneControl}, {0, {}}};
+std::vector<Dword> LaneCapability(const RouterModel& model) {
+  return {{model.laneSpeeds << 16 | model.laneWidths << 20, {}}, {kLaneDisconnected, kLaneControl}, {0, {}}};
 }
 
 std::vector<Dword> AdapterTmuCapability() {
@@ -87,10 +87,10 @@ std::vector<Dword> ProtocolCapability(std::uint32_t type) {
   }
 }
 
-std::vector<Dword> AdapterCapability(const CapabilityModel& capability, std::uint32_t type, std::uint32_t laneSpeeds) {
+std::vector<Dword> AdapterCapability(const CapabilityModel& capability, std::uint32_t type, const RouterModel& model) {
   switch (capability.id) {
     case kCapLane:
-      return LaneCapability(laneSpeeds);
+      return LaneCapability(model);
     case kCapTmu:
       return AdapterTmuCapability();
     case kCapProtocol:
@@ -180,10 +180,10 @@ unsigned NextOffset(const std::vector<CapabilityModel>& list, std::size_t index)
 
 }  // namespace
 
-void DefineAdapterCapabilities(Adapter& adapter, std::uint32_t laneSpeeds) {
+void DefineAdapterCapabilities(Adapter& adapter, const RouterModel& model) {
   const std::vector<CapabilityModel>& list = adapter.model().capabilities;
   for (std::size_t i = 0; i < list.size(); ++i) {
-    Place(adapter.space(), list[i], NextOffset(list, i), AdapterCapability(list[i], adapter.type(), laneSpeeds));
+    Place(adapter.space(), list[i], NextOffset(list, i), AdapterCapability(list[i], adapter.type(), model));
     if (list[i].id == kCapLane) adapter.laneCapability = list[i].offset;
     if (list[i].id == kCapTmu) adapter.tmuCapability = list[i].offset;
     if (list[i].id == kCapProtocol) adapter.protocolCapability = list[i].offset;

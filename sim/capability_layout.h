@@ -19,7 +19,7 @@ inline constexpr unsigned kVsecPlugEvents = 1;
 inline constexpr unsigned kVsecLinkController = 6;
 
 // Defines the adapter's capability list and stores the offsets of the kinds it knows in the adapter.
-void DefineAdapterCapabilities(Adapter& adapter, std::uint32_t laneSpeeds);
+void DefineAdapterCapabilities(Adapter& adapter, const RouterModel& model);
 
 struct RouterCapabilities {
   unsigned tmu = 0;

@@ -45,6 +45,22 @@ void AppendIds(std::vector<std::uint8_t>& image, const DromModel& drom) {
   Put(image, image.size() - 2, drom.modelId, 2);
 }
 
+// The check byte that a manager computes when it reads nothing but the UID: CRC-32C with each group of four bytes
+// reversed.
+std::uint8_t EepromUidCheck(const std::uint8_t* uid) {
+  std::uint8_t reversed[8];
+  for (unsigned i = 0; i < 8; ++i) reversed[i] = uid[i ^ 3];
+  return static_cast<std::uint8_t>(Crc32c(reversed));
+}
+
+void Break(std::vector<std::uint8_t>& image, const std::vector<std::string>& faults) {
+  for (const std::string& fault : faults) {
+    if (fault == "crc-8") image[0] ^= 0xFF;
+    if (fault == "crc-32") image[9] ^= 0xFF;
+    if (fault == "length") image[15] ^= 0x04;
+  }
+}
+
 }  // namespace
 
 std::uint8_t DromCrc8(const std::uint8_t* bytes, unsigned count) {
@@ -68,13 +84,17 @@ std::vector<std::uint8_t> BuildDrom(const RouterModel& model) {
     Put(image, 17, model.drom.vendorId, 2);
     Put(image, 19, model.drom.modelId, 2);
   }
+  for (const std::vector<std::uint8_t>& entry : model.drom.entries)
+    image.insert(image.end(), entry.begin(), entry.end());
   for (const AdapterModel& adapter : model.adapters)
-    if (adapter.number != 0 && adapter.presence != AdapterPresence::NotImplemented) AppendPort(image, adapter);
+    if (model.drom.entries.empty() && adapter.number != 0 && adapter.presence != AdapterPresence::NotImplemented)
+      AppendPort(image, adapter);
   AppendText(image, 1, model.drom.vendorName);
   AppendText(image, 2, model.drom.deviceName);
   Put(image, 14, image.size() - kData, 2);
-  image[0] = DromCrc8(image.data() + 1, 8);
+  image[0] = model.host && !usb4 ? EepromUidCheck(image.data() + 1) : DromCrc8(image.data() + 1, 8);
   Put(image, 9, Crc32c(std::span(image).subspan(kData)), 4);
+  Break(image, model.drom.faults);
   return image;
 }
 

@@ -37,6 +37,7 @@ Router& Fabric::AddRouter(const RouterModel& model, std::string name) {
   routers_.push_back(std::make_unique<Router>(*this, model, std::move(name)));
   Router& router = *routers_.back();
   router.operations().SetDrom(BuildDrom(model));
+  router.services().SetDrom(BuildDrom(model));
   if (model.host) hosts_.push_back(std::make_unique<Host>(*this, router, model.hostInterface.value()));
   return router;
 }

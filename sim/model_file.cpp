@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <sstream>
 
 #include "sim/embedded_models.h"
 #include "sim/router_model.h"
@@ -77,6 +78,28 @@ class Reader {
     for (const toml::node& each : *node->as_array())
       numbers.push_back(static_cast<std::uint32_t>(Number(each, key, 0xFFFFFFFF)));
     return numbers;
+  }
+  std::vector<std::string> Texts(const char* key) {
+    std::vector<std::string> texts;
+    const toml::node* node = Get(key);
+    if (node == nullptr) return texts;
+    if (!node->is_array()) Fail(*node, std::string(key) + " must be an array of texts");
+    for (const toml::node& each : *node->as_array()) {
+      if (!each.is_string()) Fail(each, std::string(key) + " must be an array of texts");
+      texts.push_back(**each.as_string());
+    }
+    return texts;
+  }
+  // "08 81 80": bytes in hexadecimal.
+  std::vector<std::uint8_t> HexBytes(const std::string& text) const {
+    std::vector<std::uint8_t> bytes;
+    std::istringstream in(text);
+    for (std::string word; in >> word;) {
+      const bool hex = word.size() == 2 && word.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+      if (!hex) Fail(table_, "\"" + word + "\" is no byte");
+      bytes.push_back(static_cast<std::uint8_t>(std::stoul(word, nullptr, 16)));
+    }
+    return bytes;
   }
   void RejectUnknown() const {
     for (const auto& [key, node] : table_)
@@ -220,6 +243,8 @@ void ParseDrom(Reader& reader, RouterModel& model) {
   model.drom.modelId = static_cast<std::uint16_t>(entry.Number("model-id", 0, 0xFFFF));
   model.drom.vendorName = entry.Text("vendor-name", "");
   model.drom.deviceName = entry.Text("device-name", "");
+  for (const std::string& text : entry.Texts("entries")) model.drom.entries.push_back(entry.HexBytes(text));
+  model.drom.faults = entry.Texts("faults");
   entry.RejectUnknown();
 }
 
@@ -236,6 +261,7 @@ RouterModel ParseTable(const toml::table& table, const std::string& origin) {
   model.notificationMs = static_cast<unsigned>(reader.Number("notification-ms", model.notificationMs, 0xFF));
   model.uid = reader.Number("uid", 0, ~0ull);
   model.laneSpeeds = static_cast<std::uint32_t>(reader.Number("lane-speeds", model.laneSpeeds, 0xF));
+  model.laneWidths = static_cast<std::uint32_t>(reader.Number("lane-widths", model.laneWidths, 0x3F));
   model.dpInResources = static_cast<unsigned>(reader.Number("display-sources", model.dpInResources, 64));
   model.enumerateWithinMs = static_cast<unsigned>(reader.Number("enumerate-within-ms", 0, 100000));
   model.capabilities = ParseCapabilities(reader, "capability");

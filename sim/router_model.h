@@ -55,6 +55,8 @@ struct DromModel {
   std::uint16_t modelId = 0;
   std::string vendorName;
   std::string deviceName;
+  std::vector<std::vector<std::uint8_t>> entries;  // as they stand in the image; none: made from the adapters
+  std::vector<std::string> faults;                 // "crc-8", "crc-32", "length": what is wrong with the image
 };
 
 struct RouterModel {
@@ -68,6 +70,7 @@ struct RouterModel {
   unsigned maxAdapter = 0;
   unsigned notificationMs = 10;
   std::uint64_t uid = 0;
+  std::uint32_t laneWidths = 0x3;  // LANE_ADP_CS_0 bits 25:20: bit 0 x1, bit 1 x2
   std::uint32_t laneSpeeds = 0xC;  // LANE_ADP_CS_0 bits 19:16: bit 2 20 Gb/s, bit 3 10 Gb/s
   unsigned dpInResources = 2;      // displays that the router's source can drive at once
   unsigned enumerateWithinMs = 0;  // drops its link unless configured by then, and comes back; 0: patient

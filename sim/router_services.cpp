@@ -12,6 +12,8 @@ constexpr platform::Time kMs = platform::kMillisecond;
 constexpr DelayRange kPosting{"sim.tmu.posting", 15 * kMs, 1 * kMs, 120 * kMs};
 constexpr unsigned kPostLocalTime = 22;  // two dwords
 constexpr unsigned kPostTime = 24;       // two dwords
+constexpr unsigned kEepromLines = 4;     // of the plug-events capability
+constexpr unsigned kDromOffset = 12;
 constexpr unsigned kBlockAttributes = 141;
 constexpr unsigned kBlockControl = 150;
 constexpr std::uint32_t kBondingPossible = 1u << 12;
@@ -22,6 +24,7 @@ constexpr std::uint32_t kEnterSleepBit = 1u << 31;
 void RouterServices::Define() {
   Reset();
   if (tmuCapability != 0) DefineTmu();
+  if (plugEventsCapability != 0) DefineEeprom();
 }
 
 // Each router's clock starts somewhere else: a manager that does not post the time is seen.
@@ -43,6 +46,21 @@ void RouterServices::DefineTmu() {
     return (stored & 0xFFFF0000) | static_cast<std::uint32_t>(LocalTime() >> 48);
   });
   space.OnWrite(tmuCapability + kPostTime + 1, [this](const ConfigSpace::Access&) { PostTimeWritten(); });
+}
+
+void RouterServices::DefineEeprom() {
+  const unsigned lines = plugEventsCapability + kEepromLines;
+  router_.space().OnWrite(lines, [this, lines](const ConfigSpace::Access& access) {
+    const bool high = eeprom_.Lines(access.old, access.now);
+    router_.space().SetBits(lines, Eeprom::kDataOut, high ? Eeprom::kDataOut : 0);
+  });
+}
+
+void RouterServices::SetDrom(const std::vector<std::uint8_t>& image) {
+  if (plugEventsCapability == 0) return;
+  std::vector<std::uint8_t> content(router_.space().Get(plugEventsCapability + kDromOffset), 0xFF);
+  content.insert(content.end(), image.begin(), image.end());
+  eeprom_.SetContent(std::move(content));
 }
 
 void RouterServices::PostTimeWritten() {

@@ -2,8 +2,10 @@
 // routers.
 #pragma once
 #include <cstdint>
+#include <vector>
 
 #include "platform/host/time.h"
+#include "sim/eeprom.h"
 
 namespace sim {
 
@@ -24,6 +26,9 @@ class RouterServices {
   // Scripted hardware: the posting takes this long instead of a drawn time.
   void SetPostingTime(platform::Time time) { postingTime_ = time; }
 
+  // Thunderbolt 3 routers keep their DROM in a serial part, at the byte offset that the plug-events capability tells.
+  void SetDrom(const std::vector<std::uint8_t>& image);
+
   // --- link controller: all do nothing, or give 0, on routers without one
   bool sleepArmed() const;
   void ClearSleep();
@@ -39,9 +44,11 @@ class RouterServices {
   // Router space offset of a port block; 0 when there is no such block.
   unsigned PortBlock(unsigned index) const;
   void DefineTmu();
+  void DefineEeprom();
   void PostTimeWritten();
 
   Router& router_;
+  Eeprom eeprom_;
   std::int64_t clockOffset_ = 0;  // of the local clock against virtual time, nanoseconds
   bool posted_ = false;
   platform::Time postingTime_ = -1;

@@ -8,7 +8,8 @@ namespace sim::test {
 namespace {
 
 TEST(Models, EveryBuiltInModelMakesARouter) {
-  EXPECT_EQ(ModelNames(), (std::vector<std::string>{"D1", "D2", "DOCK", "H1", "H2", "H3", "HASTY", "T1", "T3"}));
+  EXPECT_EQ(ModelNames(),
+            (std::vector<std::string>{"D1", "D2", "DOCK", "G1", "G2", "H1", "H2", "H3", "HASTY", "HT", "T1", "T3"}));
   platform::Simulation simulation;
   Fabric fabric(simulation);
   for (const std::string& name : ModelNames()) {
@@ -27,7 +28,8 @@ TEST(Models, EveryBuiltInModelMakesARouter) {
     EXPECT_GE(lanes, 2u) << name;
     EXPECT_EQ(router.services().tmuCapability != 0, router.model().usb4()) << name;
     EXPECT_EQ(pcieUp, router.isHost() ? 0u : 1u) << name;
-    EXPECT_EQ(usb3Up, router.isHost() || name == "T3" ? 0u : 1u) << name;
+    const bool noUsb3 = router.isHost() || name == "T3" || name == "G1" || name == "G2";
+    EXPECT_EQ(usb3Up, noUsb3 ? 0u : 1u) << name;
     EXPECT_EQ(router.services().plugEventsCapability == 0, router.model().usb4()) << name;
   }
 }
@@ -150,6 +152,7 @@ TEST(ModelFile, MistakesAreNamedWithLineAndColumn) {
       {"[[adapter]]\nnumbers = 1\n", "m.toml:2:11: numbers must be an array of numbers"},
       {"[[adapter]]\nnumbers = []\nbuffer-word = [1, 2, 3]\n",
        "m.toml:3:15: buffer-word needs one number for each lane"},
+      {"[drom]\nentries = [\"08 8x\"]\n", "m.toml:1:1: \"8x\" is no byte"},
       {"[[adapter]]\nnumbers = []\ndisabled = 1\n", "m.toml:3:12: disabled must be true or false"},
   };
   for (const Case& c : cases) {
