@@ -1,0 +1,90 @@
+// The work loop: the one place that handles hot-plug events, one at a time, on a system worker thread at PASSIVE_LEVEL.
+//
+// A record queued while the loop runs is handled in the same run. While a power-down is in progress records are taken
+// off the list and freed unhandled.
+#include "cm/hotplug.h"
+#include "hostif/control_channel.h"
+#include "hostif/power.h"
+#include "hostif/run_abort.h"
+#include "hostif/upcalls.h"
+#include "include/device_context.h"
+#include "include/locks.h"
+#include "include/trace.h"
+#include "include/wait.h"
+
+namespace {
+
+constexpr ULONG kBusStartMs = 5000;
+
+USB4_EVENT_NODE* TakeEvent(DEVICE_EXTENSION* context) {
+  MutexGuard guard(context->WorkListMutex);
+  USB4_EVENT_NODE* node = context->Events().TakeFirst();
+  if (node != nullptr && context->QueuedEventCount != 0) --context->QueuedEventCount;
+  return node;
+}
+
+// The acknowledgement comes after the handling, whatever came of it: a router repeats its notification until then, and
+// ignores an acknowledgement that it does not wait for.
+void Handle(const USB4_HOTPLUG_EVENT& event) {
+  USB4_DOMAIN* domain = event.Domain;
+  RunGuard guard(*domain);
+  domain->EventThread = PsGetCurrentThreadId();
+  KivUsb4HandleHotplug(event);
+  domain->EventThread = nullptr;
+  const KIV_RESULT sent = KivUsb4CfgAckPlug(domain->ControlChannel, event.Route, event.Adapter, event.Unplug != 0);
+  TraceInfo("event handled", "route", event.Route, "adapter", event.Adapter, "unplug", event.Unplug, "acknowledged",
+            sent);
+}
+
+void HandleAndFree(DEVICE_EXTENSION* context, USB4_EVENT_NODE* node) {
+  if (context->Suspending.Load() == 0) {
+    Handle(*node->Event);
+  } else {
+    TraceInfo("event dropped, the device powers down", "route", node->Event->Route, "adapter", node->Event->Adapter);
+  }
+  PoolDelete(node->Event);
+  PoolDelete(node);
+}
+
+// A domain without tunnels and without a peer needs nothing from the device until the next event.
+void RestIfIdle(DEVICE_EXTENSION* context, USB4_DOMAIN* domain) {
+  if (domain->TunnelCount.Load() == 0 && domain->IdleStopped.Load() != 0 && context->XDomain == nullptr) {
+    LetDeviceIdle(domain);
+  }
+}
+
+bool EventsWait(DEVICE_EXTENSION* context) {
+  MutexGuard guard(context->WorkListMutex);
+  return !context->Events().IsEmpty();
+}
+
+void Drain(DEVICE_EXTENSION* context, USB4_DOMAIN* domain) {
+  do {
+    while (USB4_EVENT_NODE* node = TakeEvent(context)) HandleAndFree(context, node);
+    RestIfIdle(context, domain);
+  } while (EventsWait(context));
+}
+
+// True when the loop must go on: an event came between the last look at the list and the flag's fall, and whoever
+// queued it saw the flag still up.
+bool ReclaimRun(DEVICE_EXTENSION* context) {
+  context->WorkItemQueued.Exchange(0);
+  return EventsWait(context) && context->WorkItemQueued.ChangeFrom(0, 1);
+}
+
+}  // namespace
+
+void KivUsb4WorkItemCallback(WDFWORKITEM workItem) {
+  KIV_USB4_WORKER_ITEM_CONTEXT* itemContext = WorkItemContextOf(workItem);
+  auto* context = itemContext == nullptr ? nullptr : static_cast<DEVICE_EXTENSION*>(itemContext->Owner);
+  if (context == nullptr || context->Domain == nullptr) return;
+  USB4_DOMAIN* domain = context->Domain;
+  TakePowerReference(domain, {.WaitForD0 = false, .OnlyIfGranted = false});
+  if (!domain->Started.IsSet() && WaitForEventMs(domain->BusEvent, kBusStartMs) != kStatusOk) {
+    TraceWarning("the bus has not started in time", "ms", kBusStartMs);
+  }
+  do {
+    Drain(context, domain);
+  } while (ReclaimRun(context));
+  if (context->Suspending.Load() != 0) SetEvent(context->WorkDoneEvent);
+}

@@ -1,0 +1,50 @@
+// Mapping and unmapping of BAR0, with the mapping call that the running kernel has.
+#include "driver/bar_mapping.h"
+
+#include <utility>
+
+#include "include/driver_context.h"
+#include "include/status.h"
+#include "include/trace.h"
+
+namespace {
+
+using MAP_WITH_PROTECTION = PVOID(NTAPI*)(PHYSICAL_ADDRESS, SIZE_T, ULONG);
+
+constexpr ULONG kReadWriteNoCache = PAGE_READWRITE | PAGE_NOCACHE;
+static_assert(kReadWriteNoCache == 0x204);
+
+// Looked up at run time: older kernels do not export the call that maps memory without making it executable.
+PVOID MapNonCached(const MEMORY_RANGE& range) {
+  UNICODE_STRING name;
+  RtlInitUnicodeString(&name, L"MmMapIoSpaceEx");
+  auto map = reinterpret_cast<MAP_WITH_PROTECTION>(MmGetSystemRoutineAddress(&name));
+  if (map != nullptr) return map(range.Start, range.Length, kReadWriteNoCache);
+  return MmMapIoSpace(range.Start, range.Length, MmNonCached);
+}
+
+void RememberDriverWide(const USB4_HOST_INTERFACE& hostInterface) {
+  DRIVER_CONTEXT* driver = DriverContextOf(WdfDeviceGetDriver(hostInterface.Device));
+  if (driver == nullptr) return;
+  driver->RegisterBase = hostInterface.RegisterBase;
+  driver->RegisterLength = hostInterface.RegisterLength;
+}
+
+}  // namespace
+
+NTSTATUS MapBar0(USB4_HOST_INTERFACE* hostInterface, const MEMORY_RANGE& bar0) {
+  hostInterface->RegisterBase = MapNonCached(bar0);
+  if (hostInterface->RegisterBase == nullptr) {
+    TraceError("BAR0 not mapped", "length", bar0.Length);
+    return kStatusNoResources;
+  }
+  hostInterface->RegisterLength = bar0.Length;
+  hostInterface->State = 0;
+  RememberDriverWide(*hostInterface);
+  return kStatusOk;
+}
+
+void UnmapBar0(USB4_HOST_INTERFACE* hostInterface) {
+  void* base = std::exchange(hostInterface->RegisterBase, nullptr);
+  if (base != nullptr) MmUnmapIoSpace(base, hostInterface->RegisterLength);
+}

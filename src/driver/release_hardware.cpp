@@ -1,0 +1,49 @@
+// Hardware release, also after a preparation or a start that failed half-way. PASSIVE_LEVEL, interrupts disconnected.
+#include <utility>
+
+#include "driver/bar_mapping.h"
+#include "driver/prepare_hardware.h"
+#include "hostif/control_channel.h"
+#include "hostif/domain.h"
+#include "hostif/host_interface.h"
+#include "hostif/work_items.h"
+#include "include/device_context.h"
+#include "include/status.h"
+#include "include/trace.h"
+#include "xdomain/host_properties.h"
+
+namespace {
+
+// The work items go first: while one runs, it may still want the channel and the domain.
+void TearDownDomain(DEVICE_EXTENSION* context) {
+  USB4_DOMAIN* domain = context->Domain;
+  context->GenericWorkReady.Set(false);
+  DeleteSharedWorkItems(context);
+  if (domain->ControlChannel != nullptr) KivUsb4CtlStop(domain->ControlChannel);
+  const USB4_HOST_INTERFACE* hostInterface = context->HostInterface;
+  if (hostInterface->RegisterBase != nullptr) KivUsb4MaskInterrupts(*hostInterface);
+  KivUSB4CtlFree(std::exchange(domain->ControlChannel, nullptr));
+  context->Domain = nullptr;
+  KivUSB4DomainFree(domain);
+}
+
+void FreeHostInterface(DEVICE_EXTENSION* context) {
+  USB4_HOST_INTERFACE* hostInterface = std::exchange(context->HostInterface, nullptr);
+  if (hostInterface == nullptr) return;
+  KivUsb4XdomainExit(hostInterface);
+  KivUsb4HostInterfaceRingFree(hostInterface);
+  if (hostInterface->DmaEnabler != nullptr) WdfObjectDelete(hostInterface->DmaEnabler);
+  UnmapBar0(hostInterface);
+  PoolDelete(hostInterface);
+}
+
+}  // namespace
+
+NTSTATUS USB4EvtDeviceReleaseHardware(WDFDEVICE device, WDFCMRESLIST) {
+  DEVICE_EXTENSION* context = DeviceContextOf(device);
+  if (context == nullptr) return kStatusNoContextInRelease;
+  if (context->Domain != nullptr) TearDownDomain(context);
+  FreeHostInterface(context);
+  TraceInfo("hardware released");
+  return kStatusOk;
+}

@@ -1,0 +1,11 @@
+// What the graphics driver is told about the power of DisplayPort tunnels.
+#pragma once
+#include "include/device_context.h"
+#include "include/domain.h"
+
+inline constexpr std::uint32_t kDisplayEnteredD0 = 1;
+inline constexpr std::uint32_t kDisplayEntersD3 = 4;
+
+// Sends the event for the DP IN adapter of every listed DisplayPort tunnel.
+_IRQL_requires_max_(PASSIVE_LEVEL) void KivUsb4NotifyGfxDpTunnels(DEVICE_EXTENSION* context, USB4_DOMAIN* domain,
+                                                                  std::uint32_t event);
