@@ -4,6 +4,7 @@
 #include "platform/dma_memory.h"
 #include "platform/pnp_manager.h"
 #include "platform/pool.h"
+#include "platform/wdf_device.h"
 
 namespace platform {
 
@@ -70,8 +71,15 @@ NTSTATUS WdfDriverCreate(PDRIVER_OBJECT DriverObject, PCUNICODE_STRING RegistryP
   return STATUS_SUCCESS;
 }
 
+WDFDRIVER WdfDeviceGetDriver(WDFDEVICE Device) {
+  KernelCall call("WdfDeviceGetDriver", DISPATCH_LEVEL);
+  (void)Resolve<platform::Device>(call, Device);
+  return call.kernel().driver().object->Handle<WDFDRIVER>();
+}
+
+// Asked for by tracing, so a run with an observer must pass as many switch points as one without.
 WDFDRIVER WdfGetDriver(VOID) {
-  KernelCall call("WdfGetDriver", HIGH_LEVEL);
+  KernelCall call("WdfGetDriver", HIGH_LEVEL, KernelCall::Silent);
   platform::Driver* driver = call.kernel().driver().object;
   return driver ? driver->Handle<WDFDRIVER>() : nullptr;
 }

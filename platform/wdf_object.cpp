@@ -203,7 +203,7 @@ void EmitCallback(HostKernel& kernel, const char* name, bool ends) {
 using namespace platform;
 
 PVOID WdfObjectGetTypedContextWorker(WDFOBJECT Handle, PCWDF_OBJECT_CONTEXT_TYPE_INFO TypeInfo) {
-  KernelCall call("WdfObjectGetTypedContextWorker", HIGH_LEVEL);
+  KernelCall call("WdfObjectGetTypedContextWorker", HIGH_LEVEL, KernelCall::Silent);
   return ObjectTable::Context(call.kernel().objects().FindEvenDeleted(call, Handle), TypeInfo);
 }
 

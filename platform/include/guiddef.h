@@ -1,5 +1,6 @@
 // GUIDs. DEFINE_GUID declares; in a file that includes initguid.h first it defines.
-#pragma once
+#ifndef KIVUSB4_GUIDDEF_TYPES
+#define KIVUSB4_GUIDDEF_TYPES
 #include <string.h>
 
 typedef struct _GUID {
@@ -22,6 +23,10 @@ inline bool operator!=(REFGUID first, REFGUID second) {
   return !(first == second);
 }
 
+#endif
+
+// May be included again once INITGUID is defined: from then on the macro defines.
+#undef DEFINE_GUID
 #ifdef INITGUID
 // Several files may define the same GUID; the linker keeps one.
 #define DEFINE_GUID(name, l, w1, w2, b1, b2, b3, b4, b5, b6, b7, b8) \

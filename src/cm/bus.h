@@ -1,5 +1,5 @@
-// Start, stop and suspend of a domain. PASSIVE_LEVEL; each takes the domain's run lock. KivUsb4BusStart is declared with
-// the operations that hostif needs from this room.
+// Start, stop and suspend of a domain. PASSIVE_LEVEL; each takes the domain's run lock. KivUsb4BusStart is declared
+// with the operations that hostif needs from this room.
 #pragma once
 #include "include/domain.h"
 
