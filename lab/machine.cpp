@@ -99,6 +99,7 @@ void Machine::BuildController(Place place) {
   if (config.pciIdentity) {
     interface.pci.vendor = static_cast<std::uint16_t>(*config.pciIdentity);
     interface.pci.device = static_cast<std::uint16_t>(*config.pciIdentity >> 16);
+    interface.pci.powerOnSequence = *config.pciIdentity == 0x9A1B8086;
   }
   if (config.hopCount) interface.hopCount = *config.hopCount;
   if (config.resources)

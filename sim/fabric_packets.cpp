@@ -28,6 +28,8 @@ void Fabric::PacketFromHost(Router& host, const DecodedPacket& packet, bool dama
     if (!damaged) host.Misuse(0, "packet with a wrong CRC");
     return;
   }
+  // One dword without a route, for a connection manager in the host router's firmware. This firmware has none.
+  if (packet.packet.pdf == Pdf::FirmwareHandover) return;
   if (packet.packet.dwords.size() < kHeaderDwords) {
     if (!damaged) host.Misuse(0, "packet of " + std::to_string(packet.packet.dwords.size()) + " dwords");
     return;

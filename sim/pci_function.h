@@ -10,10 +10,10 @@ namespace sim {
 struct PciFunctionConfig {
   static constexpr int kNeverReady = -1;
 
-  std::uint16_t vendor = 0x8086;
-  std::uint16_t device = 0x9A1B;
+  std::uint16_t vendor = 0x1F3A;
+  std::uint16_t device = 0x3A0E;
   std::uint8_t revision = 1;
-  bool powerOnSequence = true;         // has the registers 0xC8, 0xE0, 0xE4 and 0xFC of that sequence
+  bool powerOnSequence = false;        // has the registers 0xC8, 0xE0, 0xE4 and 0xFC of that sequence
   int readsUntilReady = 3;             // reads of 0xC8 with bit 31 clear before it is set; kNeverReady: never set
   std::uint16_t commandWord = 0x0A5C;  // low half of 0xE4, which comes back in both halves of 0xE0
 };

@@ -28,6 +28,7 @@ std::optional<ControlPacket> Router::Handle(const ControlPacket& packet, unsigne
       return std::nullopt;
     case Pdf::InterDomainRequest:
     case Pdf::InterDomainResponse:
+    case Pdf::FirmwareHandover:
       return std::nullopt;
     case Pdf::HotPlug:
       break;

@@ -156,7 +156,7 @@ TEST(HostPower, D3KeepsRegistersAndOffForgetsThem) {
 }
 
 TEST(PowerOn, ReadyAfterAsManyReadsAsConfigured) {
-  Bench bench({.pci = {.readsUntilReady = 3}});
+  Bench bench({.pci = {.vendor = 0x8086, .device = 0x9A1B, .powerOnSequence = true, .readsUntilReady = 3}});
   EXPECT_EQ(bench.host.ReadConfig(0), 0x9A1B8086u);
   EXPECT_EQ(bench.host.ReadConfig(0xC8) >> 31, 0u) << "nothing was asked for yet";
   const std::uint32_t old = bench.host.ReadConfig(0xFC);
@@ -170,7 +170,10 @@ TEST(PowerOn, ReadyAfterAsManyReadsAsConfigured) {
 }
 
 TEST(PowerOn, NeverReadyAndWrongWritesAreSeen) {
-  Bench bench({.pci = {.readsUntilReady = PciFunctionConfig::kNeverReady}});
+  Bench bench({.pci = {.vendor = 0x8086,
+                       .device = 0x9A1B,
+                       .powerOnSequence = true,
+                       .readsUntilReady = PciFunctionConfig::kNeverReady}});
   bench.host.WriteConfig(0xFC, 0x22000000);
   for (int read = 0; read < 400; ++read) ASSERT_EQ(bench.host.ReadConfig(0xC8) >> 31, 0u);
   bench.host.WriteConfig(0xE0, 0x00000A5C);
