@@ -87,6 +87,7 @@ USB4_RING* Usb4_ring_alloc(USB4_HOST_INTERFACE* hostInterface, const USB4_RING_P
   }
   ring->Descriptors = static_cast<volatile USB4_RING_DESCRIPTOR*>(table.Address);
   ring->DescriptorsBusAddress = table.BusAddress;
+  ring->DescriptorTable = table.Handle;
   ring->Queued().Initialise();
   ring->Posted().Initialise();
   KeInitializeSpinLock(&ring->Lock);
@@ -121,7 +122,7 @@ KIV_RESULT KivUsb4AllocHop(USB4_HOST_INTERFACE* hostInterface, USB4_RING* ring) 
 }
 
 void Usb4RingStart(USB4_RING* ring) {
-  SpinLockGuard guard(ring->Lock);
+  QueuedSpinLockGuard guard(ring->Lock);
   if (ring->Running) return;
   if (!ring->Claimed) {
     TraceError("ring without a hop not started", "hop", ring->Hop);
@@ -136,7 +137,7 @@ void Usb4RingStart(USB4_RING* ring) {
 
 void USb4RingStop(USB4_RING* ring) {
   {
-    SpinLockGuard guard(ring->Lock);
+    QueuedSpinLockGuard guard(ring->Lock);
     if (ring->Running) {
       KivUsb4RingInterruptActive(*ring, false);
       WriteControl(*ring, kControlWord, 0);
@@ -155,7 +156,7 @@ void USb4RingStop(USB4_RING* ring) {
 
 void Usb4RingFree(USB4_RING* ring) {
   {
-    SpinLockGuard guard(ring->Lock);
+    QueuedSpinLockGuard guard(ring->Lock);
     if (ring->Running) TraceWarning("ring freed while it runs", "hop", ring->Hop);
     SpinLockGuard hopGuard(ring->HostInterface->HopLock);
     if (ring->Claimed && HasRingArrays(ring->HostInterface)) {

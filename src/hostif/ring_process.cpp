@@ -78,7 +78,7 @@ _Requires_lock_held_(ring.Lock) bool CollectFinished(USB4_RING& ring, const Fram
 }  // namespace
 
 KIV_RESULT KivUsb4RingFrameEnqueue(USB4_RING* ring, USB4_RING_FRAME* frame) {
-  SpinLockGuard guard(ring->Lock);
+  QueuedSpinLockGuard guard(ring->Lock);
   return EnqueueLocked(*ring, *frame);
 }
 
@@ -98,14 +98,14 @@ void ProcessRingData(USB4_RING* ring) {
   finished.Initialise();
   bool cancelled;
   {
-    SpinLockGuard guard(ring->Lock);
+    QueuedSpinLockGuard guard(ring->Lock);
     cancelled = CollectFinished(*ring, finished);
   }
   while (USB4_RING_FRAME* frame = finished.TakeFirst()) frame->Completion(ring, frame, cancelled);
 }
 
 USB4_RING_FRAME* KivUsb4RingPoll(USB4_RING* ring) {
-  SpinLockGuard guard(ring->Lock);
+  QueuedSpinLockGuard guard(ring->Lock);
   if (ring->Running) return TakeCompleted(*ring);
   // The frames stay with their owner, who tears the data path down; the ring only forgets them.
   while (ring->Posted().TakeFirst() != nullptr) {

@@ -59,6 +59,7 @@ struct USB4_RING {
   std::uint32_t Tail;
   USB4_HOST_INTERFACE* HostInterface;
   volatile USB4_RING_DESCRIPTOR* Descriptors;
+  WDFCOMMONBUFFER DescriptorTable;  // outlives the ring: it goes with the DMA enabler, or with whoever replaces it
   std::uint64_t DescriptorsBusAddress;
   std::uint8_t IsTransmit;
   std::uint8_t Running;  // changed under Lock
@@ -71,6 +72,7 @@ struct USB4_RING {
   LIST_ENTRY Queue;
   LIST_ENTRY InFlight;
   KMUTEX Mutex;  // held by the network handlers around their processing
+  // Taken in its queued form everywhere: transmission wants waiters served in order, and the forms must not be mixed.
   KSPIN_LOCK Lock;
   AtomicLong References;  // the allocator's, and one for each handler at work
 
