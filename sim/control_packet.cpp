@@ -185,6 +185,8 @@ std::string DescribePacket(const ControlPacket& packet, bool up) {
   if (packet.pdf == Pdf::InterDomainRequest || packet.pdf == Pdf::InterDomainResponse)
     return Format("XDOMAIN-%s route=%llx dwords=%u", packet.pdf == Pdf::InterDomainRequest ? "REQUEST" : "RESPONSE",
                   route, static_cast<unsigned>(packet.dwords.size()));
+  if (!packet.dwords.empty() && (packet.pdf == Pdf::FirmwareHandover || packet.pdf == Pdf::FirmwareHandoverAnswer))
+    return Format("HANDOVER%s command=%u", packet.pdf == Pdf::FirmwareHandoverAnswer ? "-ANSWER" : "", packet.Word(0));
   return Format("PDF%u dwords=%u", static_cast<unsigned>(packet.pdf), static_cast<unsigned>(packet.dwords.size()));
 }
 

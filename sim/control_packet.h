@@ -18,7 +18,8 @@ enum class Pdf : std::uint8_t {
   HotPlug = 5,
   InterDomainRequest = 6,
   InterDomainResponse = 7,
-  FirmwareHandover = 11,  // the manager takes over from firmware; answered with type 12 where there is such firmware
+  FirmwareHandover = 11,  // to the connection manager in the host router's firmware: no route
+  FirmwareHandoverAnswer = 12,
 };
 
 enum class Space : std::uint8_t { Path = 0, Adapter = 1, Router = 2, Counters = 3 };

@@ -78,6 +78,11 @@ ControlWire& Fabric::wire(std::string_view hostName) {
   return HostOf(*Find(hostName))->wire;
 }
 
+HostFirmware& Fabric::firmware(std::string_view hostName) {
+  hostInterface(hostName);
+  return HostOf(*Find(hostName))->firmware;
+}
+
 // --- cables
 
 Adapter& Fabric::LanePort(std::string_view port) const {

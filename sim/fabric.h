@@ -13,6 +13,7 @@
 
 #include "platform/host/simulation.h"
 #include "sim/control_wire.h"
+#include "sim/host_firmware.h"
 #include "sim/host_interface.h"
 #include "sim/link.h"
 #include "sim/protocol_errors.h"
@@ -59,6 +60,7 @@ class Fabric {
   Router* AtRoute(const Router& host, std::uint64_t route) const;
   HostInterface& hostInterface(std::string_view hostName);
   ControlWire& wire(std::string_view hostName);
+  HostFirmware& firmware(std::string_view hostName);
   ProtocolErrors& errors() { return errors_; }
   // No packet or frame on its way and no notification outstanding.
   bool Quiet() const;
@@ -84,6 +86,7 @@ class Fabric {
     bool damaged = false;
   };
   void PacketFromHost(Router& host, const DecodedPacket& packet, bool damaged);
+  void HandOver(Router& host, const ControlPacket& packet);
   void Arrive(Router& at, unsigned arrival, unsigned depth, const Journey& journey);
   void Forward(Router& at, unsigned depth, const Journey& journey);
   void Refuse(Router& at, unsigned arrival, unsigned adapter, unsigned depth, ErrorCode code, const Journey& journey);

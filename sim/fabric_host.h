@@ -2,6 +2,7 @@
 #pragma once
 #include "sim/control_wire.h"
 #include "sim/fabric.h"
+#include "sim/host_firmware.h"
 #include "sim/host_interface.h"
 
 namespace sim {
@@ -24,6 +25,7 @@ struct Fabric::Host final : PacketSink {
   Router& router;
   HostInterface interface;
   ControlWire wire;
+  HostFirmware firmware;
   bool asleep = false;
 };
 

@@ -6,6 +6,7 @@ namespace {
 
 constexpr platform::Time kUs = platform::kMicrosecond;
 constexpr DelayRange kHop{"sim.fabric.hop", 4 * kUs, 1 * kUs, 15 * kUs};
+constexpr DelayRange kHandOver{"sim.host.hand-over", 2000 * kUs, 200 * kUs, 80000 * kUs};
 constexpr DelayRange kProcessing{"sim.fabric.processing", 140 * kUs, 60 * kUs, 220 * kUs};
 
 std::uint64_t Prefix(std::uint64_t route, unsigned depth) {
@@ -28,13 +29,24 @@ void Fabric::PacketFromHost(Router& host, const DecodedPacket& packet, bool dama
     if (!damaged) host.Misuse(0, "packet with a wrong CRC");
     return;
   }
-  // One dword without a route, for a connection manager in the host router's firmware. This firmware has none.
-  if (packet.packet.pdf == Pdf::FirmwareHandover) return;
+  if (packet.packet.pdf == Pdf::FirmwareHandover) return HandOver(host, packet.packet);
   if (packet.packet.dwords.size() < kHeaderDwords) {
     if (!damaged) host.Misuse(0, "packet of " + std::to_string(packet.packet.dwords.size()) + " dwords");
     return;
   }
   Arrive(host, host.upstreamAdapter(), 0, {packet.packet, packet.packet.Route(), damaged});
+}
+
+void Fabric::HandOver(Router& host, const ControlPacket& packet) {
+  const unsigned before = HostOf(host)->firmware.handOvers();
+  const auto answer = HostOf(host)->firmware.Handle(packet);
+  if (HostOf(host)->firmware.handOvers() == before) host.Misuse(0, "malformed hand-over request");
+  if (!answer) return;
+  ++inFlight_;
+  simulation_.After(timing_.Draw(kHandOver), "firmware hands over", [this, &host, answer] {
+    --inFlight_;
+    Climb(host, *answer);
+  });
 }
 
 void Fabric::Cross(Adapter& from, std::function<void(Adapter&)> action) {

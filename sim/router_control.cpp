@@ -28,9 +28,10 @@ std::optional<ControlPacket> Router::Handle(const ControlPacket& packet, unsigne
       return std::nullopt;
     case Pdf::InterDomainRequest:
     case Pdf::InterDomainResponse:
-    case Pdf::FirmwareHandover:
       return std::nullopt;
     case Pdf::HotPlug:
+    case Pdf::FirmwareHandover:
+    case Pdf::FirmwareHandoverAnswer:
       break;
   }
   Misuse(0, "packet of type " + std::to_string(static_cast<unsigned>(packet.pdf)));

@@ -183,6 +183,32 @@ TEST(Travel, InterDomainPacketsReachTheOtherHostWithTheWayBack) {
   EXPECT_EQ(decoded->packet.Word(0), 0x80000000u);
 }
 
+TEST(HandOver, FirmwareAnswersRightWrongOrNotAtAll) {
+  struct Case {
+    FirmwareAnswer answer;
+    const char* wire;
+  };
+  const Case cases[] = {
+      {FirmwareAnswer::Right, "-> HANDOVER command=3\n<- HANDOVER-ANSWER command=3\n"},
+      {FirmwareAnswer::Wrong, "-> HANDOVER command=3\n<- HANDOVER-ANSWER command=4\n"},
+      {FirmwareAnswer::None, "-> HANDOVER command=3\n"},
+  };
+  for (const Case& c : cases) {
+    Rig rig("H1");
+    rig.StartControlRing();
+    rig.fabric.firmware("H1").SetAnswer(c.answer);
+    rig.SendBytes(11, EncodePacket({Pdf::FirmwareHandover, {3}}));
+    rig.Run(5 * kMs);
+    EXPECT_EQ(rig.Wire(), c.wire);
+    EXPECT_EQ(rig.Errors(), "");
+  }
+  Rig rig("H1");
+  rig.StartControlRing();
+  rig.SendBytes(11, EncodePacket({Pdf::FirmwareHandover, {0x03000000}}));
+  rig.Run(5 * kMs);
+  EXPECT_EQ(rig.Errors(), "router 0: malformed hand-over request\n");
+}
+
 TEST(Travel, ASilentRouterIsAFault) {
   Chain rig;
   rig.simulation.faults().FailNth("router.silent", 1);
