@@ -1,0 +1,175 @@
+// Goal: every power transition, in any order and with anything coming in between, leads to the state that its table
+// says. Method: verbs of the system on a host router alone; expected are flags, wire text and what is left. Idle, wake
+// and packets that arrive at every moment of a transition are among them.
+#include <gtest/gtest.h>
+
+#include "driver/power_callbacks.h"
+#include "tests/support/world.h"
+#include "topology/device_list.h"
+
+namespace {
+
+using platform::kMillisecond;
+using platform::kSecond;
+using tests::World;
+
+struct Flags {
+  bool poweredDown, suspending, started, busStartPending, runtimeIdle, hostRouter;
+  bool operator==(const Flags&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Flags& flags) {
+  return out << "powered down " << flags.poweredDown << ", suspending " << flags.suspending << ", started "
+             << flags.started << ", start pending " << flags.busStartPending << ", runtime idle " << flags.runtimeIdle
+             << ", host router " << flags.hostRouter;
+}
+
+Flags FlagsOf(World& world) {
+  Flags flags{};
+  world.InDevice([&](DEVICE_EXTENSION& context) {
+    flags = {context.PoweredDown.IsSet(),         context.Suspending.Load() != 0,
+             context.Domain->Started.IsSet(),     context.BusStartPending.IsSet(),
+             context.Domain->RuntimeIdle.IsSet(), context.Domain->HostRouter != nullptr};
+  });
+  return flags;
+}
+
+constexpr Flags kRunning = {false, false, true, false, false, true};
+constexpr Flags kAsleep = {true, false, false, false, false, false};
+
+WORLD_TEST(Power, StatesHaveTheirNames) {
+  const struct {
+    int state;
+    const char* name;
+  } cases[] = {{0, "invalidPowerState"},
+               {1, "WdfPowerDeviceD0"},
+               {2, "WdfPowerDeviceD1"},
+               {3, "WdfPowerDeviceD2"},
+               {4, "WdfPowerDeviceD3"},
+               {5, "WdfPowerDeviceD3Final"},
+               {6, "WdfPowerDevicePrepareForHibernation"},
+               {7, "invalidPowerState"}};
+  for (const auto& test : cases) {
+    EXPECT_STREQ(KivUsb4DevicePowerStateString(static_cast<WDF_POWER_DEVICE_STATE>(test.state)), test.name);
+  }
+}
+
+WORLD_TEST(Power, SleepAndHibernationStopTheDomainAndResumeStartsItOnTheSameChannel) {
+  for (const bool hibernate : {false, true}) {
+    World world;
+    world.Start();
+    world.Quiet();
+    EXPECT_EQ(FlagsOf(world), kRunning);
+    const void* channel = world.InDriver([](USB4_DOMAIN& domain) { return static_cast<void*>(domain.ControlChannel); });
+    for (int round = 0; round < 3; ++round) {
+      hibernate ? world.Hibernate() : world.Sleep();
+      EXPECT_EQ(FlagsOf(world), kAsleep);
+      world.Wire();
+      world.Resume();
+      world.Quiet();
+      EXPECT_EQ(FlagsOf(world), kRunning);
+      EXPECT_NE(world.Wire().find("-> READ route=0 adapter=0 space=router offset=0x000"), std::string::npos);
+      EXPECT_EQ(world.hardware().ReadRegister(0x38200), 0x00001001u) << "both control interrupts are on again";
+      EXPECT_EQ(world.InDriver([](USB4_DOMAIN& domain) { return static_cast<void*>(domain.ControlChannel); }), channel);
+    }
+  }
+}
+
+WORLD_TEST(Power, IdlesAfterFifteenSecondsAndAPlugWakesIt) {
+  World world;
+  world.Start();
+  world.Quiet();
+  world.Pass(14 * kSecond);
+  EXPECT_EQ(world.kernel().Power(world.machine().device()), platform::DevicePower::D0);
+  world.Pass(4 * kSecond);
+  EXPECT_EQ(world.kernel().Power(world.machine().device()), platform::DevicePower::D3);
+  Flags idle = kAsleep;
+  idle.runtimeIdle = true;
+  EXPECT_EQ(FlagsOf(world), idle);
+  world.Plug("H1:1 - D1:1");
+  world.Pass(5 * kSecond);
+  EXPECT_EQ(world.kernel().Power(world.machine().device()), platform::DevicePower::D0);
+  Flags awake = kRunning;
+  awake.runtimeIdle = true;  // until the next power-down says otherwise
+  EXPECT_EQ(FlagsOf(world), awake);
+  EXPECT_TRUE(world.InDriver([](USB4_DOMAIN& domain) { return KivUsb4DomainGetSwitch(&domain, 1) != nullptr; }));
+}
+
+WORLD_TEST(Power, AFailedStartLetsTheDeviceBeRemovedAndStartedAgain) {
+  World world;
+  for (unsigned n = 1; n <= 4; ++n) {
+    world.wire().ReplaceAnswer(n, [](const sim::ControlPacket&) { return std::nullopt; });
+  }
+  EXPECT_EQ(world.Start(), 0) << "a bus that does not start is no failed start";
+  EXPECT_EQ(FlagsOf(world), (Flags{false, false, false, true, false, false}));
+  world.Sleep();
+  world.Resume();
+  world.Quiet();
+  EXPECT_EQ(FlagsOf(world), kRunning) << "the next start is a whole one";
+}
+
+WORLD_TEST(Power, SurpriseRemovalAtAnyPacketOfTheStartLeavesNothing) {
+  for (std::uint64_t packet = 1; packet <= 60; packet += 7) {
+    World world;
+    world.AtPacket(packet, [&world] { world.kernel().SurpriseRemoveAsync(world.machine().device()); });
+    world.Start();
+    world.Pass(20 * kSecond);
+    world.Finish();
+    if (testing::Test::HasFailure()) FAIL() << "packet " << packet;
+  }
+}
+
+// A hot-plug event arrives at every millisecond around a power-down. Whatever becomes of it, the device ends in D3 with
+// an empty list, and the next start takes it up.
+WORLD_TEST(Power, EventsAroundAPowerDownAreDroppedOrHandledNeverLost) {
+  for (int offset = 0; offset < 12; ++offset) {
+    World world;
+    world.Start();
+    world.Quiet();
+    for (int i = 0; i < 3; ++i) {
+      world.At(offset * 200 * platform::kMicrosecond + i * 50 * platform::kMicrosecond, [&world] {
+        if (world.hardware().power() == platform::FunctionPower::D0) {
+          world.wire().Inject(sim::ControlWire::Raw(sim::HotPlugPacket(0, 1, false)));
+        }
+      });
+    }
+    world.Sleep();
+    world.Resume();
+    world.Quiet();
+    EXPECT_EQ(FlagsOf(world), kRunning) << offset;
+    world.InDevice([&](DEVICE_EXTENSION& context) {
+      EXPECT_EQ(context.QueuedEventCount, 0u) << offset;
+      EXPECT_TRUE(context.Events().IsEmpty()) << offset;
+      EXPECT_EQ(context.WorkItemQueued.Load(), 0) << offset;
+    });
+    EXPECT_EQ(world.kernel().References(world.machine().device()).held, 0) << offset;
+  }
+}
+
+// Every access needs a second attempt, so the enumeration of a hub takes most of a minute. A power-down gives it five
+// seconds, then makes it let go within one access, and goes on.
+WORLD_TEST(Power, AnEventThatTakesTooLongIsLeftBehindAfterFiveSeconds) {
+  World world;
+  world.Start();
+  world.Quiet();
+  for (unsigned n = 1; n < 2000; n += 2) {
+    world.wire().ReplaceAnswer(n, [](const sim::ControlPacket&) { return std::nullopt; });
+  }
+  world.Plug("H1:1 - D1:1");
+  world.Pass(2 * kSecond);
+  const platform::Time start = world.simulation().Now();
+  world.Sleep();
+  const platform::Time took = world.simulation().Now() - start;
+  EXPECT_GE(took, 5 * kSecond);
+  EXPECT_LE(took, 12 * kSecond) << "five seconds, one access, and a suspend of one router";
+  EXPECT_EQ(FlagsOf(world), kAsleep);
+  for (unsigned n = 1; n < 2000; ++n) {
+    world.wire().ReplaceAnswer(n, [](const sim::ControlPacket& answer) { return sim::ControlWire::Raw(answer); });
+  }
+  world.Resume();
+  world.Quiet();
+  EXPECT_EQ(FlagsOf(world), kRunning);
+  EXPECT_TRUE(world.InDriver([](USB4_DOMAIN& domain) { return KivUsb4DomainGetSwitch(&domain, 1) != nullptr; }));
+}
+
+}  // namespace
