@@ -29,6 +29,12 @@ bool CheckMutex(KernelCall& call, const DISPATCHER_HEADER* header) {
   return false;
 }
 
+void CheckNobodyWaits(KernelCall& call, const void* object) {
+  if (const Wait* wait = call.kernel().state().waits.OldestOn(object)) {
+    call.Report(Rule::InvalidArgument, "initialised again while task '" + wait->task->name() + "' waits on it");
+  }
+}
+
 bool WaitForGrant(KernelCall& call, const DISPATCHER_HEADER& header, const char* why, Time deadline) {
   WaitList& waits = call.kernel().state().waits;
   Wait wait{&call.task(), &header};

@@ -25,6 +25,9 @@ inline ObjectKind KindOf(const DISPATCHER_HEADER& header) {
 bool CheckEvent(KernelCall& call, const DISPATCHER_HEADER* header);
 bool CheckMutex(KernelCall& call, const DISPATCHER_HEADER* header);
 
+// Reports invalid-argument when the object that is about to be initialised is one that a task waits on.
+void CheckNobodyWaits(KernelCall& call, const void* object);
+
 // Parks the running task until it is granted the object or the deadline is reached. True when granted.
 bool WaitForGrant(KernelCall& call, const DISPATCHER_HEADER& header, const char* why, Time deadline);
 // Grants the object to the waiter that has waited longest. Null when nobody waits.

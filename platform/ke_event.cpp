@@ -10,6 +10,7 @@ VOID KeInitializeEvent(PRKEVENT Event, EVENT_TYPE Type, BOOLEAN State) {
   if (!Event || (Type != NotificationEvent && Type != SynchronizationEvent)) {
     return call.Report(Rule::InvalidArgument, "no event, or a type that does not exist");
   }
+  CheckNobodyWaits(call, Event);
   const ObjectKind kind = Type == NotificationEvent ? ObjectKind::NotificationEvent : ObjectKind::SynchronizationEvent;
   InitialiseObject(Event->Header, kind, State ? 1 : 0);
 }
@@ -29,6 +30,7 @@ LONG KeSetEvent(PRKEVENT Event, KPRIORITY Increment, BOOLEAN Wait) {
     while (GrantOldest(call, header)) {
     }
   }
+  call.EffectVisible();
   return before;
 }
 

@@ -1,7 +1,5 @@
 // Interlocked operations. Tasks switch only inside platform calls, so plain arithmetic is atomic; what these calls add
-// is the switch point before it. They are instructions of the processor: any IRQL, and legal outside a task.
-#include <optional>
-
+// are the switch points around it. They are instructions of the processor: any IRQL, and legal outside a task.
 #include "platform/include/wdm.h"
 #include "platform/scheduler.h"
 
@@ -9,36 +7,43 @@ using namespace platform;
 
 namespace {
 
-void Pass(SiteName name) {
-  if (Scheduler::Current()) KernelCall call(name, HIGH_LEVEL);
+template <class Operation>
+LONG Atomically(SiteName name, Operation operation) {
+  if (!Scheduler::Current()) return operation();
+  KernelCall call(name, HIGH_LEVEL);
+  const LONG result = operation();
+  call.EffectVisible();
+  return result;
+}
+
+LONG AddTo(LONG volatile* word, ULONG summand) {
+  const LONG after = static_cast<LONG>(static_cast<ULONG>(*word) + summand);
+  *word = after;
+  return after;
 }
 
 }  // namespace
 
 LONG InterlockedIncrement(LONG volatile* Addend) {
-  Pass("InterlockedIncrement");
-  const LONG after = static_cast<LONG>(static_cast<ULONG>(*Addend) + 1);
-  *Addend = after;
-  return after;
+  return Atomically("InterlockedIncrement", [&] { return AddTo(Addend, 1); });
 }
 
 LONG InterlockedDecrement(LONG volatile* Addend) {
-  Pass("InterlockedDecrement");
-  const LONG after = static_cast<LONG>(static_cast<ULONG>(*Addend) - 1);
-  *Addend = after;
-  return after;
+  return Atomically("InterlockedDecrement", [&] { return AddTo(Addend, ~0u); });
 }
 
 LONG InterlockedExchange(LONG volatile* Target, LONG Value) {
-  Pass("InterlockedExchange");
-  const LONG before = *Target;
-  *Target = Value;
-  return before;
+  return Atomically("InterlockedExchange", [&] {
+    const LONG before = *Target;
+    *Target = Value;
+    return before;
+  });
 }
 
 LONG InterlockedCompareExchange(LONG volatile* Destination, LONG ExChange, LONG Comperand) {
-  Pass("InterlockedCompareExchange");
-  const LONG before = *Destination;
-  if (before == Comperand) *Destination = ExChange;
-  return before;
+  return Atomically("InterlockedCompareExchange", [&] {
+    const LONG before = *Destination;
+    if (before == Comperand) *Destination = ExChange;
+    return before;
+  });
 }

@@ -35,6 +35,7 @@ VOID KeInitializeMutex(PRKMUTEX Mutex, ULONG Level) {
   KernelCall call("KeInitializeMutex", HIGH_LEVEL);
   if (!Mutex) return call.Report(Rule::InvalidArgument, "no mutex");
   if (Level != 0) call.Report(Rule::InvalidArgument, "Level is reserved and must be 0");
+  CheckNobodyWaits(call, Mutex);
   InitialiseObject(Mutex->Header, ObjectKind::Mutex, 1);
   const LockId id = call.kernel().state().lockOrder.NewLock("mutex", call.task().name());
   Mutex->MutantListEntry.Flink = reinterpret_cast<LIST_ENTRY*>(static_cast<std::uintptr_t>(id));
@@ -61,6 +62,7 @@ LONG KeReleaseMutex(PRKMUTEX Mutex, BOOLEAN Wait) {
   }
   std::erase_if(task.held, [&](const HeldLock& held) { return held.lock == Mutex; });
   PassOn(call, *Mutex);
+  call.EffectVisible();
   return before;
 }
 

@@ -106,6 +106,7 @@ void Release(KernelCall& call, PKSPIN_LOCK lock, unsigned newIrql) {
   } else {
     *lock &= ~kHeld;
   }
+  call.EffectVisible();
 }
 
 }  // namespace
@@ -114,6 +115,7 @@ void Release(KernelCall& call, PKSPIN_LOCK lock, unsigned newIrql) {
 VOID KeInitializeSpinLock(PKSPIN_LOCK SpinLock) {
   KernelCall call("KeInitializeSpinLock", HIGH_LEVEL);
   if (!SpinLock) return call.Report(Rule::InvalidArgument, "no spin lock");
+  CheckNobodyWaits(call, SpinLock);
   *SpinLock = kSignature | call.kernel().state().lockOrder.NewLock("spin lock", call.task().name());
 }
 

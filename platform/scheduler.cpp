@@ -416,6 +416,15 @@ bool Scheduler::QuietUntil(Time horizon) const {
   return state_->runnable.empty() && state_->events.NextTime() > horizon;
 }
 
+std::string Scheduler::OwnerOf(const void* lock) const {
+  for (const auto& task : state_->tasks) {
+    for (const HeldLock& held : task->held) {
+      if (lock && held.lock == lock) return ", held by task '" + task->name_ + "'";
+    }
+  }
+  return {};
+}
+
 std::string Scheduler::WhoWaits() const {
   std::string text;
   for (const auto& task : state_->tasks) {
@@ -427,6 +436,7 @@ std::string Scheduler::WhoWaits() const {
       continue;
     }
     text += " waits in " + std::string(task->call[0] ? task->call : "the platform") + ": " + machine.why;
+    text += OwnerOf(machine.object);
     if (machine.deadline == kNever) text += ", without a time-out";
   }
   return text;

@@ -96,6 +96,7 @@ class Scheduler {
   friend class KernelCall;
   void SeededSwitchPoint();
   std::uint32_t Choose(const std::vector<Task*>& candidates);
+  std::string OwnerOf(const void* lock) const;
   void DriftToNextDeviceEvent();
   bool RunNextEvent(bool naturally);
   Task* TakeRunnable();
@@ -123,6 +124,9 @@ class KernelCall {
   HostKernel& kernel() { return *task_.kernel(); }
   Scheduler& scheduler() { return scheduler_; }
   Simulation& simulation();
+  // A second switch point, for calls whose effect another task may act on before the caller's next step: a signal, a
+  // release, a completion. The caller touches nothing of the object afterwards.
+  void EffectVisible() { scheduler_.SwitchPoint(); }
   [[nodiscard]] bool Fails();  // the fault site with the call's own name fires
   void Report(Rule rule, std::string detail, std::int64_t measured = 0);  // simulation().Report()
 

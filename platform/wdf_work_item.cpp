@@ -70,6 +70,7 @@ NTSTATUS WdfWorkItemCreate(PWDF_WORKITEM_CONFIG Config, PWDF_OBJECT_ATTRIBUTES A
 VOID WdfWorkItemEnqueue(WDFWORKITEM WorkItem) {
   KernelCall call("WdfWorkItemEnqueue", DISPATCH_LEVEL);
   Resolve<platform::WorkItem>(call, WorkItem).worker.Queue();
+  call.EffectVisible();
 }
 
 VOID WdfWorkItemFlush(WDFWORKITEM WorkItem) {

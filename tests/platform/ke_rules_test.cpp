@@ -250,6 +250,15 @@ BREAKS(SpinLockNeverInitialised, ObjectUninitialised, "KeAcquireSpinLock") {
   });
 }
 
+BREAKS(InitialisedWhileATaskWaits, InvalidArgument, "KeInitializeEvent") {
+  auto event = std::make_shared<KEVENT>();
+  rig.Beside("waiter", [event] {
+    KeInitializeEvent(event.get(), SynchronizationEvent, FALSE);
+    WaitFor(event.get());
+  });
+  rig.OnTask([event] { KeInitializeEvent(event.get(), SynchronizationEvent, FALSE); });
+}
+
 BREAKS(MutexLevelNotZero, InvalidArgument, "KeInitializeMutex") {
   rig.OnTask([] {
     KMUTEX mutex;

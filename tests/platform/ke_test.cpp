@@ -253,7 +253,8 @@ TEST_F(Ke, ADeadlockIsReportedWithWhoWaitsForWhat) {
   });
   EXPECT_TRUE(rig_.simulation.Stopped());
   EXPECT_NE(rig_.simulation.HangReport().find("'second'"), std::string::npos);
-  EXPECT_NE(rig_.simulation.HangReport().find("KeWaitForSingleObject: a mutex"), std::string::npos);
+  EXPECT_NE(rig_.simulation.HangReport().find("KeWaitForSingleObject: a mutex, held by task 'breaker'"),
+            std::string::npos);
 }
 
 // Two tasks change one word: unprotected a seed must show the lost update, under each kind of lock none may.
@@ -319,6 +320,54 @@ TEST(KeSeeds, LocksExcludeUnderEverySeedAndTheLackOfOneShows) {
     }
   }
   EXPECT_GT(shown, 20);
+}
+
+// After a signal or a release the other task may run before the caller's next plain statement: that is how a record
+// that is touched after its event was set, or after its reference was dropped, is found.
+TEST(KeSeeds, TheOtherTaskMayActBeforeTheCallersNextStep) {
+  enum { SetEvent, ReleaseMutex, ReleaseSpinLock, Decrement, kKinds };
+  int actedFirst[kKinds] = {};
+  for (int kind = 0; kind < kKinds; ++kind) {
+    for (std::uint64_t seed = 1; seed <= 30; ++seed) {
+      RuleRig rig({.policy = Policy::Uniform, .seed = seed});
+      KEVENT event;
+      KMUTEX mutex;
+      KSPIN_LOCK lock;
+      KIRQL before;
+      LONG references = 2;
+      bool acted = false;
+      rig.OnTask([&] {
+        KeInitializeEvent(&event, SynchronizationEvent, FALSE);
+        KeInitializeMutex(&mutex, 0);
+        KeInitializeSpinLock(&lock);
+        WaitForEver(&mutex);
+        KeAcquireSpinLock(&lock, &before);
+        rig.Beside("other", [&, kind] {
+          KIRQL own = PASSIVE_LEVEL;
+          if (kind == SetEvent) WaitForEver(&event);
+          if (kind == ReleaseMutex) WaitForEver(&mutex);
+          if (kind == ReleaseSpinLock) KeAcquireSpinLock(&lock, &own);
+          if (kind == Decrement) {
+            while (InterlockedCompareExchange(&references, 1, 1) != 1) {
+            }
+          }
+          acted = true;
+          if (kind == ReleaseMutex) KeReleaseMutex(&mutex, FALSE);
+          if (kind == ReleaseSpinLock) KeReleaseSpinLock(&lock, own);
+        });
+        for (LONG word = 0; word < 8;) InterlockedIncrement(&word);  // lets it begin
+        if (kind == SetEvent) KeSetEvent(&event, IO_NO_INCREMENT, FALSE);
+        if (kind == Decrement) InterlockedDecrement(&references);
+        if (kind == ReleaseSpinLock) KeReleaseSpinLock(&lock, before);
+        if (kind == ReleaseMutex) KeReleaseMutex(&mutex, FALSE);
+        actedFirst[kind] += acted;
+        if (kind != ReleaseSpinLock) KeReleaseSpinLock(&lock, before);
+        if (kind != ReleaseMutex) KeReleaseMutex(&mutex, FALSE);
+      });
+      EXPECT_TRUE(rig.simulation.violations().empty());
+    }
+  }
+  for (int kind = 0; kind < kKinds; ++kind) EXPECT_GT(actedFirst[kind], 3) << "kind " << kind;
 }
 
 TEST(KeSeeds, ATimeOutUnderASeedEndsAtATimerTickNotBeforeItIsDue) {
