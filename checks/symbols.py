@@ -12,6 +12,7 @@ def platform_calls(root):
     for path in (root / "platform/include").rglob("*.h"):
         text = re.sub(r"//[^\n]*|/\*.*?\*/", "", path.read_text(), flags=re.S)
         text = re.sub(r"\\\n", " ", text)
+        text = re.sub(r"^[ \t]*#[^\n]*", "", text, flags=re.M)  # a macro would swallow the declaration after it
         names.update(re.findall(r"\b(\w+)\s*\([^;{}]*\)\s*;", text))
     return names
 
