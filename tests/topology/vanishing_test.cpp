@@ -1,0 +1,88 @@
+// Goal: no moment of an enumeration is one at which the router may not go away or an access may not fail. Method: one
+// run for each packet, and one for each access.
+#include <gtest/gtest.h>
+
+#include "tests/topology/bench.h"
+#include "topology/device_list.h"
+
+namespace tests {
+namespace {
+
+// Whatever had been enumerated is gone once the event has been handled.
+TEST(Vanishing, ARouterThatGoesAtAnyPacketOfItsEnumerationIsGoneAfterwards) {
+  std::uint64_t last = 0;
+  {
+    Bench whole("H1:1 - D1:1");
+    whole.StartQuietly();
+    last = whole.wire().log().count();
+  }
+  ASSERT_GT(last, 2 * 267u);
+  for (std::uint64_t packet = 1; packet <= last; ++packet) {
+    SCOPED_TRACE("unplugged at packet " + std::to_string(packet));
+    Bench bench("H1:1 - D1:1");
+    bench.AtPacket(packet, [&bench] { bench.Unplug("D1"); });
+    bench.StartQuietly();
+    EXPECT_EQ(bench.Routers(), "0 gen4\n");
+    bench.Finish();
+    if (testing::Test::HasFailure()) return;
+  }
+}
+
+TEST(Vanishing, TheDockBehindTheHubMayGoAtAnyPacketAndTheHubStays) {
+  for (std::uint64_t packet = 560; packet <= 980; packet += 3) {
+    SCOPED_TRACE("unplugged at packet " + std::to_string(packet));
+    Bench bench("H1:1 - D1:1, D1:3 - T3:1");
+    bench.AtPacket(packet, [&bench] { bench.Unplug("T3"); });
+    bench.StartQuietly();
+    EXPECT_EQ(bench.Routers(), "0 gen4\n1 gen4 20G x2 bonded\n");
+    bench.Finish();
+    if (testing::Test::HasFailure()) return;
+  }
+}
+
+// An error packet in place of the n-th answer: the enumeration goes on, or ends for that router, but a router is either
+// listed or forgotten.
+TEST(Vanishing, EachAnswerInTurnIsAnErrorPacket) {
+  for (std::uint64_t answer = 1; answer <= 330; ++answer) {
+    SCOPED_TRACE("answer " + std::to_string(answer));
+    Bench bench("H1:1 - D1:1");
+    bench.wire().ReplaceAnswer(answer, [](const sim::ControlPacket& packet) {
+      return sim::ControlWire::Raw(sim::ErrorPacket(packet.Route(), 0, sim::ErrorCode::NoSuchAddress));
+    });
+    static_cast<void>(bench.Start());
+    bench.Quiet(60 * platform::kSecond);
+    bench.InDriver([](USB4_DOMAIN& domain) {
+      unsigned listed = 0;
+      for (USB4_DEV_ENTRY* entry = NextEntry(&domain, nullptr); entry != nullptr; entry = NextEntry(&domain, entry)) {
+        ++listed;
+        EXPECT_EQ(entry->Router->Unplugged.IsSet(), false);
+      }
+      EXPECT_LE(listed, 2u);
+      EXPECT_TRUE(listed == 0 || domain.HostRouter != nullptr);
+    });
+    // The driver was lied to: an operation is repeated while it runs, a lone second lane is taken for a link.
+    bench.ForgiveProtocolErrors("router ");
+    bench.Finish();
+    if (testing::Test::HasFailure()) return;
+  }
+}
+
+// All of the first 250; after them, request after request of the same two kinds, one in seven.
+TEST(Vanishing, EachAllocationInTurnFails) {
+  unsigned allocation = 1;
+  for (bool fired = true; fired && !testing::Test::HasFailure(); allocation += allocation < 250 ? 1 : 7) {
+    SCOPED_TRACE("allocation " + std::to_string(allocation));
+    Bench bench("H1:1 - D1:1");
+    bench.faults().FailNth("pool.allocate", allocation);
+    static_cast<void>(bench.Start());
+    bench.Quiet(60 * platform::kSecond);
+    fired = bench.faults().Fired();
+    // An adapter whose header could not be read for want of memory leaves its second lane alone with the link.
+    bench.ForgiveProtocolErrors("router ");
+    bench.Finish();
+  }
+  EXPECT_GT(allocation, 267u) << "each request to the hub allocates";
+}
+
+}  // namespace
+}  // namespace tests
