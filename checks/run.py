@@ -10,7 +10,7 @@ from pathlib import Path
 
 from common import plant
 
-CHECKS = ("includes", "sizes", "formatting", "words", "tests", "waivers", "symbols", "windows")
+CHECKS = ("includes", "sizes", "formatting", "words", "tests", "waivers", "symbols", "windows", "published")
 
 
 def outcome(module, root):

@@ -30,7 +30,7 @@ typedef CCHAR KPROCESSOR_MODE;
 typedef LONG KPRIORITY;
 typedef enum _MODE { KernelMode, UserMode, MaximumMode } MODE;
 typedef enum _EVENT_TYPE { NotificationEvent, SynchronizationEvent } EVENT_TYPE;
-typedef enum _KWAIT_REASON { Executive = 0, DelayExecution = 4, UserRequest = 6, MaximumWaitReason = 41 } KWAIT_REASON;
+typedef enum _KWAIT_REASON { Executive = 0, DelayExecution = 4, UserRequest = 6 } KWAIT_REASON;
 #define IO_NO_INCREMENT 0
 
 typedef struct _DISPATCHER_HEADER {
