@@ -108,6 +108,7 @@ VOID WRITE_REGISTER_ULONG(volatile ULONG* Register, ULONG Value) {
     if (model) model->WriteRegister(offset, Value);
     EmitRegister(call, "write", offset, Value);
   });
+  call.EffectVisible();
 }
 
 // PASSIVE_LEVEL. Null for a name that this system does not export, or when the site fails: an older system.

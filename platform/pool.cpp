@@ -75,6 +75,15 @@ std::string TagText(std::uint32_t tag) {
   return text;
 }
 
+bool HoldsLockIn(const void* start, std::size_t bytes) {
+  const Task* task = Scheduler::Current();
+  if (!task) return false;
+  const auto inside = [&](const HeldLock& held) {
+    return reinterpret_cast<std::uintptr_t>(held.lock) - reinterpret_cast<std::uintptr_t>(start) < bytes;
+  };
+  return std::any_of(task->held.begin(), task->held.end(), inside);
+}
+
 bool AllBytesAre(const std::byte* from, std::size_t bytes, std::byte value) {
   return bytes == 0 || (*from == value && std::memcmp(from, from + 1, bytes - 1) == 0);
 }
@@ -208,6 +217,9 @@ void Pool::CheckContents(const Block& block) {
   if (const Wait* wait = waits_.InRange(block.data(), block.bytes)) {
     simulation_.Report(Rule::PoolWaitedOn,
                        "task '" + wait->task->name() + "' waits on an object in it: " + Describe(block));
+  }
+  if (HoldsLockIn(block.data(), block.bytes)) {
+    simulation_.Report(Rule::PoolWaitedOn, "the task that frees it holds a lock in it: " + Describe(block));
   }
   CheckMarks(block);
   CheckRedZones(block);

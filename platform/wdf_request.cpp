@@ -143,11 +143,13 @@ using namespace platform;
 VOID WdfRequestComplete(WDFREQUEST Request, NTSTATUS Status) {
   KernelCall call("WdfRequestComplete", DISPATCH_LEVEL);
   Complete(call, Request, Status, 0);
+  call.EffectVisible();
 }
 
 VOID WdfRequestCompleteWithInformation(WDFREQUEST Request, NTSTATUS Status, ULONG_PTR Information) {
   KernelCall call("WdfRequestCompleteWithInformation", DISPATCH_LEVEL);
   Complete(call, Request, Status, Information);
+  call.EffectVisible();
 }
 
 NTSTATUS WdfRequestRetrieveInputBuffer(WDFREQUEST Request, size_t MinimumRequiredLength, PVOID* Buffer,
@@ -173,6 +175,7 @@ NTSTATUS WdfRequestForwardToIoQueue(WDFREQUEST Request, WDFQUEUE DestinationQueu
   RequireModelled(call, queue.config.DispatchType == WdfIoQueueDispatchManual, "forwarding to a queue that presents");
   if (call.Fails()) return STATUS_INSUFFICIENT_RESOURCES;
   queue.Insert(request);
+  call.EffectVisible();
   return STATUS_SUCCESS;
 }
 

@@ -111,6 +111,16 @@ BREAKS(FreedWhileATaskWaitsInIt, PoolWaitedOn, "ExFreePoolWithTag") {
   rig.OnTask([record] { ExFreePoolWithTag(*record, kTag); });
 }
 
+BREAKS(FreedWithItsLockHeld, PoolWaitedOn, "ExFreePoolWithTag") {
+  rig.OnTask([] {
+    auto* lock = static_cast<KSPIN_LOCK*>(ExAllocatePool2(POOL_FLAG_NON_PAGED, sizeof(KSPIN_LOCK), kTag));
+    KIRQL before;
+    KeInitializeSpinLock(lock);
+    KeAcquireSpinLock(lock, &before);
+    ExFreePoolWithTag(lock, kTag);
+  });
+}
+
 BREAKS(FreedWhileLinked, ListEntryLinked, "ExFreePoolWithTag") {
   rig.OnTask([] {
     LIST_ENTRY head;
