@@ -15,7 +15,9 @@ namespace lab {
 namespace {
 
 constexpr platform::Time kQuietWithin = 60 * platform::kSecond;
-constexpr platform::Time kHealPause = 10 * platform::kSecond;
+// With the quiet horizon behind it, shorter than the 15 s after which an idle device powers down and takes its tree
+// along.
+constexpr platform::Time kHealPause = 8 * platform::kSecond;
 
 class Run {
  public:
