@@ -17,9 +17,15 @@ WorldOptions Options() {
   return options;
 }
 
+// The host is mentioned first.
+std::string HostOf(const std::string& topology) {
+  const TopologyText::RouterMention host = ParseTopology(topology).routers.at(0);
+  return host.name + "=" + host.model;
+}
+
 }  // namespace
 
-Bench::Bench(const std::string& topology, sim::CableOptions cable) : World("H1", Options()) {
+Bench::Bench(const std::string& topology, sim::CableOptions cable) : World(HostOf(topology), Options()) {
   const TopologyText parsed = ParseTopology(topology);
   for (const TopologyText::RouterMention& mentioned : parsed.routers)
     if (fabric().Find(mentioned.name) == nullptr) fabric().AddRouter(mentioned.model, mentioned.name);
@@ -53,8 +59,8 @@ std::string Bench::Routers() {
       const USB4_SWITCH* listed = entry->Router;
       text += fmt::format("{:x} gen{}", entry->Route, listed->Generation);
       if (entry->Route != 0)
-        text += fmt::format(" {}G x{}{}", listed->LinkSpeed, listed->LinkWidth,
-                            listed->Adapters[listed->UpstreamAdapter()].Bonded ? " bonded" : "");
+        text += fmt::format(" {}G {}", listed->LinkSpeed,
+                            listed->Adapters[listed->UpstreamAdapter()].Bonded ? "bonded" : "single");
       text += '\n';
     }
   });

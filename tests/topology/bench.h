@@ -26,7 +26,8 @@ class Bench : public World {
   // `look` sees the router at `route`; the test fails when there is none.
   void WithRouter(std::uint64_t route, const std::function<void(USB4_SWITCH& router)>& look);
 
-  // One router a line, in device list order: "1 gen4 20G x2 bonded".
+  // One router a line, in device list order: "1 gen4 20G bonded". The width itself is recorded at the moment of
+  // bonding, when the hardware may still show one lane.
   std::string Routers();
   // Requests that the driver sent since the last call: "READ adapter=3 space=adapter offset=0x000 length=8 seq=0" when
   // only those to one route are asked for, else with their routes.

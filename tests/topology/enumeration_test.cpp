@@ -15,8 +15,8 @@ WORLD_TEST(Enumeration, AChainOfHubsIsListedWithBothLinksBonded) {
   bench.StartQuietly();
   EXPECT_EQ(bench.Routers(),
             "0 gen4\n"
-            "1 gen4 20G x2 bonded\n"
-            "301 gen4 20G x2 bonded\n");
+            "1 gen4 20G bonded\n"
+            "301 gen4 20G bonded\n");
   bench.WithRouter(0x301, [](USB4_SWITCH& router) {
     EXPECT_STREQ(router.Info.Name, "0-301");
     EXPECT_STREQ(router.Info.Parent->Info.Name, "0-1");
@@ -34,7 +34,7 @@ WORLD_TEST(Enumeration, AChainOfHubsIsListedWithBothLinksBonded) {
 WORLD_TEST(Enumeration, ARouterBehindAnyPortPairMayBeTheUpstreamOne) {
   Bench bench("H1:1 - D1:5, D1:1 - D2:3");
   bench.StartQuietly();
-  EXPECT_EQ(bench.Routers(), "0 gen4\n1 gen4 20G x2 bonded\n101 gen4 20G x2 bonded\n");
+  EXPECT_EQ(bench.Routers(), "0 gen4\n1 gen4 20G bonded\n101 gen4 20G bonded\n");
   bench.WithRouter(1, [](USB4_SWITCH& router) { EXPECT_EQ(router.UpstreamAdapter(), 5u); });
 }
 
@@ -95,8 +95,8 @@ WORLD_TEST(Enumeration, FiveBelowAUsb4RootIsTheDepthLimit) {
   Bench bench("H1:1 - a=D1:1, a:3 - b=D1:1, b:3 - c=D1:1, c:3 - d=D1:1, d:3 - e=D1:1, e:3 - f=D1:1");
   bench.StartQuietly();
   EXPECT_EQ(bench.Routers(),
-            "0 gen4\n1 gen4 20G x2 bonded\n301 gen4 20G x2 bonded\n30301 gen4 20G x2 bonded\n"
-            "3030301 gen4 20G x2 bonded\n303030301 gen4 20G x2 bonded\n");
+            "0 gen4\n1 gen4 20G bonded\n301 gen4 20G bonded\n30301 gen4 20G bonded\n"
+            "3030301 gen4 20G bonded\n303030301 gen4 20G bonded\n");
 }
 
 TEST(Enumeration, SixtyRoutersAreFoundAndRemoved) {
@@ -122,9 +122,9 @@ WORLD_TEST(Enumeration, ALinkOfOneLaneOrOfTenGigabitStaysWhatItIs) {
     sim::CableOptions cable;
     const char* tree;
   } kCases[] = {
-      {{1, 0, true}, "0 gen4\n1 gen4 20G x1\n"},
-      {{2, 10, true}, "0 gen4\n1 gen4 10G x2 bonded\n"},
-      {{1, 10, true}, "0 gen4\n1 gen4 10G x1\n"},
+      {{1, 0, true}, "0 gen4\n1 gen4 20G single\n"},
+      {{2, 10, true}, "0 gen4\n1 gen4 10G bonded\n"},
+      {{1, 10, true}, "0 gen4\n1 gen4 10G single\n"},
   };
   for (const auto& [cable, tree] : kCases) {
     Bench bench("H1:1 - D1:1", cable);
@@ -139,7 +139,7 @@ WORLD_TEST(Enumeration, TheSameRouterAddedTwiceIsListedOnce) {
   bench.WithRouter(1, [](USB4_SWITCH& router) {
     KivUsb4UpdateSwitchInfoToList(router.Domain, {&router.Info, 1, nullptr, &router, nullptr});
   });
-  EXPECT_EQ(bench.Routers(), "0 gen4\n1 gen4 20G x2 bonded\n");
+  EXPECT_EQ(bench.Routers(), "0 gen4\n1 gen4 20G bonded\n");
 }
 
 }  // namespace
