@@ -6,6 +6,7 @@ option(KIVUSB4_WINDOWS "compile check of the driver against the published header
 option(KIVUSB4_TESTS "the test programs" OFF)
 option(KIVUSB4_BENCH "the benchmarks" OFF)
 option(KIVUSB4_COVERAGE "count the lines and branches that run" OFF)
+option(KIVUSB4_FUZZ "the fuzzers with libFuzzer; wants clang" OFF)
 
 if(KIVUSB4_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
@@ -16,8 +17,20 @@ if(KIVUSB4_COVERAGE)
   add_link_options(--coverage)
 endif()
 
+if(KIVUSB4_FUZZ)
+  # The project's warnings are those of its first compiler; this one has others. It tells of its address sanitizer in a
+  # way of its own.
+  add_compile_options(-Wno-error)
+  add_compile_definitions(__SANITIZE_ADDRESS__=1)
+endif()
+
 # ccache sees through a precompiled header only when the preprocessor leaves its mark.
-add_compile_options($<$<NOT:$<BOOL:${KIVUSB4_WINDOWS}>>:-fpch-preprocess>)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT KIVUSB4_WINDOWS)
+  add_compile_options(-fpch-preprocess)
+endif()
 
 # The driver's dialect.
 set(KIVUSB4_DRIVER_FLAGS -fno-exceptions -fno-rtti -fno-threadsafe-statics)
+if(KIVUSB4_FUZZ)
+  list(APPEND KIVUSB4_DRIVER_FLAGS -fsanitize=fuzzer-no-link)  # what the fuzzer looks for new paths in
+endif()
