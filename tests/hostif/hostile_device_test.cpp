@@ -1,0 +1,214 @@
+// Goal: a device that lies, repeats, invents and interrupts at will costs the driver at most the access in progress:
+// nothing is read or written out of bounds, no buffer is lost, no request completed twice. Method: packets, descriptors
+// and interrupts of the device's own making on a started host, under the sanitizers and the verifier; a plain access
+// afterwards shows that the channel lives.
+#include <gtest/gtest.h>
+
+#include "hostif/config_access.h"
+#include "tests/support/step_log.h"
+
+namespace {
+
+using platform::kMicrosecond;
+using platform::kMillisecond;
+using sim::ControlPacket;
+using sim::ControlWire;
+using sim::RawPacket;
+using tests::Count;
+using tests::StepLog;
+using tests::World;
+
+KIV_RESULT ReadFirstWord(World& world) {
+  return world.InDriver([](USB4_DOMAIN& domain) {
+    std::uint32_t word = 0;
+    return KivUsb4CfgRead(domain.ControlChannel, &word, {0, 0, {USB4_CFG_SPACE_ROUTER, 0, 1}});
+  });
+}
+
+// A read of the host router that runs beside what the test does.
+class Reader {
+ public:
+  Reader(World& world, std::uint32_t offset, std::uint32_t length) : world_(world) {
+    USB4_CTL* channel = world.InDriver([](USB4_DOMAIN& domain) { return domain.ControlChannel; });
+    world.simulation().Spawn(&world.kernel(), "reader", [this, channel, offset, length] {
+      result = Usb4CfgReadRaw(channel, words.data(), {0, 0, {USB4_CFG_SPACE_ROUTER, offset, length}}, 200);
+      ended = true;
+    });
+  }
+  void Wait() {
+    world_.simulation().RunUntil([this] { return ended; }, world_.simulation().Now() + 2 * platform::kSecond);
+    EXPECT_TRUE(ended);
+  }
+
+  USB4_CFG_RESULT result{};
+  std::vector<std::uint32_t> words = std::vector<std::uint32_t>(64, 0x55AA55AA);
+  bool ended = false;
+
+ private:
+  World& world_;
+};
+
+WORLD_TEST(HostileDevice, EverySizeThatADescriptorCanName) {
+  World world;
+  world.Start();
+  world.Quiet();
+  const std::uint32_t step = tests::CurrentSeed() ? 61 : 1;
+  for (std::uint32_t size = 0; size <= 4095; size += step) {
+    RawPacket packet = ControlWire::Raw({sim::Pdf::Read, {0x80000000, 0, 0x04002000, 1}});
+    packet.forgery.size = size;
+    packet.forgery.statusBits = size & 0xFF;
+    world.wire().Inject(packet);
+    world.Pass(200 * kMicrosecond);
+  }
+  EXPECT_EQ(ReadFirstWord(world), 0);
+  EXPECT_EQ(world.hardware().LostFrames(), 0u) << "a buffer was posted for each packet";
+}
+
+// The right answer cut off after each byte, while the request waits for it; 20 bytes and a CRC would be whole.
+WORLD_TEST(HostileDevice, EveryTruncationOfAnAnswer) {
+  for (std::size_t bytes = 0; bytes <= 20; ++bytes) {
+    World world;
+    world.Start();
+    world.Quiet();
+    world.wire().ReplaceAnswer(1, [bytes](const ControlPacket& answer) {
+      RawPacket packet = ControlWire::Raw(answer);
+      packet.bytes.resize(bytes, 0xEE);
+      return std::optional(packet);
+    });
+    Reader reader(world, 0, 2);
+    reader.Wait();
+    EXPECT_EQ(reader.result.Err, 0) << bytes << " bytes: asked again and answered";
+    EXPECT_EQ(reader.words[2], 0x55AA55AAu);
+    EXPECT_EQ(Count(world.Wire(), "-> READ route=0 adapter=0 space=router offset=0x000 length=2 seq=1"), 1u) << bytes;
+  }
+}
+
+// One flipped bit, CRC included: the packet is dropped, whichever bit it is.
+WORLD_TEST(HostileDevice, EveryFlippedBitOfAnAnswerIsNoticed) {
+  for (std::size_t byte = 0; byte < 20; ++byte) {
+    World world;
+    world.Start();
+    world.Quiet();
+    for (unsigned bit = 0; bit < 8; ++bit) {
+      world.Wire();
+      world.wire().ReplaceAnswer(1, [byte, bit](const ControlPacket& answer) {
+        RawPacket packet = ControlWire::Raw(answer);
+        packet.bytes.at(byte) ^= static_cast<std::uint8_t>(1u << bit);
+        return std::optional(packet);
+      });
+      EXPECT_EQ(ReadFirstWord(world), 0) << byte << " " << bit;
+      EXPECT_EQ(Count(world.Wire(), "-> READ"), 2u) << byte << " " << bit << ": the second attempt was answered";
+    }
+  }
+}
+
+WORLD_TEST(HostileDevice, DuplicateAnswersCompleteNothingTwice) {
+  World world;
+  world.Start();
+  world.Quiet();
+  RawPacket twin;
+  world.wire().ReplaceAnswer(1, [&](const ControlPacket& answer) {
+    twin = ControlWire::Raw(answer);
+    for (int copy = 0; copy < 20; ++copy) {
+      world.At(copy * 3 * kMicrosecond, [&] { world.wire().Inject(twin); });
+    }
+    return std::optional(twin);
+  });
+  Reader reader(world, 0, 1);
+  reader.Wait();
+  EXPECT_EQ(reader.result.Err, 0);
+  EXPECT_EQ(reader.words[0], 0x200B8086u);
+  world.Pass(1 * kMillisecond);
+  EXPECT_EQ(ReadFirstWord(world), 0) << "the next request carries the same number, its twins have gone by";
+}
+
+// Two questions that cannot be told apart: the older one is answered first, then the other by its own repeat.
+WORLD_TEST(HostileDevice, EqualRequestsAreAnsweredOldestFirst) {
+  World world;
+  world.Start();
+  world.Quiet();
+  for (unsigned n = 1; n <= 2; ++n) world.wire().ReplaceAnswer(n, [](const ControlPacket&) { return std::nullopt; });
+  Reader older(world, 4, 1);
+  world.Pass(20 * kMillisecond);
+  Reader younger(world, 4, 1);
+  world.Pass(20 * kMillisecond);
+  world.wire().Inject(ControlWire::Raw({sim::Pdf::Read, {0x80000000, 0, 0x04002004, 0x01D}}));
+  world.Pass(20 * kMillisecond);
+  EXPECT_TRUE(older.ended);
+  EXPECT_EQ(older.words[0], 0x01Du);
+  EXPECT_FALSE(younger.ended);
+  younger.Wait();
+  EXPECT_EQ(younger.result.Err, 0);
+  EXPECT_NE(younger.words[0], 0x01Du);
+}
+
+WORLD_TEST(HostileDevice, InterruptsOfRingsThatDoNotRun) {
+  World world("H2");  // 21 hops, interrupts 0 to 41
+  world.Start();
+  world.Quiet();
+  // As if every ring were unmasked and raised its message, network rings included, none of which exists.
+  world.hardware().WriteRegister(0x38200, 0xFFFFFFFF);
+  world.hardware().WriteRegister(0x38204, 0x000003FF);
+  world.hardware().WriteRegister(0x38C40, 0x33323210);
+  world.hardware().WriteRegister(0x38C44, 0x32323232);
+  StepLog log(world, {"begin EvtInterruptWorkItem"});
+  for (int round = 0; round < 5; ++round) {
+    for (unsigned number = 0; number < 42; ++number) world.hardware().interrupts().Raise(number);
+    world.Pass(1 * kMillisecond);
+  }
+  EXPECT_GE(Count(log.Take(), "begin"), 8u) << "four messages, again and again";
+  EXPECT_EQ(ReadFirstWord(world), 0);
+}
+
+WORLD_TEST(HostileDevice, AStatusThatIsAlwaysClearLosesNoPacket) {
+  World world;
+  world.Start();
+  world.Quiet();
+  // Someone else reads the status, which clears it, between every two packets.
+  for (int i = 0; i < 50; ++i) {
+    world.At(i * 20 * kMicrosecond, [&world] { static_cast<void>(world.hardware().ReadRegister(0x37800)); });
+  }
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(ReadFirstWord(world), 0) << i;
+}
+
+WORLD_TEST(HostileDevice, DescriptorsDoneWithoutAPacket) {
+  World world;
+  world.Start();
+  world.Quiet();
+  for (unsigned index = 0; index < 10; ++index) world.hardware().ForgeDescriptor(false, 0, index, 0xFFFFFFFF);
+  world.wire().Inject(ControlWire::Raw(sim::HotPlugPacket(0, 3, false)));
+  world.Pass(10 * kMillisecond);
+  world.InDriver([](USB4_DOMAIN& domain) {
+    std::size_t frames = 0;
+    for ([[maybe_unused]] USB4_RING_FRAME& frame : domain.ControlChannel->ReceiveRing->Posted()) ++frames;
+    for ([[maybe_unused]] USB4_RING_FRAME& frame : domain.ControlChannel->ReceiveRing->Queued()) ++frames;
+    EXPECT_EQ(frames, 10u) << "each buffer is on one list, once";
+  });
+  world.TakeProtocolErrors();
+}
+
+// Content drawn at random, of every type and length, around requests that wait.
+WORLD_TEST(HostileDevice, PacketsOfAnyContent) {
+  World world;
+  world.Start();
+  world.Quiet();
+  platform::RandomStream& random = world.simulation().Random("test.hostile");
+  for (int round = 0; round < 40; ++round) {
+    Reader reader(world, static_cast<std::uint32_t>(random.Below(5)), 1);
+    for (int i = 0; i < 12; ++i) {
+      ControlPacket packet{static_cast<sim::Pdf>(random.Below(16)), {}};
+      for (std::uint64_t words = random.Below(63); words > 0; --words)
+        packet.dwords.push_back(random.Below(3) == 0 ? 0x80000000u : static_cast<std::uint32_t>(random.Next()));
+      RawPacket raw = ControlWire::Raw(packet);
+      if (random.Below(4) == 0) raw.bytes.resize(random.Below(raw.bytes.size() + 1));
+      world.wire().Inject(raw);
+      world.Pass(static_cast<platform::Time>(random.Below(60)) * kMicrosecond);
+    }
+    reader.Wait();
+  }
+  world.Quiet(600 * platform::kSecond);
+  EXPECT_EQ(ReadFirstWord(world), 0);
+  world.TakeProtocolErrors();  // acknowledgements of events that no router sent
+}
+
+}  // namespace
