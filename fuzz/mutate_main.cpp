@@ -2,6 +2,7 @@
 //
 // Mutates and joins the files of the corpus for so many seconds. An input about to run stands in crash-input until it
 // has passed. The last line is 'N passed, N failed'.
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
