@@ -1,0 +1,111 @@
+// Goal: a capture is a pcapng file that Wireshark's own tools accept, and the dissector reads it right.
+// Method: literal packets in, capinfos and tshark as judges, over the whole machine as well.
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+#include "lab/pcapng.h"
+#include "lab/run.h"
+
+namespace {
+
+// Standard output of a command, or an empty text when it fails.
+std::string Output(const std::string& command) {
+  std::FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
+  if (pipe == nullptr) return "";
+  std::string text;
+  std::array<char, 4096> buffer;
+  while (const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), pipe)) text.append(buffer.data(), count);
+  return pclose(pipe) == 0 ? text : "";
+}
+
+std::string Tshark(const std::string& file, const std::string& options) {
+  return Output("tshark -X lua_script:" PROJECT_ROOT "/lab/wireshark/usb4_control.lua -r " + file + " " + options);
+}
+
+std::vector<std::uint8_t> Bytes(const std::string& hex) {
+  std::vector<std::uint8_t> bytes;
+  for (std::size_t i = 0; i < hex.size(); i += 2)
+    bytes.push_back(static_cast<std::uint8_t>(std::stoul(hex.substr(i, 2), nullptr, 16)));
+  return bytes;
+}
+
+class Captured : public testing::Test {
+ protected:
+  void Write(platform::Time when, lab::Direction direction, std::uint8_t pdf, const std::string& hex) {
+    const std::vector<std::uint8_t> bytes = Bytes(hex);
+    writer_.Write(interface_, {when, direction, pdf, pdf, bytes, {}});
+  }
+  std::string file_ = testing::TempDir() + "capture_test.pcapng";
+  lab::PcapngWriter writer_{file_};
+  std::uint32_t interface_ = writer_.AddInterface("host/H1 ring 0", 0);
+};
+
+TEST_F(Captured, BytesOfTheFirstBlocks) {
+  Write(12'345, lab::Direction::ToDevice, 1, "0102030405060708");
+  ASSERT_TRUE(writer_.Close());
+  std::ifstream in(file_, std::ios::binary);
+  const std::string bytes((std::istreambuf_iterator<char>(in)), {});
+  std::string hex;
+  for (const char c : bytes) {
+    char two[3];
+    std::snprintf(two, sizeof(two), "%02x", static_cast<unsigned char>(c));
+    hex += two;
+  }
+  EXPECT_EQ(hex.substr(0, 56), "0a0d0d0a1c0000004d3c2b1a01000000ffffffffffffffff1c000000");
+  EXPECT_EQ(hex.substr(56, 32), "01000000300000009300000000000000") << "interface description, link type 147";
+  // 12345 units of 100 ns are 1234500 ns, 0x12d644; four bytes of ours stand before the packet.
+  EXPECT_NE(hex.find("060000003c0000000000000000000000"), std::string::npos);
+  EXPECT_NE(hex.find("44d612000c0000000c000000"
+                     "01000101"
+                     "0102030405060708"),
+            std::string::npos)
+      << hex;
+}
+
+TEST_F(Captured, RequestAndAnswerAreMatchedAndDissected) {
+  Write(10'000, lab::Direction::ToDevice, 1, "00000000000000000400a000d40a9d55");
+  writer_.Comment(interface_, 11'000, "host: sleep asked");
+  Write(12'000, lab::Direction::FromDevice, 5, "800000000000000080000005857fa8e6");
+  Write(13'000, lab::Direction::FromDevice, 1, "80000000000000000400a00011223344556677889b983bef");
+  Write(14'000, lab::Direction::FromDevice, 3, "800000000000000300000a0500000000");
+  ASSERT_TRUE(writer_.Close());
+  EXPECT_NE(Output("capinfos " + file_).find("Number of packets:   5"), std::string::npos);
+  EXPECT_EQ(Tshark(file_,
+                   "-T fields -e frame.time_epoch -e usb4ctl.pdf -e usb4ctl.route -e usb4ctl.length -e usb4ctl.space "
+                   "-e usb4ctl.unplug -e usb4ctl.code -e usb4ctl.crc.status -e usb4ctl.request_in -E separator=,"),
+            "0.001000000,1,0x0000000000000000,5,2,,,1,\n"
+            "0.001100000,,,,,,,,\n"
+            "0.001200000,5,0x0000000000000000,,,1,,1,\n"
+            "0.001300000,1,0x0000000000000000,5,2,,,1,1\n"
+            "0.001400000,3,0x0000000000000003,,,,5,0,\n");
+  EXPECT_NE(Tshark(file_, "").find("-- host: sleep asked --"), std::string::npos);
+  EXPECT_NE(Tshark(file_, "").find("Error route 3 adapter 10: code 5 [bad CRC]"), std::string::npos);
+}
+
+TEST(Capture, AFileThatCannotBeWrittenEndsTheRunBeforeItBegins) {
+  lab::RunOptions options;
+  options.captureFile = "/no/such/folder/x.pcapng";
+  const lab::RunReport report = lab::RunScenario(lab::ReadScenario(PROJECT_ROOT "/scenarios/host.toml"), options);
+  EXPECT_EQ(report.code, lab::ExitCode::InputOutput);
+  EXPECT_EQ(report.virtualTime, 0);
+}
+
+TEST(Capture, OfARunHoldsEveryControlPacketWithAGoodCrc) {
+  lab::RunOptions options;
+  options.captureFile = testing::TempDir() + "host_run.pcapng";
+  const lab::RunReport report = lab::RunScenario(lab::ReadScenario(PROJECT_ROOT "/scenarios/host.toml"), options);
+  EXPECT_EQ(report.code, lab::ExitCode::Held);
+  // The host router's header, then every adapter's, each answered.
+  EXPECT_NE(Tshark(options.captureFile, "").find("Read request route 0 adapter 0 router 0x0 +5 seq 0"),
+            std::string::npos);
+  EXPECT_EQ(Tshark(options.captureFile, "-Y 'usb4ctl.crc.status == 0'"), "");
+  const std::string requests = Tshark(
+      options.captureFile, "-Y 'frame.packet_flags_direction == 2 && usb4ctl.pdf == 1' -T fields -e usb4ctl.answer_in");
+  EXPECT_NE(requests, "");
+  EXPECT_EQ(requests.find("\n\n"), std::string::npos) << "a request without an answer: " << requests;
+}
+
+}  // namespace

@@ -1,0 +1,196 @@
+// Goal: a person who mistypes gets one line that says where and what. Method: files with one mistake each.
+#include <fstream>
+
+#include "lab/duration.h"
+#include "lab/hex_file.h"
+#include "lab/scenario.h"
+#include "lab/soak.h"
+#include "lab/suggest.h"
+#include "lab/toml_reader.h"
+
+namespace {
+
+std::string WriteFile(const std::string& name, const std::string& text) {
+  const std::string path = testing::TempDir() + name;
+  std::ofstream(path) << text;
+  return path;
+}
+
+// What reading the text as a scenario complains about, without the file's name; empty when it reads well.
+std::string Complaint(const std::string& text) {
+  const std::string path = WriteFile("bad.toml", text);
+  try {
+    lab::ReadScenario(path);
+  } catch (const lab::InputError& error) {
+    const std::string what = error.what();
+    return what.starts_with(path + ":") ? what.substr(path.size() + 1) : what;
+  }
+  return "";
+}
+
+TEST(ScenarioInput, EachMistakeIsOneLineWithItsPlace) {
+  const struct {
+    const char* text;
+    const char* complaint;
+  } kCases[] = {
+      {"nam = \"x\"\n", "1:1: unknown key \"nam\" (did you mean \"name\"?)"},
+      {"[[host]]\n[[host.controler]]\n", "2:8: unknown key \"controler\" (did you mean \"controller\"?)"},
+      {"[[host]]\n[[host.controller]]\nmodel = \"H9\"\n", "3:9: unknown model \"H9\" (did you mean \"H1\"?)"},
+      {"[[host]]\n[[host.controller]]\nmodel = \"D1\"\n", "3:9: unknown model \"D1\" (did you mean \"H1\"?)"},
+      {"[[host]]\n[[host.controller]]\nmodel = 7\n", "3:9: model must be text, not a number"},
+      {"[[host]]\n[[host.controller]]\nhopCount = \"many\"\n", "3:12: hopCount must be a number, not text"},
+      {"[[host]]\n[[host.controller]]\nhopCount = 1024\n", "3:12: hopCount must be in 0 to 1023"},
+      {"[[host]]\n[[host.controller]]\npciIdentity = \"8086\"\n",
+       "3:15: pciIdentity must be vendor:device in hex, such as \"8086:9A1B\""},
+      {"[[host]]\n[[host.controller]]\nresources = [\"memory\", \"interupt\"]\n",
+       "3:13: unknown resource \"interupt\" (did you mean \"interrupt\"?)"},
+      {"[[host]]\n[[host.controller]]\nresources = [\"memory\", 3]\n",
+       "3:24: resources must be a list of texts, not a number"},
+      {"[[host]]\n[[host.controller]]\n[host.controller.registry]\na = -1\n", "4:5: a must be in 0 to 4294967295"},
+      {"[[host]]\n[[host.controller]]\n[[host.controller]]\n", "3:1: a second controller \"H1\""},
+      {"[[host]]\nname = \"a\"\n[[host]]\nname = \"a\"\n", "4:8: a second host \"a\""},
+      {"[host]\n", "1:1: host must be a list of tables, each written [[host]], not a table"},
+      {"[[event]]\ndo = \"sleep\"\n", "1:1: at is missing"},
+      {"[[event]]\nat = 5\ndo = \"sleep\"\n", "2:6: at must be a time such as \"250 ms\", not a number"},
+      {"[[event]]\nat = \"5\"\ndo = \"sleep\"\n", "2:6: at must be a time such as \"250 ms\", \"1.5 s\" or \"20 us\""},
+      {"[[event]]\nat = \"5 s\"\ndo = \"seep\"\n", "3:6: unknown do \"seep\" (did you mean \"sleep\"?)"},
+      {"[[event]]\nat = \"5 s\"\ndo = \"sleep\"\nhost = \"hots\"\n",
+       "4:8: unknown host \"hots\" (did you mean \"host\"?)"},
+      {"[[expect]]\npower = \"D2\"\n", "2:9: unknown power \"D2\" (did you mean \"D0\"?)"},
+      {"[[expect]]\nrouters = \"one\"\n", "2:11: routers must be a number, not text"},
+      {"name = \"x\"\nname = \"y\"\n",
+       "2:1: Error while parsing key-value pair: cannot redefine existing string 'name' as string"},
+  };
+  for (const auto& test : kCases) EXPECT_EQ(Complaint(test.text), test.complaint) << test.text;
+}
+
+TEST(ScenarioInput, AFileThatIsNotThere) {
+  try {
+    lab::ReadScenario("no/such.toml");
+    FAIL() << "read a file that is not there";
+  } catch (const lab::InputError& error) {
+    EXPECT_STREQ(error.what(), "no/such.toml:1:1: no such file");
+  }
+}
+
+TEST(ScenarioInput, EveryKeyArrives) {
+  const lab::Scenario scenario = lab::ReadScenario(WriteFile("good.toml", R"(
+name = "all keys"
+[[host]]
+name = "desk"
+computerName = "PC"
+[[host.controller]]
+name = "left"
+model = "H2"
+hardwareId = 'PCI\VEN_1F3A&DEV_3A0F'
+pciIdentity = "1234:abCD"
+hopCount = 5
+resources = ["interrupt", "memory", "other", "interrupt", "missing", "memory"]
+acpiStatus = "0xC0000001"
+acpiDelay = "1.5 s"
+registry = { 'USB3Tunnel\USB3TunnelSupported' = 1 }
+[[event]]
+at = "2 s"
+do = "surprise-remove"
+[[event]]
+at = "1 s"
+do = "hibernate"
+[[expect]]
+startStatus = "0xC000009A"
+interface = "{ABC}"
+)"));
+  ASSERT_EQ(scenario.machine.hosts.size(), 1u);
+  const lab::HostConfig& host = scenario.machine.hosts[0];
+  EXPECT_EQ(host.name + "/" + host.computerName, "desk/PC");
+  ASSERT_EQ(host.controllers.size(), 1u);
+  const lab::ControllerConfig& controller = host.controllers[0];
+  EXPECT_EQ(controller.name + " " + controller.model + " " + controller.hardwareId, "left H2 PCI\\VEN_1F3A&DEV_3A0F");
+  EXPECT_EQ(controller.pciIdentity, 0xABCD1234u);
+  EXPECT_EQ(controller.hopCount, 5u);
+  EXPECT_EQ(static_cast<std::uint32_t>(controller.acpiStatus), 0xC0000001u);
+  EXPECT_EQ(controller.acpiDelay, 15'000'000);
+  EXPECT_EQ(controller.parameters.at("USB3Tunnel\\USB3TunnelSupported"), 1u);
+  ASSERT_EQ(controller.resources->size(), 6u);
+  EXPECT_EQ(controller.resources->at(3).message, 1u) << "messages are numbered in order";
+  EXPECT_NE(controller.resources->at(1).start, controller.resources->at(5).start) << "two BARs, two places";
+  ASSERT_EQ(scenario.events.size(), 2u);
+  EXPECT_EQ(scenario.events[0].verb, lab::Verb::Hibernate) << "events are in time order";
+  EXPECT_EQ(scenario.events[1].verb, lab::Verb::SurpriseRemove);
+  ASSERT_EQ(scenario.expectations.size(), 1u);
+  EXPECT_EQ(scenario.expectations[0].at, platform::kNever);
+  EXPECT_EQ(static_cast<std::uint32_t>(*scenario.expectations[0].startStatus), 0xC000009Au);
+  EXPECT_EQ(scenario.expectations[0].interface, "{abc}");
+}
+
+TEST(Durations, ReadAndWritten) {
+  const struct {
+    const char* text;
+    std::optional<platform::Time> time;
+  } kCases[] = {
+      {"250 ms", 2'500'000},
+      {"1.5 s", 15'000'000},
+      {"20us", 200},
+      {"0.0001 ms", 1},
+      {"0 s", 0},
+      {"5", std::nullopt},
+      {"ms", std::nullopt},
+      {"", std::nullopt},
+      {"1..5 s", std::nullopt},
+      {"-1 s", std::nullopt},
+      {"1 h", std::nullopt},
+      {"9999999999 s", std::nullopt},
+  };
+  for (const auto& test : kCases) EXPECT_EQ(lab::ParseDuration(test.text), test.time) << test.text;
+  EXPECT_EQ(lab::FormatMs(123456), "12.3456");
+  EXPECT_EQ(lab::FormatMs(7), "0.0007");
+}
+
+TEST(Suggestions, OnlyWhatIsNear) {
+  const std::vector<std::string> names = {"sleep", "resume", "wake"};
+  EXPECT_EQ(lab::Nearest("slep", names), "sleep");
+  EXPECT_EQ(lab::Nearest("RESUME", names), "resume");
+  EXPECT_EQ(lab::Nearest("hibernate", names), "");
+  EXPECT_EQ(lab::Suggestion("wakee", names), " (did you mean \"wake\"?)");
+}
+
+TEST(SoakOptions, RangesAndShards) {
+  std::uint64_t first = 0, last = 0;
+  EXPECT_TRUE(lab::ParseSeedRange("3..12", first, last));
+  EXPECT_EQ(first, 3u);
+  EXPECT_EQ(last, 12u);
+  for (const char* bad : {"3", "3..", "..3", "4..3", "a..b", "1...3", "-1..3"})
+    EXPECT_FALSE(lab::ParseSeedRange(bad, first, last)) << bad;
+  unsigned shard = 0, shards = 0;
+  EXPECT_TRUE(lab::ParseShard("2/4", shard, shards));
+  EXPECT_EQ(shard, 2u);
+  for (const char* bad : {"0/4", "5/4", "4", "/4", "1/"}) EXPECT_FALSE(lab::ParseShard(bad, shard, shards)) << bad;
+}
+
+TEST(HexFiles, BytesAndMistakes) {
+  const auto lines = lab::ReadHexLines(WriteFile("good.hex", "# a comment\n\n 00 1f AB  # tail\npdf=5 0102\n"));
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0].line, 3u);
+  EXPECT_EQ(lines[0].bytes, (std::vector<std::uint8_t>{0x00, 0x1F, 0xAB}));
+  EXPECT_FALSE(lines[0].pdf);
+  EXPECT_EQ(lines[1].pdf, 5u);
+  const struct {
+    const char* text;
+    const char* complaint;
+  } kCases[] = {
+      {"00 1\n", ":1:5: a byte needs two hex digits"},
+      {"00\n0x12\n", ":2:2: 'x' is no hex digit"},
+      {"pdf=77 00\n", ":1:7: pdf= wants a number in 0 to 15"},
+      {"pdf= 00\n", ":1:5: pdf= wants a number in 0 to 15"},
+  };
+  for (const auto& test : kCases) {
+    const std::string path = WriteFile("bad.hex", test.text);
+    try {
+      lab::ReadHexLines(path);
+      ADD_FAILURE() << "read " << test.text;
+    } catch (const lab::InputError& error) {
+      EXPECT_EQ(std::string(error.what()), path + test.complaint);
+    }
+  }
+}
+
+}  // namespace

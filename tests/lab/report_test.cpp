@@ -1,0 +1,151 @@
+// Goal: what a run says is complete and in the promised form, for people and for programs.
+#include <cstring>
+
+#include "lab/driver_event.h"
+#include "lab/fault_profiles.h"
+#include "lab/json_report.h"
+#include "lab/run.h"
+#include "lab/tree.h"
+#include "lab/waivers.h"
+
+namespace {
+
+lab::Scenario Read(const char* name) {
+  return lab::ReadScenario(std::string(PROJECT_ROOT "/scenarios/") + name);
+}
+
+lab::DomainView SmallDomain() {
+  lab::DomainView domain;
+  domain.name = "host/H1";
+  domain.present = true;
+  lab::RouterView host;
+  host.name = "0-0";
+  host.generation = 4;
+  host.upstreamAdapter = 2;
+  host.adapters = {{1, 0x000001}, {2, 0x000002}};
+  lab::RouterView hub;
+  hub.name = "0-1";
+  hub.route = 1;
+  hub.depth = 1;
+  hub.generation = 4;
+  hub.vendorName = "Vendor";
+  hub.deviceName = "Hub";
+  hub.uid = "00000000000000a1";
+  hub.link = lab::LinkView{20, 2, true};
+  lab::RouterView dock;
+  dock.route = 0x301;
+  dock.depth = 2;
+  dock.generation = 3;
+  dock.link = lab::LinkView{10, 2, true};
+  domain.routers = {host, hub, dock};
+  return domain;
+}
+
+TEST(Tree, RoutersHangBelowTheirParents) {
+  EXPECT_EQ(lab::FormatTree(SmallDomain(), false),
+            "/:  Domain host/H1\n"
+            "    |__ 0 (no name), host, USB4, 2 adapters\n"
+            "        |__ 1 Vendor Hub, 40G = 2 x 20G, USB4, 0 adapters\n"
+            "            |__ 301 (no name), 20G = 2 x 10G, Thunderbolt 3, 0 adapters\n");
+}
+
+TEST(Tree, AdaptersWhereAskedFor) {
+  lab::DomainView domain = SmallDomain();
+  domain.routers.resize(1);
+  EXPECT_EQ(lab::FormatTree(domain, true),
+            "/:  Domain host/H1\n"
+            "    |__ 0 (no name), host, USB4, 2 adapters\n"
+            "           1  000001  lane\n"
+            "           2  000002  host interface  (upstream)\n");
+}
+
+TEST(Json, OneDocumentWithEveryKeyInOrder) {
+  lab::RunReport report;
+  report.seeded = true;
+  report.seed = 18446744073709551615u;
+  report.virtualTime = 123'456;
+  report.domains = {SmallDomain()};
+  report.domains[0].routers.resize(2);
+  report.events.push_back({5'000, "host", "sleep", "asked"});
+  const std::string json = lab::FormatJson(report);
+  std::size_t at = 0;
+  for (const char* key : {"\"format_version\": \"1.0\"",
+                          "\"verdict\": \"pass\"",
+                          "\"seed\": \"18446744073709551615\"",
+                          "\"virtualTimeMs\": 12.3456",
+                          "\"routers\": [",
+                          "\"route\": \"0\"",
+                          "\"name\": \"0-0\"",
+                          "\"generation\": 4",
+                          "\"vendorName\": null",
+                          "\"deviceName\": null",
+                          "\"uid\": null",
+                          "\"depth\": 0",
+                          "\"upstreamAdapter\": 2",
+                          "\"adapters\": [",
+                          "\"lane\"",
+                          "\"link\": null",
+                          "\"tmu\": null",
+                          "\"route\": \"1\"",
+                          "\"vendorName\": \"Vendor\"",
+                          "\"uid\": \"00000000000000a1\"",
+                          "\"speedGbps\": 20",
+                          "\"lanes\": 2",
+                          "\"bonded\": true",
+                          "\"tunnels\": []",
+                          "\"peers\": []",
+                          "\"violations\": []",
+                          "\"protocolErrors\": []",
+                          "\"events\": [",
+                          "\"timeMs\": 0.5"}) {
+    const std::size_t found = json.find(key, at);
+    ASSERT_NE(found, std::string::npos) << key << " missing or out of order in\n" << json;
+    at = found;
+  }
+}
+
+TEST(DriverEvents, UnpackedFieldByField) {
+  const char payload[] =
+      "Start\0went wrong\0"
+      "\x2a\0\0\0"
+      "\x03"
+      "count\0\x01\x05\0\0\0\0\0\0\0"
+      "result\0\x02\xfb\xff\xff\xff\xff\xff\xff\xff"
+      "name\0\x03H1\0";
+  const auto bytes = std::as_bytes(std::span(payload, sizeof(payload) - 1));
+  const auto event = lab::UnpackDriverEvent(bytes);
+  ASSERT_TRUE(event);
+  EXPECT_EQ(event->operation, "Start");
+  EXPECT_EQ(event->line, 42u);
+  EXPECT_EQ(lab::FormatDriverEvent(*event), "went wrong count=5 result=-5 name=H1");
+  for (std::size_t size = 0; size < bytes.size(); ++size)
+    EXPECT_FALSE(lab::UnpackDriverEvent(bytes.first(size))) << size;
+}
+
+TEST(FaultProfiles, EachArmsItsSiteAndAllDrawsPerSeed) {
+  unsigned alike = 0;
+  for (std::uint64_t seed = 1; seed <= 20; ++seed) {
+    platform::FaultPlan one(seed), other(seed + 1);
+    EXPECT_TRUE(lab::ArmFaults("all", seed, one));
+    EXPECT_TRUE(lab::ArmFaults("all", seed + 1, other));
+    alike += one.Sites() == other.Sites();
+  }
+  EXPECT_LT(alike, 5u) << "seeds draw different faults";
+  platform::FaultPlan lose(7);
+  EXPECT_TRUE(lab::ArmFaults("lose", 7, lose));
+  EXPECT_EQ(lose.Sites(), std::vector<std::string>{"wire.lose"});
+  platform::FaultPlan none(7);
+  EXPECT_TRUE(lab::ArmFaults("none", 7, none));
+  EXPECT_TRUE(none.Sites().empty());
+  EXPECT_FALSE(lab::ArmFaults("looose", 7, none));
+}
+
+TEST(Waivers, EachIsUsedAndNeverBeyondItsBound) {
+  // The power-on sequence runs in this scenario, once, and polls with its long stalls.
+  const lab::RunReport report = lab::RunScenario(Read("two-controllers.toml"), {});
+  EXPECT_EQ(report.code, lab::ExitCode::Held);
+  EXPECT_EQ(report.waivers.size(), lab::KnownWaivers().size());
+  for (const platform::Waiver& waiver : report.waivers) EXPECT_GT(waiver.hits, 0u) << waiver.reason;
+}
+
+}  // namespace

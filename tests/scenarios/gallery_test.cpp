@@ -1,0 +1,65 @@
+// Goal: every scenario that the project shows holds, first-come and with seeds, and the same seed is the same run.
+#include <filesystem>
+
+#include "lab/run.h"
+#include "tests/support/seeds.h"
+
+namespace {
+
+std::vector<std::string> ScenarioFiles() {
+  std::vector<std::string> files;
+  for (const auto& entry : std::filesystem::directory_iterator(PROJECT_ROOT "/scenarios"))
+    if (entry.path().extension() == ".toml") files.push_back(entry.path());
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+std::string Findings(const lab::RunReport& report) {
+  std::string text = report.hang;
+  for (const std::string& failure : report.failures) text += failure + "\n";
+  for (const platform::Violation& violation : report.violations)
+    text += std::string(platform::RuleName(violation.rule)) + ": " + violation.detail + "\n";
+  for (const sim::ProtocolError& error : report.protocolErrors) text += error.text + "\n";
+  return text;
+}
+
+TEST(Gallery, EveryScenarioHolds) {
+  ASSERT_GE(ScenarioFiles().size(), 3u);
+  for (const std::string& file : ScenarioFiles()) {
+    for (const auto& seed : tests::SeedsToRun()) {
+      lab::RunOptions options;
+      options.seed = seed;
+      const lab::RunReport report = lab::RunScenario(lab::ReadScenario(file), options);
+      EXPECT_EQ(report.code, lab::ExitCode::Held) << file << " seed " << (seed ? std::to_string(*seed) : "none") << "\n"
+                                                  << Findings(report);
+    }
+  }
+}
+
+TEST(Gallery, OneSeedIsOneRun) {
+  const lab::Scenario scenario = lab::ReadScenario(PROJECT_ROOT "/scenarios/host.toml");
+  lab::RunOptions options;
+  options.faults = "all";
+  std::uint64_t previous = 0;
+  for (std::uint64_t seed = 1; seed <= 8; ++seed) {
+    options.seed = seed;
+    const lab::RunReport first = lab::RunScenario(scenario, options);
+    const lab::RunReport second = lab::RunScenario(scenario, options);
+    EXPECT_EQ(first.traceHash, second.traceHash) << "seed " << seed;
+    EXPECT_EQ(first.virtualTime, second.virtualTime) << "seed " << seed;
+    EXPECT_NE(first.traceHash, previous) << "seed " << seed << " changes nothing";
+    previous = first.traceHash;
+  }
+}
+
+TEST(Gallery, ARunStopsAtTheStepThatIsAskedFor) {
+  lab::RunOptions options;
+  options.seed = 5;
+  options.stopAtStep = 100;
+  const lab::RunReport report = lab::RunScenario(lab::ReadScenario(PROJECT_ROOT "/scenarios/host.toml"), options);
+  EXPECT_TRUE(report.stopReached);
+  EXPECT_EQ(report.step, 100u);
+  EXPECT_TRUE(report.domains.empty());
+}
+
+}  // namespace
