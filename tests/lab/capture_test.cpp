@@ -55,9 +55,9 @@ TEST_F(Captured, BytesOfTheFirstBlocks) {
     hex += two;
   }
   EXPECT_EQ(hex.substr(0, 56), "0a0d0d0a1c0000004d3c2b1a01000000ffffffffffffffff1c000000");
-  EXPECT_EQ(hex.substr(56, 32), "01000000300000009300000000000000") << "interface description, link type 147";
+  EXPECT_EQ(hex.substr(56, 32), "01000000340000009300000000000000") << "interface description, link type 147";
   // 12345 units of 100 ns are 1234500 ns, 0x12d644; four bytes of ours stand before the packet.
-  EXPECT_NE(hex.find("060000003c0000000000000000000000"), std::string::npos);
+  EXPECT_NE(hex.find("06000000380000000000000000000000"), std::string::npos);
   EXPECT_NE(hex.find("44d612000c0000000c000000"
                      "01000101"
                      "0102030405060708"),
@@ -103,7 +103,7 @@ TEST(Capture, OfARunHoldsEveryControlPacketWithAGoodCrc) {
             std::string::npos);
   EXPECT_EQ(Tshark(options.captureFile, "-Y 'usb4ctl.crc.status == 0'"), "");
   const std::string requests = Tshark(
-      options.captureFile, "-Y 'frame.packet_flags_direction == 2 && usb4ctl.pdf == 1' -T fields -e usb4ctl.answer_in");
+      options.captureFile, "-2 -Y 'frame.packet_flags_direction == 2 && usb4ctl.pdf == 1' -T fields -e usb4ctl.answer_in");
   EXPECT_NE(requests, "");
   EXPECT_EQ(requests.find("\n\n"), std::string::npos) << "a request without an answer: " << requests;
 }
