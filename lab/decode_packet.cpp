@@ -3,6 +3,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "sim/control_packet.h"
 
 namespace lab {
@@ -41,7 +43,11 @@ unsigned GuessPdf(const Packet& packet) {
   if (!packet.up && (word & 0xFF) == kAcknowledgeCode && (word >> 31) != 0) return kNotification;
   if (packet.up && (word & 0x7FFFFFC0) == 0) return kHotPlug;
   if (packet.up && (word & 0x3FFFC0F0) == 0) return kNotification;
-  return (packet.words.size() > kHeaderWords) == packet.up ? kRead : kWrite;
+  // With data, the length says how many dwords follow, and perhaps a CRC; without, only a CRC can.
+  const std::size_t more = packet.words.size() - std::min(packet.words.size(), kHeaderWords);
+  const std::size_t length = packet.Address().length;
+  const bool hasData = more > 1 || (more == 1 && length <= 1);
+  return hasData == packet.up ? kRead : kWrite;
 }
 
 std::size_t ExpectedWords(const Packet& packet) {

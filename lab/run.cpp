@@ -10,6 +10,7 @@
 #include "lab/expectations.h"
 #include "lab/fault_profiles.h"
 #include "lab/machine.h"
+#include "lab/waivers.h"
 
 namespace lab {
 namespace {
@@ -238,7 +239,7 @@ RunReport Run::Execute() {
   simulation.RemoveSink(&events_);
   report_.violations = simulation.violations();
   report_.hang = simulation.HangReport();
-  report_.protocolErrors = machine_.fabric().errors().list();
+  report_.protocolErrors = UnwaivedErrors(machine_.fabric().errors().list(), machine_.faults().Fired());
   report_.virtualTime = simulation.Now();
   report_.step = simulation.Step();
   report_.stopReached = stopReached_;

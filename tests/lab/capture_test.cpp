@@ -102,8 +102,9 @@ TEST(Capture, OfARunHoldsEveryControlPacketWithAGoodCrc) {
   EXPECT_NE(Tshark(options.captureFile, "").find("Read request route 0 adapter 0 router 0x0 +5 seq 0"),
             std::string::npos);
   EXPECT_EQ(Tshark(options.captureFile, "-Y 'usb4ctl.crc.status == 0'"), "");
-  const std::string requests = Tshark(
-      options.captureFile, "-2 -Y 'frame.packet_flags_direction == 2 && usb4ctl.pdf == 1' -T fields -e usb4ctl.answer_in");
+  const std::string requests =
+      Tshark(options.captureFile,
+             "-2 -Y 'frame.packet_flags_direction == 2 && usb4ctl.pdf == 1' -T fields -e usb4ctl.answer_in");
   EXPECT_NE(requests, "");
   EXPECT_EQ(requests.find("\n\n"), std::string::npos) << "a request without an answer: " << requests;
 }

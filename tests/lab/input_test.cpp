@@ -59,7 +59,7 @@ TEST(ScenarioInput, EachMistakeIsOneLineWithItsPlace) {
       {"[[expect]]\npower = \"D2\"\n", "2:9: unknown power \"D2\" (did you mean \"D0\"?)"},
       {"[[expect]]\nrouters = \"one\"\n", "2:11: routers must be a number, not text"},
       {"name = \"x\"\nname = \"y\"\n",
-       "2:1: Error while parsing key-value pair: cannot redefine existing string 'name' as string"},
+       "2:8: Error while parsing key-value pair: cannot redefine existing string 'name'"},
   };
   for (const auto& test : kCases) EXPECT_EQ(Complaint(test.text), test.complaint) << test.text;
 }

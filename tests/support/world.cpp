@@ -6,6 +6,7 @@
 
 #include "lab/run.h"
 #include "lab/tree.h"
+#include "lab/waivers.h"
 #include "tests/support/topology_text.h"
 
 namespace tests {
@@ -49,9 +50,9 @@ lab::MachineConfig ConfigFor(const TopologyText& topology, const WorldOptions& o
     controller.name = router.name;
     controller.model = router.model;
     controller.parameters = options.registry;
+    if (options.configure) options.configure(controller);
     host.controllers.push_back(controller);
   }
-  if (options.configure) options.configure(host.controllers.at(0));
   return config;
 }
 
@@ -143,7 +144,8 @@ void World::Quiet(platform::Time within) {
 
 std::string World::TakeProtocolErrors() {
   std::string text;
-  for (const sim::ProtocolError& error : fabric().errors().list()) text += error.text + "\n";
+  for (const sim::ProtocolError& error : lab::UnwaivedErrors(fabric().errors().list(), faults().Fired()))
+    text += error.text + "\n";
   fabric().errors().Clear();
   return text;
 }

@@ -25,7 +25,7 @@ struct WorldOptions {
   std::optional<std::uint64_t> seed = CurrentSeed();
   std::optional<platform::Policy> policy;                 // else the one that the seed stands for
   std::map<std::string, std::uint32_t> registry;          // below the device-parameters key
-  std::function<void(lab::ControllerConfig&)> configure;  // anything else about the first controller
+  std::function<void(lab::ControllerConfig&)> configure;  // anything else, asked for each controller
 };
 
 class World {
