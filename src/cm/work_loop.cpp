@@ -48,7 +48,7 @@ void HandleAndFree(DEVICE_EXTENSION* context, USB4_EVENT_NODE* node) {
 
 // A domain without tunnels and without a peer needs nothing from the device until the next event.
 void RestIfIdle(DEVICE_EXTENSION* context, USB4_DOMAIN* domain) {
-  if (domain->TunnelCount.Load() == 0 && domain->IdleStopped.Load() != 0 && context->XDomain == nullptr) {
+  if (domain->TunnelCount.Load() == 0 && PowerReferenceIsHeld(domain) && context->XDomain == nullptr) {
     LetDeviceIdle(domain);
   }
 }

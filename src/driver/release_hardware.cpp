@@ -10,6 +10,7 @@
 #include "include/device_context.h"
 #include "include/status.h"
 #include "include/trace.h"
+#include "include/wait.h"
 #include "xdomain/host_properties.h"
 
 namespace {
@@ -18,6 +19,7 @@ namespace {
 void TearDownDomain(DEVICE_EXTENSION* context) {
   USB4_DOMAIN* domain = context->Domain;
   context->GenericWorkReady.Set(false);
+  SetEvent(domain->BusEvent);  // nobody starts the bus any more: a run that waits for it need not wait out its time
   DeleteSharedWorkItems(context);
   if (domain->ControlChannel != nullptr) KivUsb4CtlStop(domain->ControlChannel);
   const USB4_HOST_INTERFACE* hostInterface = context->HostInterface;

@@ -1,4 +1,5 @@
-// IdleStopped and ReferenceTaken change by exchange only, so that each set of the one pairs with one reference.
+// The domain's power reference: one word whose every change is a compare-exchange, so that each grant of the framework
+// is given back once however takers and givers meet.
 #include "hostif/power.h"
 
 #include "include/status.h"
@@ -10,8 +11,22 @@ DEVICE_EXTENSION* ContextOf(const USB4_DOMAIN* domain) {
   return DeviceContextOf(domain->HostInterface->Device);
 }
 
-void ReturnGrantedReference(USB4_DOMAIN* domain) {
-  if (domain->ReferenceTaken.Exchange(0) != 0) WdfDeviceResumeIdle(domain->HostInterface->Device);
+// The word of a reference that is being taken becomes `settled`, unless somebody has given it back meanwhile: then it
+// becomes none. True when it settled.
+bool Settle(AtomicLong& reference, LONG settled) {
+  for (;;) {
+    if (reference.ChangeFrom(kReferenceBeingTaken, settled)) return true;
+    if (reference.ChangeFrom(kReferenceUnwanted, kReferenceNone)) return false;
+  }
+}
+
+// True when it is the caller who must ask the framework. A reference that somebody is about to let go of is taken over.
+bool BeginTaking(AtomicLong& reference) {
+  for (;;) {
+    const LONG state = reference.Load();
+    if (state != kReferenceNone && state != kReferenceUnwanted) return false;
+    if (reference.ChangeFrom(state, kReferenceBeingTaken)) return state == kReferenceNone;
+  }
 }
 
 }  // namespace
@@ -34,23 +49,33 @@ NTSTATUS USB4SetIdleAndWakeSettings(DEVICE_EXTENSION* context, ULONG idleTimeout
 
 void TakePowerReference(USB4_DOMAIN* domain, POWER_REFERENCE_REQUEST request) {
   DEVICE_EXTENSION* context = ContextOf(domain);
-  if (context == nullptr || !domain->IdleStopped.ChangeFrom(0, 1)) return;
+  if (context == nullptr || !BeginTaking(domain->IdleStopped)) return;
   const bool wait = request.WaitForD0 && context->Suspending.Load() == 0;
   const NTSTATUS status = WdfDeviceStopIdle(context->Device, wait ? TRUE : FALSE);
-  if (!NT_SUCCESS(status)) {
-    TraceWarning("the device may idle", "status", status);
-    if (request.OnlyIfGranted) domain->IdleStopped.Store(0);
+  if (NT_SUCCESS(status)) {
+    if (!Settle(domain->IdleStopped, kReferenceHeld)) WdfDeviceResumeIdle(context->Device);
     return;
   }
-  domain->ReferenceTaken.Store(1);
-  // Given back by somebody else while it was being taken: the grant came too late for him to see it.
-  if (domain->IdleStopped.Load() == 0) ReturnGrantedReference(domain);
+  TraceWarning("the device may idle", "status", status);
+  IgnoreResult(Settle(domain->IdleStopped, request.OnlyIfGranted ? kReferenceNone : kReferenceRefused));
+}
+
+bool PowerReferenceIsHeld(USB4_DOMAIN* domain) {
+  const LONG state = domain->IdleStopped.Load();
+  return state != kReferenceNone && state != kReferenceUnwanted;
 }
 
 bool GiveBackPowerReference(USB4_DOMAIN* domain) {
-  if (domain->IdleStopped.Exchange(0) == 0) return false;
-  ReturnGrantedReference(domain);
-  return true;
+  AtomicLong& reference = domain->IdleStopped;
+  while (PowerReferenceIsHeld(domain)) {
+    if (reference.ChangeFrom(kReferenceHeld, kReferenceNone)) {
+      WdfDeviceResumeIdle(domain->HostInterface->Device);
+      return true;
+    }
+    if (reference.ChangeFrom(kReferenceBeingTaken, kReferenceUnwanted)) return true;
+    if (reference.ChangeFrom(kReferenceRefused, kReferenceNone)) return true;
+  }
+  return false;
 }
 
 void LetDeviceIdle(USB4_DOMAIN* domain) {

@@ -26,11 +26,8 @@ struct USB4_DOMAIN {
   SharedFlag Started;         // hot-plug events are handled only while it is set
   SharedFlag DisplayRestore;
   SharedFlag RuntimeIdle;  // the last power-down had no system power action
-  // A power reference on the device is held. IdleStopped is what callers test and change, by exchange; ReferenceTaken
-  // remembers that the framework granted one, since only a granted one may be given back.
-  AtomicLong IdleStopped;
-  AtomicLong ReferenceTaken;
-  KEVENT BusEvent;  // set when the bus has started, or has failed to
+  AtomicLong IdleStopped;  // how the domain's power reference on the device stands, kReference...; hostif/power.h
+  KEVENT BusEvent;         // set when the bus has started, or has failed to
   std::uint8_t Usb3TunnelSupported;
   std::uint8_t PcieTunnelSupported;
   char* ComputerName;  // NUL-terminated
