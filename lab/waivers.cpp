@@ -23,6 +23,8 @@ std::vector<ProtocolWaiver> KnownProtocolWaivers() {
        "a router whose TMU capability could not be read is taken to have it at offset 0, where the header stands"},
       {"of router dword 3 changed",
        "a router whose TMU capability could not be read is taken to have it at offset 0, where the header stands"},
+      {"write to unknown adapter dword 19",
+       "a port whose USB4 port capability could not be read is marked configured all the same, at the mark's offset"},
   };
 }
 
