@@ -180,5 +180,26 @@ WORLD_TEST(Link, AnUnpluggedRouterIsNotAsked) {
   EXPECT_EQ(hub.bench.Requests(), "");
 }
 
+TEST(LaneBonding, AFailingParentSideTakesTheRoutersSideBack) {
+  Bench bench("H1:1 - D1:1");
+  bench.StartQuietly();
+  bench.WithRouter(1, [](USB4_SWITCH& router) { KivUsb4SwitchLaneBondingDisable(&router); });
+  bench.Pass(platform::kSecond);
+  EXPECT_EQ(bench.adapter("D1:1").negotiatedWidth(), 1u);
+  EXPECT_EQ(bench.Routers(), "0 gen4\n1 gen4 20G single\n");
+  bench.WithRouter(1, [&bench](USB4_SWITCH& router) {
+    // Possible, two widths, lane 1 up; the router's two lanes asked and changed, 3 accesses each; the parent's change
+    // is refused at its write.
+    bench.wire().ReplaceAnswer(13, [](const sim::ControlPacket& packet) {
+      return sim::ControlWire::Raw(sim::ErrorPacket(packet.Route(), 1, sim::ErrorCode::NoSuchAddress));
+    });
+    EXPECT_EQ(KivUsb4SwitchLaneBondingEnable(&router), -1);
+    EXPECT_EQ(router.Adapters[1].Bonded, 0);
+    EXPECT_EQ(router.Adapters[1].Remote->Bonded, 0);
+  });
+  EXPECT_EQ(bench.adapter("D1:1").targetWidth(), 1u);
+  EXPECT_EQ(bench.adapter("D1:2").targetWidth(), 1u);
+}
+
 }  // namespace
 }  // namespace tests

@@ -102,5 +102,16 @@ WORLD_TEST(Sleep, ARouterThatKeepsItsPlugEventsStaysAwakeWithAllBelowIt) {
   EXPECT_EQ(order, "1 0 ");
 }
 
+WORLD_TEST(Sleep, WakeReportsAreReadFromTheRouterAndItsLinksAndClearNothing) {
+  Bench bench("H1:1 - D1:1, D1:3 - D2:1");
+  bench.StartQuietly();
+  bench.adapter("D1:3").space().SetBits(0xAE, 1u << 18, 1u << 18);
+  bench.Requests();
+  bench.WithRouter(1, [](USB4_SWITCH& router) { Usb4SwitchCheckWakes(&router); });
+  EXPECT_EQ(bench.Requests(1),
+            "READ adapter=0 space=router offset=0x006 length=1 seq=0\n"
+            "READ adapter=3 space=adapter offset=0x0ae length=1 seq=0\n");
+}
+
 }  // namespace
 }  // namespace tests
