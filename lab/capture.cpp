@@ -1,8 +1,6 @@
 // Listens to the wire of each controller; ring 0 is the only one that carries control packets.
 #include "lab/capture.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 
 namespace lab {
@@ -28,7 +26,8 @@ Capture::Capture(const std::string& file, Machine& machine) : writer_(file) {
 void Capture::Comment(const LiveEvent& event) {
   const auto named = std::find(names_.begin(), names_.end(), event.where);
   const auto interface = named == names_.end() ? 0 : static_cast<std::uint32_t>(named - names_.begin());
-  writer_.Comment(interface, event.when, fmt::format("{}: {} {}", event.where, event.event, event.effect));
+  const std::string where = event.where.empty() ? "" : event.where + ": ";
+  writer_.Comment(interface, event.when, where + event.event + " " + event.effect);
 }
 
 }  // namespace lab
