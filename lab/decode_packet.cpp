@@ -1,18 +1,26 @@
-// Guesses what it must (type, whether a CRC follows), checks what can be checked, names every bit.
+// Guesses what it must (type, whether a CRC follows), checks what can be checked, names every bit. Fields, route and
+// CRC are the driver's own code: what it makes of a packet is what this says.
 #include "lab/decode_packet.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 
+#include "hostif/control_packet.h"
+#include "hostif/crc32c.h"
 #include "sim/control_packet.h"
 
 namespace lab {
 namespace {
 
 constexpr std::size_t kHeaderWords = 3;
-constexpr std::uint32_t kUpHeader = 0x200;  // bits 31:22 of the first word of what a router sends
-constexpr unsigned kRead = 1, kWrite = 2, kNotification = 3, kHotPlug = 5, kRequest = 6, kResponse = 7;
+constexpr std::uint32_t kUpHeader = kReceivedRouteMark;
+constexpr unsigned kRead = USB4_PDF_READ, kWrite = USB4_PDF_WRITE, kNotification = USB4_PDF_NOTIFICATION,
+                   kHotPlug = USB4_PDF_HOT_PLUG, kRequest = USB4_PDF_XDOMAIN_REQUEST,
+                   kResponse = USB4_PDF_XDOMAIN_RESPONSE;
+// Bits that a router leaves clear in an error word and in an event word.
+constexpr std::uint32_t kErrorZero = ErrorWord::Zero1::kMask | ErrorWord::Zero2::kMask | ErrorWord::Zero3::kMask;
+constexpr std::uint32_t kEventZero = ~(HotplugWord::Adapter::kMask | HotplugWord::Unplug::kMask);
 constexpr std::uint32_t kAcknowledgeCode = 7;
 
 enum class CrcState { Good, Bad, Absent };
@@ -26,7 +34,7 @@ struct Packet {
   bool guessed = false;
 
   std::uint32_t Word(std::size_t i) const { return i < words.size() ? words[i] : 0; }
-  sim::AddressWord Address() const { return sim::AddressWord::Decode(Word(2)); }
+  std::uint32_t Length() const { return USB4_CFG_ADDRESS::Length::Get(Word(2)); }
 };
 
 std::vector<std::uint32_t> ToWords(std::span<const std::uint8_t> bytes) {
@@ -41,19 +49,18 @@ std::vector<std::uint32_t> ToWords(std::span<const std::uint8_t> bytes) {
 unsigned GuessPdf(const Packet& packet) {
   const std::uint32_t word = packet.Word(2);
   if (!packet.up && (word & 0xFF) == kAcknowledgeCode && (word >> 31) != 0) return kNotification;
-  if (packet.up && (word & 0x7FFFFFC0) == 0) return kHotPlug;
-  if (packet.up && (word & 0x3FFFC0F0) == 0) return kNotification;
+  if (packet.up && (word & kEventZero) == 0) return kHotPlug;
+  if (packet.up && (word & kErrorZero) == 0) return kNotification;
   // With data, the length says how many dwords follow, and perhaps a CRC; without, only a CRC can.
   const std::size_t more = packet.words.size() - std::min(packet.words.size(), kHeaderWords);
-  const std::size_t length = packet.Address().length;
+  const std::size_t length = packet.Length();
   const bool hasData = more > 1 || (more == 1 && length <= 1);
   return hasData == packet.up ? kRead : kWrite;
 }
 
 std::size_t ExpectedWords(const Packet& packet) {
   const bool hasData = (packet.pdf == kRead) == packet.up;
-  return packet.pdf == kRead || packet.pdf == kWrite ? kHeaderWords + (hasData ? packet.Address().length : 0)
-                                                     : kHeaderWords;
+  return packet.pdf == kRead || packet.pdf == kWrite ? kHeaderWords + (hasData ? packet.Length() : 0) : kHeaderWords;
 }
 
 bool FixedSize(unsigned pdf) {
@@ -64,11 +71,11 @@ bool FixedSize(unsigned pdf) {
 Packet Parse(const HexLine& line) {
   Packet packet;
   packet.words = ToWords(line.bytes);
-  packet.up = (packet.Word(0) >> 22) == kUpHeader;
+  packet.up = RouteHighWord::Mark::Get(packet.Word(0)) == kUpHeader;
   const std::span<const std::uint8_t> bytes(line.bytes);
   if (packet.words.size() > 1) {
     packet.crcFound = packet.words.back();
-    packet.crcComputed = sim::Crc32c(bytes.first(4 * (packet.words.size() - 1)));
+    packet.crcComputed = Crc32c(bytes.data(), 4 * (packet.words.size() - 1));
   }
   const std::vector<std::uint32_t> all = packet.words;
   const bool fits = packet.words.size() > kHeaderWords && packet.crcFound == packet.crcComputed;
@@ -144,8 +151,8 @@ class Explanation {
   }
 
   void Header() {
-    const std::uint32_t bits = packet_.Word(0) >> 22;
-    const std::uint64_t route = std::uint64_t{packet_.Word(0) & 0x3FFFFF} << 32 | packet_.Word(1);
+    const std::uint32_t bits = RouteHighWord::Mark::Get(packet_.Word(0));
+    const USB4_ROUTE route = Usb4CfgParseRoute({packet_.Word(0), packet_.Word(1)});
     Field("route", "{:x}", route);
     Field("header bits", "0x{:03x} ({})", bits,
           bits == kUpHeader ? "from a router"
@@ -155,15 +162,18 @@ class Explanation {
   }
 
   void Access() {
-    const sim::AddressWord address = packet_.Address();
-    Field("address word", "0x{:08x}", packet_.Word(2));
-    Field("offset", "0x{:x} (dwords)", address.offset);
-    Field("length", "{} dwords", address.length);
-    Field("adapter", "{}", address.adapter);
-    Field("space", "{} ({})", static_cast<unsigned>(address.space), sim::SpaceName(address.space));
-    Field("sequence", "{}", address.sequence);
-    if (address.reserved != 0) Fault("reserved bits 31:29 of the address word are {}", address.reserved);
-    if (address.length == 0) Fault("a length of 0 dwords");
+    using Address = USB4_CFG_ADDRESS;
+    const std::uint32_t word = packet_.Word(2);
+    const std::uint32_t space = Address::Space::Get(word);
+    Field("address word", "0x{:08x}", word);
+    Field("offset", "0x{:x} (dwords)", Address::Offset::Get(word));
+    Field("length", "{} dwords", packet_.Length());
+    Field("adapter", "{}", Address::Adapter::Get(word));
+    Field("space", "{} ({})", space, sim::SpaceName(static_cast<sim::Space>(space)));
+    Field("sequence", "{}", Address::Sequence::Get(word));
+    if (Address::Reserved::Get(word) != 0)
+      Fault("reserved bits 31:29 of the address word are {}", Address::Reserved::Get(word));
+    if (packet_.Length() == 0) Fault("a length of 0 dwords");
     if (packet_.words.size() != ExpectedWords(packet_))
       Fault("{} dwords of data where the length asks for {}", packet_.words.size() - kHeaderWords,
             ExpectedWords(packet_) - kHeaderWords);
@@ -171,7 +181,7 @@ class Explanation {
   }
 
   void Data(std::size_t from) {
-    const std::uint32_t offset = packet_.pdf <= kWrite ? packet_.Address().offset : 0;
+    const std::uint32_t offset = packet_.pdf <= kWrite ? USB4_CFG_ADDRESS::Offset::Get(packet_.Word(2)) : 0;
     for (std::size_t i = from; i < packet_.words.size(); ++i)
       out_.fields.emplace_back(fmt::format("dword 0x{:x}", offset + i - from),
                                fmt::format("0x{:08x}", packet_.words[i]));
@@ -179,16 +189,16 @@ class Explanation {
 
   void Notification() {
     const std::uint32_t word = packet_.Word(2);
-    const std::uint32_t code = packet_.up ? word & 0xF : word & 0xFF;
+    const std::uint32_t code = packet_.up ? ErrorWord::Code::Get(word) : PlugAckWord::Code::Get(word);
     Field(packet_.up ? "error word" : "acknowledgement", "0x{:08x}", word);
     Field("code", "{} ({})", code, sim::ErrorName(code));
-    Field("adapter", "{}", word >> 8 & 0x3F);
+    Field("adapter", "{}", ErrorWord::Adapter::Get(word));
     CheckSize();
     if (packet_.up) {
-      if ((word & 0x3FFFC0F0) != 0) Fault("reserved bits of the error word: 0x{:08x}", word & 0x3FFFC0F0);
+      if ((word & kErrorZero) != 0) Fault("reserved bits of the error word: 0x{:08x}", word & kErrorZero);
       return;
     }
-    const std::uint32_t plug = word >> 30;
+    const std::uint32_t plug = PlugAckWord::Plug::Get(word);
     Field("plug bits", "{} ({})", plug, plug == 3 ? "unplug" : plug == 2 ? "plug" : "wrong");
     if (plug < 2) Fault("an acknowledgement says plug (2) or unplug (3), not {}", plug);
     if (code != kAcknowledgeCode) Fault("an acknowledgement has code 7, not {}", code);
@@ -197,9 +207,9 @@ class Explanation {
   void HotPlug() {
     const std::uint32_t word = packet_.Word(2);
     Field("event word", "0x{:08x}", word);
-    Field("adapter", "{}", word & 0x3F);
-    Field("event", "{}", word >> 31 != 0 ? "unplug" : "plug");
-    if ((word & 0x7FFFFFC0) != 0) Fault("reserved bits of the event word: 0x{:08x}", word & 0x7FFFFFC0);
+    Field("adapter", "{}", HotplugWord::Adapter::Get(word));
+    Field("event", "{}", HotplugWord::Unplug::Get(word) != 0 ? "unplug" : "plug");
+    if ((word & kEventZero) != 0) Fault("reserved bits of the event word: 0x{:08x}", word & kEventZero);
     CheckSize();
     if (!packet_.up) Fault("a hot-plug event comes from a router, header bits 0x200");
   }
