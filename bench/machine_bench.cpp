@@ -38,7 +38,15 @@ class Started {
     machine_.Start();
   }
   ~Started() { machine_.RemoveAndUnload(); }
-  void InDriver(const std::function<void(DEVICE_EXTENSION&)>& body) { ran_ = machine_.InDriver({}, body); }
+  // Holds the device meanwhile: a loop may take longer than the idle time-out.
+  void InDriver(const std::function<void(DEVICE_EXTENSION&)>& body) {
+    machine_.InDriver({}, [&](DEVICE_EXTENSION& context) {
+      if (!NT_SUCCESS(WdfDeviceStopIdle(context.Device, FALSE))) return;
+      body(context);
+      WdfDeviceResumeIdle(context.Device);
+      ran_ = true;
+    });
+  }
   bool ran() const { return ran_; }
 
  private:
