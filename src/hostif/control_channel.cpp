@@ -103,6 +103,7 @@ void KivUSB4CtlFree(USB4_CTL* channel) {
 }
 
 void KivUsb4CtlStart(USB4_CTL* channel) {
+  KivAssert(!channel->Running.IsSet());  // its packets are posted: a second post would tie the ring's list into a knot
   Usb4RingStart(channel->TransmitRing);
   Usb4RingStart(channel->ReceiveRing);
   for (USB4_CTL_PKG* packet : channel->ReceivePackets) {
