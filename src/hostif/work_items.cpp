@@ -82,6 +82,7 @@ void KivUsb4FlushOrFreeWorkItem(DEVICE_EXTENSION* context, bool) {
       context->WorkItemQueued.Store(0);
     }
   }
+  MutexGuard guard(context->WorkListMutex);
   context->QueuedEventCount = 0;
 }
 

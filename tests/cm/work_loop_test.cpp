@@ -6,7 +6,7 @@
 #include "hostif/notifications.h"
 #include "hostif/run_abort.h"
 #include "hostif/work_items.h"
-#include "tests/support/world.h"
+#include "tests/support/step_log.h"
 #include "topology/device_list.h"
 
 namespace {
@@ -95,10 +95,12 @@ WORLD_TEST(WorkLoop, TakesNothingWhileAPowerDownRuns) {
   world.Start();
   world.Quiet();
   world.InDevice([](DEVICE_EXTENSION& context) { context.Suspending.Store(1); });
+  tests::StepLog log(world, {"driver: hot-plug event queued", "begin EvtWorkItem"});
   world.Wire();
   for (std::uint32_t adapter = 1; adapter < 7; ++adapter) world.wire().Inject(HotPlugWord(adapter));
   world.Pass(100 * kMillisecond);
   EXPECT_EQ(Acknowledgements(world.Wire()), "");
+  EXPECT_EQ(log.Take(), "") << "not even queued";
   world.InDevice([](DEVICE_EXTENSION& context) {
     EXPECT_TRUE(context.Events().IsEmpty());
     EXPECT_EQ(context.WorkItemQueued.Load(), 0);

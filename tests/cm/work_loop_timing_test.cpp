@@ -3,6 +3,8 @@
 // and the driver's own trace.
 #include <gtest/gtest.h>
 
+#include "hostif/notifications.h"
+#include "hostif/run_abort.h"
 #include "tests/support/step_log.h"
 #include "topology/device_list.h"
 
@@ -35,6 +37,28 @@ WORLD_TEST(WorkLoopTiming, AnEventAtTheEndOfARunIsHandledToo) {
     EXPECT_EQ(Count(wire, "-> ACK route=0 adapter=3 plug"), 1u) << offset << " us";
     EXPECT_EQ(Count(wire, "-> ACK route=0 adapter=4 unplug"), 1u) << offset << " us";
   }
+}
+
+// The same between any two steps of the run, without time passing: the producer counts steps instead.
+WORLD_TEST(WorkLoopTiming, AnEventBetweenTheLastLookAndTheEndIsHandledToo) {
+  World world;
+  world.Start();
+  world.Quiet();
+  platform::RandomStream& random = world.simulation().Random("test.steps");
+  world.InDevice([&](DEVICE_EXTENSION& context) {
+    for (int round = 0; round < 200; ++round) {
+      KivUsb4QueueHotplug(context.Domain, {.Route = 0, .Adapter = 3, .Unplug = false});
+      // Each look is a step; the run goes on beside them, first to take the event, then to its end.
+      for (unsigned looks = 0; context.QueuedEventCount != 0 && looks < 2000; ++looks) context.WorkItemQueued.Load();
+      for (std::uint64_t steps = random.Below(150); steps > 0; --steps) context.WorkItemQueued.Load();
+      KivUsb4QueueHotplug(context.Domain, {.Route = 0, .Adapter = 4, .Unplug = true});
+      SleepMs(context.Domain, 30);
+      if (!context.Events().IsEmpty()) {
+        ADD_FAILURE() << "round " << round << ": an event was left on the list";
+        return;
+      }
+    }
+  });
 }
 
 WORLD_TEST(WorkLoopTiming, EventsOfOneBurstAreOneRunInOrder) {

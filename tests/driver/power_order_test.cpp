@@ -77,6 +77,32 @@ WORLD_TEST(PowerOrder, EachTransitionInItsOrder) {
   EXPECT_TRUE(removal.ends_with(kRemoval)) << removal;
 }
 
+// What an earlier start or run has signalled must not let a later wait through.
+WORLD_TEST(PowerOrder, APowerDownTakesBackEverySignal) {
+  World world;
+  world.Start();
+  world.Quiet();
+  const auto signalled = [&world] {
+    std::string found;
+    world.InDevice([&](DEVICE_EXTENSION& context) {
+      LARGE_INTEGER now{};
+      for (KEVENT* event : {&context.Domain->BusEvent, &context.WorkDoneEvent})
+        found += KeWaitForSingleObject(event, Executive, KernelMode, FALSE, &now) == 0 ? "signalled " : "clear ";
+    });
+    return found;
+  };
+  EXPECT_EQ(signalled(), "signalled clear ") << "the start has signalled";
+  world.InDevice([](DEVICE_EXTENSION& context) {
+    KeSetEvent(&context.Domain->BusEvent, 0, FALSE);
+    KeSetEvent(&context.WorkDoneEvent, 0, FALSE);
+  });
+  world.Sleep();
+  EXPECT_EQ(signalled(), "clear clear ");
+  world.Resume();
+  world.Quiet();
+  EXPECT_EQ(signalled(), "signalled clear ");
+}
+
 struct OddCase {
   const char* what;
   std::function<NTSTATUS(WDFDEVICE)> call;
