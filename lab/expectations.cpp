@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "lab/tree.h"
+
 namespace lab {
 namespace {
 
@@ -39,11 +41,11 @@ const char* StateName(platform::PnpState state) {
 class Comparison {
  public:
   explicit Comparison(std::string where) : where_(std::move(where)) {}
-  void Text(const char* what, const std::optional<std::string>& wanted, const std::string& found) {
+  void Text(const std::string& what, const std::optional<std::string>& wanted, const std::string& found) {
     if (wanted && *wanted != found)
       lines_.push_back(fmt::format("{}: {} is {}, expected {}", where_, what, found, *wanted));
   }
-  void Number(const char* what, const std::optional<std::int64_t>& wanted, std::int64_t found) {
+  void Number(const std::string& what, const std::optional<std::int64_t>& wanted, std::int64_t found) {
     if (wanted && *wanted != found)
       lines_.push_back(fmt::format("{}: {} is {}, expected {}", where_, what, found, *wanted));
   }
@@ -53,6 +55,32 @@ class Comparison {
   std::string where_;
   std::vector<std::string> lines_;
 };
+
+std::string NameOf(const RouterView& router) {
+  if (!router.vendorName || !router.deviceName) return router.vendorName.value_or("") + router.deviceName.value_or("");
+  return *router.vendorName + " " + *router.deviceName;
+}
+
+std::string ModelAt(Machine& machine, Place place, std::uint64_t route) {
+  const sim::Router* host = machine.fabric().Find(HostRouterName(machine.config(), place));
+  const sim::Router* router = host == nullptr ? nullptr : machine.fabric().AtRoute(*host, route);
+  return router == nullptr ? "none" : router->model().name;
+}
+
+void CompareRouter(Comparison& comparison, const Expectation& expectation, Machine& machine, const DomainView& domain) {
+  const auto found = std::find_if(domain.routers.begin(), domain.routers.end(),
+                                  [&](const RouterView& router) { return router.route == expectation.route; });
+  const bool present = found != domain.routers.end();
+  const std::string what = fmt::format("router {:x}", expectation.route);
+  comparison.Text(what, expectation.present ? "present" : "absent", present ? "present" : "absent");
+  if (!present || !expectation.present) return;
+  comparison.Text(what + " name", expectation.routerName, NameOf(*found));
+  comparison.Text(what + " model", expectation.model, ModelAt(machine, expectation.place, expectation.route));
+  comparison.Text(what + " link", expectation.link, found->link ? LinkText(*found->link) : "none");
+  comparison.Text(what + " tmu", expectation.tmu, found->tmu.value_or("none"));
+  comparison.Number(what + " generation", expectation.generation, found->generation);
+  comparison.Number(what + " adapters", expectation.adapters, static_cast<std::int64_t>(found->adapters.size()));
+}
 
 std::optional<std::string> Hex(const std::optional<platform::Status>& status) {
   return status ? std::optional(fmt::format("0x{:08X}", static_cast<std::uint32_t>(*status))) : std::nullopt;
@@ -73,11 +101,11 @@ std::vector<std::string> Mismatches(const Expectation& expectation, Machine& mac
     if (std::find(all.begin(), all.end(), *expectation.interface) == all.end())
       comparison.Text("interface", expectation.interface, all.empty() ? "none" : all.front());
   }
-  if (expectation.routers || expectation.adapters) {
+  if (expectation.routers || expectation.adapters || expectation.aboutRouter) {
     const DomainView domain = machine.Domain(place);
     comparison.Number("routers", expectation.routers, static_cast<std::int64_t>(domain.routers.size()));
-    comparison.Number("adapters", expectation.adapters,
-                      domain.routers.empty() ? 0 : static_cast<std::int64_t>(domain.routers.front().adapters.size()));
+    // Without a route, what is said about a router is about the host's.
+    if (expectation.adapters || expectation.aboutRouter) CompareRouter(comparison, expectation, machine, domain);
   }
   return comparison.lines();
 }

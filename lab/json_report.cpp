@@ -43,7 +43,7 @@ Json Router(const RouterView& router) {
   if (router.link)
     json["link"] =
         Json{{"speedGbps", router.link->speedGbps}, {"lanes", router.link->lanes}, {"bonded", router.link->bonded}};
-  json["tmu"] = nullptr;
+  json["tmu"] = Text(router.tmu);
   return json;
 }
 

@@ -48,6 +48,19 @@ std::vector<std::string> HostModelNames() {
   return names;
 }
 
+std::vector<std::string> DeviceModelNames() {
+  std::vector<std::string> names;
+  for (const std::string& name : sim::ModelNames())
+    if (!sim::FindModel(name)->host) names.push_back(name);
+  return names;
+}
+
+std::string HostRouterName(const MachineConfig& config, Place place) {
+  const HostConfig& host = config.hosts[place.host];
+  const std::string& name = host.controllers[place.controller].name;
+  return config.hosts.size() == 1 ? name : host.name + "/" + name;
+}
+
 Machine::Machine(MachineConfig config)
     : config_(std::move(config)), simulation_(config_.simulation), fabric_(std::make_unique<sim::Fabric>(simulation_)) {
   simulation_.waivers() = KnownWaivers();
@@ -59,6 +72,8 @@ Machine::Machine(MachineConfig config)
     hosts_.back().controllers.resize(config_.hosts[host].controllers.size());
     for (std::size_t i = 0; i < hosts_.back().controllers.size(); ++i) BuildController({host, i});
   }
+  for (const RouterConfig& router : config_.routers) fabric_->AddRouter(router.model, router.name);
+  for (const CableConfig& cable : config_.cables) fabric_->Connect(cable.first, cable.second, cable.options);
 }
 
 Machine::~Machine() = default;
@@ -66,10 +81,6 @@ Machine::~Machine() = default;
 std::string Machine::DomainName(Place place) const {
   const HostConfig& host = config_.hosts[place.host];
   return host.name + "/" + host.controllers[place.controller].name;
-}
-
-std::string Machine::RouterName(Place place) const {
-  return config_.hosts.size() == 1 ? config_.hosts[0].controllers[place.controller].name : DomainName(place);
 }
 
 std::vector<Place> Machine::Places() const {

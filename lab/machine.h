@@ -25,6 +25,9 @@ struct Place {
   std::size_t controller = 0;
 };
 
+// What the router of a controller is called on cables: the controller's name, "host/H1" where there are several hosts.
+std::string HostRouterName(const MachineConfig& config, Place place);
+
 class Machine {
  public:
   // Builds the hardware; nothing runs yet. A topology that cannot exist throws sim::TopologyError.
@@ -66,8 +69,10 @@ class Machine {
   // --- looking into the driver: `look` runs on a PASSIVE_LEVEL task of the controller's kernel
   // False when the device has no context (not started, or removed); then `look` was not called.
   bool InDriver(Place place, const std::function<void(DEVICE_EXTENSION&)>& look);
-  // Copies the domain under its topology lock.
+  // Copies the domain as its device list shows it.
   DomainView Domain(Place place = {});
+  // Reads every register that the driver knows of every router and adapter of `view` over ring 0, as the driver does.
+  void ReadRegisters(Place place, DomainView& view);
 
  private:
   struct Controller {
@@ -83,7 +88,7 @@ class Machine {
   };
   Controller& At(Place place) { return hosts_[place.host].controllers[place.controller]; }
   const Controller& At(Place place) const { return hosts_[place.host].controllers[place.controller]; }
-  std::string RouterName(Place place) const;
+  std::string RouterName(Place place) const { return HostRouterName(config_, place); }
   void BuildController(Place place);
   void StartController(Place place);
 

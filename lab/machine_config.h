@@ -1,4 +1,5 @@
-// What a machine is made of, as data: hosts, their controllers, registry and timing. Filled by scenarios and by tests.
+// What a machine is made of, as data: hosts, their controllers, what hangs on their cables, registry and timing. Filled
+// by scenarios and by tests.
 #pragma once
 #include <cstdint>
 #include <map>
@@ -8,6 +9,7 @@
 
 #include "platform/host/host_kernel.h"
 #include "platform/host/simulation.h"
+#include "sim/link.h"
 
 namespace lab {
 
@@ -29,12 +31,28 @@ struct HostConfig {
   std::vector<ControllerConfig> controllers{ControllerConfig{}};
 };
 
+// A router that is no host.
+struct RouterConfig {
+  std::string name;  // unique among all routers of the machine
+  std::string model;
+};
+
+// Ports as "D1:3": router name and lane adapter. The cable was there before the machine was switched on.
+struct CableConfig {
+  std::string first, second;
+  sim::CableOptions options;
+};
+
 struct MachineConfig {
   std::vector<HostConfig> hosts{HostConfig{}};
+  std::vector<RouterConfig> routers;
+  std::vector<CableConfig> cables;
   platform::SimulationOptions simulation;
 };
 
 // Names of the models that have a host interface, in name order.
 std::vector<std::string> HostModelNames();
+// Names of the other models, in name order.
+std::vector<std::string> DeviceModelNames();
 
 }  // namespace lab

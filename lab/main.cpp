@@ -68,6 +68,7 @@ lab::ExitCode RunCommand(Options& options) {
   }
   const lab::Console console = MakeConsole(options);
   const lab::Scenario scenario = lab::ReadScenario(options.files.front());
+  options.run.registers = options.verbosity > 1;
   lab::LiveEvents::Listener live;
   if (!options.json) {
     console.Out(console.Paint(lab::Style::Strong, scenario.name));
@@ -109,7 +110,7 @@ void AddRun(CLI::App& app, Options& options) {
   app.add_option("--stop-at", options.run.stopAtStep, "end at this scheduling choice");
   app.add_option("--pcapng", options.run.captureFile, "capture the control rings in this file");
   app.add_flag("--json", options.json, "one JSON document instead of text");
-  app.add_flag("-v", options.verbosity, "list adapters in the tree");
+  app.add_flag("-v", options.verbosity, "list adapters in the tree; -vv: registers too");
   AddColor(app, options);
 }
 

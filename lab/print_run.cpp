@@ -64,7 +64,7 @@ void PrintEvent(const Console& console, const LiveEvent& event) {
 void PrintReport(const Console& console, const RunReport& report, unsigned verbosity, const std::string& replay) {
   console.Out("");
   for (const DomainView& domain : report.domains) {
-    std::string tree = FormatTree(domain, verbosity > 0);
+    std::string tree = FormatTree(domain, verbosity);
     tree.pop_back();
     console.Out(tree);
   }

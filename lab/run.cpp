@@ -29,6 +29,8 @@ class Run {
   void Start();
   void PlayUntil(platform::Time end);
   void Play(const ScenarioEvent& event);
+  void PlayCable(const ScenarioEvent& event);
+  void ArmPackets();
   void Heal();
   void Judge(const Expectation& expectation);
   void JudgeEnd();
@@ -49,6 +51,7 @@ class Run {
   RunReport report_;
   platform::Time origin_ = 0;  // when the last controller had started
   bool stopReached_ = false;
+  unsigned packetEventsLeft_ = 0;
 };
 
 MachineConfig ConfigFor(const Scenario& scenario, const RunOptions& options) {
@@ -95,7 +98,20 @@ void Run::Pass(platform::Time until) {
   }
 }
 
+// These happen inside the machine, between two packets, from its first one on.
+void Run::ArmPackets() {
+  for (const ScenarioEvent& event : scenario_.events) {
+    if (event.packet == 0) continue;
+    ++packetEventsLeft_;
+    machine_.wire(event.place).AtPacket(event.packet, [this, &event] {
+      --packetEventsLeft_;
+      PlayCable(event);
+    });
+  }
+}
+
 void Run::Start() {
+  ArmPackets();
   machine_.Start();
   if (Over()) return;
   for (Place place : machine_.Places())
@@ -104,7 +120,18 @@ void Run::Start() {
   origin_ = machine_.simulation().Now();
 }
 
+void Run::PlayCable(const ScenarioEvent& event) {
+  try {
+    if (event.verb == Verb::Plug) machine_.fabric().Plug(event.cable.first, event.cable.second, event.cable.options);
+    if (event.verb == Verb::Unplug) machine_.fabric().Unplug(event.what);
+    if (event.verb == Verb::DropLink) machine_.fabric().DropLink(event.what, event.backAfter);
+  } catch (const sim::TopologyError& error) {
+    Fail(fmt::format("{}:{}:{}: {}", scenario_.file, event.line, event.column, error.what()));
+  }
+}
+
 void Run::Play(const ScenarioEvent& event) {
+  if (event.verb == Verb::Plug || event.verb == Verb::Unplug || event.verb == Verb::DropLink) return PlayCable(event);
   platform::HostKernel& kernel = machine_.kernel(event.place.host);
   const std::string& verb = VerbNames()[static_cast<std::size_t>(event.verb)];
   const bool wholeHost = event.verb == Verb::Sleep || event.verb == Verb::Hibernate || event.verb == Verb::Resume;
@@ -129,6 +156,10 @@ void Run::Play(const ScenarioEvent& event) {
       return kernel.SurpriseRemoveAsync(device);
     case Verb::Remove:
       return kernel.RemoveAsync(device);
+    case Verb::Plug:
+    case Verb::Unplug:
+    case Verb::DropLink:
+      return;
   }
 }
 
@@ -179,9 +210,13 @@ void Run::JudgeEnd() {
   const platform::Outcome outcome = machine_.WaitQuiet(kQuietWithin);
   Note(outcome);
   if (Over()) return;
+  if (packetEventsLeft_ != 0) Fail(fmt::format("{} events wait for a packet that never came", packetEventsLeft_));
   if (!machine_.Quiet())
     Fail(fmt::format("the machine is not quiet {} ms after the last event", kQuietWithin / platform::kMillisecond));
-  for (Place place : machine_.Places()) report_.domains.push_back(machine_.Domain(place));
+  for (Place place : machine_.Places()) {
+    report_.domains.push_back(machine_.Domain(place));
+    if (options_.registers && !Over()) machine_.ReadRegisters(place, report_.domains.back());
+  }
   for (const Expectation& expectation : scenario_.expectations)
     if (expectation.at == platform::kNever && !Over()) Judge(expectation);
 }

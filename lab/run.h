@@ -16,6 +16,7 @@ struct RunOptions {
   std::string faults = "none";
   std::uint64_t stopAtStep = 0;  // 0: never
   std::string captureFile;       // pcapng; empty: none
+  bool registers = false;        // read every register before the removal, for the tree
   bool events = true;            // collect what a person would see; campaigns do without
 };
 

@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 
 #include "lab/suggest.h"
 #include "lab/toml_reader.h"
+#include "lab/topology_input.h"
 
 namespace lab {
 namespace {
@@ -16,6 +18,7 @@ constexpr std::uint32_t kLargestHopCount = 1023;  // what the ten bits of the ca
 constexpr std::size_t kMostResources = 32;
 constexpr std::uint64_t kDefaultBarStart = 0x90000000;
 constexpr std::uint32_t kBarLength = 0x40000;
+constexpr platform::Time kDropTime = 300 * platform::kMillisecond;
 
 std::string Lower(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(),
@@ -119,16 +122,86 @@ Place ReadPlace(TableReader& table, const MachineConfig& machine) {
   return place;
 }
 
-ScenarioEvent ReadEvent(TableReader table, const MachineConfig& machine) {
+bool IsCableVerb(Verb verb) {
+  return verb == Verb::Plug || verb == Verb::Unplug || verb == Verb::DropLink;
+}
+
+void ReadMoment(TableReader& table, ScenarioEvent& event) {
+  const bool atPacket = table.Has("packet");
+  if (atPacket == table.Has("at")) table.Fail("at", atPacket ? "either at or packet, not both" : "at is missing");
+  event.at = table.Duration("at", platform::kNever);
+  if (!atPacket) return;
+  event.packet = static_cast<std::uint64_t>(table.Number("packet", 0, 1, 1'000'000'000));
+  if (!IsCableVerb(event.verb)) table.Fail("packet", "only plug, unplug and drop-link happen at a packet");
+}
+
+ScenarioEvent ReadEvent(TableReader& table, const MachineConfig& machine, TopologyInput& topology) {
   ScenarioEvent event;
-  if (!table.Has("at")) table.Fail("at", "at is missing");
-  event.at = table.Duration("at", 0);
   table.RequiredText("do");
   const std::string verb = table.Choice("do", VerbNames(), "");
   event.verb = static_cast<Verb>(std::find(VerbNames().begin(), VerbNames().end(), verb) - VerbNames().begin());
+  ReadMoment(table, event);
   event.place = ReadPlace(table, machine);
+  if (event.verb == Verb::Plug) event.cable = topology.ReadCable(table);
+  if (event.verb == Verb::Unplug || event.verb == Verb::DropLink) event.what = topology.ReadPlace(table);
+  if (event.verb == Verb::DropLink) event.backAfter = table.Duration("for", kDropTime);
+  event.line = table.source().line;
+  event.column = table.source().column;
   table.RejectUnknownKeys();
   return event;
+}
+
+// Plays the cable events on the plan of the topology in time order. What happens at a packet may come before or after
+// any other event, so then only names and ports can be judged in advance.
+void CheckCables(const std::vector<std::pair<ScenarioEvent, TableReader>>& events, TopologyInput& topology) {
+  for (const auto& [event, table] : events)
+    if (event.packet != 0) return;
+  for (const auto& [event, table] : events) {
+    if (event.verb == Verb::Plug) topology.Plug(table, event.cable);
+    if (event.verb == Verb::Unplug) topology.Unplug(table, event.what);
+    if (event.verb == Verb::DropLink) topology.RequireCable(table, event.what);
+  }
+}
+
+void ReadTopology(TableReader& table, Scenario& scenario) {
+  TopologyInput topology(scenario.machine);
+  for (TableReader& router : table.Tables("router")) {
+    scenario.machine.routers.push_back(topology.ReadRouter(router));
+    router.RejectUnknownKeys();
+  }
+  for (TableReader& link : table.Tables("link")) {
+    scenario.machine.cables.push_back(topology.ReadCable(link));
+    link.RejectUnknownKeys();
+    topology.Plug(link, scenario.machine.cables.back());
+  }
+  std::vector<std::pair<ScenarioEvent, TableReader>> events;
+  for (TableReader& event : table.Tables("event"))
+    events.emplace_back(ReadEvent(event, scenario.machine, topology), event);
+  std::stable_sort(events.begin(), events.end(), [](const auto& a, const auto& b) { return a.first.at < b.first.at; });
+  CheckCables(events, topology);
+  for (auto& [event, reader] : events) scenario.events.push_back(std::move(event));
+}
+
+std::uint64_t ReadRoute(TableReader& table) {
+  const std::string text = table.Text("route", "");
+  std::uint64_t route = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), route, 16);
+  if (error != std::errc() || end != text.data() + text.size() || route >> 63 != 0)
+    table.Fail("route", "route must be hex digits without 0x, one byte a level, such as \"301\"");
+  return route;
+}
+
+void ReadRouterExpectation(TableReader& table, Expectation& expectation) {
+  expectation.aboutRouter = table.Has("route");
+  if (expectation.aboutRouter) expectation.route = ReadRoute(table);
+  expectation.present = table.Flag("present", true);
+  if (table.Has("name")) expectation.routerName = table.Text("name", "");
+  if (table.Has("model")) expectation.model = table.Choice("model", sim::ModelNames(), "");
+  if (table.Has("link")) expectation.link = table.Text("link", "");
+  if (table.Has("tmu")) expectation.tmu = table.Text("tmu", "");
+  if (table.Has("generation")) expectation.generation = table.Number("generation", 0, 1, 4);
+  for (const char* key : {"present", "name", "model", "link", "tmu", "generation"})
+    if (table.Has(key) && !expectation.aboutRouter) table.Fail(key, fmt::format("{} needs the router's route", key));
 }
 
 Expectation ReadExpectation(TableReader table, const MachineConfig& machine) {
@@ -146,6 +219,7 @@ Expectation ReadExpectation(TableReader table, const MachineConfig& machine) {
   if (table.Has("interface")) expectation.interface = Lower(table.Text("interface", ""));
   if (table.Has("routers")) expectation.routers = table.Number("routers", 0, 0, 1000);
   if (table.Has("adapters")) expectation.adapters = table.Number("adapters", 0, 0, 63);
+  ReadRouterExpectation(table, expectation);
   table.RejectUnknownKeys();
   return expectation;
 }
@@ -154,7 +228,8 @@ Expectation ReadExpectation(TableReader table, const MachineConfig& machine) {
 
 const std::vector<std::string>& VerbNames() {
   static const std::vector<std::string> kNames = {"sleep",   "hibernate", "resume",          "wake",
-                                                  "disable", "enable",    "surprise-remove", "remove"};
+                                                  "disable", "enable",    "surprise-remove", "remove",
+                                                  "plug",    "unplug",    "drop-link"};
   return kNames;
 }
 
@@ -172,12 +247,10 @@ Scenario ReadScenario(const std::string& file) {
       if (other.name == host.name) hosts[i].Fail("name", fmt::format("a second host \"{}\"", host.name));
     scenario.machine.hosts.push_back(std::move(host));
   }
-  for (TableReader& event : table.Tables("event")) scenario.events.push_back(ReadEvent(event, scenario.machine));
+  ReadTopology(table, scenario);
   for (TableReader& item : table.Tables("expect"))
     scenario.expectations.push_back(ReadExpectation(item, scenario.machine));
   table.RejectUnknownKeys();
-  std::stable_sort(scenario.events.begin(), scenario.events.end(),
-                   [](const ScenarioEvent& a, const ScenarioEvent& b) { return a.at < b.at; });
   std::stable_sort(scenario.expectations.begin(), scenario.expectations.end(),
                    [](const Expectation& a, const Expectation& b) { return a.at < b.at; });
   return scenario;

@@ -9,7 +9,7 @@
 
 namespace lab {
 
-enum class Verb { Sleep, Hibernate, Resume, Wake, Disable, Enable, SurpriseRemove, Remove };
+enum class Verb { Sleep, Hibernate, Resume, Wake, Disable, Enable, SurpriseRemove, Remove, Plug, Unplug, DropLink };
 
 // Names of the verbs as files write them ("surprise-remove"), in the order of the enumeration.
 const std::vector<std::string>& VerbNames();
@@ -17,7 +17,12 @@ const std::vector<std::string>& VerbNames();
 struct ScenarioEvent {
   platform::Time at = 0;  // after the start of the last controller
   Verb verb = Verb::Sleep;
-  Place place;  // verbs of a whole host (sleep, hibernate, resume) look at the host only
+  std::uint64_t packet = 0;  // not 0: just before this control packet of the controller's ring passes, `at` is kNever
+  Place place;               // verbs of a whole host (sleep, hibernate, resume) look at the host only
+  CableConfig cable;         // plug
+  std::string what;          // unplug, drop-link: a router or one of its ports
+  platform::Time backAfter = 0;  // drop-link
+  unsigned line = 0, column = 0;
 };
 
 struct Expectation {
@@ -30,14 +35,23 @@ struct Expectation {
   std::optional<platform::Status> startStatus;  // of add and start
   std::optional<std::string> interface;         // GUID of a registered device interface, in lower case
   std::optional<std::int64_t> routers;          // routers in the domain
-  std::optional<std::int64_t> adapters;         // adapters of the host router, adapter 0 not counted
+  std::optional<std::int64_t> adapters;         // of the router, adapter 0 not counted
+  // Of the router at `route`, which must be there, or must not be.
+  std::uint64_t route = 0;
+  bool aboutRouter = false;
+  bool present = true;
+  std::optional<std::string> routerName;  // vendor and device name, "" for none
+  std::optional<std::string> model;       // of the hardware at that place
+  std::optional<std::string> link;        // "40G = 2 x 20G"
+  std::optional<std::string> tmu;         // "bi-directional, HiFi"
+  std::optional<std::int64_t> generation;
 };
 
 struct Scenario {
   std::string file;
   std::string name;  // one line for people
   MachineConfig machine;
-  std::vector<ScenarioEvent> events;      // in time order
+  std::vector<ScenarioEvent> events;      // in time order; those at a packet come last
   std::vector<Expectation> expectations;  // in time order
 };
 

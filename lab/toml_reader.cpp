@@ -55,7 +55,7 @@ toml::table ReadTomlFile(const std::string& file) {
 
 const toml::node* TableReader::Find(std::string_view key) {
   known_.emplace_back(key);
-  return table_.get(key);
+  return table_->get(key);
 }
 
 bool TableReader::Has(std::string_view key) {
@@ -67,8 +67,8 @@ void TableReader::WrongType(std::string_view key, const toml::node& node, std::s
 }
 
 void TableReader::Fail(std::string_view key, std::string_view message) const {
-  const toml::node* node = table_.get(key);
-  throw InputError(file_, node ? node->source().begin : table_.source().begin, message);
+  const toml::node* node = table_->get(key);
+  throw InputError(file_, node ? node->source().begin : table_->source().begin, message);
 }
 
 std::string TableReader::Text(std::string_view key, std::string fallback) {
@@ -161,7 +161,7 @@ TableReader TableReader::Table(std::string_view key) {
 
 std::vector<std::pair<std::string, std::uint32_t>> TableReader::NumbersByKey() {
   std::vector<std::pair<std::string, std::uint32_t>> numbers;
-  for (const auto& [key, node] : table_) {
+  for (const auto& [key, node] : *table_) {
     known_.emplace_back(key.str());
     numbers.emplace_back(key.str(), static_cast<std::uint32_t>(NumberOf(key.str(), node, 0, 0xFFFFFFFF)));
   }
@@ -169,7 +169,7 @@ std::vector<std::pair<std::string, std::uint32_t>> TableReader::NumbersByKey() {
 }
 
 void TableReader::RejectUnknownKeys() const {
-  for (const auto& [key, node] : table_) {
+  for (const auto& [key, node] : *table_) {
     if (std::find(known_.begin(), known_.end(), key.str()) == known_.end())
       throw InputError(file_, key.source().begin,
                        fmt::format("unknown key \"{}\"{}", key.str(), Suggestion(key.str(), known_)));

@@ -23,7 +23,7 @@ toml::table ReadTomlFile(const std::string& file);
 
 class TableReader {
  public:
-  TableReader(std::string file, const toml::table& table) : file_(std::move(file)), table_(table) {}
+  TableReader(std::string file, const toml::table& table) : file_(std::move(file)), table_(&table) {}
 
   bool Has(std::string_view key);
   std::string Text(std::string_view key, std::string fallback);
@@ -43,7 +43,7 @@ class TableReader {
   std::vector<std::pair<std::string, std::uint32_t>> NumbersByKey();
 
   // Where the table begins in its file.
-  toml::source_position source() const { return table_.source().begin; }
+  toml::source_position source() const { return table_->source().begin; }
   // An error about the value of `key` (about the table itself when it has no such key).
   [[noreturn]] void Fail(std::string_view key, std::string_view message) const;
   // Throws for the first key that nothing asked for.
@@ -55,7 +55,7 @@ class TableReader {
   std::int64_t NumberOf(std::string_view key, const toml::node& node, std::int64_t low, std::int64_t high) const;
 
   std::string file_;
-  const toml::table& table_;
+  const toml::table* table_;
   std::vector<std::string> known_;
 };
 

@@ -1,4 +1,4 @@
-// The domain as a tree of text, one router a line, as `lsusb -t` shows a bus.
+// The domain as text, in the manner of `lsusb -t`.
 #pragma once
 #include <string>
 
@@ -6,7 +6,10 @@
 
 namespace lab {
 
-// Each line ends with a newline. `adapters`: every adapter below its router.
-std::string FormatTree(const DomainView& domain, bool adapters);
+// "40G = 2 x 20G".
+std::string LinkText(const LinkView& link);
+
+// `verbosity` 0: one line a router; 1: with its adapters; 2: with the registers that the view holds.
+std::string FormatTree(const DomainView& domain, unsigned verbosity);
 
 }  // namespace lab

@@ -227,7 +227,7 @@ std::string World::Registers(const std::string& place) {
 }
 
 std::string World::Tree() {
-  return lab::FormatTree(machine_->Domain(), true);
+  return lab::FormatTree(machine_->Domain(), 1);
 }
 
 void RunWithSeeds(const std::function<void()>& body) {
