@@ -236,14 +236,18 @@ DecodedFields DecodePacketLine(const HexLine& line) {
   return Explanation(line).Explain();
 }
 
+void PrintDecoded(const Console& console, const std::string& title, const DecodedFields& decoded) {
+  console.Out(console.Paint(Style::Strong, title));
+  for (const auto& [name, value] : decoded.fields) console.Out(fmt::format("  {:<16} {}", name, value));
+  for (const std::string& fault : decoded.faults)
+    console.Out("  " + console.Paint(Style::Bad, "wrong") + "            " + fault);
+}
+
 ExitCode DecodePackets(const std::string& file, const Console& console) {
   bool good = true;
   for (const HexLine& line : ReadHexLines(file)) {
     const DecodedFields decoded = DecodePacketLine(line);
-    console.Out(console.Paint(Style::Strong, fmt::format("line {}: {}", line.line, decoded.title)));
-    for (const auto& [name, value] : decoded.fields) console.Out(fmt::format("  {:<16} {}", name, value));
-    for (const std::string& fault : decoded.faults)
-      console.Out("  " + console.Paint(Style::Bad, "wrong") + "            " + fault);
+    PrintDecoded(console, fmt::format("line {}: {}", line.line, decoded.title), decoded);
     good = good && decoded.faults.empty();
   }
   return good ? ExitCode::Held : ExitCode::Failed;

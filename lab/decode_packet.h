@@ -17,6 +17,9 @@ struct DecodedFields {
   std::vector<std::string> faults;                          // what is wrong with it; empty for a good packet
 };
 
+// `title`, then every field, then what is wrong.
+void PrintDecoded(const Console& console, const std::string& title, const DecodedFields& decoded);
+
 // The type is taken from `line.pdf`, or else guessed from the words and said to be a guess.
 DecodedFields DecodePacketLine(const HexLine& line);
 

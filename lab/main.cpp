@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "lab/console.h"
+#include "lab/decode_drom.h"
 #include "lab/decode_packet.h"
 #include "lab/fault_profiles.h"
 #include "lab/json_report.h"
@@ -95,7 +96,8 @@ lab::ExitCode SoakCommand(Options& options) {
   return lab::Soak(soak, MakeConsole(options));
 }
 
-lab::ExitCode DecodeCommand(const Options& options) {
+lab::ExitCode DecodeCommand(const Options& options, bool drom) {
+  if (drom) return lab::DecodeDrom(options.files.front(), MakeConsole(options));
   return lab::DecodePackets(options.files.front(), MakeConsole(options));
 }
 
@@ -134,7 +136,10 @@ lab::ExitCode Dispatch(int count, char** arguments) {
   decode->require_subcommand(1);
   CLI::App* packet = decode->add_subcommand("packet", "control packets, one a line in hex, with or without CRC");
   packet->add_option("file", options.files, "text file")->required()->expected(1);
+  CLI::App* drom = decode->add_subcommand("drom", "the DROM image of a router, in hex");
+  drom->add_option("file", options.files, "text file")->required()->expected(1);
   AddColor(*packet, options);
+  AddColor(*drom, options);
   try {
     app.parse(count, arguments);
   } catch (const CLI::ParseError& error) {
@@ -143,7 +148,7 @@ lab::ExitCode Dispatch(int count, char** arguments) {
     return lab::ExitCode::Held;
   }
   if (run->parsed()) return RunCommand(options);
-  return soak->parsed() ? SoakCommand(options) : DecodeCommand(options);
+  return soak->parsed() ? SoakCommand(options) : DecodeCommand(options, drom->parsed());
 }
 
 }  // namespace

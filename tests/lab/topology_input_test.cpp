@@ -1,0 +1,136 @@
+// Goal: a topology that cannot exist is refused where it is written, with what could have been meant. Method: scenarios
+// with one mistake each, below a head that is right.
+#include <fstream>
+
+#include "lab/scenario.h"
+#include "lab/toml_reader.h"
+
+namespace {
+
+std::string Complaint(const std::string& text) {
+  const std::string path = testing::TempDir() + "topology.toml";
+  std::ofstream(path) << text;
+  try {
+    lab::ReadScenario(path);
+  } catch (const lab::InputError& error) {
+    return std::string(error.what()).substr(path.size() + 1);
+  }
+  return "";
+}
+
+// Lines 1 to 3: an H1 as the host, hubs D1 and D2, a dock T3.
+const std::string kRouters =
+    "router = [{ model = \"D1\" },\n{ model = \"D2\" },\n{ name = \"dock\", model = \"T3\" }]\n";
+
+std::string Link(const char* from, const char* to) {
+  return std::string("[[link]]\nfrom = \"") + from + "\"\nto = \"" + to + "\"\n";
+}
+
+TEST(TopologyInput, RoutersThatCannotBe) {
+  const struct {
+    const char* text;
+    const char* complaint;
+  } kCases[] = {
+      {"[[router]]\nname = \"a\"\n", "1:1: model is missing"},
+      {"[[router]]\nmodel = \"DOKC\"\n", "2:9: unknown model \"DOKC\" (did you mean \"DOCK\"?)"},
+      {"[[router]]\nmodel = \"H2\"\n",
+       "2:9: \"H2\" is a model of a host router, which stands in [[host.controller]] (did you mean \"D2\"?)"},
+      {"[[router]]\nmodel = \"D1\"\n[[router]]\nmodel = \"D1\"\n", "3:1: a second router \"D1\""},
+      {"[[router]]\nmodel = \"D1\"\nname = \"H1\"\n", "3:8: a second router \"H1\""},
+      {"[[router]]\nmodel = \"D1\"\nname = \"a:1\"\n",
+       "3:8: \"a:1\" is no name for a router: it may not be empty or contain : or /"},
+      {"[[router]]\nmodel = \"D1\"\nport = 1\n", "3:1: unknown key \"port\""},
+  };
+  for (const auto& test : kCases) EXPECT_EQ(Complaint(test.text), test.complaint) << test.text;
+}
+
+TEST(TopologyInput, PortsThatCannotBe) {
+  const struct {
+    const char* from;
+    const char* to;
+    const char* complaint;
+  } kCases[] = {
+      {"H1", "D1:1", "5:8: from must be a router and its port, such as \"D1:3\""},
+      {"H1:1", "D1:x", "6:6: to must be a router and its port, such as \"D1:3\""},
+      {"H1:1", "D3:1", "6:6: unknown router \"D3\" (did you mean \"D1\"?)"},
+      {"H1:1", "D1:20", "6:6: D1 has no adapter 20 (ports of D1: 1, 3, 5, 7)"},
+      {"H1:1", "D1:0", "6:6: D1 has no adapter 0 (ports of D1: 1, 3, 5, 7)"},
+      {"H1:1", "D1:9",
+       "6:6: D1:9 is of type \"PCIe upstream\", a cable needs a lane adapter (ports of D1: 1, 3, 5, 7)"},
+      {"H1:1", "dock:3", "6:6: dock:3 is switched off, a cable needs a lane adapter (ports of dock: 1)"},
+      {"H1:2", "D1:1", "5:8: H1:2 is the second lane of its port (did you mean \"H1:1\"?)"},
+      {"D1:1", "D1:3", "6:6: a cable from D1:1 to its own router"},
+  };
+  for (const auto& test : kCases)
+    EXPECT_EQ(Complaint(kRouters + Link(test.from, test.to)), test.complaint) << test.from << " " << test.to;
+}
+
+TEST(TopologyInput, CablesThatCannotBeTogether) {
+  const struct {
+    std::string links;
+    const char* complaint;
+  } kCases[] = {
+      {Link("H1:1", "D1:1") + Link("D2:1", "D1:1"),
+       "9:6: D1:1 has a cable already, to H1:1 (free ports of D1: 3, 5, 7)"},
+      {Link("H1:1", "D1:1") + Link("D1:3", "D2:1") + Link("D2:3", "D1:5"),
+       "12:6: this cable closes a loop: D2 and D1 are connected already (leave it out)"},
+      {Link("D1:3", "D2:1") + "lanes = 3\n", "7:9: lanes must be in 1 to 2"},
+      {Link("D1:3", "D2:1") + "gbpsPerLane = 15\n", "7:15: gbpsPerLane must be 10 or 20"},
+  };
+  for (const auto& test : kCases) EXPECT_EQ(Complaint(kRouters + test.links), test.complaint) << test.links;
+}
+
+// A chain of `count` routers below `host`, each by its port 3 and the next one's port 1.
+std::string Chain(const std::string& host, const std::string& model, unsigned count) {
+  std::string text = "[[host]]\n[[host.controller]]\nmodel = \"" + host + "\"\n";
+  for (unsigned i = 1; i <= count; ++i)
+    text += "[[router]]\nname = \"L" + std::to_string(i) + "\"\nmodel = \"" + model + "\"\n";
+  for (unsigned i = 1; i <= count; ++i)
+    text += Link(i == 1 ? (host + ":1").c_str() : ("L" + std::to_string(i - 1) + ":3").c_str(),
+                 ("L" + std::to_string(i) + ":1").c_str());
+  return text;
+}
+
+TEST(TopologyInput, DepthEndsAtTheLimit) {
+  const struct {
+    const char* host;
+    const char* model;
+    unsigned fits;
+  } kCases[] = {{"H1", "D1", 5}, {"H1", "G2", 5}, {"HT", "D1", 5}, {"HT", "G2", 6}};
+  for (const auto& test : kCases) {
+    EXPECT_EQ(Complaint(Chain(test.host, test.model, test.fits)), "") << test.host << " " << test.model;
+    const std::string level = std::to_string(test.fits + 1), limit = std::to_string(test.fits);
+    EXPECT_NE(Complaint(Chain(test.host, test.model, test.fits + 1))
+                  .find("L" + level + " would be " + level + " levels below " + test.host + ", " + limit +
+                        " is the limit (plug it in nearer to the host)"),
+              std::string::npos)
+        << test.host << " " << test.model;
+  }
+}
+
+TEST(TopologyInput, EventsArePlayedOnThePlanInTimeOrder) {
+  const std::string links = kRouters + Link("H1:1", "D1:1");
+  const std::string plug = "[[event]]\ndo = \"plug\"\nfrom = \"D1:3\"\nto = \"D2:1\"\n";
+  const std::string unplug = "[[event]]\ndo = \"unplug\"\n";
+  const struct {
+    std::string events;
+    const char* complaint;
+  } kCases[] = {
+      {plug + "at = \"2 s\"\n" + unplug + "what = \"D2\"\nat = \"3 s\"\n", ""},
+      {plug + "at = \"2 s\"\n" + unplug + "what = \"D2\"\nat = \"1 s\"\n", "14:8: no cable at D2"},
+      {unplug + "what = \"H1:1\"\nat = \"1 s\"\n", ""},
+      {unplug + "what = \"D1:5\"\nat = \"1 s\"\n", "9:8: no cable at D1:5"},
+      {unplug + "what = \"D9\"\nat = \"1 s\"\n", "9:8: unknown router \"D9\" (did you mean \"D1\"?)"},
+      {"[[event]]\ndo = \"drop-link\"\nwhat = \"D2\"\nat = \"1 s\"\n", "9:8: no cable at D2"},
+      // What happens at a packet may come at any time, so whether the port is free then is the run's business.
+      {plug + "packet = 7\n" + plug + "at = \"1 s\"\n", ""},
+      {plug + "packet = 7\nat = \"1 s\"\n", "12:6: either at or packet, not both"},
+      {"[[event]]\ndo = \"sleep\"\npacket = 7\n", "9:10: only plug, unplug and drop-link happen at a packet"},
+      {plug + "packet = 0\n", "11:10: packet must be in 1 to 1000000000"},
+      {"[[expect]]\nroute = \"0x1\"\n", "8:9: route must be hex digits without 0x, one byte a level, such as \"301\""},
+      {"[[expect]]\ntmu = \"off\"\n", "8:7: tmu needs the router's route"},
+  };
+  for (const auto& test : kCases) EXPECT_EQ(Complaint(links + test.events), test.complaint) << test.events;
+}
+
+}  // namespace
