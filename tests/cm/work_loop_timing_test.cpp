@@ -59,6 +59,7 @@ WORLD_TEST(WorkLoopTiming, AnEventBetweenTheLastLookAndTheEndIsHandledToo) {
       }
     }
   });
+  EXPECT_FALSE(testing::Test::HasFailure());
 }
 
 WORLD_TEST(WorkLoopTiming, EventsOfOneBurstAreOneRunInOrder) {
