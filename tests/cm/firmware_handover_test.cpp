@@ -34,9 +34,9 @@ WORLD_TEST(FirmwareHandover, ComesBeforeAnythingElseAndNeverStopsTheStart) {
   for (const auto& test : cases) {
     WorldOptions options;
     options.configure = [&](lab::ControllerConfig& controller) { controller.pciIdentity = test.identity; };
+    platform::Time asked = -1, read = -1;  // outlive the world, whose removal is on the wire too
     World world("H1", options);
     world.fabric().firmware("H1").SetAnswer(test.answer);
-    platform::Time asked = -1, read = -1;
     world.wire().log().Listen([&](const sim::WireEntry& entry) {
       if (entry.text.starts_with("HANDOVER") && asked < 0) asked = entry.when;
       if (entry.text.starts_with("READ") && read < 0) read = entry.when;
