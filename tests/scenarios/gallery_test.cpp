@@ -1,5 +1,6 @@
 // Goal: every scenario that the project shows holds, first-come and with seeds, and the same seed is the same run.
 #include <filesystem>
+#include <fstream>
 
 #include "lab/run.h"
 #include "tests/support/seeds.h"
@@ -23,9 +24,30 @@ std::string Findings(const lab::RunReport& report) {
   return text;
 }
 
+// The examples of the document that lists every key, each written to a file of its own.
+std::vector<std::string> DocumentedExamples() {
+  std::vector<std::string> files;
+  std::ifstream in(PROJECT_ROOT "/docs/scenarios.md");
+  std::ofstream out;
+  for (std::string line; std::getline(in, line);) {
+    if (line == "```toml") {
+      files.push_back(testing::TempDir() + "example" + std::to_string(files.size()) + ".toml");
+      out.open(files.back());
+    } else if (line == "```") {
+      out.close();
+    } else if (out.is_open()) {
+      out << line << '\n';
+    }
+  }
+  return files;
+}
+
 TEST(Gallery, EveryScenarioHolds) {
-  ASSERT_GE(ScenarioFiles().size(), 3u);
-  for (const std::string& file : ScenarioFiles()) {
+  ASSERT_GE(ScenarioFiles().size(), 9u);
+  ASSERT_GE(DocumentedExamples().size(), 3u);
+  std::vector<std::string> files = ScenarioFiles();
+  for (const std::string& example : DocumentedExamples()) files.push_back(example);
+  for (const std::string& file : files) {
     for (const auto& seed : tests::SeedsToRun()) {
       lab::RunOptions options;
       options.seed = seed;

@@ -1,0 +1,108 @@
+// Goal: what a scenario does to cables happens at the moment that it names, and what it expects of a router is really
+// compared. Method: scenarios as text, run whole.
+#include <fstream>
+
+#include "lab/run.h"
+#include "lab/tree.h"
+
+namespace {
+
+lab::RunReport Play(const std::string& text, bool registers = false) {
+  const std::string path = testing::TempDir() + "cables.toml";
+  std::ofstream(path) << text;
+  lab::RunOptions options;
+  options.registers = registers;
+  return lab::RunScenario(lab::ReadScenario(path), options);
+}
+
+std::string Failures(const lab::RunReport& report) {
+  std::string text;
+  for (const std::string& failure : report.failures) text += failure.substr(failure.find("cables.toml") + 11) + "\n";
+  return text;
+}
+
+std::string Tree(const lab::RunReport& report, unsigned verbosity = 0) {
+  return report.domains.empty() ? "none" : lab::FormatTree(report.domains.front(), verbosity);
+}
+
+// Lines 1 to 3.
+const std::string kHub =
+    "router = [{ model = \"D1\" }, { model = \"T3\" }]\n[[link]]\nfrom = \"H1:1\"\nto = \"D1:1\"\n";
+
+TEST(CableEvents, AtAPacketAndAtATime) {
+  const struct {
+    const char* what;
+    std::string events;
+    const char* route;  // of what the tree ends with besides the host
+    bool there;
+  } kCases[] = {
+      {"unplugged during its enumeration", "[[event]]\ndo = \"unplug\"\nwhat = \"D1\"\npacket = 300\n", "1 ", false},
+      {"dropped during its enumeration", "[[event]]\ndo = \"drop-link\"\nwhat = \"D1\"\npacket = 300\n", "1 ", true},
+      {"plugged while the host starts", "[[event]]\ndo = \"plug\"\nfrom = \"D1:3\"\nto = \"T3:1\"\npacket = 20\n",
+       "301 ", true},
+      {"plugged later", "[[event]]\ndo = \"plug\"\nfrom = \"D1:3\"\nto = \"T3:1\"\nat = \"2 s\"\n", "301 ", true},
+      {"one lane, later",
+       "[[event]]\ndo = \"plug\"\nfrom = \"D1:3\"\nto = \"T3:1\"\nat = \"2 s\"\nlanes = 1\ngbpsPerLane = 10\n",
+       "301 (no name), 10G = 1 x 10G", true},
+  };
+  for (const auto& test : kCases) {
+    const lab::RunReport report = Play(kHub + test.events);
+    EXPECT_EQ(report.code, lab::ExitCode::Held) << test.what << "\n" << Failures(report);
+    EXPECT_EQ(Tree(report).find("|__ " + std::string(test.route)) != std::string::npos, test.there) << test.what << "\n"
+                                                                                                    << Tree(report);
+  }
+}
+
+TEST(CableEvents, WhatCannotHappenFailsTheRun) {
+  EXPECT_EQ(Failures(Play(kHub + "[[event]]\ndo = \"unplug\"\nwhat = \"D1:5\"\npacket = 20\n")),
+            ":5:1: no cable at \"D1:5\"\n");
+  const lab::RunReport never = Play(kHub + "[[event]]\ndo = \"unplug\"\nwhat = \"D1\"\npacket = 100000\n");
+  EXPECT_EQ(never.code, lab::ExitCode::Failed);
+  ASSERT_EQ(never.failures.size(), 1u);
+  EXPECT_EQ(never.failures[0], "1 events wait for a packet that never came");
+}
+
+TEST(RouterExpectations, EachKeyIsCompared) {
+  const struct {
+    const char* keys;
+    const char* failure;
+  } kCases[] = {
+      {"route = \"301\"\n", "router 301 is absent, expected present"},
+      {"route = \"1\"\npresent = false\n", "router 1 is present, expected absent"},
+      {"route = \"1\"\nname = \"Hub D1\"\n", "router 1 name is Example Hub D1, expected Hub D1"},
+      {"route = \"1\"\nmodel = \"D2\"\n", "router 1 model is D1, expected D2"},
+      {"route = \"1\"\nlink = \"20G = 1 x 20G\"\n", "router 1 link is 40G = 2 x 20G, expected 20G = 1 x 20G"},
+      {"route = \"0\"\nlink = \"40G = 2 x 20G\"\n", "router 0 link is none, expected 40G = 2 x 20G"},
+      {"route = \"1\"\ntmu = \"off\"\n", "router 1 tmu is bi-directional, HiFi, expected off"},
+      {"route = \"1\"\ngeneration = 3\n", "router 1 generation is 4, expected 3"},
+      {"route = \"1\"\nadapters = 18\n", "router 1 adapters is 19, expected 18"},
+      {"adapters = 8\n", "router 0 adapters is 7, expected 8"},
+      {"routers = 3\n", "routers is 2, expected 3"},
+  };
+  for (const auto& test : kCases) {
+    const lab::RunReport report = Play(kHub + "[[expect]]\n" + test.keys);
+    EXPECT_EQ(report.code, lab::ExitCode::Failed);
+    EXPECT_EQ(Failures(report), std::string(":5:1: host/H1: ") + test.failure + "\n") << test.keys;
+  }
+}
+
+TEST(Tree, RegistersAreTheHardwaresByNameAndField) {
+  const lab::RunReport report = Play(kHub, true);
+  EXPECT_EQ(report.code, lab::ExitCode::Held) << Failures(report);
+  const std::string tree = Tree(report, 2);
+  for (const char* line : {
+           "|__ 1 Example Hub D1, 40G = 2 x 20G, USB4, 19 adapters, TMU bi-directional, HiFi, ready\n",
+           "0x000  ROUTER_CS_0            0x0b268086  VendorId=8086  DeviceId=b26\n",
+           "0x001  ROUTER_CS_1            0x0314c128  FirstCapability=28  UpstreamAdapter=1  MaximumAdapter=13  "
+           "Depth=1  "
+           "Revision=3\n",
+           " 1  000001  lane 0 of 1-2, bonded, to 0:1  (upstream)  [lane at 0x36, TMU at 0x0a, USB4 port at 0x9c]\n",
+           "0x0ae  PORT_CS_18             0x00000510  BondingEnabled=1  Tbt3Compatible=0  WakeStatus=0\n",
+           "15  000000  inactive\n",
+       })
+    EXPECT_NE(tree.find(line), std::string::npos) << line << tree;
+  // Asking costs packets, and nothing else: the same domain without.
+  EXPECT_EQ(Tree(report), Tree(Play(kHub)));
+}
+
+}  // namespace
