@@ -18,6 +18,7 @@ namespace {
 constexpr platform::Time kQuietWithin = 60 * platform::kSecond;
 // With the quiet horizon behind it, shorter than the 15 s after which an idle device powers down and takes its tree
 // along.
+constexpr platform::Time kReplugPause = 300 * platform::kMillisecond;
 constexpr platform::Time kHealPause = 8 * platform::kSecond;
 
 class Run {
@@ -32,6 +33,7 @@ class Run {
   void PlayCable(const ScenarioEvent& event);
   void ArmPackets();
   void Heal();
+  void ReplugRoots();
   void Judge(const Expectation& expectation);
   void JudgeEnd();
   void Removal();
@@ -184,8 +186,20 @@ void Run::PlayUntil(platform::Time end) {
   }
 }
 
-// Safety was shown; now liveness: without faults, every device that can run is started afresh and must come up
-// complete.
+// Every cable of a host router, with a reset of all that hangs on it: what a fault made the driver tell a router is
+// forgotten there.
+void Run::ReplugRoots() {
+  for (const auto& link : machine_.fabric().links()) {
+    for (unsigned end = 0; end < 2; ++end) {
+      if (!link->end(end).router().isHost()) continue;
+      machine_.fabric().DropLink(link->end(end).Name(), kReplugPause);
+      break;
+    }
+  }
+}
+
+// Safety was shown; now liveness: without faults, every device that can run is started afresh, every domain is plugged
+// anew, and all must come up complete.
 void Run::Heal() {
   machine_.faults().HealAll();
   Say("", "faults", "healed");
@@ -198,6 +212,9 @@ void Run::Heal() {
     if (Over()) return;
     machine_.RestartIfFailed(place);
   }
+  if (Over()) return;
+  Note(machine_.WaitQuiet(kQuietWithin));
+  ReplugRoots();
   Pass(machine_.simulation().Now() + kHealPause);
 }
 

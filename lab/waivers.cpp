@@ -25,6 +25,10 @@ std::vector<ProtocolWaiver> KnownProtocolWaivers() {
        "a router whose TMU capability could not be read is taken to have it at offset 0, where the header stands"},
       {"write to unknown adapter dword 19",
        "a port whose USB4 port capability could not be read is marked configured all the same, at the mark's offset"},
+      {"configured for route",
+       "the second lane of a port whose first lane could not be read is taken for a port of its own"},
+      {"configured with upstream adapter",
+       "the second lane of a port whose first lane could not be read is taken for a port of its own"},
   };
 }
 

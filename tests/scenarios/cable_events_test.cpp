@@ -2,8 +2,10 @@
 // compared. Method: scenarios as text, run whole.
 #include <fstream>
 
+#include "lab/expectations.h"
 #include "lab/run.h"
 #include "lab/tree.h"
+#include "tests/support/world.h"
 
 namespace {
 
@@ -84,6 +86,22 @@ TEST(RouterExpectations, EachKeyIsCompared) {
     EXPECT_EQ(report.code, lab::ExitCode::Failed);
     EXPECT_EQ(Failures(report), std::string(":5:1: host/H1: ") + test.failure + "\n") << test.keys;
   }
+}
+
+// The driver's own figure is the one that it read too early; what became of the link is what an expectation is about.
+TEST(RouterExpectations, ALinkThatBondsLateIsTheBondedOne) {
+  tests::World world("H1:1 - D1:1");
+  world.faults().FailFrom("link.slow-bonding", 1);
+  ASSERT_EQ(world.Start(), 0);
+  world.Quiet();
+  EXPECT_NE(world.Tree().find("|__ 1 Example Hub D1, 20G = 1 x 20G"), std::string::npos) << world.Tree();
+  lab::Expectation expectation;
+  expectation.aboutRouter = true;
+  expectation.route = 1;
+  expectation.link = "40G = 2 x 20G";
+  EXPECT_EQ(lab::Mismatches(expectation, world.machine(), false), std::vector<std::string>{});
+  expectation.link = "20G = 1 x 20G";
+  EXPECT_EQ(lab::Mismatches(expectation, world.machine(), false).size(), 1u);
 }
 
 TEST(Tree, RegistersAreTheHardwaresByNameAndField) {
