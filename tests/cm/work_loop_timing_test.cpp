@@ -45,21 +45,19 @@ WORLD_TEST(WorkLoopTiming, AnEventBetweenTheLastLookAndTheEndIsHandledToo) {
   world.Start();
   world.Quiet();
   platform::RandomStream& random = world.simulation().Random("test.steps");
+  int leftBehind = 0;
   world.InDevice([&](DEVICE_EXTENSION& context) {
-    for (int round = 0; round < 200; ++round) {
+    for (int round = 0; round < 200 && leftBehind == 0; ++round) {
       KivUsb4QueueHotplug(context.Domain, {.Route = 0, .Adapter = 3, .Unplug = false});
       // Each look is a step; the run goes on beside them, first to take the event, then to its end.
       for (unsigned looks = 0; context.QueuedEventCount != 0 && looks < 2000; ++looks) context.WorkItemQueued.Load();
       for (std::uint64_t steps = random.Below(28); steps > 0; --steps) context.WorkItemQueued.Load();
       KivUsb4QueueHotplug(context.Domain, {.Route = 0, .Adapter = 4, .Unplug = true});
       SleepMs(context.Domain, 30);
-      if (!context.Events().IsEmpty()) {
-        ADD_FAILURE() << "round " << round << ": an event was left on the list";
-        return;
-      }
+      if (!context.Events().IsEmpty()) ++leftBehind;
     }
   });
-  EXPECT_FALSE(testing::Test::HasFailure());
+  EXPECT_EQ(leftBehind, 0) << "an event stayed on the list after the run";
 }
 
 WORLD_TEST(WorkLoopTiming, EventsOfOneBurstAreOneRunInOrder) {
