@@ -37,6 +37,16 @@ KIV_RESULT ForEachBlock(const USB4_SWITCH* router, Step step) {
   return result;
 }
 
+// Changes the control word of the adapter's link block; routers without a link controller have nothing to change.
+template <class Change>
+KIV_RESULT ModifyPortControl(const USB4_PORT* adapter, Change change) {
+  if (!HasLinkController(adapter->Router)) return kKivOk;
+  std::uint64_t block = 0;
+  const KIV_RESULT result = FindPortLcCap(adapter, block);
+  if (result != kKivOk) return result;
+  return ModifyRegister<Control>(adapter->Router, block, change);
+}
+
 }  // namespace
 
 KIV_RESULT ReadLcDesc(const USB4_SWITCH* router, LinkControllerDescriptor::Value& descriptor) {
@@ -68,11 +78,7 @@ bool KivUsb4LcLaneBondingPossible(const USB4_SWITCH* router) {
 }
 
 KIV_RESULT KivUsb4LcSetConfigured(const USB4_PORT* adapter, bool on) {
-  if (!HasLinkController(adapter->Router)) return kKivOk;
-  std::uint64_t block = 0;
-  const KIV_RESULT result = FindPortLcCap(adapter, block);
-  if (result != kKivOk) return result;
-  return ModifyRegister<Control>(adapter->Router, block, [adapter, on](Control::Value& control) {
+  return ModifyPortControl(adapter, [adapter, on](Control::Value& control) {
     if (IsOdd(adapter)) {
       control.Set<Control::OddLaneConfigured>(on);
     } else {
@@ -83,11 +89,7 @@ KIV_RESULT KivUsb4LcSetConfigured(const USB4_PORT* adapter, bool on) {
 }
 
 KIV_RESULT KivUsb4LcSetXdomainConfigured(const USB4_PORT* adapter, bool on) {
-  if (!HasLinkController(adapter->Router)) return kKivOk;
-  std::uint64_t block = 0;
-  const KIV_RESULT result = FindPortLcCap(adapter, block);
-  if (result != kKivOk) return result;
-  return ModifyRegister<Control>(adapter->Router, block, [adapter, on](Control::Value& control) {
+  return ModifyPortControl(adapter, [adapter, on](Control::Value& control) {
     if (IsOdd(adapter)) {
       control.Set<Control::OddLaneXdomain>(on);
     } else {
