@@ -32,6 +32,7 @@ USB4_DOMAIN* KivUSB4DomainAlloc(USB4_HOST_INTERFACE* hostInterface, std::uint32_
   domain->HostInterface = hostInterface;
   domain->Kind = kind;
   InitializeListHead(&domain->TunnelListHead);
+  InitializeListHead(&domain->OrphanTunnelListHead);
   InitializeListHead(&domain->DpResourceListHead);
   InitializeListHead(&domain->DeviceListHead);
   std::memcpy(domain->NetworkDirectoryUuid, kNetworkDirectoryUuid, sizeof kNetworkDirectoryUuid);

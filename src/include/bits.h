@@ -10,6 +10,8 @@ struct Bits {
   static constexpr std::uint32_t Get(std::uint32_t word) { return (word & kMask) >> Low; }
   // The field alone, in place; what does not fit is cut off.
   static constexpr std::uint32_t Of(std::uint32_t value) { return value << Low & kMask; }
+  // In place with nothing cut off: what does not fit spills into the bits above.
+  static constexpr std::uint32_t Spill(std::uint32_t value) { return value << Low; }
   static constexpr std::uint32_t Put(std::uint32_t word, std::uint32_t value) { return (word & ~kMask) | Of(value); }
 };
 

@@ -19,8 +19,9 @@ struct USB4_DOMAIN {
   USB4_CTL* ControlChannel;
   USB4_SWITCH* HostRouter;
   std::uint8_t HostRouterIsUsb4;
-  std::uint32_t Kind;  // always 0
-  LIST_ENTRY TunnelListHead;
+  std::uint32_t Kind;               // always 0
+  LIST_ENTRY TunnelListHead;        // guarded by TopologyLock
+  LIST_ENTRY OrphanTunnelListHead;  // tunnels that left the list without being torn down
   LIST_ENTRY DpResourceListHead;
   LIST_ENTRY DeviceListHead;  // guarded by TopologyLock
   SharedFlag Started;         // hot-plug events are handled only while it is set

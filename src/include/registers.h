@@ -14,6 +14,7 @@ struct AdapterTmuCapability : RegisterBlock<USB4_CFG_SPACE_ADAPTER> {};
 struct ProtocolCapability : RegisterBlock<USB4_CFG_SPACE_ADAPTER> {};
 struct Usb4PortCapability : RegisterBlock<USB4_CFG_SPACE_ADAPTER> {};
 struct PathSpace : RegisterBlock<USB4_CFG_SPACE_PATH> {};
+struct CounterSpace : RegisterBlock<USB4_CFG_SPACE_COUNTERS> {};
 
 // --- Router space
 // -----------------------------------------------------------------------------------------------------
@@ -370,6 +371,8 @@ struct DpAdpCs1 : Register<ProtocolCapability, 1> {
   static_assert(kTiles<AuxTransmitHop, AuxReceiveHop, Kept<31, 22>>);
 };
 
+using DpAdpControl = RegisterArray<ProtocolCapability, 0, 2>;  // the two above in one access
+
 struct DpAdpCs2 : Register<ProtocolCapability, 2> {
   using HotPlugDetect = Bit<6>;
   using Configuration = Field<19, 16>;  // of a DP IN adapter: the controller that it belongs to
@@ -408,6 +411,10 @@ struct DpAdpCs6 : Register<ProtocolCapability, 6> {
 
 inline constexpr std::uint32_t kPathEntryDwords = 2;
 inline constexpr std::uint32_t kCounterSetDwords = 3;
+
+// Of the hop ID h at 2 x h, of the counter index i at 3 x i.
+using PathEntryWords = RegisterArray<PathSpace, 0, kPathEntryDwords>;
+using CounterSet = RegisterArray<CounterSpace, 0, kCounterSetDwords>;
 
 struct PathCs0 : Register<PathSpace, 0> {
   using OutputHop = Field<10, 0>;
