@@ -1,0 +1,122 @@
+// USB3: paths like PCIe's, and a grant at the host router's adapter.
+#include "tunnel/usb3_tunnel.h"
+
+#include "include/trace.h"
+#include "topology/router_queries.h"
+#include "tunnel/path_parameters.h"
+#include "tunnel/two_way_tunnel.h"
+#include "tunnel/usb3_adapter.h"
+
+namespace {
+
+struct Usb3 {
+  static constexpr USB4_TUNNEL_TYPE kType = USB4_TUNNEL_USB3;
+  static constexpr USB4_ADAPTER_TYPE kUpstreamType = USB4_ADAPTER_USB3_UPSTREAM;
+  static constexpr const char* kDownName = "USB3 Down";
+  static constexpr const char* kUpName = "USB3 Up";
+
+  static void InitPath(USB4_PATH* path) { KivUsb4Usb3PathInit(path); }
+  static KIV_RESULT Switch(const USB4_PORT* adapter, bool enable) { return KivUsb4Usb3PortEnable(adapter, enable); }
+  static bool IsEnabled(const USB4_PORT* adapter) { return KivUsb4Usb3PortIsEnabled(adapter); }
+  static KIV_RESULT Activate(USB4_TUNNEL* tunnel, bool enable) { return KivUsb4Usb3Activate(tunnel, enable); }
+};
+
+bool StartsAtHost(const USB4_PORT* downstream) {
+  return KivUsb4SwitchRoute(downstream->Router) == 0;
+}
+
+// The largest grant that a link of this rate can use.
+std::int32_t UsableOf(KIV_RESULT rateMbps) {
+  return rateMbps * 90 / 100;
+}
+
+void ManageBandwidth(USB4_TUNNEL* tunnel) {
+  tunnel->Init = KivUsb4Usb3Init;
+  tunnel->ConsumedBandwidth = KivUsb4Usb3ConsumedBandwidth;
+  tunnel->ReleaseUnusedBandwidth = KivUsb4Usb3ReleaseUnusedBandwidth;
+  tunnel->ReclaimAvailableBandwidth = KivUsb4Usb3ReclaimAvailableBandwidth;
+}
+
+// What the tunnel is to start with, the same each way; negative when it is to be refused.
+std::int32_t InitialGrant(const USB4_ENDS& ends, const USB4_BANDWIDTH& maximum) {
+  if (maximum.Upstream <= 0 && maximum.Downstream < 1) return 0;
+  const KIV_RESULT rate = KivUsb4Usb3MaxLinkRate(ends);
+  if (rate < 0) return rate;
+  const std::int32_t grant = UsableOf(rate);
+  if (grant <= maximum.Upstream && grant <= maximum.Downstream) return grant;
+  TraceWarning("too little bandwidth", "wanted", grant, "upstream", maximum.Upstream, "downstream", maximum.Downstream);
+  return kKivFailed;
+}
+
+std::int32_t Raised(std::int32_t allocated, std::int32_t available, std::int32_t most) {
+  const std::int32_t possible = available < most ? available : most;
+  return possible > allocated ? possible : allocated;
+}
+
+}  // namespace
+
+USB4_TUNNEL* KivUsb4TunnelAllocUsb3(USB4_DOMAIN* owner, const USB4_ENDS& ends, const USB4_BANDWIDTH& maximum) {
+  const std::int32_t grant = InitialGrant(ends, maximum);
+  if (grant < 0) return nullptr;
+  USB4_TUNNEL* tunnel = BuildTwoWayTunnel<Usb3>(owner, ends);
+  if (tunnel == nullptr) return nullptr;
+  tunnel->Maximum = maximum;
+  if (StartsAtHost(ends.Source)) {
+    tunnel->Allocated = {grant, grant};
+    ManageBandwidth(tunnel);
+  }
+  return tunnel;
+}
+
+USB4_TUNNEL* KivUsb4TunnelDiscoverUsb3(USB4_DOMAIN* domain, USB4_PORT* downstream) {
+  USB4_TUNNEL* tunnel = DiscoverTwoWayTunnel<Usb3>(domain, downstream);
+  if (tunnel == nullptr || !StartsAtHost(downstream)) return tunnel;
+  const KIV_RESULT result = Usb4Usb3PortAllocatedBandwidth(downstream, tunnel->Allocated);
+  if (result != kKivOk) {
+    TraceError("grant not read", "adapter", downstream->Number, "result", result);
+    KivUsb4TunnelDeactivate(tunnel);
+    KivUsb4TunnelFree(tunnel);
+    return nullptr;
+  }
+  ManageBandwidth(tunnel);
+  return tunnel;
+}
+
+KIV_RESULT KivUsb4Usb3Init(USB4_TUNNEL* tunnel) {
+  return Usb4Usb3PortAllocateBandwidth(tunnel->Source, tunnel->Allocated);
+}
+
+KIV_RESULT KivUsb4Usb3Activate(USB4_TUNNEL* tunnel, bool enable) {
+  return SwitchTwoWayTunnel<Usb3>(tunnel, enable);
+}
+
+KIV_RESULT KivUsb4Usb3ConsumedBandwidth(USB4_TUNNEL* tunnel, USB4_BANDWIDTH& consumed) {
+  consumed.Upstream = tunnel->Allocated.Upstream * 4 / 3;
+  consumed.Downstream = tunnel->Allocated.Downstream * 4 / 3;
+  return kKivOk;
+}
+
+KIV_RESULT KivUsb4Usb3ReleaseUnusedBandwidth(USB4_TUNNEL* tunnel) {
+  return Usb4Usb3PortReleaseBandwidth(tunnel->Source, tunnel->Allocated);
+}
+
+void KivUsb4Usb3ReclaimAvailableBandwidth(USB4_TUNNEL* tunnel, USB4_BANDWIDTH& available) {
+  KIV_RESULT rate = KivUsb4Usb3PortActualLinkRate(tunnel->Source);
+  if (rate == 0) rate = KivUsb4Usb3PortMaxLinkRate(tunnel->Source);
+  if (rate < 0) return;
+  const std::int32_t most = UsableOf(rate);
+  USB4_BANDWIDTH& allocated = tunnel->Allocated;
+  if (allocated.Upstream >= most && allocated.Downstream >= most) return;
+  USB4_BANDWIDTH wanted = {Raised(allocated.Upstream, available.Upstream, most),
+                           Raised(allocated.Downstream, available.Downstream, most)};
+  if (wanted.Upstream == allocated.Upstream && wanted.Downstream == allocated.Downstream) return;
+  const KIV_RESULT result = Usb4Usb3PortAllocateBandwidth(tunnel->Source, wanted);
+  if (result != kKivOk) {
+    TraceError("bandwidth not reclaimed", "adapter", tunnel->Source->Number, "result", result);
+    return;
+  }
+  allocated = wanted;
+  // The whole grant comes off, not only the increase: what stays is what others may take beside this tunnel.
+  available.Upstream -= allocated.Upstream;
+  available.Downstream -= allocated.Downstream;
+}

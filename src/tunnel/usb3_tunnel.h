@@ -1,0 +1,25 @@
+// USB3 tunnels. Bandwidth is managed for those that start at the host router; deeper ones live inside its grant.
+// PASSIVE_LEVEL, under the domain's run lock.
+#pragma once
+#include "include/domain.h"
+#include "include/status.h"
+#include "include/switch.h"
+#include "include/tunnel.h"
+
+// `ends`: the USB3 downstream adapter, and the upstream adapter of a router further down. With a maximum above 0 the
+// tunnel wants 90 % of the smaller link rate in each direction and is refused when a maximum is below that; with 0 and
+// 0 it starts with nothing. Null also when a rate cannot be read or a path cannot be had.
+[[nodiscard]] USB4_TUNNEL* KivUsb4TunnelAllocUsb3(USB4_DOMAIN* owner, const USB4_ENDS& ends,
+                                                  const USB4_BANDWIDTH& maximum);
+// The tunnel that firmware, or an earlier start of this driver, has set up from a downstream adapter, with its grant;
+// or null. Its maximum stays 0.
+[[nodiscard]] USB4_TUNNEL* KivUsb4TunnelDiscoverUsb3(USB4_DOMAIN* domain, USB4_PORT* downstream);
+
+// The callbacks: init writes the grant, activate switches the downstream adapter first, on and off.
+[[nodiscard]] KIV_RESULT KivUsb4Usb3Init(USB4_TUNNEL* tunnel);
+[[nodiscard]] KIV_RESULT KivUsb4Usb3Activate(USB4_TUNNEL* tunnel, bool enable);
+// A third more than the grant: what the link carries besides the payload.
+[[nodiscard]] KIV_RESULT KivUsb4Usb3ConsumedBandwidth(USB4_TUNNEL* tunnel, USB4_BANDWIDTH& consumed);
+[[nodiscard]] KIV_RESULT KivUsb4Usb3ReleaseUnusedBandwidth(USB4_TUNNEL* tunnel);
+// Raises the grant to what is available, at most 90 % of the link rate, and takes it off `available`.
+void KivUsb4Usb3ReclaimAvailableBandwidth(USB4_TUNNEL* tunnel, USB4_BANDWIDTH& available);
