@@ -1,0 +1,132 @@
+// The DisplayPort policy: one pair, reserved, given room, and connected; or everything as it was.
+#include "tunnel/dp_policy.h"
+
+#include "hostif/power.h"
+#include "include/device_context.h"
+#include "include/trace.h"
+#include "topology/router_queries.h"
+#include "tunnel/display_power.h"
+#include "tunnel/dp_reservation.h"
+#include "tunnel/dp_resources.h"
+#include "tunnel/dp_tunnel.h"
+#include "tunnel/link_bandwidth.h"
+#include "tunnel/protocol_adapter.h"
+#include "tunnel/protocol_registers.h"
+#include "tunnel/tunnel.h"
+#include "tunnel/tunnel_list.h"
+
+namespace {
+
+constexpr std::uint32_t kMarkedController = 1;
+
+DEVICE_EXTENSION* ContextOf(const USB4_DOMAIN* domain) {
+  return DeviceContextOf(domain->HostInterface->Device);
+}
+
+// The host router's adapter towards a device router; null for the host router itself.
+const USB4_PORT* BranchOf(const USB4_DOMAIN* domain, const USB4_SWITCH* router) {
+  const USB4_ROUTE route = KivUsb4SwitchRoute(router);
+  return route == 0 ? nullptr : KivUsb4SwitchPortForRoute(domain->HostRouter, route);
+}
+
+bool IsFree(const USB4_PORT& adapter, USB4_ADAPTER_TYPE type) {
+  return adapter.Type() == type && !KivUsb4PortIsTunnelEnabled(&adapter);
+}
+
+// The pair to connect; two nulls when there is none.
+USB4_ENDS ChoosePair(USB4_DOMAIN* domain) {
+  for (USB4_PORT& dpIn : DpResourcesOf(domain)) {
+    if (!IsFree(dpIn, USB4_ADAPTER_DP_IN)) continue;
+    USB4_PORT* dpOut = KivUsb4FindDpOut(domain, &dpIn);
+    if (dpOut != nullptr) return {&dpIn, dpOut};
+  }
+  return {nullptr, nullptr};
+}
+
+void GiveBackDpIn(const USB4_PORT* dpIn) {
+  const KIV_RESULT result = KivUsb4SwitchDeallocDpResource(dpIn->Router, dpIn);
+  if (result != kKivOk) TraceError("DP IN not given back", "adapter", dpIn->Number, "result", result);
+}
+
+// A reservation left over from an earlier life is given back first: a router grants what is free, not what is ours.
+KIV_RESULT Reserve(const USB4_PORT* dpIn) {
+  GiveBackDpIn(dpIn);
+  return KivUsb4SwitchAllocDpResource(dpIn->Router, dpIn);
+}
+
+// The second controller of a machine marks the DP IN as its own.
+void MarkController(const USB4_DOMAIN* domain, const USB4_PORT* dpIn) {
+  const DEVICE_EXTENSION* context = ContextOf(domain);
+  if (context == nullptr || context->ControllerIndex != kMarkedController) return;
+  DpAdpCs2::Value cs2;
+  KIV_RESULT result = ReadProtocolRegister<DpAdpCs2>(dpIn, cs2);
+  if (result != kKivOk) TraceError("DP IN not read", "adapter", dpIn->Number, "result", result);
+  // Also after a failed read: the mark counts more than what else stands in the register.
+  cs2 = DpAdpCs2::Value(cs2.Word() | DpAdpCs2::Configuration::Of(context->ControllerIndex));
+  result = WriteProtocolRegister<DpAdpCs2>(dpIn, cs2);
+  if (result != kKivOk) TraceError("DP IN not marked", "adapter", dpIn->Number, "result", result);
+}
+
+// An active tunnel within the bandwidth that is left, or null.
+USB4_TUNNEL* Connect(USB4_DOMAIN* domain, const USB4_ENDS& pair) {
+  USB4_BANDWIDTH available = {};
+  if (KivUsb4AvailableBandwidth(domain, pair, available) != kKivOk) return nullptr;
+  USB4_TUNNEL* tunnel = KivUsb4TunnelAllocDp(domain, pair, available);
+  if (tunnel == nullptr) return nullptr;
+  MarkController(domain, pair.Source);
+  const KIV_RESULT result = KivUsb4TunnelActivate(tunnel);
+  if (result == kKivOk) return tunnel;
+  KivUsb4TunnelFree(tunnel);
+  return nullptr;
+}
+
+void Keep(USB4_DOMAIN* domain, USB4_TUNNEL* tunnel) {
+  domain->TunnelCount.Increment();
+  domain->DpTunnelCount.Increment();
+  tunnel->MadeByPolicy = 1;
+  AppendTunnel(tunnel);
+  // Once a suspend has taken displays away, every tunnel that comes up until the next one tells the graphics driver,
+  // for all displays: it may be the last piece that a desktop spanning several of them was waiting for.
+  if (domain->DisplayRestore.IsSet()) KivUsb4NotifyGfxDpTunnels(ContextOf(domain), domain, kDisplayEnteredD0);
+  const KIV_RESULT result = KivUsb4PollDPRxCapDone(tunnel);
+  if (result != kKivOk) TraceWarning("display does not say what it can", "result", result);
+  // Failures are traced where they happen; the display works without USB3 having more.
+  IgnoreResult(KivUsb4ReclaimUsb3Bandwidth(domain, {tunnel->Source, tunnel->Destination}));
+  TakePowerReference(domain, {.WaitForD0 = true, .OnlyIfGranted = false});
+}
+
+}  // namespace
+
+USB4_PORT* KivUsb4FindDpOut(USB4_DOMAIN* domain, const USB4_PORT* dpIn) {
+  const USB4_PORT* branch = BranchOf(domain, dpIn->Router);
+  for (USB4_PORT& dpOut : DpResourcesOf(domain)) {
+    if (!IsFree(dpOut, USB4_ADAPTER_DP_OUT)) continue;
+    if (branch == nullptr || KivUsb4SwitchRoute(dpOut.Router) == 0) return &dpOut;
+    if (BranchOf(domain, dpOut.Router) == branch) return &dpOut;
+  }
+  return nullptr;
+}
+
+void KivUsb4TunnelDp(USB4_DOMAIN* domain) {
+  const USB4_ENDS pair = ChoosePair(domain);
+  if (pair.Source == nullptr) return;
+  KIV_RESULT result = Reserve(pair.Source);
+  if (result != kKivOk) {
+    TraceWarning("DP IN not granted", "adapter", pair.Source->Number, "result", result);
+    return;
+  }
+  result = KivUsb4ReleaseUsb3Bandwidth(domain, pair);
+  if (result != kKivOk) {
+    TraceError("USB3 gives nothing back", "result", result);
+    GiveBackDpIn(pair.Source);
+    return;
+  }
+  USB4_TUNNEL* tunnel = Connect(domain, pair);
+  if (tunnel != nullptr) {
+    Keep(domain, tunnel);
+    return;
+  }
+  TraceError("display not connected", "in", pair.Source->Number, "out", pair.Destination->Number);
+  IgnoreResult(KivUsb4ReclaimUsb3Bandwidth(domain, pair));  // traced where it fails
+  GiveBackDpIn(pair.Source);
+}
