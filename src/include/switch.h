@@ -48,7 +48,7 @@ struct USB4_PORT {
   std::uint8_t Bonded;                  // on both lane adapters of a link while its lanes are bonded
   USB4_PORT* DualLinkPartner;           // the other lane adapter of the link, or null
   std::uint8_t Flags;                   // kPortSecondLane: lane 1 of its link
-  std::uint8_t InputHops[kHopIdCount];  // 1: in use
+  std::uint8_t InputHops[kHopIdCount];  // 1: in use; both maps are changed under the topology lock
   std::uint8_t OutputHops[kHopIdCount];
   LIST_ENTRY DpResourceLink;
   void* Slots[kAdapterSlotCount];  // cleared, compared, never followed

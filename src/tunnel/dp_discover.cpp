@@ -34,6 +34,7 @@ bool FindRestOfIt(USB4_TUNNEL* tunnel) {
   const USB4_PATH_SEARCH receive = {{tunnel->Destination, -1}, {dpIn, kAuxHopId}, kAuxReceiveName};
   if (!FindAux(tunnel, kAuxReceivePath, receive, &home)) return false;
   const USB4_PORT* dpOut = tunnel->Destination;
+  // Hot-plug detect that cannot be read counts as active: a picture is not switched off for a lost answer.
   return PortIs(dpOut, USB4_ADAPTER_DP_OUT) && KivUsb4DpPortIsEnabled(dpOut) && KivUsb4DpPortHpdIsActive(dpOut) != 0 &&
          home == dpIn;
 }
