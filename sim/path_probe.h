@@ -1,5 +1,8 @@
 // The data plane: a packet put into an adapter moves only along programmed path entries and cables that are up.
+//
+// Looks only; nothing here changes a register, so a watcher may ask at any moment.
 #pragma once
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -8,17 +11,62 @@ namespace sim {
 class Adapter;
 class Fabric;
 
+// What a path carries, told by the adapters at its ends.
+enum class PathKind : std::uint8_t { Pcie, Usb3, DpVideo, DpAux, Network, Mismatched };
+const char* PathKindName(PathKind kind);  // "PCIe", "USB3", "DP video", "DP AUX", "network", "mismatched"
+
+// One entry that a packet passed: into `in` with `inHop`, out of `out` with `outHop`.
+struct PathHop {
+  Adapter* in = nullptr;
+  unsigned inHop = 0;
+  Adapter* out = nullptr;
+  unsigned outHop = 0;
+};
+
 struct ProbeResult {
   Adapter* arrived = nullptr;  // the adapter at which the packet left the paths; null when it got lost
   unsigned hop = 0;            // with this hop ID
-  std::string trail;           // "H1:3 8 -> H1:1 9 | D1:1 9 -> D1:9 8": entries taken, cables as bars
+  std::vector<PathHop> hops;   // entries taken, in order
+  std::string trail;           // the same as text: "H1:3 8 -> H1:1 9 | D1:1 9 -> D1:9 8", cables as bars
   std::string lost;            // why it got nowhere; empty when it arrived
 };
 
-// Sends a packet with input hop ID `hop` into `from`.
+// Follows the valid entries from input hop ID `hop` of `from`, through cables that are up: where the way leads, whether
+// or not anything would travel on it.
+ProbeResult FollowEntries(Adapter& from, unsigned hop);
+
+// Sends a packet with input hop ID `hop` into `from`. It needs the whole way, protocol adapters that are switched on at
+// both ends and take these hop IDs, credits where an entry is flow controlled and set-aside buffers where it is not,
+// and both ends of each cable agreeing on flow control.
 ProbeResult Probe(Adapter& from, unsigned hop);
 
-// Every valid entry from which a path starts at an adapter that is no lane, one line each: trail and, if lost, why.
+// A path that starts at an adapter that is no lane.
+struct LivePath {
+  PathKind kind = PathKind::Mismatched;
+  Adapter* from = nullptr;
+  unsigned fromHop = 0;
+  Adapter* to = nullptr;  // where the entries lead; null when the way breaks off
+  unsigned toHop = 0;
+  std::vector<PathHop> hops;
+  std::string trail;
+  std::string lost;  // why a packet does not arrive; empty for a path that works
+  // "PCIe: H1:3 8 -> H1:1 9 | D1:1 9 -> D1:9 8", with " lost: <why>" behind it where it is.
+  std::string Text() const;
+};
+
+struct DanglingEntry {
+  Adapter* adapter = nullptr;
+  unsigned hop = 0;
+  std::string Text() const;  // "dangling entry at D1:1 hop 9"
+};
+
+struct FabricPaths {
+  std::vector<LivePath> paths;          // by router in the order of their making, adapter number, hop ID
+  std::vector<DanglingEntry> dangling;  // valid entries that no path of the list passes
+};
+
+FabricPaths TracePaths(const Fabric& fabric);
+// The texts of TracePaths, paths first.
 std::vector<std::string> LivePaths(const Fabric& fabric);
 
 }  // namespace sim
