@@ -3,6 +3,9 @@
 
 #include "cm/firmware_handover.h"
 #include "cm/scan.h"
+#include "cm/tunnel_discovery.h"
+#include "cm/tunnel_policy.h"
+#include "hostif/power.h"
 #include "hostif/run_abort.h"
 #include "hostif/upcalls.h"
 #include "include/device_context.h"
@@ -12,6 +15,9 @@
 #include "topology/router_queries.h"
 #include "topology/sleep.h"
 #include "topology/tmu.h"
+#include "tunnel/dp_resources.h"
+#include "tunnel/tunnel.h"
+#include "tunnel/tunnel_list.h"
 
 namespace {
 
@@ -34,6 +40,37 @@ KIV_RESULT StartHostRouter(USB4_DOMAIN* domain) {
   return kKivOk;
 }
 
+// What is programmed already first, new tunnels after it, USB3 before PCIe, displays last. A tree that is not completed
+// is traced where it fails; the domain starts with what there is.
+void SetUpTunnels(USB4_DOMAIN* domain, const DEVICE_EXTENSION* context) {
+  USB4_SWITCH* hostRouter = domain->HostRouter;
+  if (context->PreOsCmWorkAroundEnable != 0) KivUsb4TunnelDiscoverandCleanUpUnCompleteDp(domain);
+  KivUsb4DiscoverTunnels(hostRouter);
+  KIV_RESULT usb3 = kKivOk;
+  KIV_RESULT pcie = kKivOk;
+  if (domain->Usb3TunnelSupported != 0) usb3 = KivUsb4CreateUsb3Tunnels(hostRouter);
+  if (domain->PcieTunnelSupported != 0) pcie = KivUsb4CreatePcieTunnels(hostRouter);
+  if (usb3 != kKivOk || pcie != kKivOk) TraceWarning("some routers go without", "USB3", usb3, "PCIe", pcie);
+  KivUsb4SwitchAddDpInResources(hostRouter);
+  if (domain->TunnelCount.Load() != 0) TakePowerReference(domain, {.WaitForD0 = false, .OnlyIfGranted = false});
+}
+
+// Tunnels through a peer host's link, and adopted displays, leave the counts askew; a stopped domain has none.
+void ForgetCounts(USB4_DOMAIN* domain) {
+  domain->TunnelCount.Store(0);
+  domain->Usb3TunnelCount.Store(0);
+  domain->PcieTunnelCount.Store(0);
+  domain->DpTunnelCount.Store(0);
+}
+
+void FreeTunnels(USB4_DOMAIN* domain, bool keepHardware) {
+  while (USB4_TUNNEL* tunnel = TunnelsOf(domain).First()) {
+    IgnoreResult(UnlinkTunnel(tunnel));  // it stands at the head
+    KivUsb4UpdateTunnelCnt(tunnel, domain);
+    KivUsb4DeactivateAndFreeTunnel(tunnel, {.Unlink = false, .KeepHardware = keepHardware});
+  }
+}
+
 }  // namespace
 
 KIV_RESULT KivUsb4BusStart(USB4_DOMAIN* domain, bool) {
@@ -47,6 +84,7 @@ KIV_RESULT KivUsb4BusStart(USB4_DOMAIN* domain, bool) {
     return result;
   }
   KivUsb4ScanSwitch(domain->HostRouter);
+  SetUpTunnels(domain, context);
   domain->Started.Set(true);
   context->BusStartPending.Set(false);
   SetEvent(domain->BusEvent);
@@ -54,15 +92,19 @@ KIV_RESULT KivUsb4BusStart(USB4_DOMAIN* domain, bool) {
   return kKivOk;
 }
 
-void KivUsb4BusStop(USB4_DOMAIN* domain, bool) {
+void KivUsb4BusStop(USB4_DOMAIN* domain, bool keepHardware) {
   const RunGuard guard(*domain);
+  FreeTunnels(domain, keepHardware);
+  EmptyDpResources(domain);
   if (domain->HostRouter != nullptr) KivUsb4SwitchRemove(domain->HostRouter);
   domain->HostRouter = nullptr;
   domain->Started.Set(false);
+  ForgetCounts(domain);
 }
 
 void KivUsb4BusSuspend(USB4_DOMAIN* domain) {
   const RunGuard guard(*domain);
+  KivUsb4DisconnectAndReleaseDp(domain);
   if (domain->HostRouter != nullptr) KivUsb4SwitchSuspend(domain->HostRouter, domain->RuntimeIdle.IsSet());
   domain->Started.Set(false);
 }

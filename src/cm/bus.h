@@ -3,7 +3,9 @@
 #pragma once
 #include "include/domain.h"
 
-// Removes every router. With `keepHardware` what is programmed in them stays.
+// Frees every tunnel and removes every router. With `keepHardware` the tunnels stay programmed, and the next start
+// adopts them.
 void KivUsb4BusStop(USB4_DOMAIN* domain, bool keepHardware);
-// Puts the routers to sleep; a runtime idle arms every wake source.
+// Takes displays down and puts the routers to sleep; a runtime idle arms every wake source, and notes whether there
+// were displays to bring back. PCIe and USB3 tunnels stay as they are.
 void KivUsb4BusSuspend(USB4_DOMAIN* domain);

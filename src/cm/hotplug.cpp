@@ -1,7 +1,11 @@
 // Plug and unplug, as notifications tell them.
 #include "cm/hotplug.h"
 
+#include "cm/idle.h"
 #include "cm/scan.h"
+#include "cm/tunnel_sweep.h"
+#include "cm/upcalls.h"
+#include "hostif/diagnostics.h"
 #include "include/domain.h"
 #include "include/locks.h"
 #include "include/trace.h"
@@ -10,6 +14,9 @@
 #include "topology/router_lifecycle.h"
 #include "topology/router_queries.h"
 #include "topology/tmu.h"
+#include "tunnel/dp_policy.h"
+#include "tunnel/dp_resources.h"
+#include "tunnel/protocol_adapter.h"
 
 namespace {
 
@@ -21,9 +28,21 @@ USB4_PORT* AdapterOf(const USB4_HOTPLUG_EVENT& event) {
   return KivUsb4PortIsUpstream(adapter) ? nullptr : adapter;
 }
 
+bool IsDisplayAdapter(const USB4_PORT* adapter) {
+  return PortIs(adapter, USB4_ADAPTER_DP_OUT) || PortIs(adapter, USB4_ADAPTER_DP_IN);
+}
+
 void Plugged(USB4_PORT* adapter) {
+  USB4_SWITCH* router = adapter->Router;
+  USB4_DOMAIN* domain = router->Domain;
   if (adapter->Remote != nullptr) return;
   if (KivUsb4PortIsLane(adapter)) KivUsb4ScanPort(adapter);
+  if (IsDisplayAdapter(adapter)) KivUsb4DpResourceAvailable(domain, adapter);
+  StayAwakeForTunnels(domain);
+  if (!KivUsb4DiagnosticsEnabled(domain)) return;
+  KivUsb4CreateDirectoryForHotplugCreatedSwitch(domain, KivUsb4SwitchRoute(router));
+  KivUsb4TunnelInfoShow(domain);
+  KivUsb4PrintAllTunnelInfo(domain);
 }
 
 void ClearSlots(USB4_PORT* adapter) {
@@ -39,20 +58,35 @@ void ForgetRemote(USB4_PORT* adapter) {
   if (adapter->DualLinkPartner != nullptr) adapter->DualLinkPartner->Remote = nullptr;
 }
 
+// Tunnels go first, while the records of the adapters that they hold are there; last, a display that lost its tunnel
+// may get another way.
 void RemoveBehind(USB4_PORT* adapter) {
   USB4_SWITCH* router = adapter->Remote->Router;
+  USB4_DOMAIN* domain = router->Domain;
   KivUsb4SwitchSetUnplugged(router);
+  KivUsb4RemoveInvalidTunnels(domain);
+  KivUsb4RemoveSwitchDpResources(router);
   // The far end is gone; what these steps still change is the near end.
   IgnoreResult(KivUsb4SwitchTmuDisable(router));
   IgnoreResult(KivUsb4SwitchUnconfigureLink(router));
   KivUsb4SwitchLaneBondingDisable(router);
   KivUsb4SwitchRemove(router);
   ForgetRemote(adapter);
+  KivUsb4TunnelDp(domain);
+  RestIfIdle(domain);
 }
 
 void Unplugged(USB4_PORT* adapter) {
+  USB4_DOMAIN* domain = adapter->Router->Domain;
   ClearSlots(adapter);
-  if (KivUsb4PortHasDownstreamLink(adapter)) RemoveBehind(adapter);
+  if (KivUsb4PortHasDownstreamLink(adapter)) {
+    RemoveBehind(adapter);
+  } else if (IsDisplayAdapter(adapter)) {
+    KivUsb4DpResourceUnavailable(domain, adapter);
+  }
+  if (!KivUsb4DiagnosticsEnabled(domain)) return;
+  KivUsb4TunnelInfoShow(domain);
+  KivUsb4PrintAllTunnelInfo(domain);
 }
 
 }  // namespace

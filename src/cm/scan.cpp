@@ -1,6 +1,8 @@
 // The scan: from a lane adapter that is up to a router that is part of the topology.
 #include "cm/scan.h"
 
+#include "cm/tunnel_policy.h"
+#include "hostif/notifications.h"
 #include "include/domain.h"
 #include "include/locks.h"
 #include "include/trace.h"
@@ -10,6 +12,9 @@
 #include "topology/router_queries.h"
 #include "topology/tmu.h"
 #include "topology/upcalls.h"
+#include "tunnel/dp_adapter.h"
+#include "tunnel/dp_resources.h"
+#include "tunnel/protocol_adapter.h"
 
 namespace {
 
@@ -19,15 +24,27 @@ bool IsScanned(const USB4_PORT* adapter) {
   return adapter->DualLinkPartner == nullptr || !adapter->IsSecondLane();
 }
 
-// A host stood here before the router came.
-void RemovePeer(USB4_PORT* adapter) {
-  if (adapter->XDomain == nullptr) return;
-  KivUsb4XdomainRemove(adapter->XDomain);
-  // Marks of a link that has been down meanwhile: the router's own configuration sets what is needed.
+// A display is a matter for the work loop, after the scan: its tunnel needs the whole topology.
+void QueueDisplay(const USB4_PORT* dpOut) {
+  if (KivUsb4DpPortHpdIsActive(dpOut) != 1 || KivUsb4DpPortIsEnabled(dpOut)) return;
+  const USB4_SWITCH* router = dpOut->Router;
+  KivUsb4QueueHotplug(router->Domain, {KivUsb4SwitchRoute(router), dpOut->Number, false});
+}
+
+// The marks of a link to another host come off, so that the link is nobody's.
+void UnmarkPeerLink(USB4_PORT* adapter) {
+  // Whatever comes to this adapter next sets what it needs.
   IgnoreResult(KivUsb4SetXdomainConfiguredAny(adapter, false));
   if (adapter->DualLinkPartner != nullptr) {
     IgnoreResult(KivUsb4PortSetLaneEnabled(adapter->DualLinkPartner, true));
   }
+}
+
+// A host stood here before the router came.
+void RemovePeer(USB4_PORT* adapter) {
+  if (adapter->XDomain == nullptr) return;
+  KivUsb4XdomainRemove(adapter->XDomain);
+  UnmarkPeerLink(adapter);
   const SpinLockGuard guard(adapter->Router->Domain->TopologyLock);
   adapter->XDomain = nullptr;
 }
@@ -45,17 +62,36 @@ void TraceStep(const USB4_SWITCH* router, const char* step, KIV_RESULT result) {
   if (result != kKivOk) TraceError("step failed", "name", router->Info.Name, "step", step, "result", result);
 }
 
-// The order is fixed: bonding before the marks, both before time synchronisation.
+// The order is fixed: bonding before the marks, both before time synchronisation, all before any tunnel.
 void SetUpLink(USB4_SWITCH* router) {
   TraceStep(router, "lane bonding", KivUsb4SwitchLaneBondingEnable(router));
   TraceStep(router, "link configuration", KivUsb4SwitchConfigureLink(router));
   TraceStep(router, "time synchronisation", KivUsb4EnableTmu(router));
 }
 
+// 0 or the error is traced: a router stays with what it could get.
+void SetUpTunnels(USB4_SWITCH* router) {
+  USB4_DOMAIN* domain = router->Domain;
+  if (domain->Started.IsSet()) {
+    if (domain->Usb3TunnelSupported != 0) TraceStep(router, "USB3 tunnel", KivUsb4TunnelUsb3(domain, router));
+    if (domain->PcieTunnelSupported != 0) TraceStep(router, "PCIe tunnel", KivUsb4TunnnelPcie(domain, router));
+  }
+  KivUsb4SwitchAddDpInResources(router);
+}
+
+// The far end answers like another host's router, or lies too deep for one of this domain.
+bool LooksLikePeer(KIV_RESULT error) {
+  return error == kKivIoError || error == kKivTooDeep;
+}
+
 // The router behind the adapter, linked and in the device list; null when there is none or a step failed.
 USB4_SWITCH* Enumerate(USB4_PORT* adapter) {
   USB4_SWITCH* parent = adapter->Router;
   const ROUTER_OR_ERROR found = KivUsb4SwitchAlloc(parent->Domain, parent, RouteBehind(parent, adapter->Number));
+  if (LooksLikePeer(found.Error)) {
+    TraceWarning("no peer support", "name", parent->Info.Name, "adapter", adapter->Number, "result", found.Error);
+    UnmarkPeerLink(adapter);
+  }
   if (found.Error != kKivOk) return nullptr;
   USB4_SWITCH* router = found.Switch;
   KIV_RESULT result = KivUsb4SwitchConfigure(router);
@@ -76,6 +112,7 @@ USB4_SWITCH* Enumerate(USB4_PORT* adapter) {
 }  // namespace
 
 void KivUsb4ScanPort(USB4_PORT* adapter) {
+  if (PortIs(adapter, USB4_ADAPTER_DP_OUT)) QueueDisplay(adapter);
   if (!IsScanned(adapter)) return;
   const KIV_RESULT up = KivUsb4WaitForPort(adapter, false);
   if (up <= 0 || adapter->Remote != nullptr) {
@@ -85,6 +122,7 @@ void KivUsb4ScanPort(USB4_PORT* adapter) {
   USB4_SWITCH* router = Enumerate(adapter);
   if (router == nullptr) return;
   SetUpLink(router);
+  SetUpTunnels(router);
   KivUsb4ScanSwitch(router);
 }
 

@@ -3,6 +3,7 @@
 // A record queued while the loop runs is handled in the same run. While a power-down is in progress records are taken
 // off the list and freed unhandled.
 #include "cm/hotplug.h"
+#include "cm/idle.h"
 #include "hostif/control_channel.h"
 #include "hostif/power.h"
 #include "hostif/run_abort.h"
@@ -46,13 +47,6 @@ void HandleAndFree(DEVICE_EXTENSION* context, USB4_EVENT_NODE* node) {
   PoolDelete(node);
 }
 
-// A domain without tunnels and without a peer needs nothing from the device until the next event.
-void RestIfIdle(DEVICE_EXTENSION* context, USB4_DOMAIN* domain) {
-  if (domain->TunnelCount.Load() == 0 && PowerReferenceIsHeld(domain) && context->XDomain == nullptr) {
-    LetDeviceIdle(domain);
-  }
-}
-
 bool EventsWait(DEVICE_EXTENSION* context) {
   MutexGuard guard(context->WorkListMutex);
   return !context->Events().IsEmpty();
@@ -61,7 +55,7 @@ bool EventsWait(DEVICE_EXTENSION* context) {
 void Drain(DEVICE_EXTENSION* context, USB4_DOMAIN* domain) {
   do {
     while (USB4_EVENT_NODE* node = TakeEvent(context)) HandleAndFree(context, node);
-    RestIfIdle(context, domain);
+    RestIfIdle(domain);
   } while (EventsWait(context));
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "hostif/diagnostics.h"
 #include "include/host_interface.h"
 #include "include/locks.h"
 #include "include/trace.h"
@@ -128,7 +129,7 @@ void KivUsb4RemoveSwitchFromDevList(USB4_DOMAIN* domain, USB4_SWITCH* router) {
     const USB4_ROUTE route = KivUsb4SwitchRoute(router);
     USB4_DEV_ENTRY* entry = FindAndEnter(domain, [route](const USB4_DEV_ENTRY& other) { return other.Route == route; });
     if (entry != nullptr) {
-      if (hostInterface->DiagnosticsEnabled.IsSet()) KivUsb4SwitchLoggingExit(hostInterface, router);
+      if (KivUsb4DiagnosticsEnabled(domain)) KivUsb4SwitchLoggingExit(hostInterface, router);
       RemoveEntry(domain, entry);
     }
   }

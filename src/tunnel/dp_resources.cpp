@@ -1,7 +1,7 @@
 // The list of DisplayPort resources, and what its changes set off.
 #include "tunnel/dp_resources.h"
 
-#include "include/host_interface.h"
+#include "hostif/diagnostics.h"
 #include "include/trace.h"
 #include "topology/router_queries.h"
 #include "tunnel/dp_policy.h"
@@ -52,8 +52,7 @@ void KivUsb4DpResourceAvailable(USB4_DOMAIN* domain, USB4_PORT* adapter) {
 
 void KivUsb4DpResourceUnavailable(USB4_DOMAIN* domain, USB4_PORT* adapter) {
   TearDownTunnelOf(domain, adapter);
-  USB4_HOST_INTERFACE* hostInterface = domain->HostInterface;
-  if (hostInterface->DiagnosticsEnabled.IsSet()) KivUsb4DpCreateTearDown(hostInterface, adapter, false);
+  if (KivUsb4DiagnosticsEnabled(domain)) KivUsb4DpCreateTearDown(domain->HostInterface, adapter, false);
   RemoveDpResource(domain, adapter);
   KivUsb4TunnelDp(domain);
 }

@@ -1,0 +1,16 @@
+// The domain's power reference, by what there is to carry.
+#include "cm/idle.h"
+
+#include "hostif/power.h"
+#include "include/device_context.h"
+
+void RestIfIdle(USB4_DOMAIN* domain) {
+  const DEVICE_EXTENSION* context = DeviceContextOf(domain->HostInterface->Device);
+  if (context == nullptr || context->XDomain != nullptr) return;
+  if (domain->TunnelCount.Load() == 0 && PowerReferenceIsHeld(domain)) LetDeviceIdle(domain);
+}
+
+void StayAwakeForTunnels(USB4_DOMAIN* domain) {
+  if (domain->TunnelCount.Load() == 0) return;
+  TakePowerReference(domain, {.WaitForD0 = true, .OnlyIfGranted = true});
+}

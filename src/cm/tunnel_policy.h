@@ -1,0 +1,22 @@
+// Which PCIe and USB3 tunnels exist: one of each from every router's parent to the router, so that the tree of routers
+// carries a tree of either kind. PASSIVE_LEVEL, under the domain's run lock.
+#pragma once
+#include "include/domain.h"
+#include "include/status.h"
+#include "include/switch.h"
+
+// The router's tunnel, unless it is the host router, then those of everything behind it: parents before children,
+// siblings in adapter order. The first failure ends the whole walk and is returned.
+[[nodiscard]] KIV_RESULT KivUsb4CreatePcieTunnels(USB4_SWITCH* router);
+[[nodiscard]] KIV_RESULT KivUsb4CreateUsb3Tunnels(USB4_SWITCH* router);
+
+// One tunnel, active, listed and counted. 0 also without one when an adapter for it is missing or none is free; -1 when
+// it cannot be built, is refused for want of bandwidth or does not come up; else the error of asking for bandwidth.
+[[nodiscard]] KIV_RESULT KivUsb4TunnnelPcie(USB4_DOMAIN* domain, USB4_SWITCH* router);
+// Not below a router that has no running USB3 tunnel itself.
+[[nodiscard]] KIV_RESULT KivUsb4TunnelUsb3(USB4_DOMAIN* domain, USB4_SWITCH* router);
+
+// The parent's protocol adapter for the link of `laneAdapter`: the one at the link's position unless it is in use, else
+// the first free one; null when there is none. A Thunderbolt 3 router knows no positions for PCIe.
+[[nodiscard]] USB4_PORT* KivUsb4FindPcieDown(const USB4_SWITCH* parent, const USB4_PORT* laneAdapter);
+[[nodiscard]] USB4_PORT* KivUsb4FindUsb3Down(const USB4_SWITCH* parent, const USB4_PORT* laneAdapter);

@@ -1,0 +1,8 @@
+// Whether the diagnostics tree of files is kept up to date.
+#pragma once
+#include "include/domain.h"
+#include "include/host_interface.h"
+
+_IRQL_requires_max_(DISPATCH_LEVEL) [[nodiscard]] inline bool KivUsb4DiagnosticsEnabled(const USB4_DOMAIN* domain) {
+  return domain->HostInterface->DiagnosticsEnabled.IsSet();
+}
