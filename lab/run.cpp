@@ -247,22 +247,14 @@ void Run::AddLeftovers() {
     left.objects = kernel.LiveObjects();
     left.mappings = kernel.LiveMappings();
     left.buffers = kernel.LiveCommonBuffers();
-    for (const Leftovers& held : report_.leftovers)
-      if (held.host == left.host) left.references = held.references;
-    report_.leftovers[host] = left;
+    for (Place place : machine_.Places())
+      if (place.host == host) left.references += kernel.References(machine_.device(place)).leftAtRemoval;
+    report_.leftovers.push_back(left);
     if (!left.Nothing()) Fail(fmt::format("host {} still holds something after the unload", left.host));
   }
 }
 
 void Run::Removal() {
-  for (std::size_t host = 0; host < scenario_.machine.hosts.size(); ++host) {
-    Leftovers left;
-    left.host = machine_.kernel(host).options().name;
-    report_.leftovers.push_back(left);
-  }
-  for (Place place : machine_.Places())
-    if (machine_.Added(place))
-      report_.leftovers[place.host].references += machine_.kernel(place.host).References(machine_.device(place)).held;
   machine_.RemoveAndUnload();
   if (!Over()) AddLeftovers();
 }

@@ -137,7 +137,8 @@ DevicePower HostKernel::Power(DeviceId id) const {
 }
 
 PowerReferences HostKernel::References(DeviceId id) const {
-  return {pnp_->Find(id)->policy.References()};
+  const PowerPolicy& policy = pnp_->Find(id)->policy;
+  return {policy.References(), policy.ReferencesLeft()};
 }
 
 // --- requests ---

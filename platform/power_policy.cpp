@@ -21,7 +21,7 @@ void PowerPolicy::Reset() {
   StopIdleTimer();
   idle_ = {};
   armedForSystemWake_ = wakeSignalled_ = false;
-  references_ = 0;
+  referencesLeft_ = std::exchange(references_, 0);
 }
 
 void PowerPolicy::Assign(const IdleSettings& settings) {

@@ -36,6 +36,7 @@ class PowerPolicy {
   [[nodiscard]] bool Dereference();  // false when none is held
   bool WaitsForD0(const Task* task) const;
   std::int64_t References() const { return references_; }
+  std::int64_t ReferencesLeft() const { return referencesLeft_; }  // at the last Reset
 
   // --- from power-managed queues: a request that is in one, or that the driver owns from one
   void RequestArrived();
@@ -74,6 +75,7 @@ class PowerPolicy {
   bool wakeSignalled_ = false;
   bool idleDue_ = false;
   std::int64_t references_ = 0;
+  std::int64_t referencesLeft_ = 0;
   std::int64_t requests_ = 0;
   EventId idleTimer_ = 0;
   std::vector<Waiter*> waiters_;

@@ -58,7 +58,8 @@ enum class PnpState { Added, Started, Failed, SurpriseRemoved, Removed };
 enum class DevicePower { D0, D3, Off };
 
 struct PowerReferences {
-  std::int64_t held = 0;  // taken by WdfDeviceStopIdle and not given back
+  std::int64_t held = 0;           // taken by WdfDeviceStopIdle and not given back
+  std::int64_t leftAtRemoval = 0;  // still held when the device went
 };
 
 class HostKernel {

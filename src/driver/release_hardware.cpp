@@ -6,6 +6,7 @@
 #include "hostif/control_channel.h"
 #include "hostif/domain.h"
 #include "hostif/host_interface.h"
+#include "hostif/power.h"
 #include "hostif/work_items.h"
 #include "include/device_context.h"
 #include "include/status.h"
@@ -21,6 +22,9 @@ void TearDownDomain(DEVICE_EXTENSION* context) {
   context->GenericWorkReady.Set(false);
   SetEvent(domain->BusEvent);  // nobody starts the bus any more: a run that waits for it need not wait out its time
   DeleteSharedWorkItems(context);
+  // A domain with tunnels has kept the device awake until now; the next preparation builds a domain that knows nothing
+  // of it.
+  GiveBackPowerReference(domain);
   if (domain->ControlChannel != nullptr) KivUsb4CtlStop(domain->ControlChannel);
   const USB4_HOST_INTERFACE* hostInterface = context->HostInterface;
   if (hostInterface->RegisterBase != nullptr) KivUsb4MaskInterrupts(*hostInterface);
