@@ -34,6 +34,7 @@ struct AdapterView {
   // Name and offset in adapter space, in dwords.
   std::vector<std::pair<std::string, unsigned>> capabilities;
   std::vector<RegisterView> registers;
+  std::vector<unsigned> inputHops, outputHops;  // hop IDs that are in use, lowest first
 };
 
 struct LinkView {
@@ -57,11 +58,67 @@ struct RouterView {
   std::optional<LinkView> link;       // towards the host; the host router has none
 };
 
+enum class TunnelKind { Pcie, Dp, Dma, Usb3 };  // as the driver numbers them
+
+// One entry of a path: into router `route` by adapter `in` with one hop ID, out of it by `out` with another.
+struct HopView {
+  std::uint64_t route = 0;
+  unsigned in = 0, inHop = 0;
+  unsigned out = 0, outHop = 0;
+};
+
+struct PathView {
+  std::string name;  // "PCIe Down"
+  bool active = false;
+  int nfcCredits = 0;
+  std::vector<HopView> hops;  // from the source to the destination
+};
+
+// Mb/s; upstream is towards the host.
+struct BandwidthView {
+  std::int64_t up = 0, down = 0;
+  friend bool operator==(const BandwidthView&, const BandwidthView&) = default;
+};
+
+struct TunnelEnd {
+  AdapterPlace place;
+  std::string router;  // its name, "0-1"
+};
+
+struct TunnelView {
+  TunnelKind kind = TunnelKind::Pcie;
+  bool listed = true;  // false: allocated, but the driver's list no longer names it
+  TunnelEnd source;
+  std::optional<TunnelEnd> destination;
+  bool active = false;  // every path is
+  std::vector<PathView> paths;
+  BandwidthView maximum;                   // that it may take, as far as it was told
+  std::optional<BandwidthView> allocated;  // USB3 from the host router: the grant
+};
+
+struct TunnelCounts {
+  std::int64_t total = 0, pcie = 0, usb3 = 0, dp = 0;
+};
+
 struct DomainView {
   std::string name;      // "host/H1"
   bool present = false;  // the driver has a domain
   std::vector<RouterView> routers;
+  std::vector<TunnelView> tunnels;  // in list order, those that are not listed behind them
+  TunnelCounts counts;
+  std::vector<AdapterPlace> displayResources;     // DP adapters that the policy may pair, in list order
+  bool pcieAllowed = false, usb3Allowed = false;  // by the registry
+
+  const RouterView* Find(std::uint64_t route) const;
 };
+
+const char* TunnelKindName(TunnelKind kind);  // "PCIe", "DP", "DMA", "USB3"
+// "PCIe 0:3 -> 1:9"; "?" for a destination that is not known.
+std::string TunnelText(const TunnelView& tunnel);
+// "9000/500": up, then down, in Mb/s.
+std::string BandwidthText(const BandwidthView& bandwidth);
+// "0:3 8 -> 0:1 9 | 1:1 9 -> 1:9 8", cables as bars.
+std::string PathText(const PathView& path);
 
 // "lane", "PCIe downstream", ...; "unknown" for a type that no table names.
 const char* AdapterTypeName(std::uint32_t type);

@@ -97,6 +97,41 @@ void CompareRouter(Comparison& comparison, const Expectation& expectation, Machi
   comparison.Number(what + " adapters", expectation.adapters, static_cast<std::int64_t>(found->adapters.size()));
 }
 
+std::string Joined(std::vector<std::string> texts) {
+  std::sort(texts.begin(), texts.end());
+  std::string line;
+  for (const std::string& text : texts) line += (line.empty() ? "" : ", ") + text;
+  return line.empty() ? "none" : line;
+}
+
+void CompareTunnels(Comparison& comparison, const Expectation& expectation, const DomainView& domain) {
+  std::vector<std::string> active;
+  const TunnelView* found = nullptr;
+  for (const TunnelView& tunnel : domain.tunnels) {
+    if (!tunnel.listed || !tunnel.active) continue;
+    active.push_back(TunnelText(tunnel));
+    if (active.back() == expectation.tunnel) found = &tunnel;
+  }
+  if (expectation.tunnels) comparison.Text("tunnels", Joined(*expectation.tunnels), Joined(active));
+  comparison.Number("tunnel count", expectation.tunnelCount, domain.counts.total);
+  comparison.Number("PCIe tunnel count", expectation.pcieTunnels, domain.counts.pcie);
+  comparison.Number("USB3 tunnel count", expectation.usb3Tunnels, domain.counts.usb3);
+  comparison.Number("DP tunnel count", expectation.dpTunnels, domain.counts.dp);
+  if (!expectation.tunnel) return;
+  const std::string what = "tunnel " + *expectation.tunnel;
+  if (!expectation.aboutRouter)
+    comparison.Text(what, expectation.present ? "present" : "absent", found != nullptr ? "present" : "absent");
+  if (found != nullptr)
+    comparison.Text(what + " allocated", expectation.allocated,
+                    found->allocated ? BandwidthText(*found->allocated) : "not managed");
+}
+
+bool AsksForDomain(const Expectation& expectation) {
+  return expectation.routers || expectation.adapters || expectation.aboutRouter || expectation.tunnels ||
+         expectation.tunnelCount || expectation.pcieTunnels || expectation.usb3Tunnels || expectation.dpTunnels ||
+         expectation.tunnel;
+}
+
 std::optional<std::string> Hex(const std::optional<platform::Status>& status) {
   return status ? std::optional(fmt::format("0x{:08X}", static_cast<std::uint32_t>(*status))) : std::nullopt;
 }
@@ -116,12 +151,12 @@ std::vector<std::string> Mismatches(const Expectation& expectation, Machine& mac
     if (std::find(all.begin(), all.end(), *expectation.interface) == all.end())
       comparison.Text("interface", expectation.interface, all.empty() ? "none" : all.front());
   }
-  if (expectation.routers || expectation.adapters || expectation.aboutRouter) {
-    const DomainView domain = machine.Domain(place);
-    comparison.Number("routers", expectation.routers, static_cast<std::int64_t>(domain.routers.size()));
-    // Without a route, what is said about a router is about the host's.
-    if (expectation.adapters || expectation.aboutRouter) CompareRouter(comparison, expectation, machine, domain);
-  }
+  if (!AsksForDomain(expectation)) return comparison.lines();
+  const DomainView domain = machine.Domain(place);
+  comparison.Number("routers", expectation.routers, static_cast<std::int64_t>(domain.routers.size()));
+  // Without a route, what is said about a router is about the host's.
+  if (expectation.adapters || expectation.aboutRouter) CompareRouter(comparison, expectation, machine, domain);
+  CompareTunnels(comparison, expectation, domain);
   return comparison.lines();
 }
 

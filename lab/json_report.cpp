@@ -11,7 +11,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 // Additions raise the number behind the point, anything else the one before it.
-constexpr const char* kFormatVersion = "1.0";
+constexpr const char* kFormatVersion = "1.1";
 
 double Milliseconds(platform::Time time) {
   return static_cast<double>(time) / static_cast<double>(platform::kMillisecond);
@@ -60,6 +60,43 @@ Json Routers(const RunReport& report) {
   return list;
 }
 
+Json Bandwidth(const std::optional<BandwidthView>& bandwidth) {
+  return bandwidth ? Json{{"up", bandwidth->up}, {"down", bandwidth->down}} : Json(nullptr);
+}
+
+Json End(const TunnelEnd& end) {
+  return Json{{"adapter", fmt::format("{:x}:{}", end.place.route, end.place.adapter)}, {"router", end.router}};
+}
+
+Json Path(const PathView& path) {
+  Json hops = Json::array();
+  for (const HopView& hop : path.hops)
+    hops.push_back(Json{{"in", fmt::format("{:x}:{}", hop.route, hop.in)},
+                        {"inHop", hop.inHop},
+                        {"out", fmt::format("{:x}:{}", hop.route, hop.out)},
+                        {"outHop", hop.outHop}});
+  return Json{{"name", path.name}, {"active", path.active}, {"hops", std::move(hops)}};
+}
+
+// Tunnels that the driver lists; several domains are told apart as routers are.
+Json Tunnels(const RunReport& report) {
+  Json list = Json::array();
+  for (const DomainView& domain : report.domains) {
+    for (const TunnelView& tunnel : domain.tunnels) {
+      if (!tunnel.listed) continue;
+      Json json{{"type", TunnelKindName(tunnel.kind)}, {"source", End(tunnel.source)}};
+      json["destination"] = tunnel.destination ? End(*tunnel.destination) : Json(nullptr);
+      json["active"] = tunnel.active;
+      json["allocatedMbps"] = Bandwidth(tunnel.allocated);
+      json["paths"] = Json::array();
+      for (const PathView& path : tunnel.paths) json["paths"].push_back(Path(path));
+      if (report.domains.size() > 1) json["domain"] = domain.name;
+      list.push_back(std::move(json));
+    }
+  }
+  return list;
+}
+
 Json Violations(const RunReport& report) {
   Json list = Json::array();
   for (const platform::Violation& violation : report.violations) {
@@ -100,7 +137,7 @@ std::string FormatJson(const RunReport& report) {
   json["seed"] = report.seeded ? Json(fmt::format("{}", report.seed)) : Json(nullptr);
   json["virtualTimeMs"] = Milliseconds(report.virtualTime);
   json["routers"] = Routers(report);
-  json["tunnels"] = Json::array();
+  json["tunnels"] = Tunnels(report);
   json["peers"] = Json::array();
   json["violations"] = Violations(report);
   json["protocolErrors"] = ProtocolErrors(report);

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cstdio>
 
 #include "lab/suggest.h"
 #include "lab/toml_reader.h"
@@ -200,8 +201,42 @@ void ReadRouterExpectation(TableReader& table, Expectation& expectation) {
   if (table.Has("link")) expectation.link = table.Text("link", "");
   if (table.Has("tmu")) expectation.tmu = table.Text("tmu", "");
   if (table.Has("generation")) expectation.generation = table.Number("generation", 0, 1, 4);
-  for (const char* key : {"present", "name", "model", "link", "tmu", "generation"})
+  for (const char* key : {"name", "model", "link", "tmu", "generation"})
     if (table.Has(key) && !expectation.aboutRouter) table.Fail(key, fmt::format("{} needs the router's route", key));
+  if (table.Has("present") && !expectation.aboutRouter && !table.Has("tunnel"))
+    table.Fail("present", "present needs the router's route or the tunnel");
+}
+
+// "PCIe 0:3 -> 1:9", letter by letter as the tree says it.
+void RequireTunnel(const TableReader& table, const char* key, const std::string& text) {
+  TunnelView tunnel;
+  AdapterPlace &from = tunnel.source.place, to;
+  if (std::sscanf(text.c_str(), "%*s %lx:%u -> %lx:%u", &from.route, &from.adapter, &to.route, &to.adapter) == 4) {
+    tunnel.destination = TunnelEnd{to, ""};
+    for (const TunnelKind kind : {TunnelKind::Pcie, TunnelKind::Dp, TunnelKind::Dma, TunnelKind::Usb3}) {
+      tunnel.kind = kind;
+      if (TunnelText(tunnel) == text) return;
+    }
+  }
+  table.Fail(key, fmt::format("\"{}\" is no tunnel: write kind, source and destination as \"PCIe 0:3 -> 1:9\"", text));
+}
+
+void ReadTunnelExpectation(TableReader& table, Expectation& expectation) {
+  if (table.Has("tunnels")) {
+    expectation.tunnels = table.TextList("tunnels");
+    for (const std::string& text : *expectation.tunnels) RequireTunnel(table, "tunnels", text);
+  }
+  for (const auto& [key, number] : {std::pair{"tunnelCount", &expectation.tunnelCount},
+                                    {"pcieTunnels", &expectation.pcieTunnels},
+                                    {"usb3Tunnels", &expectation.usb3Tunnels},
+                                    {"dpTunnels", &expectation.dpTunnels}})
+    if (table.Has(key)) *number = table.Number(key, 0, 0, 1000);
+  if (table.Has("tunnel")) {
+    expectation.tunnel = table.Text("tunnel", "");
+    RequireTunnel(table, "tunnel", *expectation.tunnel);
+  }
+  if (table.Has("allocated")) expectation.allocated = table.Text("allocated", "");
+  if (expectation.allocated && !expectation.tunnel) table.Fail("allocated", "allocated needs the tunnel");
 }
 
 Expectation ReadExpectation(TableReader table, const MachineConfig& machine) {
@@ -220,6 +255,7 @@ Expectation ReadExpectation(TableReader table, const MachineConfig& machine) {
   if (table.Has("routers")) expectation.routers = table.Number("routers", 0, 0, 1000);
   if (table.Has("adapters")) expectation.adapters = table.Number("adapters", 0, 0, 63);
   ReadRouterExpectation(table, expectation);
+  ReadTunnelExpectation(table, expectation);
   table.RejectUnknownKeys();
   return expectation;
 }

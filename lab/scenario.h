@@ -45,6 +45,11 @@ struct Expectation {
   std::optional<std::string> link;        // "40G = 2 x 20G"
   std::optional<std::string> tmu;         // "bi-directional, HiFi"
   std::optional<std::int64_t> generation;
+  // Every listed tunnel, in any order: "PCIe 0:3 -> 1:9".
+  std::optional<std::vector<std::string>> tunnels;
+  std::optional<std::int64_t> tunnelCount, pcieTunnels, usb3Tunnels, dpTunnels;  // the driver's counters
+  std::optional<std::string> tunnel;                                             // what the keys below are about
+  std::optional<std::string> allocated;                                          // "9000/9000", up and down
 };
 
 struct Scenario {

@@ -22,6 +22,13 @@ std::string RouterLine(const RouterView& router) {
   return line;
 }
 
+std::string TunnelLine(const TunnelView& tunnel) {
+  std::string line = TunnelText(tunnel) + (tunnel.active ? ", active" : ", inactive");
+  if (tunnel.allocated) line += fmt::format(", allocated {} Mb/s up/down", BandwidthText(*tunnel.allocated));
+  if (!tunnel.listed) line += ", not listed";
+  return line;
+}
+
 std::string CapabilityText(const std::vector<std::pair<std::string, unsigned>>& capabilities) {
   std::string text;
   for (const auto& [name, offset] : capabilities)
@@ -59,6 +66,8 @@ class Writer {
     text += fmt::format("{}|__ {}\n", indent, RouterLine(router));
     const std::string below = indent + "    ";
     if (verbosity_ > 0) AppendDetails(router, below + "  ");
+    for (const TunnelView& tunnel : domain_.tunnels)
+      if (tunnel.source.place.route == router.route) AppendTunnel(tunnel, below);
     for (const RouterView& child : domain_.routers)
       if (child.depth == router.depth + 1 && ParentRoute(child) == router.route) Append(child, below);
   }
@@ -66,6 +75,13 @@ class Writer {
   std::string text;
 
  private:
+  void AppendTunnel(const TunnelView& tunnel, const std::string& indent) {
+    text += fmt::format("{}=== {}\n", indent, TunnelLine(tunnel));
+    if (verbosity_ == 0) return;
+    for (const PathView& path : tunnel.paths)
+      text += fmt::format("{}      {:<10} {}{}\n", indent, path.name, PathText(path), path.active ? "" : ", inactive");
+  }
+
   void AppendDetails(const RouterView& router, const std::string& indent) {
     if (!router.capabilities.empty()) text += fmt::format("{}[{}]\n", indent, CapabilityText(router.capabilities));
     AppendRegisters(text, router.registers, indent + "    ");

@@ -58,6 +58,12 @@ TEST(ScenarioInput, EachMistakeIsOneLineWithItsPlace) {
        "4:8: unknown host \"hots\" (did you mean \"host\"?)"},
       {"[[expect]]\npower = \"D2\"\n", "2:9: unknown power \"D2\" (did you mean \"D0\"?)"},
       {"[[expect]]\nrouters = \"one\"\n", "2:11: routers must be a number, not text"},
+      {"[[expect]]\ntunnel = \"PCI 0:3 -> 1:9\"\n",
+       "2:10: \"PCI 0:3 -> 1:9\" is no tunnel: write kind, source and destination as \"PCIe 0:3 -> 1:9\""},
+      {"[[expect]]\ntunnels = [\"PCIe 0:3 -> 1:9 \"]\n",
+       "2:11: \"PCIe 0:3 -> 1:9 \" is no tunnel: write kind, source and destination as \"PCIe 0:3 -> 1:9\""},
+      {"[[expect]]\nallocated = \"9000/9000\"\n", "2:13: allocated needs the tunnel"},
+      {"[[expect]]\npresent = false\n", "2:11: present needs the router's route or the tunnel"},
       {"name = \"x\"\nname = \"y\"\n",
        "2:8: Error while parsing key-value pair: cannot redefine existing string 'name'"},
   };

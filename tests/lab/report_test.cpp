@@ -14,6 +14,18 @@ lab::Scenario Read(const char* name) {
   return lab::ReadScenario(std::string(PROJECT_ROOT "/scenarios/") + name);
 }
 
+lab::TunnelView Usb3Tunnel() {
+  lab::TunnelView tunnel;
+  tunnel.kind = lab::TunnelKind::Usb3;
+  tunnel.source = {{0, 4}, "0-0"};
+  tunnel.destination = lab::TunnelEnd{{1, 16}, "0-1"};
+  tunnel.active = true;
+  tunnel.allocated = lab::BandwidthView{9000, 500};
+  tunnel.paths = {{"USB3 Down", true, 0, {{0, 4, 8, 1, 9}, {1, 1, 9, 16, 8}}},
+                  {"USB3 Up", false, 0, {{1, 16, 8, 1, 9}, {0, 1, 9, 4, 8}}}};
+  return tunnel;
+}
+
 lab::DomainView SmallDomain() {
   lab::DomainView domain;
   domain.name = "host/H1";
@@ -59,6 +71,26 @@ TEST(Tree, AdaptersWhereAskedFor) {
             "           2  000002  host interface  (upstream)\n");
 }
 
+TEST(Tree, TunnelsBelowTheRouterWhereTheyStart) {
+  lab::DomainView domain = SmallDomain();
+  domain.routers.resize(2);
+  lab::TunnelView orphan;
+  orphan.source = {{1, 10}, "0-1"};
+  orphan.listed = false;
+  domain.tunnels = {Usb3Tunnel(), orphan};
+  EXPECT_EQ(lab::FormatTree(domain, 0),
+            "/:  Domain host/H1\n"
+            "    |__ 0 (no name), host, USB4, 2 adapters\n"
+            "        === USB3 0:4 -> 1:16, active, allocated 9000/500 Mb/s up/down\n"
+            "        |__ 1 Vendor Hub, 40G = 2 x 20G, USB4, 0 adapters\n"
+            "            === PCIe 1:10 -> ?, inactive, not listed\n");
+  const std::string hops = lab::FormatTree(domain, 1);
+  EXPECT_NE(hops.find("              USB3 Down  0:4 8 -> 0:1 9 | 1:1 9 -> 1:16 8\n"
+                      "              USB3 Up    1:16 8 -> 1:1 9 | 0:1 9 -> 0:4 8, inactive\n"),
+            std::string::npos)
+      << hops;
+}
+
 TEST(Json, OneDocumentWithEveryKeyInOrder) {
   lab::RunReport report;
   report.seeded = true;
@@ -66,10 +98,12 @@ TEST(Json, OneDocumentWithEveryKeyInOrder) {
   report.virtualTime = 123'456;
   report.domains = {SmallDomain()};
   report.domains[0].routers.resize(2);
+  report.domains[0].tunnels = {Usb3Tunnel(), Usb3Tunnel()};
+  report.domains[0].tunnels[1].listed = false;
   report.events.push_back({5'000, "host", "sleep", "asked"});
   const std::string json = lab::FormatJson(report);
   std::size_t at = 0;
-  for (const char* key : {"\"format_version\": \"1.0\"",
+  for (const char* key : {"\"format_version\": \"1.1\"",
                           "\"verdict\": \"pass\"",
                           "\"seed\": \"18446744073709551615\"",
                           "\"virtualTimeMs\": 12.3456",
@@ -92,7 +126,23 @@ TEST(Json, OneDocumentWithEveryKeyInOrder) {
                           "\"speedGbps\": 20",
                           "\"lanes\": 2",
                           "\"bonded\": true",
-                          "\"tunnels\": []",
+                          "\"tunnels\": [",
+                          "\"type\": \"USB3\"",
+                          "\"source\": {",
+                          "\"adapter\": \"0:4\"",
+                          "\"router\": \"0-0\"",
+                          "\"destination\": {",
+                          "\"adapter\": \"1:16\"",
+                          "\"active\": true",
+                          "\"allocatedMbps\": {",
+                          "\"up\": 9000",
+                          "\"down\": 500",
+                          "\"paths\": [",
+                          "\"name\": \"USB3 Down\"",
+                          "\"in\": \"0:4\"",
+                          "\"inHop\": 8",
+                          "\"out\": \"0:1\"",
+                          "\"outHop\": 9",
                           "\"peers\": []",
                           "\"violations\": []",
                           "\"protocolErrors\": []",
@@ -102,6 +152,7 @@ TEST(Json, OneDocumentWithEveryKeyInOrder) {
     ASSERT_NE(found, std::string::npos) << key << " missing or out of order in\n" << json;
     at = found;
   }
+  EXPECT_EQ(json.find("\"type\": \"USB3\""), json.rfind("\"type\": \"USB3\"")) << "only what is listed";
 }
 
 TEST(DriverEvents, UnpackedFieldByField) {

@@ -64,6 +64,36 @@ TEST(CableEvents, WhatCannotHappenFailsTheRun) {
   EXPECT_EQ(never.failures[0], "1 events wait for a packet that never came");
 }
 
+// Lines 1 to 7.
+const std::string kTunnels =
+    "host = [{ controller = [{ registry = { 'PCIETunnel\\PCIETunnelSupported' = 1 } }] }]\n"
+    "router = [{ model = \"D1\" }, { model = \"T3\" }]\n"
+    "[[link]]\nfrom = \"H1:1\"\nto = \"D1:1\"\n[[link]]\nfrom = \"D1:3\"\nto = \"T3:1\"\n";
+
+TEST(TunnelExpectations, EachKeyIsCompared) {
+  const struct {
+    const char* keys;
+    const char* failure;
+  } kCases[] = {
+      {"tunnels = [\"PCIe 1:10 -> 301:8\", \"PCIe 0:3 -> 1:9\"]\n", ""},
+      {"tunnels = []\n", "tunnels is PCIe 0:3 -> 1:9, PCIe 1:10 -> 301:8, expected none"},
+      {"tunnelCount = 2\npcieTunnels = 2\nusb3Tunnels = 0\ndpTunnels = 0\n", ""},
+      {"tunnelCount = 1\n", "tunnel count is 2, expected 1"},
+      {"pcieTunnels = 1\n", "PCIe tunnel count is 2, expected 1"},
+      {"usb3Tunnels = 1\n", "USB3 tunnel count is 0, expected 1"},
+      {"dpTunnels = 1\n", "DP tunnel count is 0, expected 1"},
+      {"tunnel = \"PCIe 0:3 -> 1:9\"\npresent = false\n", "tunnel PCIe 0:3 -> 1:9 is present, expected absent"},
+      {"tunnel = \"PCIe 0:3 -> 301:8\"\n", "tunnel PCIe 0:3 -> 301:8 is absent, expected present"},
+      {"tunnel = \"PCIe 0:3 -> 1:9\"\nallocated = \"1000/1000\"\n",
+       "tunnel PCIe 0:3 -> 1:9 allocated is not managed, expected 1000/1000"},
+  };
+  for (const auto& test : kCases) {
+    const lab::RunReport report = Play(kTunnels + "[[expect]]\n" + test.keys);
+    const std::string failure = test.failure;
+    EXPECT_EQ(Failures(report), failure.empty() ? "" : ":9:1: host/H1: " + failure + "\n") << test.keys;
+  }
+}
+
 TEST(RouterExpectations, EachKeyIsCompared) {
   const struct {
     const char* keys;

@@ -7,6 +7,7 @@
 #include "lab/run.h"
 #include "lab/tree.h"
 #include "lab/waivers.h"
+#include "sim/path_probe.h"
 #include "tests/support/topology_text.h"
 
 namespace tests {
@@ -223,6 +224,19 @@ std::string World::Registers(const std::string& place) {
     std::snprintf(line, sizeof(line), "0x%02x = 0x%08x\n", offset, space->Get(offset));
     text += line;
   }
+  return text;
+}
+
+std::string World::Paths() {
+  std::string text;
+  for (const std::string& path : sim::LivePaths(fabric())) text += path + "\n";
+  return text;
+}
+
+std::string World::Tunnels() {
+  std::string text;
+  for (const lab::TunnelView& tunnel : machine_->Domain().tunnels)
+    if (tunnel.listed) text += lab::TunnelText(tunnel) + (tunnel.active ? "\n" : " inactive\n");
   return text;
 }
 

@@ -94,6 +94,10 @@ class World {
   // --- views, as text
   std::string Wire();                               // control packets since the last call, one a line
   std::string Registers(const std::string& place);  // "D1:9" adapter space, "D1" router space: "0x00 = 0x0b268086", ...
+  // What the fabric's programmed entries carry, one path a line: "PCIe: H1:3 8 -> H1:1 8 | D1:1 8 -> D1:9 8", with
+  // why it is lost behind it where nothing arrives; then entries that belong to no path.
+  std::string Paths();
+  std::string Tunnels();  // that the driver lists, in list order, one a line: "PCIe 0:3 -> 1:9"
   std::string Tree();
 
  private:
