@@ -14,7 +14,7 @@ ONE_INPUT_S = 60
 def main():
     program, corpus, findings, seconds = sys.argv[1:]
     Path(findings, "corpus").mkdir(parents=True, exist_ok=True)
-    options = [f"-max_total_time={seconds}", f"-timeout={ONE_INPUT_S}", "-max_len=1024", "-rss_limit_mb=4096",
+    options = [f"-max_total_time={seconds}", f"-timeout={ONE_INPUT_S}", "-max_len=1100", "-rss_limit_mb=4096",
                "-print_final_stats=1", f"-artifact_prefix={findings}/"]
     done = subprocess.run([program, *options, f"{findings}/corpus", corpus], capture_output=True, text=True,
                           errors="replace")

@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "fuzz/verdict.h"
 #include "hostif/config_access.h"
 #include "include/device_context.h"
 #include "include/domain.h"
@@ -82,7 +83,6 @@ class Bench {
   void Answer(Input& input);
   void Read(Input& input);
   void Lie(Input& input);
-  std::string WhyStopped();
 
   lab::Machine machine_;
   USB4_CTL* channel_ = nullptr;
@@ -176,13 +176,6 @@ void Bench::Play(Input& input) {
   machine_.simulation().RunFor(20 * platform::kMicrosecond);
 }
 
-std::string Bench::WhyStopped() {
-  std::string why = machine_.simulation().HangReport();
-  for (const platform::Violation& violation : machine_.simulation().violations())
-    why += std::string(platform::RuleName(violation.rule)) + " in " + violation.call + ": " + violation.detail + "; ";
-  return "stopped: " + why;
-}
-
 std::string Bench::Finish() {
   machine_.faults().HealAll();
   const auto quiet = [this] { return readersEnded_ == readers_ && machine_.Quiet(); };
@@ -197,7 +190,7 @@ std::string Bench::Finish() {
   const bool awake = machine_.kernel().Power(machine_.device()) == platform::DevicePower::D0;
   if (!Stopped() && awake && !outOfStep_ && alive != kKivOk) return "the control channel is dead";
   if (!Stopped()) machine_.RemoveAndUnload();
-  if (Stopped()) return WhyStopped();
+  if (Stopped()) return WhyStopped(simulation);
   return machine_.kernel().PoolBytes() == 0 ? "" : "pool left behind";
 }
 

@@ -46,6 +46,23 @@ void AllocateTexts(USB4_PORT* adapter) {
   }
 }
 
+// What DROM entries say about `adapter` and its partner holds for both of them: each is the other's, one is the second.
+// An entry may speak for both. Anything else is no pair: a link of which one adapter leads up and the other down would
+// send every walk over the topology in a circle.
+void SettleNamedPartner(USB4_PORT* adapter) {
+  USB4_PORT* partner = adapter->DualLinkPartner;
+  if (partner == nullptr) return;
+  const bool lanes = KivUsb4PortIsLane(adapter) && KivUsb4PortIsLane(partner) && partner != adapter;
+  if (lanes && partner->DualLinkPartner == nullptr) {
+    partner->DualLinkPartner = adapter;
+    partner->Flags = adapter->IsSecondLane() ? 0 : kPortSecondLane;
+  }
+  if (lanes && partner->DualLinkPartner == adapter && partner->IsSecondLane() != adapter->IsSecondLane()) return;
+  TraceError("no partner by the DROM", "name", adapter->Router->Info.Name, "adapter", adapter->Number);
+  if (partner->DualLinkPartner == adapter) partner->DualLinkPartner = nullptr;
+  adapter->DualLinkPartner = nullptr;
+}
+
 }  // namespace
 
 KIV_RESULT KivUsb4InitPort(USB4_PORT* adapter) {
@@ -70,6 +87,7 @@ KIV_RESULT KivUsb4InitPort(USB4_PORT* adapter) {
 }
 
 void KivUsb4SwitchDefaultLinkPorts(USB4_SWITCH* router) {
+  for (USB4_PORT& adapter : AdaptersOf(router)) SettleNamedPartner(&adapter);
   for (std::uint32_t number = 1; number < router->MaximumAdapter(); ++number) {
     USB4_PORT* first = &router->Adapters[number];
     USB4_PORT* second = first + 1;

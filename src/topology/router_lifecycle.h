@@ -29,7 +29,8 @@ struct ROUTER_OR_ERROR {
 // Reads one adapter's header and capabilities. An adapter whose header cannot be read is marked disabled, which is no
 // error.
 [[nodiscard]] KIV_RESULT KivUsb4InitPort(USB4_PORT* adapter);
-// Makes partners of neighbouring lane adapters that have none yet: the lower number becomes lane 0.
+// Settles the pairs that a DROM has named, then makes partners of neighbouring lane adapters that have none: the lower
+// number becomes lane 0. Afterwards each pair is two lane adapters that are each other's partner, one of them lane 1.
 void KivUsb4SwitchDefaultLinkPorts(USB4_SWITCH* router);
 // Hot-plug events of every adapter with a USB4 port capability; stops at the first error.
 [[nodiscard]] KIV_RESULT KivUsb4SwitchEnableHotPlug(USB4_SWITCH* router);

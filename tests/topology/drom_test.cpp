@@ -195,6 +195,62 @@ WORLD_TEST(Drom, PortEntriesDisableAdaptersAndPairLanesBeforeTheDefaultDoes) {
   EXPECT_EQ(requests.find("adapter=13 space=adapter offset=0x000 length=8"), std::string::npos);
 }
 
+Bytes Lane(unsigned number, bool second, unsigned partner) {
+  return {8,
+          static_cast<std::uint8_t>(0x80 | number),
+          static_cast<std::uint8_t>(second ? 0x90 : 0x80),
+          static_cast<std::uint8_t>(partner),
+          0x80,
+          0,
+          0,
+          0};
+}
+
+// "1-2 3-4": the pairs, first lane in front; adapters without a partner are left out.
+std::string Pairs(const USB4_SWITCH& router) {
+  std::string text;
+  for (unsigned number = 1; number <= 8; ++number) {
+    const USB4_PORT& adapter = router.Adapters[number];
+    if (adapter.DualLinkPartner == nullptr || adapter.IsSecondLane()) continue;
+    EXPECT_EQ(adapter.DualLinkPartner->DualLinkPartner, &adapter);
+    text += fmt::format("{}{}-{}", text.empty() ? "" : " ", number, adapter.DualLinkPartner->Number);
+  }
+  return text;
+}
+
+// Every walk over the topology trusts that a pair leads one way; with half a pair it would run in a circle.
+TEST(Drom, OnlyWholePairsOfLanesHold) {
+  const struct {
+    const char* what;
+    std::vector<Bytes> entries;
+    const char* pairs;
+  } kCases[] = {
+      {"crossed over", {Lane(3, true, 4), Lane(4, false, 3)}, "1-2 4-3 5-6 7-8"},
+      {"one entry speaks for both", {Lane(4, false, 3)}, "1-2 4-3 5-6 7-8"},
+      {"one lane is its own partner", {Lane(3, true, 3)}, "1-2 3-4 5-6 7-8"},
+      {"the control adapter", {Lane(1, false, 0)}, "1-2 3-4 5-6 7-8"},
+      {"a PCIe adapter", {Lane(1, false, 9)}, "1-2 3-4 5-6 7-8"},
+      {"the partner is disabled", {{2, 0xC0 | 2}, Lane(1, false, 2)}, "3-4 5-6 7-8"},
+      {"both are second", {Lane(1, true, 2), Lane(2, true, 1)}, "1-2 3-4 5-6 7-8"},
+      {"neither is second", {Lane(3, false, 4), Lane(4, false, 3)}, "1-2 3-4 5-6 7-8"},
+      {"in a row", {Lane(1, false, 3), Lane(3, true, 5)}, "1-2 5-3 6-7"},
+      {"all in a ring", {Lane(1, false, 3), Lane(3, false, 5), Lane(5, true, 1)}, "1-5 2-3 6-7"},
+  };
+  for (const auto& test : kCases) {
+    SCOPED_TRACE(test.what);
+    Bytes entries;
+    for (const Bytes& entry : test.entries) entries = Joined(entries, entry);
+    Bench bench("H1:1 - D1:1, D1:5 - D2:1");
+    bench.router("D1").operations().SetDrom(Usb4(Joined(entries, kNames)));
+    bench.StartQuietly();
+    bench.WithRouter(1, [&test](USB4_SWITCH& router) { EXPECT_EQ(Pairs(router), test.pairs); });
+    bench.Unplug("D1");
+    bench.Quiet();
+    EXPECT_EQ(bench.Routers(), "0 gen4\n");
+    bench.ForgiveProtocolErrors("router ");  // a second lane that stands alone is taken for a link
+  }
+}
+
 WORLD_TEST(Drom, HostAndThunderbolt3DevicesKeepTheirNamesToThemselves) {
   Bench bench("H1:1 - D1:1, D1:3 - T3:1");
   bench.StartQuietly();
