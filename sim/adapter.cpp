@@ -13,26 +13,6 @@ namespace {
 using enum BitKind;
 
 constexpr std::uint32_t kTotalMask = 0x3FFu << 20;
-constexpr std::uint32_t kPathValid = 1u << 31;
-constexpr std::uint32_t kPathPending = 1u << 28;
-constexpr RegisterRules kPathWord0{{31, 0, ReadWrite}, {30, 25, ReservedZero}};
-constexpr RegisterRules kPathWord1{{27, 0, ReadWrite}, {7, 4, ReservedZero}, {28, 28, Status}, {31, 29, ReservedZero}};
-// The entry that carries control packets belongs to the hardware.
-constexpr RegisterRules kControlEntry{{31, 0, Preserve}};
-
-struct Entry {
-  std::uint32_t word0;
-  std::uint32_t word1;
-};
-
-// What unused entries hold after reset.
-Entry UnusedEntry(std::uint32_t type, unsigned hop) {
-  if (type == kTypeHostInterface) return {0x00200000, 0x05000000};
-  if ((type == kTypePcieDown || type == kTypePcieUp) && hop == 8) return {0x000E0000, 0x01000000};
-  if ((type == kTypeDpIn || type == kTypeDpOut) && hop == 8) return {0x00060000, 0x01000000};
-  if ((type == kTypeDpIn || type == kTypeDpOut) && hop == 9) return {0x001A0000, 0};
-  return {0, 0};
-}
 
 }  // namespace
 
@@ -53,6 +33,7 @@ Adapter::Adapter(Router& router, const AdapterModel& model) : router_(router), m
     });
   }
   WatchProtocolAdapter(*this);
+  RestoreProtocolAdapter(*this);
 }
 
 std::string Adapter::Name() const {
@@ -66,45 +47,13 @@ void Adapter::DefineHeader() {
   adapterSpace_.Define(1, first | (model_.counterSets & 0x7FF) << 8 | (model_.counterSets != 0 ? 1u << 19 : 0));
   adapterSpace_.Define(2, model_.type);
   adapterSpace_.Define(3, model_.number << 20);
-  adapterSpace_.Define(kAdpBuffers, model_.bufferWord, {{9, 0, ReadWrite}, {31, 20, Status}});
+  // A manager that takes away more set-aside buffers than there are writes into the bits above them.
+  adapterSpace_.Define(kAdpBuffers, model_.bufferWord, {{9, 0, ReadWrite}, {31, 10, Status}});
   // Lane adapters of USB4 routers keep quiet until the manager has read them.
   const bool quiet = lane && router_.model().usb4();
   adapterSpace_.Define(kAdpHops, (model_.hop & 0x7FF) | (model_.hop & 0x7FF) << 11 | (quiet ? kAdpDisableHotPlug : 0),
                        {{28, 22, ReadWrite}, {31, 31, ReadWrite}});
   for (unsigned offset = 6; offset <= 8; ++offset) adapterSpace_.Define(offset, 0);
-}
-
-void Adapter::DefinePaths() {
-  if (model_.type == kTypeInactive) return;
-  const bool carriesControl = model_.type == kTypeLane || model_.type == kTypeHostInterface;
-  for (unsigned hop = 0; hop <= model_.hop; ++hop) {
-    Entry entry = UnusedEntry(model_.type, hop);
-    const bool control = hop == 0 && carriesControl;
-    if (control) entry = {0x80040000 | model_.number, 0x21000001};
-    pathSpace_.Define(2 * hop, entry.word0, control ? kControlEntry : kPathWord0);
-    pathSpace_.Define(2 * hop + 1, entry.word1, control ? kControlEntry : kPathWord1);
-    if (!control) WatchPathEntry(hop);
-  }
-}
-
-// A path that is switched off stays pending until what is on its way has drained.
-void Adapter::WatchPathEntry(unsigned hop) {
-  const unsigned word1 = 2 * hop + 1;
-  pathSpace_.OnWrite(2 * hop, [this, hop, word1](const ConfigSpace::Access& access) {
-    if ((access.old & kPathValid) == 0 || (access.now & kPathValid) != 0) return;
-    const unsigned reads = router_.fabric().timing().DrawCount("sim.path.pending", 1, 0, 20);
-    pendingReads_[hop] = reads;
-    pathSpace_.SetBits(word1, kPathPending, kPathPending);
-  });
-  pathSpace_.OnRead(word1, [this, hop](std::uint32_t stored) {
-    auto pending = pendingReads_.find(hop);
-    if (pending == pendingReads_.end()) return stored;
-    if (router_.fabric().simulation().faults().Fires("path.never-drains")) return stored;
-    if (pending->second-- > 0) return stored;
-    pendingReads_.erase(pending);
-    pathSpace_.SetBits(2 * hop + 1, kPathPending, 0);
-    return stored & ~kPathPending;
-  });
 }
 
 // The lock can only be opened from outside; a written 1 does not close it.
@@ -128,6 +77,10 @@ void Adapter::SetLaneState(LaneState state) {
 
 unsigned Adapter::targetWidth() const {
   return (adapterSpace_.Get(laneCapability + 1) >> 4) & 0x3F;
+}
+
+void Adapter::SetTargetWidth(unsigned width) {
+  adapterSpace_.SetBits(laneCapability + 1, 0x3Fu << 4, width << 4);
 }
 
 unsigned Adapter::negotiatedWidth() const {
@@ -158,7 +111,9 @@ void Adapter::Reset() {
   adapterSpace_.Reset();
   pathSpace_.Reset();
   countersSpace_.Reset();
-  pendingReads_.clear();
+  draining_.clear();
+  dpTalk.with = nullptr;
+  RestoreProtocolAdapter(*this);
 }
 
 }  // namespace sim

@@ -4,7 +4,10 @@
 #include <string>
 
 #include "sim/config_space.h"
+#include "sim/dp_adapter.h"
+#include "sim/path_entry.h"
 #include "sim/router_model.h"
+#include "sim/usb3_adapter.h"
 
 namespace sim {
 
@@ -42,6 +45,9 @@ class Adapter {
   const AdapterModel& model() const { return model_; }
   std::uint32_t type() const { return model_.type; }
   bool isLane() const { return model_.type == kTypeLane && implemented(); }
+  bool isPcie() const { return model_.type == kTypePcieDown || model_.type == kTypePcieUp; }
+  bool isUsb3() const { return model_.type == kTypeUsb3Down || model_.type == kTypeUsb3Up; }
+  bool isDisplayPort() const { return model_.type == kTypeDpIn || model_.type == kTypeDpOut; }
   bool implemented() const { return model_.presence == AdapterPresence::Implemented; }
   std::string Name() const;  // "D1:3"
 
@@ -49,6 +55,16 @@ class Adapter {
   ConfigSpace& paths() { return pathSpace_; }
   ConfigSpace& counters() { return countersSpace_; }
   const ConfigSpace& space() const { return adapterSpace_; }
+  const ConfigSpace& paths() const { return pathSpace_; }
+
+  // --- path entries
+  // Highest input hop ID with an entry, and one more; 0 for adapters without paths.
+  unsigned pathEntries() const { return pathSpace_.size() / 2; }
+  PathEntry pathEntry(unsigned hop) const;
+  void SetPathEntry(unsigned hop, const PathEntry& entry);  // as the hardware: nothing is checked, nothing happens
+  bool isControlEntry(unsigned hop) const;
+  bool pathPending(unsigned hop) const;
+  void Drain();  // no packet is on its way any more
 
   // Offsets in adapter space, 0 where the adapter has no such capability.
   unsigned laneCapability = 0;
@@ -62,6 +78,7 @@ class Adapter {
   LaneState laneState() const;
   void SetLaneState(LaneState state);
   unsigned targetWidth() const;  // LANE_ADP_CS_1 bits 9:4
+  void SetTargetWidth(unsigned width);
   unsigned negotiatedWidth() const;
   void SetNegotiatedWidth(unsigned lanes);
   void SetSpeed(unsigned gbpsPerLane);
@@ -72,12 +89,22 @@ class Adapter {
   void SetPlugged(bool on) { adapterSpace_.SetBits(kAdpBuffers, kAdpPlugged, on ? kAdpPlugged : 0); }
   unsigned totalBuffers() const { return (adapterSpace_.Get(kAdpBuffers) >> 20) & 0x3FF; }
   void SetTotalBuffers(unsigned buffers);
+  unsigned setAsideBuffers() const { return adapterSpace_.Get(kAdpBuffers) & 0x3FF; }  // not flow controlled
+  void SetSetAsideBuffers(unsigned buffers) { adapterSpace_.SetBits(kAdpBuffers, 0x3FF, buffers); }
+  unsigned allocatedBuffers() const { return (adapterSpace_.Get(kAdpHops) >> 22) & 0x7F; }
   bool hotPlugEnabled() const { return (adapterSpace_.Get(kAdpHops) & kAdpDisableHotPlug) == 0; }
 
-  // --- DP OUT
-  bool displayAttached = false;  // what is physically there; the registers show it
+  // --- protocol adapters: what is physically there; the registers show it
+  Usb3Facts usb3;
+  DpFacts dp;
+  // DP IN: the DP OUT adapter that has been asked for its capabilities, and which question that was.
+  struct DpTalk {
+    Adapter* with = nullptr;
+    unsigned question = 0;
+  };
+  DpTalk dpTalk;
 
-  // Values after reset; lane state and display are shown again by whoever knows them.
+  // Values after reset, and what is physically there; lane states are shown again by whoever knows them.
   void Reset();
 
  private:
@@ -85,13 +112,20 @@ class Adapter {
   void DefinePaths();
   void WatchBuffers();
   void WatchPathEntry(unsigned hop);
+  void CheckValidEntry(unsigned hop);
+  void StopDraining(unsigned hop);
+
+  struct Draining {
+    unsigned reads = 0;  // until the pending bit clears
+    platform::Time until = 0;
+  };
 
   Router& router_;
   const AdapterModel& model_;
   ConfigSpace adapterSpace_{"adapter"};
   ConfigSpace pathSpace_{"path"};
   ConfigSpace countersSpace_{"counters"};
-  std::map<unsigned, unsigned> pendingReads_;  // path entry -> reads until its pending bit clears
+  std::map<unsigned, Draining> draining_;  // by hop ID
 };
 
 }  // namespace sim

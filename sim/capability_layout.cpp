@@ -50,13 +50,14 @@ std::vector<Dword> PcieCapability() {
 std::vector<Dword> Usb3Capability() {
   return {{0, {{29, 0, Status}, {31, 30, ReadWrite}}},
           {0, kAllStatus},
-          {0, {{23, 0, ReadWrite}, {31, 31, ReadWrite}}},
+          // An allocation too large for its field spills into the bits above.
+          {0, {{23, 0, ReadWrite}, {30, 24, Status}, {31, 31, ReadWrite}}},
           {0, {{5, 0, ReadWrite}}},
           {0x00001500, kAllStatus}};
 }
 
-std::vector<Dword> DisplayCapability(bool input) {
-  std::vector<Dword> dwords = {
+std::vector<Dword> DisplayCapability() {
+  return {
       {0x00090000, {{26, 16, ReadWrite}, {31, 30, ReadWrite}}},
       {0x00004008, {{21, 0, ReadWrite}}},
       {0, {{31, 0, Status}, {19, 16, ReadWrite}}},
@@ -66,8 +67,6 @@ std::vector<Dword> DisplayCapability(bool input) {
       {0, {{26, 25, ReadWrite}}},
       {0, kAllStatus},
   };
-  if (!input) dwords[0].value = 0x00090000;
-  return dwords;
 }
 
 std::vector<Dword> ProtocolCapability(std::uint32_t type) {
@@ -79,9 +78,8 @@ std::vector<Dword> ProtocolCapability(std::uint32_t type) {
     case kTypeUsb3Up:
       return Usb3Capability();
     case kTypeDpIn:
-      return DisplayCapability(true);
     case kTypeDpOut:
-      return DisplayCapability(false);
+      return DisplayCapability();
     default:
       return {Dword{}};
   }

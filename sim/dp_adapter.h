@@ -40,6 +40,8 @@ struct DpBook {
   std::optional<DpRate> negotiated;  // DP IN: once the capabilities have been read
 };
 
+// Both numbers are among those that the registers can tell.
+bool DpRateHasCode(const DpRate& rate);
 // Bits 14:8 of a capabilities dword; and back. A rate or lane count that has no code is a mistake of the caller.
 std::uint32_t EncodeDpRate(const DpRate& rate);
 DpRate DecodeDpRate(std::uint32_t dword);
@@ -52,6 +54,9 @@ DpBook ReadDp(const Adapter& adapter);
 
 // The DP OUT adapter that a DP IN adapter's video reaches while AUX packets arrive both ways; null when it does not.
 Adapter* ReachedDisplayPort(Adapter& dpIn);
+
+// The source knows its display at once, as after a tunnel that firmware has left; nothing when none is reached.
+void LearnDisplayAtOnce(Adapter& dpIn);
 
 // --- for the adapter and the fabric
 void WatchDisplayPort(Adapter& adapter);

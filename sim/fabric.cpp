@@ -8,7 +8,6 @@
 
 #include "sim/drom_image.h"
 #include "sim/fabric_host.h"
-#include "sim/protocol_adapters.h"
 
 namespace sim {
 namespace {
@@ -149,21 +148,26 @@ void Fabric::DropLink(std::string_view portOrRouter, platform::Time backAfter) {
   link.Drop(backAfter);
 }
 
-void Fabric::PlugDisplay(std::string_view port) {
+void Fabric::PlugDisplay(std::string_view port, const Display& display) {
   Adapter* adapter = FindAdapter(port);
   if (adapter == nullptr || adapter->type() != kTypeDpOut) throw TopologyError(Quoted(port) + " is no DP OUT adapter");
-  if (adapter->displayAttached) throw TopologyError(Quoted(port) + " has a display already");
-  ShowDisplay(*adapter, true);
-  Note("display plugged", std::string(port));
-  adapter->router().PlugChanged(*adapter, false);
+  if (adapter->dp.display) throw TopologyError(Quoted(port) + " has a display already");
+  if (!DpRateHasCode(display.most)) throw TopologyError("no display has such a link: " + Quoted(port));
+  ChangeDisplay(*adapter, display);
 }
 
 void Fabric::UnplugDisplay(std::string_view port) {
   Adapter* adapter = FindAdapter(port);
-  if (adapter == nullptr || !adapter->displayAttached) throw TopologyError("no display at " + Quoted(port));
-  ShowDisplay(*adapter, false);
-  Note("display unplugged", std::string(port));
-  adapter->router().PlugChanged(*adapter, true);
+  if (adapter == nullptr || !adapter->dp.display) throw TopologyError("no display at " + Quoted(port));
+  ChangeDisplay(*adapter, std::nullopt);
+}
+
+void Fabric::ChangeDisplay(Adapter& adapter, const std::optional<Display>& display) {
+  DpFacts facts = adapter.dp;
+  facts.display = display;
+  SetDpFacts(adapter, facts);
+  Note(display ? "display plugged" : "display unplugged", adapter.Name());
+  adapter.router().PlugChanged(adapter, !display);
 }
 
 // --- who is where
@@ -206,6 +210,7 @@ void Fabric::LinkCameUp(Link& link) {
       router.PlugChanged(adapter, false);
     }
   }
+  DisplaysChanged(*this);
 }
 
 void Fabric::LinkWentDown(Link& link) {
@@ -222,6 +227,7 @@ void Fabric::LinkWentDown(Link& link) {
     if (!router.isHost() && router.upstreamAdapter() == link.end(end).number()) CutOff(router);
   }
   PlacesChanged();
+  DisplaysChanged(*this);
 }
 
 // `router` and everything that hangs on its downstream ports.
@@ -236,13 +242,15 @@ void Fabric::CollectBelow(Router& router, std::vector<Router*>& found) {
   }
 }
 
-// A router that loses its upstream link starts from reset, and so does everything behind it.
+// A router that loses its upstream link starts from reset, and so does everything behind it. With the cable its supply
+// goes.
 void Fabric::CutOff(Router& router) {
+  const bool unplugged = router.adapter(router.upstreamAdapter())->link == nullptr;
   std::vector<Router*> lost;
   CollectBelow(router, lost);
   for (Router* each : lost) {
     each->SetPlace({});
-    each->Reset();
+    unplugged ? each->LosePower() : each->Reset();
   }
   for (Router* each : lost)
     for (unsigned n = 1; n <= each->maxAdapter(); ++n)

@@ -48,7 +48,7 @@ class Fabric {
   // The link goes down and trains again after `backAfter`.
   void DropLink(std::string_view portOrRouter, platform::Time backAfter);
   // A display at a DP OUT adapter appears or goes.
-  void PlugDisplay(std::string_view port);
+  void PlugDisplay(std::string_view port, const Display& display = {});
   void UnplugDisplay(std::string_view port);
 
   // --- looking
@@ -102,6 +102,7 @@ class Fabric {
   void Sleep(Host& host, platform::FunctionPower power);
   bool WakeChainArmed(const Router& router) const;
   void Wake(Host& host);
+  void ChangeDisplay(Adapter& adapter, const std::optional<Display>& display);
   Link& AddLink(std::string_view first, std::string_view second, CableOptions options);
   Adapter& LanePort(std::string_view port) const;
   Link* FindLink(std::string_view portOrRouter) const;

@@ -60,6 +60,7 @@ void Fabric::Sleep(Host& host, platform::FunctionPower power) {
     router->notifications().Clear();
     const bool kept = host.asleep ? router->stateKept : ArmedUpToHost(*router);
     router->stateKept = kept && power == platform::FunctionPower::D3Hot;
+    router->Drain();
   }
   host.asleep = true;
   for (auto& link : links_)

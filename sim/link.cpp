@@ -214,6 +214,15 @@ bool Link::BondingWanted() const {
   return true;
 }
 
+bool Link::BondAtOnce() {
+  if (!lanes_[0].up || !lanes_[1].up) return false;
+  for (unsigned end = 0; end < 2; ++end)
+    for (unsigned lane = 0; lane < 2; ++lane) LaneAdapter(end, lane)->SetTargetWidth(kTargetDual);
+  if (!BondingWanted()) return false;
+  if (!bonded_) SetBonded(true);
+  return true;
+}
+
 void Link::EvaluateBonding() {
   if (bondingPending_ || BondingWanted() == bonded_) return;
   bondingPending_ = true;

@@ -46,6 +46,7 @@ class Link {
   void ResumeUntrained();                          // the lanes have forgotten everything and train anew
   void Unplugged();                                // the cable has gone; the fabric frees the link afterwards
   void LaneControlWritten(bool bondingRequested);  // LANE_ADP_CS_1 of one of the four adapters was written
+  bool BondAtOnce();                               // as firmware has done before; false without two lanes that are up
   void Show();                                     // what the link knows, in the registers of both ends again
 
  private:

@@ -185,6 +185,19 @@ Chains ParseChains(Reader& reader) {
   return chains;
 }
 
+// Host routers count USB3 bandwidth in units that hold the fastest link in 12 bits.
+void ParseProtocol(Reader& entry, bool host, AdapterModel& adapter) {
+  adapter.usb3Scale = static_cast<unsigned>(entry.Number("usb3-scale", host ? 1 : 0, 15));
+  adapter.usb3RateMbps = static_cast<unsigned>(entry.Number("usb3-rate", adapter.usb3RateMbps, 20000));
+  if (adapter.usb3RateMbps != 10000 && adapter.usb3RateMbps != 20000)
+    entry.Fail(entry.table(), "usb3-rate must be 10000 or 20000");
+  const std::vector<std::uint32_t> link = entry.Numbers("dp-link");
+  if (link.empty()) return;
+  if (link.size() == 2) adapter.dpLink = {link[0], link[1]};
+  if (link.size() != 2 || !DpRateHasCode(adapter.dpLink))
+    entry.Fail(entry.table(), "dp-link must be [1620, 2700, 5400 or 8100, 1, 2 or 4]");
+}
+
 // Adapters of one entry share everything but their numbers; lanes pair up in the order of the numbers.
 void ParseAdapters(Reader& reader, const Chains& chains, RouterModel& model) {
   ForEachTable(reader, "adapter", [&](Reader& entry) {
@@ -195,6 +208,7 @@ void ParseAdapters(Reader& reader, const Chains& chains, RouterModel& model) {
     const auto counters = entry.PerLane("counter-sets", 0x7FF);
     const auto buffers = entry.PerLane("buffer-word", 0xFFFFFFFF);
     shared.eventAtStart = entry.Flag("event-at-start");
+    ParseProtocol(entry, model.host, shared);
     if (entry.Flag("disabled")) shared.presence = AdapterPresence::DisabledByDrom;
     const std::string chain = entry.Text("chain", ChainName(shared.type));
     auto found = chains.find(chain);
@@ -271,8 +285,8 @@ RouterModel ParseTable(const toml::table& table, const std::string& origin) {
     model.adapters[n].presence = AdapterPresence::NotImplemented;
   }
   const Chains chains = ParseChains(reader);
-  ParseAdapters(reader, chains, model);
   ParseHostInterface(reader, model);
+  ParseAdapters(reader, chains, model);
   ParseDrom(reader, model);
   reader.RejectUnknown();
   return model;

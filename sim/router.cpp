@@ -5,7 +5,6 @@
 
 #include "sim/capability_layout.h"
 #include "sim/fabric.h"
-#include "sim/protocol_adapters.h"
 
 namespace sim {
 namespace {
@@ -72,6 +71,12 @@ Adapter* Router::adapter(unsigned number) const {
   return number < adapters_.size() ? adapters_[number].get() : nullptr;
 }
 
+// USB4 routers, and the Thunderbolt 3 ones that came after it.
+bool Router::takesPartInDpHandshake() const {
+  const bool late = model_.device == 0x15E7 || model_.device == 0x15EA || model_.device == 0x15EF;
+  return model_.usb4() || (model_.vendor == 0x8086 && late);
+}
+
 std::uint64_t Router::configuredRoute() const {
   return static_cast<std::uint64_t>(space_.Get(kRouterCs3) & 0x7FFFFFFF) << 32 | space_.Get(kRouterCs2);
 }
@@ -134,11 +139,11 @@ void Router::CheckTopologyWritten() {
 // Displays that are there already, and adapters whose hardware reports them although nobody can use them.
 void Router::ScheduleStartEvents() {
   for (auto& adapter : adapters_) {
-    if (adapter == nullptr || !(adapter->model().eventAtStart || adapter->displayAttached)) continue;
+    auto reports = [](const Adapter& each) { return each.model().eventAtStart || each.dp.display.has_value(); };
+    if (adapter == nullptr || !reports(*adapter)) continue;
     fabric_.simulation().After(fabric_.timing().Draw(kStartEvent), "start event",
-                               [this, life = life_, adapter = adapter.get()] {
-                                 if (life == life_ && (adapter->model().eventAtStart || adapter->displayAttached))
-                                   PlugChanged(*adapter, false);
+                               [this, life = life_, adapter = adapter.get(), reports] {
+                                 if (life == life_ && reports(*adapter)) PlugChanged(*adapter, false);
                                });
   }
 }
@@ -185,16 +190,18 @@ void Router::Reset() {
   services_.Reset();
   space_.Reset();
   SetPlace(place_);
-  for (auto& adapter : adapters_) {
-    if (adapter == nullptr) continue;
-    adapter->Reset();
-    RestoreDisplay(*adapter);
-  }
+  for (auto& adapter : adapters_)
+    if (adapter != nullptr) adapter->Reset();
 }
 
 void Router::LosePower() {
   operations_.dpReservations().clear();
   Reset();
+}
+
+void Router::Drain() {
+  for (auto& adapter : adapters_)
+    if (adapter != nullptr) adapter->Drain();
 }
 
 bool Router::sleepArmed() const {

@@ -54,6 +54,7 @@ class Router {
   const ConfigSpace& space() const { return space_; }
   unsigned maxAdapter() const { return model_.maxAdapter; }
   Adapter* adapter(unsigned number) const;  // null above the maximum and for number 0
+  bool takesPartInDpHandshake() const;
 
   // --- place in the domain
   bool configured() const { return (space_.Get(kRouterCs3) & kConfigurationValid) != 0; }
@@ -81,13 +82,16 @@ class Router {
   std::uint64_t life() const { return life_; }
   // --- power: links are the fabric's business
   void LosePower();              // everything is lost, reservations too
+  void Drain();                  // no packet of a path is on its way any more
   bool sleepArmed() const;       // the manager has asked for sleep with the proper handshake
   void ClearSleep();             // awake again
   bool stateKept = true;         // of the power state that the router is in or came out of last
   platform::Time busyUntil = 0;  // packets are answered one after the other
 
   RouterOperations& operations() { return operations_; }
+  const RouterOperations& operations() const { return operations_; }
   RouterServices& services() { return services_; }
+  const RouterServices& services() const { return services_; }
 
  private:
   void DefineSpace();

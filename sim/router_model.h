@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "sim/dp_adapter.h"
 #include "sim/host_interface.h"
 
 namespace sim {
@@ -45,6 +46,9 @@ struct AdapterModel {
   bool eventAtStart = false;     // raises a plug event some milliseconds after the router is configured
   unsigned lane = 0;             // lane adapters: 0 or 1
   unsigned pair = 0;             // lane adapters: number of the other lane, 0 for none
+  unsigned usb3Scale = 0;        // of the bandwidth registers of a USB3 adapter
+  unsigned usb3RateMbps = 20000;
+  DpRate dpLink;  // what a DP adapter itself can do
   std::vector<CapabilityModel> capabilities;
 };
 

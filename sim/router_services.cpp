@@ -14,6 +14,7 @@ constexpr unsigned kPostLocalTime = 22;  // two dwords
 constexpr unsigned kPostTime = 24;       // two dwords
 constexpr unsigned kEepromLines = 4;     // of the plug-events capability
 constexpr unsigned kDromOffset = 12;
+constexpr unsigned kSinks = 16;  // of the link controller capability
 constexpr unsigned kBlockAttributes = 141;
 constexpr unsigned kBlockControl = 150;
 constexpr std::uint32_t kBondingPossible = 1u << 12;
@@ -25,6 +26,18 @@ void RouterServices::Define() {
   Reset();
   if (tmuCapability != 0) DefineTmu();
   if (plugEventsCapability != 0) DefineEeprom();
+  if (linkControllerCapability != 0) WatchSinks();
+}
+
+// A manager knows two states, free and its own.
+void RouterServices::WatchSinks() {
+  router_.space().OnWrite(linkControllerCapability + kSinks, [this](const ConfigSpace::Access& access) {
+    for (unsigned sink = 0; sink < 2; ++sink) {
+      const std::uint32_t mask = 0xFu << (4 * sink);
+      if (((access.old ^ access.now) & mask) == 0) continue;
+      if (((access.now & mask) >> (4 * sink)) > 1) router_.Misuse(0, "display sink put into a foreign state");
+    }
+  });
 }
 
 // Each router's clock starts somewhere else: a manager that does not post the time is seen.
@@ -103,6 +116,15 @@ bool RouterServices::sleepArmed() const {
 void RouterServices::ClearSleep() {
   for (unsigned index = 0; PortBlock(index) != 0; ++index)
     router_.space().SetBits(PortBlock(index) + kBlockControl, kEnterSleepBit, 0);
+}
+
+unsigned RouterServices::sinkState(unsigned sink) const {
+  if (linkControllerCapability == 0) return 0;
+  return (router_.space().Get(linkControllerCapability + kSinks) >> (4 * sink)) & 0xF;
+}
+
+void RouterServices::SetSinkState(unsigned sink, unsigned state) {
+  router_.space().SetBits(linkControllerCapability + kSinks, 0xFu << (4 * sink), state << (4 * sink));
 }
 
 std::uint32_t RouterServices::PortControl(const Adapter& port) const {

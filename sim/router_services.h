@@ -36,6 +36,10 @@ class RouterServices {
   // Thunderbolt 3 routers say in the link controller whether both lanes of a port are wired.
   void ShowBondingPossible(const Adapter& port, bool possible);
 
+  // DisplayPort sinks 0 and 1: free in states 0 and 1, reserved by the manager's writing 1.
+  unsigned sinkState(unsigned sink) const;
+  void SetSinkState(unsigned sink, unsigned state);
+
   unsigned tmuCapability = 0;  // router space offsets, 0 where the router has none
   unsigned plugEventsCapability = 0;
   unsigned linkControllerCapability = 0;
@@ -45,6 +49,7 @@ class RouterServices {
   unsigned PortBlock(unsigned index) const;
   void DefineTmu();
   void DefineEeprom();
+  void WatchSinks();
   void PostTimeWritten();
 
   Router& router_;

@@ -1,5 +1,5 @@
-// Goal: a probe arrives exactly when every entry and cable of its way is right. Method: a PCIe path host - hub - hub
-// written by hand, then broken in one place per row.
+// Goal: a packet arrives exactly when every entry, cable and adapter of its way is right, and the list of paths says
+// so. Method: tunnels host - hub - hub written by hand, then broken in one place per row.
 #include "sim/path_probe.h"
 
 #include <gtest/gtest.h>
@@ -9,48 +9,74 @@
 namespace sim::test {
 namespace {
 
+constexpr std::uint32_t kFlow = 0x03000000;      // second dword: flow control on both sides
+constexpr std::uint32_t kLastFlow = 0x01000000;  // only where the packet comes in
+constexpr std::uint32_t kCredits = 7u << 17;
+
 struct PathBench : Rig {
-  PathBench() : Rig("H1") {
-    Build("H1:1 D1:1,D1:3 D2:1");
-    Entry("D2:1", 9, "9", 8);
-    Entry("D1:1", 9, "3", 9);
-    Entry("H1:3", 8, "1", 9);
+  explicit PathBench(const char* cables = "H1:1 D1:1,D1:3 D2:1") : Rig("H1") { Build(cables); }
+
+  void Entry(const char* port, unsigned hop, unsigned out, unsigned outHop, std::uint32_t word1 = kFlow,
+             std::uint32_t credits = kCredits) {
+    adapter(port).SetPathEntry(hop, {0x80000000 | credits | out << 11 | outHop, word1});
   }
-  void Entry(const char* port, unsigned hop, const char* out, unsigned outHop, bool valid = true) {
-    ConfigSpace& paths = fabric.FindAdapter(port)->paths();
-    paths.Set(2 * hop, (valid ? 0x80000000 : 0) | static_cast<std::uint32_t>(std::stoul(out)) << 11 | outHop);
+  Adapter& adapter(const char* port) { return *fabric.FindAdapter(port); }
+  void Set(const char* port, unsigned offset, std::uint32_t value) { adapter(port).space().Set(offset, value); }
+  ProbeResult Go(const char* port = "H1:3", unsigned hop = 8) { return Probe(adapter(port), hop); }
+};
+
+struct PcieBench : PathBench {
+  PcieBench() {
+    Entry("H1:3", 8, 1, 9);
+    Entry("D1:1", 9, 3, 9);
+    Entry("D2:1", 9, 9, 8, kLastFlow);
+    Set("H1:3", 0x39, 0x80000000);
+    Set("D2:9", 0x39, 0x80000000);
   }
-  ProbeResult Go() { return Probe(*fabric.FindAdapter("H1:3"), 8); }
 };
 
 TEST(PathProbe, ArrivesOverThreeRouters) {
-  PathBench rig;
+  PcieBench rig;
   const ProbeResult result = rig.Go();
-  EXPECT_EQ(result.arrived, rig.fabric.FindAdapter("D2:9"));
+  EXPECT_EQ(result.arrived, &rig.adapter("D2:9"));
   EXPECT_EQ(result.hop, 8u);
   EXPECT_EQ(result.trail, "H1:3 8 -> H1:1 9 | D1:1 9 -> D1:3 9 | D2:1 9 -> D2:9 8");
+  EXPECT_EQ(result.hops.size(), 3u);
   EXPECT_EQ(result.lost, "");
   EXPECT_EQ(LivePaths(rig.fabric),
-            (std::vector<std::string>{"H1:3 8 -> H1:1 9 | D1:1 9 -> D1:3 9 | D2:1 9 -> D2:9 8"}));
+            (std::vector<std::string>{"PCIe: H1:3 8 -> H1:1 9 | D1:1 9 -> D1:3 9 | D2:1 9 -> D2:9 8"}));
 }
 
 TEST(PathProbe, IsLostWhereTheWayIsBroken) {
   struct Case {
-    std::function<void(PathBench&)> act;
+    std::function<void(PcieBench&)> act;
     const char* lost;
   };
   const Case cases[] = {
-      {[](PathBench& rig) { rig.Entry("D1:1", 9, "3", 9, false); }, "no valid entry at D1:1 9"},
-      {[](PathBench& rig) { rig.Entry("H1:3", 8, "1", 10); }, "no valid entry at D1:1 10"},
-      {[](PathBench& rig) { rig.Entry("H1:3", 8, "1", 23); }, "hop 23 is above the limit of H1:1"},
-      {[](PathBench& rig) { rig.Entry("H1:3", 8, "9", 9); }, "entry at H1:3 8 leads to no adapter"},
-      {[](PathBench& rig) { rig.Entry("D1:1", 9, "5", 9); }, "D1:5 is not up"},
-      {[](PathBench& rig) { rig.fabric.Unplug("D2"); }, "D1:3 is not up"},
-      {[](PathBench& rig) { rig.Entry("D1:1", 9, "1", 9), rig.Entry("H1:1", 9, "1", 9); }, "the path runs in a circle"},
-      {[](PathBench& rig) { rig.Entry("D2:1", 9, "9", 9); }, "hop 9 is above the limit of D2:9"},
+      {[](PcieBench& rig) {
+         rig.adapter("D1:1").SetPathEntry(9, {0x00001809, kFlow});
+       },
+       "no valid entry at D1:1 9"},
+      {[](PcieBench& rig) { rig.Entry("H1:3", 8, 1, 10); }, "no valid entry at D1:1 10"},
+      {[](PcieBench& rig) { rig.Entry("H1:3", 8, 1, 23); }, "hop 23 is above the limit of H1:1"},
+      {[](PcieBench& rig) { rig.Entry("H1:3", 8, 9, 9); }, "entry at H1:3 8 leads to no adapter"},
+      {[](PcieBench& rig) { rig.Entry("D1:1", 9, 5, 9); }, "D1:5 is not up"},
+      {[](PcieBench& rig) { rig.fabric.Unplug("D2"); }, "D1:3 is not up"},
+      {[](PcieBench& rig) { rig.Entry("D1:1", 9, 1, 9), rig.Entry("H1:1", 9, 1, 9); }, "the path runs in a circle"},
+      {[](PcieBench& rig) { rig.Entry("D2:1", 9, 9, 9, kLastFlow); }, "hop 9 is above the limit of D2:9"},
+      {[](PcieBench& rig) { rig.Entry("D2:1", 9, 9, 7, kLastFlow); }, "D2:9 does not take hop 7"},
+      {[](PcieBench& rig) { rig.Set("H1:3", 0x39, 0); }, "H1:3 is switched off"},
+      {[](PcieBench& rig) { rig.Set("D2:9", 0x39, 0); }, "D2:9 is switched off"},
+      {[](PcieBench& rig) { rig.Entry("D1:1", 9, 3, 9, kFlow, 0); }, "no credits at D1:1 9"},
+      {[](PcieBench& rig) { rig.Entry("H1:3", 8, 1, 9, kFlow, 0); }, "no credits at H1:3 8"},
+      {[](PcieBench& rig) { rig.Entry("D1:1", 9, 3, 9, 0x02000000); },
+       "flow control differs between H1:1 9 and D1:1 9"},
+      {[](PcieBench& rig) { rig.Entry("D1:1", 9, 3, 9, kLastFlow); }, "flow control differs between D1:3 9 and D2:1 9"},
+      {[](PcieBench& rig) { rig.Entry("D1:1", 9, 3, 9, kFlow | 0x800); }, "the entry at D1:1 9 drops packets"},
+      {[](PcieBench& rig) { rig.host.SetPower(platform::FunctionPower::D3Hot); }, "H1 is asleep"},
   };
   for (const Case& c : cases) {
-    PathBench rig;
+    PcieBench rig;
     c.act(rig);
     const ProbeResult result = rig.Go();
     EXPECT_EQ(result.arrived, nullptr) << c.lost;
@@ -59,18 +85,92 @@ TEST(PathProbe, IsLostWhereTheWayIsBroken) {
 }
 
 TEST(PathProbe, OfBondedLanesOnlyTheFirstCarriesPaths) {
-  PathBench rig;
-  rig.Entry("D1:2", 9, "3", 9);
-  rig.Entry("H1:3", 8, "2", 9);
+  PcieBench rig;
+  rig.Entry("D1:2", 9, 3, 9);
+  rig.Entry("H1:3", 8, 2, 9);
   EXPECT_NE(rig.Go().arrived, nullptr) << "two single lanes";
-  for (const char* port : {"H1:1", "H1:2", "D1:1", "D1:2"}) {
-    Adapter& adapter = *rig.fabric.FindAdapter(port);
-    std::vector<std::string> complaints;
-    const std::uint32_t word = 0x0000803C;
-    adapter.space().Write(adapter.laneCapability + 1, std::span(&word, 1), complaints);
-  }
-  rig.Run(1 * kMs);
+  ASSERT_TRUE(rig.adapter("H1:1").link->BondAtOnce());
   EXPECT_EQ(rig.Go().lost, "H1:2 is the second lane of a bonded link");
+}
+
+TEST(PathProbe, PacketsWithoutFlowControlNeedBuffersSetAside) {
+  PathBench rig("H1:1 D1:1");
+  rig.Entry("H1:5", 9, 2, 9, 0, 0);
+  rig.Entry("D1:2", 9, 13, 9, 0, 0);
+  rig.Set("H1:5", 0x39, 0x80000000);
+  rig.Set("D1:13", 0x39, 0x80000000);
+  EXPECT_EQ(rig.Go("H1:5", 9).lost, "no buffers set aside at D1:2 9");
+  rig.adapter("D1:2").SetSetAsideBuffers(12);
+  EXPECT_EQ(rig.Go("H1:5", 9).arrived, &rig.adapter("D1:13"));
+}
+
+TEST(PathProbe, ADisplayAdapterPassesTheChannelThatIsSwitchedOn) {
+  struct Case {
+    std::uint32_t source, sink;
+    const char* video;
+    const char* aux;
+  };
+  const Case cases[] = {
+      {0xC0000000, 0xC0000000, "", ""},
+      {0x80000000, 0xC0000000, "", "H1:5 is switched off"},
+      {0xC0000000, 0x40000000, "D1:13 is switched off", ""},
+      {0, 0xC0000000, "H1:5 is switched off", "H1:5 is switched off"},
+  };
+  for (const Case& c : cases) {
+    PathBench rig("H1:1 D1:1");
+    rig.Entry("H1:5", 9, 2, 9, 0, 0);
+    rig.Entry("D1:2", 9, 13, 9, 0, 0);
+    rig.adapter("D1:2").SetSetAsideBuffers(12);
+    rig.Entry("H1:5", 8, 2, 8);
+    rig.Entry("D1:2", 8, 13, 8, kLastFlow);
+    rig.Set("H1:5", 0x39, c.source);
+    rig.Set("D1:13", 0x39, c.sink);
+    EXPECT_EQ(rig.Go("H1:5", 9).lost, c.video);
+    EXPECT_EQ(rig.Go("H1:5", 8).lost, c.aux);
+  }
+}
+
+TEST(PathProbe, ThunderboltDisplayAdaptersTakeTheHopsTheyWereGiven) {
+  struct Case {
+    std::uint32_t dword0, dword1;
+    const char* video;
+    const char* aux;
+  };
+  const Case cases[] = {
+      {0xC0090000, 0x00004008, "", ""},
+      {0xC0000000, 0x00004008, "T3:10 does not take hop 9", ""},
+      {0xC0090000, 0x00000008, "", "T3:10 does not take hop 8"},
+      {0xC0090000, 0x00004000, "", ""},
+  };
+  for (const Case& c : cases) {
+    PathBench rig("H1:1 T3:1");
+    rig.Entry("H1:5", 9, 1, 9, 0, 0);
+    rig.Entry("T3:1", 9, 10, 9, 0, 0);
+    rig.adapter("T3:1").SetSetAsideBuffers(12);
+    rig.Entry("H1:5", 8, 1, 8);
+    rig.Entry("T3:1", 8, 10, 8, kLastFlow);
+    rig.Set("H1:5", 0x39, 0xC0000000);
+    rig.Set("T3:10", 0x39, c.dword0);
+    rig.Set("T3:10", 0x3A, c.dword1);
+    EXPECT_EQ(rig.Go("H1:5", 9).lost, c.video);
+    EXPECT_EQ(rig.Go("H1:5", 8).lost, c.aux);
+  }
+}
+
+TEST(PathProbe, TheListNamesKindsLostPathsAndLooseEntries) {
+  PcieBench rig;
+  rig.Entry("H1:4", 8, 1, 12);
+  rig.Entry("D1:1", 12, 10, 8, kLastFlow);
+  rig.Entry("D1:9", 8, 1, 8);
+  rig.Entry("D1:4", 11, 1, 14);
+  rig.Entry("D1:16", 8, 17, 8, kLastFlow);
+  EXPECT_EQ(LivePaths(rig.fabric), (std::vector<std::string>{
+                                       "PCIe: H1:3 8 -> H1:1 9 | D1:1 9 -> D1:3 9 | D2:1 9 -> D2:9 8",
+                                       "mismatched: H1:4 8 -> H1:1 12 | D1:1 12 -> D1:10 8 lost: H1:4 is switched off",
+                                       "PCIe: D1:9 8 -> D1:1 8 lost: no valid entry at H1:1 8",
+                                       "USB3: D1:16 8 -> D1:17 8 lost: D1:16 is switched off",
+                                       "dangling entry at D1:4 hop 11",
+                                   }));
 }
 
 }  // namespace

@@ -135,29 +135,5 @@ TEST(Configuration, ReadyAndSleepReadyFollowTheirRequests) {
   }
 }
 
-TEST(ProtocolAdapters, UsbAcknowledgesAndDisplayPortShakesHands) {
-  Hub rig;
-  rig.Write(0, 4, Space::Adapter, 0x0C, {0x80000000});
-  rig.Run(2 * kMs);
-  EXPECT_EQ(rig.Value(0, 4, Space::Adapter, 0x0B), 0x80000000u);
-  rig.Write(0, 4, Space::Adapter, 0x0C, {0x00123456});
-  rig.Run(2 * kMs);
-  EXPECT_EQ(rig.Value(0, 4, Space::Adapter, 0x0B), 0u);
-  EXPECT_EQ(rig.Value(0, 4, Space::Adapter, 0x0C), 0x00123456u);
-
-  rig.fabric.PlugDisplay("D1:13");
-  EXPECT_EQ(rig.Value(1, 13, Space::Adapter, 0x3B), 0x40u) << "hot-plug detect";
-  rig.Write(1, 13, Space::Adapter, 0x3F, {0x06000000});
-  rig.Run(3 * kMs);
-  EXPECT_EQ(rig.Value(1, 13, Space::Adapter, 0x3F), 0x04000000u);
-
-  rig.Write(0, 5, Space::Adapter, 0x3E, {0x15C0A334});
-  rig.Write(0, 5, Space::Adapter, 0x39, {0xC009048F, 0x00004008});
-  EXPECT_EQ(rig.Value(0, 5, Space::Adapter, 0x40), 0u);
-  rig.Run(10 * kMs);
-  EXPECT_EQ(rig.Value(0, 5, Space::Adapter, 0x40), 0x95C0A334u) << "capabilities of the display, read";
-  EXPECT_EQ(rig.Errors(), "");
-}
-
 }  // namespace
 }  // namespace sim::test
