@@ -1,0 +1,108 @@
+// Goal: routers lend each DP IN adapter once, refuse as told, and keep what is lent as long as they keep anything.
+// Method: the three router operations over the wire; sinks of a Thunderbolt 3 host.
+#include <gtest/gtest.h>
+
+#include "sim/fabric_books.h"
+#include "sim/link.h"
+#include "tests/sim/rig.h"
+
+namespace sim::test {
+namespace {
+
+constexpr unsigned kQuery = 16, kAllocate = 17, kRelease = 18;
+
+struct ResourceBench : Rig {
+  ResourceBench() : Rig("H1") {
+    StartControlRing();
+    Configure(0, 7);
+  }
+  RouterOperations& operations() { return fabric.Find("H1")->operations(); }
+  // Bits 30:24 of the control dword: not supported 0x40, else the result.
+  unsigned Operate(unsigned opcode, unsigned adapter) {
+    Write(0, 0, Space::Router, 25, {adapter});
+    Write(0, 0, Space::Router, 26, {0x80000000 | opcode});
+    Run(5 * kMs);
+    const std::uint32_t word = Value(0, 0, Space::Router, 26);
+    EXPECT_EQ(word & 0x8000FFFF, opcode);
+    return word >> 24;
+  }
+};
+
+TEST(DisplayResources, EachAdapterIsLentOnce) {
+  struct Step {
+    unsigned opcode, adapter, result;
+  };
+  const Step steps[] = {{kQuery, 5, 0},    {kAllocate, 5, 0}, {kQuery, 5, 1},   {kAllocate, 5, 1}, {kQuery, 6, 0},
+                        {kAllocate, 6, 0}, {kRelease, 5, 0},  {kRelease, 5, 0}, {kQuery, 5, 0},    {kQuery, 6, 1}};
+  ResourceBench rig;
+  for (const Step& step : steps)
+    EXPECT_EQ(rig.Operate(step.opcode, step.adapter), step.result) << step.opcode << " " << step.adapter;
+  EXPECT_EQ(DpReservations(rig.fabric), std::vector<std::string>{"H1:6"});
+  EXPECT_EQ(rig.Errors(), "");
+  EXPECT_EQ(rig.Operate(kAllocate, 3), 1u);
+  EXPECT_EQ(rig.Errors(), "router 0: display resource of adapter 3\n");
+}
+
+TEST(DisplayResources, RefuseAsTold) {
+  struct Case {
+    const char* what;
+    std::function<void(ResourceBench&)> arrange;
+    unsigned query, allocate;
+  };
+  const Case cases[] = {
+      {"allocation refused", [](ResourceBench& rig) { rig.operations().SetOpcodeResult(kAllocate, 5); }, 0, 5},
+      {"query refused", [](ResourceBench& rig) { rig.operations().SetOpcodeResult(kQuery, 3); }, 3, 0},
+      {"query not supported", [](ResourceBench& rig) { rig.operations().RefuseOpcode(kQuery); }, 0x40, 0},
+      {"allocation not supported", [](ResourceBench& rig) { rig.operations().RefuseOpcode(kAllocate); }, 0, 0x40},
+      {"by fault", [](ResourceBench& rig) { rig.simulation.faults().FailFrom("router.operation-refused", 1); }, 0x40,
+       0x40},
+  };
+  for (const Case& c : cases) {
+    ResourceBench rig;
+    c.arrange(rig);
+    EXPECT_EQ(rig.Operate(kQuery, 5), c.query) << c.what;
+    EXPECT_EQ(rig.Operate(kAllocate, 5), c.allocate) << c.what;
+    EXPECT_EQ(DpReservations(rig.fabric).size(), c.allocate == 0 ? 1u : 0u) << c.what;
+  }
+  ResourceBench again;
+  again.operations().SetOpcodeResult(kAllocate, 5);
+  again.operations().SetOpcodeResult(kAllocate, 0);
+  EXPECT_EQ(again.Operate(kAllocate, 5), 0u);
+}
+
+TEST(DisplayResources, ARouterDrivesAsManyDisplaysAsItsModelSays) {
+  RouterModel model = *FindModel("H1");
+  for (unsigned sources : {0u, 1u}) {
+    model.dpInResources = sources;
+    platform::Simulation simulation{Options(0)};
+    Fabric fabric(simulation);
+    Router& router = fabric.AddRouter(model, "X");
+    auto operate = [&](unsigned opcode, unsigned adapter) {
+      std::vector<std::string> complaints;
+      const std::uint32_t words[] = {adapter, 0x80000000 | opcode};
+      EXPECT_TRUE(router.space().Write(25, words, complaints));
+      simulation.RunFor(5 * kMs);
+      return router.space().Get(26) >> 24;
+    };
+    EXPECT_EQ(operate(kAllocate, 5), sources == 0 ? 0x40u : 0u);
+    EXPECT_EQ(operate(kAllocate, 6), sources == 0 ? 0x40u : 1u);
+  }
+}
+
+TEST(DisplayResources, ThunderboltHostsKeepTwoSinks) {
+  Rig rig("HT");
+  rig.fabric.Find("HT")->services().SetSinkState(1, 3);
+  rig.StartControlRing();
+  rig.Configure(0, 5);
+  EXPECT_EQ(rig.Value(0, 0, Space::Router, 0x20 + 16), 0x30u);
+  rig.Write(0, 0, Space::Router, 0x20 + 16, {0x31});
+  EXPECT_EQ(DpReservations(rig.fabric), std::vector<std::string>{"HT:8"});
+  rig.Write(0, 0, Space::Router, 0x20 + 16, {0x10});
+  EXPECT_EQ(DpReservations(rig.fabric), std::vector<std::string>{"HT:11"});
+  EXPECT_EQ(rig.Errors(), "");
+  rig.Write(0, 0, Space::Router, 0x20 + 16, {0x20});
+  EXPECT_EQ(rig.Errors(), "router 0: display sink put into a foreign state\n");
+}
+
+}  // namespace
+}  // namespace sim::test

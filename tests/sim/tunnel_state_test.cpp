@@ -1,0 +1,121 @@
+// Goal: what tunnels leave in the registers is kept and lost over each event as the state table says.
+// Method: whole tunnels H1 - D1 with a display, one event per row, then entries, enables, buffers and reservation.
+#include <gtest/gtest.h>
+
+#include "sim/fabric_books.h"
+#include "sim/firmware_tunnels.h"
+#include "sim/link.h"
+#include "tests/sim/rig.h"
+
+namespace sim::test {
+namespace {
+
+using platform::FunctionPower;
+
+struct TunnelBench : Rig {
+  TunnelBench() : Rig("H1") {
+    Build("H1:1 D1:1");
+    fabric.PlugDisplay("D1:13");
+    BondByFirmware(fabric, "H1:1");
+    SetUpFirmwareTunnel(fabric, {FirmwareKind::Pcie, "H1:3", "D1:9"});
+    SetUpFirmwareTunnel(fabric, {FirmwareKind::Usb3, "H1:4", "D1:16", FirmwareState::Whole, 1000, 1000});
+    SetUpFirmwareTunnel(fabric, {FirmwareKind::Dp, "H1:5", "D1:13"});
+    adapter("H1:1").SetSetAsideBuffers(5);
+    adapter("D1:1").space().SetBits(5, 0x7Fu << 22, 3u << 22);
+    adapter("H1:1").space().SetBits(5, 0x7Fu << 22, 2u << 22);
+    StartControlRing();
+  }
+  void Cycle(bool handshake, FunctionPower power) {
+    for (std::uint64_t route : {1, 0}) {
+      const std::uint32_t cs5 = Value(route, 0, Space::Router, 5);
+      if (handshake) Write(route, 0, Space::Router, 5, {cs5 | 1});
+      Run(25 * kMs);
+    }
+    host.SetPower(power);
+    Run(100 * kMs);
+    host.SetPower(FunctionPower::D0);
+    Run(200 * kMs);
+  }
+  Adapter& adapter(const char* port) { return *fabric.FindAdapter(port); }
+  // What is left at one router: "configured entry pcie usb3 dp set-aside allocated", and the reservation.
+  std::string Left(const char* name, const char* pcie, const char* usb3, const char* dp) {
+    const std::string lane = std::string(name) + ":1";
+    auto on = [this](const char* port, unsigned offset) { return adapter(port).space().Get(offset) >> 31 != 0; };
+    std::string text = fabric.Find(name)->configured() ? "configured" : "";
+    if (adapter(pcie).pathEntry(8).valid() && adapter(lane.c_str()).pathEntry(8).valid()) text += " entries";
+    if (on(pcie, 0x39)) text += " pcie";
+    if (on(usb3, 0x0A)) text += " usb3";
+    if (on(dp, 0x39)) text += " dp";
+    text += " " + std::to_string(adapter(lane.c_str()).setAsideBuffers());
+    return text + " " + std::to_string(adapter(lane.c_str()).allocatedBuffers());
+  }
+  std::string Left() {
+    const std::vector<std::string> reserved = DpReservations(fabric);
+    return Left("H1", "H1:3", "H1:4", "H1:5") + (reserved.empty() ? "" : " reserved") + " |" +
+           Left("D1", "D1:9", "D1:16", "D1:13");
+  }
+};
+
+TEST(TunnelState, IsKeptAndLostAsTheTableSays) {
+  constexpr const char* kAll = "configured entries pcie usb3 dp 5 2 reserved |configured entries pcie usb3 dp 12 3";
+  constexpr const char* kNear = "configured entries pcie usb3 dp 5 2 reserved | 0 0";
+  constexpr const char* kNothing = " 0 0 | 0 0";
+  struct Case {
+    const char* what;
+    std::function<void(TunnelBench&)> act;
+    const char* left;
+    bool live;
+  };
+  const Case cases[] = {
+      {"nothing happens", [](TunnelBench&) {}, kAll, true},
+      {"sleep with the handshake", [](TunnelBench& rig) { rig.Cycle(true, FunctionPower::D3Hot); }, kAll, true},
+      {"sleep without it", [](TunnelBench& rig) { rig.Cycle(false, FunctionPower::D3Hot); }, kNothing, false},
+      {"hibernation", [](TunnelBench& rig) { rig.Cycle(true, FunctionPower::Off); }, kNothing, false},
+      {"hibernation without", [](TunnelBench& rig) { rig.Cycle(false, FunctionPower::Off); }, kNothing, false},
+      {"link drop",
+       [](TunnelBench& rig) {
+         rig.fabric.DropLink("D1", 10 * kMs);
+         rig.Run(200 * kMs);
+       },
+       kNear, false},
+      {"unplug", [](TunnelBench& rig) { rig.fabric.Unplug("D1"); }, kNear, false},
+  };
+  for (const Case& c : cases) {
+    TunnelBench rig;
+    c.act(rig);
+    EXPECT_EQ(rig.Left(), c.left) << c.what;
+    EXPECT_EQ(ReachedDisplayPort(rig.adapter("H1:5")) != nullptr, c.live) << c.what;
+    EXPECT_EQ(ReadDp(rig.adapter("H1:5")).capabilitiesRead, c.live) << c.what;
+    EXPECT_EQ(rig.Errors(), "") << c.what;
+  }
+}
+
+TEST(TunnelState, ASleepingRouterHasDrained) {
+  TunnelBench rig;
+  rig.Write(0, 3, Space::Path, 16, {0x000E0808, 0x03000301});
+  EXPECT_TRUE(rig.adapter("H1:3").pathPending(8));
+  rig.Cycle(true, FunctionPower::D3Hot);
+  EXPECT_FALSE(rig.adapter("H1:3").pathPending(8));
+  EXPECT_EQ(rig.Value(0, 3, Space::Path, 17), 0x03000301u);
+}
+
+TEST(TunnelState, ADeviceThatLendsDisplaySourcesForgetsWithItsSupply) {
+  RouterModel model = *FindModel("D1");
+  model.adapters[14].type = kTypeDpIn;
+  model.dpInResources = 1;
+  for (bool unplug : {false, true}) {
+    Rig rig("H1");
+    rig.fabric.AddRouter(model, "X");
+    rig.fabric.Connect("H1:1", "X:1");
+    rig.fabric.Find("X")->operations().dpReservations().insert(14);
+    if (unplug) {
+      rig.fabric.Unplug("X");
+    } else {
+      rig.fabric.DropLink("X", 10 * kMs);
+    }
+    EXPECT_EQ(DpReservations(rig.fabric).size(), unplug ? 0u : 1u);
+  }
+}
+
+}  // namespace
+}  // namespace sim::test
