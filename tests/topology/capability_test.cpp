@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/topology/bench.h"
+#include "tests/support/bench.h"
 
 namespace tests {
 namespace {

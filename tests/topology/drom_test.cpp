@@ -7,7 +7,7 @@
 
 #include <span>
 
-#include "tests/topology/bench.h"
+#include "tests/support/bench.h"
 
 namespace tests {
 namespace {

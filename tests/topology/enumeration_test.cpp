@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "tests/topology/bench.h"
+#include "tests/support/bench.h"
 #include "topology/device_list.h"
 
 namespace tests {

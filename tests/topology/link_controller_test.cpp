@@ -6,7 +6,7 @@
 
 #include <cstring>
 
-#include "tests/topology/bench.h"
+#include "tests/support/bench.h"
 #include "topology/plug_events.h"
 
 namespace tests {

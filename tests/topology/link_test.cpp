@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/topology/bench.h"
+#include "tests/support/bench.h"
 #include "topology/adapter_state.h"
 #include "topology/router_operation.h"
 #include "topology/router_queries.h"

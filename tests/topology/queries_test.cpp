@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/topology/bench.h"
+#include "tests/support/bench.h"
 #include "topology/plug_events.h"
 #include "topology/router_access.h"
 #include "topology/router_lifecycle.h"

@@ -7,7 +7,7 @@
 
 #include <sstream>
 
-#include "tests/topology/bench.h"
+#include "tests/support/bench.h"
 
 namespace tests {
 namespace {

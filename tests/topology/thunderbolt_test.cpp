@@ -2,7 +2,7 @@
 // registers. Method: trees of the three generations below a Thunderbolt 3 host and below a USB4 one.
 #include <gtest/gtest.h>
 
-#include "tests/topology/bench.h"
+#include "tests/support/bench.h"
 #include "topology/drom.h"
 #include "topology/router_lifecycle.h"
 #include "topology/router_queries.h"

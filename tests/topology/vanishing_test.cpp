@@ -2,7 +2,7 @@
 // run for each packet, and one for each access.
 #include <gtest/gtest.h>
 
-#include "tests/topology/bench.h"
+#include "tests/support/bench.h"
 #include "topology/device_list.h"
 
 namespace tests {

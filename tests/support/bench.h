@@ -1,4 +1,4 @@
-// A world whose routers were wired before the machine was switched on, and what the tests of this folder ask of it.
+// A world whose routers were wired before the machine was switched on, and what tests ask of its wire and records.
 #pragma once
 #include <cstdint>
 #include <functional>
@@ -15,7 +15,8 @@ namespace tests {
 // Links that have trained already; the host's function is of a maker without a connection manager in its firmware.
 class Bench : public World {
  public:
-  explicit Bench(const std::string& topology, sim::CableOptions cable = {2, 0, true});
+  explicit Bench(const std::string& topology, sim::CableOptions cable = {2, 0, true},
+                 std::map<std::string, std::uint32_t> registry = {});
 
   sim::Router& router(const std::string& name) { return *fabric().Find(name); }
   sim::Adapter& adapter(const std::string& port) { return *fabric().FindAdapter(port); }

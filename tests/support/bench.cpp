@@ -1,5 +1,5 @@
-// The world of the topology tests.
-#include "tests/topology/bench.h"
+// A wired world.
+#include "tests/support/bench.h"
 
 #include <fmt/format.h>
 
@@ -11,8 +11,9 @@
 namespace tests {
 namespace {
 
-WorldOptions Options() {
+WorldOptions Options(std::map<std::string, std::uint32_t> registry) {
   WorldOptions options;
+  options.registry = std::move(registry);
   options.configure = [](lab::ControllerConfig& controller) { controller.pciIdentity = 0x3A0E1F3A; };
   return options;
 }
@@ -25,7 +26,8 @@ std::string HostOf(const std::string& topology) {
 
 }  // namespace
 
-Bench::Bench(const std::string& topology, sim::CableOptions cable) : World(HostOf(topology), Options()) {
+Bench::Bench(const std::string& topology, sim::CableOptions cable, std::map<std::string, std::uint32_t> registry)
+    : World(HostOf(topology), Options(std::move(registry))) {
   const TopologyText parsed = ParseTopology(topology);
   for (const TopologyText::RouterMention& mentioned : parsed.routers)
     if (fabric().Find(mentioned.name) == nullptr) fabric().AddRouter(mentioned.model, mentioned.name);
