@@ -175,7 +175,7 @@ void BondByFirmware(Fabric& fabric, std::string_view port) {
 
 void SetUpFirmwareTunnel(Fabric& fabric, const FirmwareTunnel& tunnel) {
   const Ends asked = FindEnds(fabric, tunnel);
-  const FirmwareWay way = FindWay(*asked.from, *asked.to, tunnel.kind == FirmwareKind::Dp ? 1 : 0);
+  const FirmwareWay way = FindWay(*asked.from, *asked.to, tunnel.lane);
   EnumerateByFirmware(fabric, asked.from->router().place().host->name());
   Ends ends = asked;
   if (tunnel.state == FirmwareState::Wrong) ends.to = &WrongEnd(*asked.to);

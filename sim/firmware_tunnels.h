@@ -37,6 +37,8 @@ struct FirmwareTunnel {
   unsigned upMbps = 0;  // USB3: allocation in the register of `from`
   unsigned downMbps = 0;
   bool reserved = true;  // DP: the DP IN adapter is reserved with its router
+  // Of cables whose lanes are not bonded. A manager that bonds them later cuts what runs on lane 1.
+  unsigned lane = 0;
 };
 
 // Programs it. Enumerates the domain of `from` first if that has not been done. Throws TopologyError for adapters that

@@ -104,7 +104,9 @@ class Walk {
   // Bonded lanes are one link and lane 0 carries it.
   std::string CrossCable(Adapter& out, const PathEntry& entry) {
     Link* link = out.link;
-    Adapter* far = link == nullptr || !link->LaneUp(out) ? nullptr : link->Opposite(out);
+    // Entries lead through a cable that rests in a power state; packets do not.
+    const bool there = link != nullptr && (link->LaneUp(out) || (!packet_ && link->paused()));
+    Adapter* far = there ? link->Opposite(out) : nullptr;
     if (far == nullptr) return out.Name() + " is not up";
     if (link->bonded() && out.model().lane == 1) return out.Name() + " is the second lane of a bonded link";
     crossed_ = true;

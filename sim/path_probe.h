@@ -31,8 +31,8 @@ struct ProbeResult {
   std::string lost;            // why it got nowhere; empty when it arrived
 };
 
-// Follows the valid entries from input hop ID `hop` of `from`, through cables that are up: where the way leads, whether
-// or not anything would travel on it.
+// Follows the valid entries from input hop ID `hop` of `from`, through cables that are up or rest in a power state:
+// where the way leads, whether or not anything would travel on it.
 ProbeResult FollowEntries(Adapter& from, unsigned hop);
 
 // Sends a packet with input hop ID `hop` into `from`. It needs the whole way, protocol adapters that are switched on at

@@ -83,7 +83,9 @@ void WatchUsb3(Adapter& adapter) {
   const unsigned at = adapter.protocolCapability;
   adapter.space().OnWrite(at + 2, [&adapter, at](const ConfigSpace::Access& access) {
     const bool held = (adapter.space().Get(at + 1) & kAcknowledged) != 0 && (access.old & kRequest) != 0;
-    if (((access.old ^ access.now) & kAllocation) != 0 && !held)
+    // A packet that comes late or twice is not the manager's mistake.
+    const bool disturbed = adapter.router().fabric().simulation().faults().Fired();
+    if (((access.old ^ access.now) & kAllocation) != 0 && !held && !disturbed)
       adapter.router().Misuse(adapter.number(), "USB3 bandwidth written without the adapter's consent");
     if (((access.old ^ access.now) & kRequest) != 0) RequestWritten(adapter);
   });

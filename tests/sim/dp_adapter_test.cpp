@@ -109,7 +109,7 @@ TEST(DpAdapter, ASourceLearnsNothingThroughATunnelThatDoesNotWork) {
       {"no video entry", [](DisplayBench& rig) { rig.adapter("H1:5").SetPathEntry(9, {}); }, false},
       {"no AUX there", [](DisplayBench& rig) { rig.adapter("H1:5").SetPathEntry(8, {}); }, false},
       {"no AUX back", [](DisplayBench& rig) { rig.adapter("D1:13").SetPathEntry(8, {}); }, false},
-      {"no buffers", [](DisplayBench& rig) { rig.adapter("D1:2").SetSetAsideBuffers(0); }, false},
+      {"no buffers", [](DisplayBench& rig) { rig.adapter("D1:1").SetSetAsideBuffers(0); }, false},
       {"lane down", [](DisplayBench& rig) { rig.fabric.Unplug("D1"); }, false},
   };
   for (const Case& c : cases) {

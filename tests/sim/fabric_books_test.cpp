@@ -18,7 +18,9 @@ struct BookBench : Rig {
     fabric.PlugDisplay("D1:13");
     SetUpFirmwareTunnel(fabric, {FirmwareKind::Pcie, "H1:3", "D1:9"});
     SetUpFirmwareTunnel(fabric, {FirmwareKind::Usb3, "H1:4", "D1:16"});
-    SetUpFirmwareTunnel(fabric, {FirmwareKind::Dp, "H1:5", "D1:13"});
+    FirmwareTunnel video{FirmwareKind::Dp, "H1:5", "D1:13"};
+    video.lane = 1;
+    SetUpFirmwareTunnel(fabric, video);
   }
   Adapter& adapter(const char* port) { return *fabric.FindAdapter(port); }
   void Set(const char* port, unsigned offset, std::uint32_t value) { adapter(port).space().Set(offset, value); }

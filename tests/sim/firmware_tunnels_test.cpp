@@ -17,8 +17,11 @@ using Texts = std::vector<std::string>;
 struct FirmwareBench : Rig {
   explicit FirmwareBench(const char* cables = "H1:1 D1:1", const char* root = "H1") : Rig(root) { Build(cables); }
   Texts SetUp(const char* kind, const char* from, const char* to, const char* state) {
-    if (std::string(kind) == "dp") fabric.PlugDisplay(to);
-    SetUpFirmwareTunnel(fabric, {ParseFirmwareKind(kind).value(), from, to, ParseFirmwareState(state).value()});
+    const bool dp = std::string(kind) == "dp";
+    if (dp) fabric.PlugDisplay(to);
+    FirmwareTunnel tunnel{ParseFirmwareKind(kind).value(), from, to, ParseFirmwareState(state).value()};
+    tunnel.lane = dp ? 1 : 0;
+    SetUpFirmwareTunnel(fabric, tunnel);
     return LivePaths(fabric);
   }
   Adapter& adapter(const char* port) { return *fabric.FindAdapter(port); }

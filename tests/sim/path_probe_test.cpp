@@ -84,6 +84,16 @@ TEST(PathProbe, IsLostWhereTheWayIsBroken) {
   }
 }
 
+TEST(PathProbe, EntriesLeadThroughAFabricAtRestButPacketsDoNot) {
+  PcieBench rig;
+  for (const auto& link : rig.fabric.links()) link->Pause();
+  EXPECT_EQ(FollowEntries(rig.adapter("H1:3"), 8).arrived, &rig.adapter("D2:9"));
+  EXPECT_EQ(rig.Go().lost, "H1:1 is not up");
+  EXPECT_EQ(
+      LivePaths(rig.fabric),
+      (std::vector<std::string>{"PCIe: H1:3 8 -> H1:1 9 | D1:1 9 -> D1:3 9 | D2:1 9 -> D2:9 8 lost: H1:1 is not up"}));
+}
+
 TEST(PathProbe, OfBondedLanesOnlyTheFirstCarriesPaths) {
   PcieBench rig;
   rig.Entry("D1:2", 9, 3, 9);

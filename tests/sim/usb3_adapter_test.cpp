@@ -65,6 +65,11 @@ TEST(Usb3Adapter, BandwidthIsWrittenUnderConsentOnly) {
   Usb3Bench rig;
   rig.SetDword(2, 0x00123456);
   EXPECT_EQ(rig.Errors(), "router 0 adapter 4: USB3 bandwidth written without the adapter's consent\n");
+  Usb3Bench disturbed;
+  disturbed.simulation.faults().FailNth("wire.lose", 1);
+  EXPECT_EQ(disturbed.Read(0, 4, Space::Adapter, 0x0C), "");
+  disturbed.SetDword(2, 0x00123456);
+  EXPECT_EQ(disturbed.Errors(), "") << "a packet may have come late or twice";
   Usb3Bench spill;
   spill.SetDword(2, 0x80000000);
   spill.Run(5 * kMs);
