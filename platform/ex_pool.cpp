@@ -35,6 +35,12 @@ PVOID ExAllocatePool2(POOL_FLAGS Flags, SIZE_T NumberOfBytes, ULONG Tag) {
                                        __builtin_return_address(0));
 }
 
+// For what the kernel has allocated and handed over: its tag is the kernel's business.
+VOID ExFreePool(PVOID P) {
+  KernelCall call("ExFreePool", DISPATCH_LEVEL);
+  call.kernel().pool().FreeAnyTag(P);
+}
+
 VOID ExFreePoolWithTag(PVOID P, ULONG Tag) {
   KernelCall call("ExFreePoolWithTag", DISPATCH_LEVEL);
   call.kernel().pool().Free(P, Tag);

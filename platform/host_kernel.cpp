@@ -141,6 +141,16 @@ PowerReferences HostKernel::References(DeviceId id) const {
   return {policy.References(), policy.ReferencesLeft()};
 }
 
+// --- companions ---
+
+void HostKernel::Offer(Companion companion) {
+  state_->companions.Offer(std::move(companion));
+}
+
+void HostKernel::Withdraw(std::string_view symbolicLink) {
+  state_->companions.Withdraw(symbolicLink);
+}
+
 // --- requests ---
 
 std::shared_ptr<PendingIo> HostKernel::SendAsync(DeviceId id, IoRequest request) {

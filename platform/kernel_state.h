@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/companions.h"
 #include "platform/io_request.h"
 #include "platform/lock_order.h"
 #include "platform/scheduler.h"
@@ -56,6 +57,7 @@ class KernelState {
   LockOrder lockOrder;
   TraceProviders traceProviders;
   IoRequests ioRequests;
+  Companions companions;
   std::vector<std::byte> tracePayload;  // scratch, kept for its capacity
   Time upTimeAtStart;                   // what the performance counter shows at virtual time 0
 

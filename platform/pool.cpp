@@ -183,11 +183,20 @@ void Pool::Free(void* address, std::uint32_t tag) {
     simulation_.Report(Rule::PoolWrongTag, "freed with tag '" + TagText(tag) + "': " + Describe(*block));
     return;
   }
-  CheckContents(*block);
-  liveBytes_ -= block->bytes;
-  (block->previous ? block->previous->next : live_) = block->next;
-  if (block->next) block->next->previous = block->previous;
-  Rest(*block);
+  FreeLive(*block);
+}
+
+void Pool::FreeAnyTag(void* address) {
+  Block* block = LiveBlock(address);
+  if (block) FreeLive(*block);
+}
+
+void Pool::FreeLive(Block& block) {
+  CheckContents(block);
+  liveBytes_ -= block.bytes;
+  (block.previous ? block.previous->next : live_) = block.next;
+  if (block.next) block.next->previous = block.previous;
+  Rest(block);
 }
 
 void Pool::FreeInternal(void* address) {

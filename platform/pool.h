@@ -26,6 +26,7 @@ class Pool {
   void* Allocate(std::size_t bytes, std::uint32_t tag, bool zeroed, const void* site);
   // Reports what is wrong with the free and then leaves the block alone.
   void Free(void* block, std::uint32_t tag);
+  void FreeAnyTag(void* block);
 
   // Memory of a framework object that the driver sees: zeroed, not counted, never failed, and checked like pool at its
   // end (red zones, waiters, linked list entries).
@@ -60,6 +61,7 @@ class Pool {
   }
   void* Take(std::size_t bytes, std::uint32_t tag, bool zeroed, const void* site);
   Block* TakeResting(unsigned sizeClass);
+  void FreeLive(Block& block);
   void Rest(Block& block);
   Block* LiveBlock(void* address);
   void CheckContents(const Block& block);

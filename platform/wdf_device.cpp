@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "platform/device_node.h"
+#include "platform/text.h"
 #include "platform/wdf_driver.h"
 #include "platform/wdf_io_target.h"
 #include "platform/wdf_resources.h"
@@ -41,14 +42,6 @@ std::u16string HardwareIds(const std::string& first) {
   }
   ids += u'\0';
   return ids;
-}
-
-std::string GuidText(const GUID& guid) {
-  char text[40];
-  const UCHAR* rest = guid.Data4;
-  std::snprintf(text, sizeof(text), "{%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x}", guid.Data1, guid.Data2,
-                guid.Data3, rest[0], rest[1], rest[2], rest[3], rest[4], rest[5], rest[6], rest[7]);
-  return text;
 }
 
 bool AllDefault(const WDF_DEVICE_STATE& state) {

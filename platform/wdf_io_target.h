@@ -1,5 +1,8 @@
-// I/O targets: the driver below the device.
+// I/O targets: the driver below the device, and companion drivers that are opened by name.
 #pragma once
+#include <memory>
+
+#include "platform/host/companion.h"
 #include "platform/wdf_object.h"
 
 namespace platform {
@@ -12,6 +15,9 @@ class IoTarget final : public Object {
   IoTarget(HostKernel& kernel, DeviceNode& owner) : Object(kernel, kType), node(owner) {}
 
   DeviceNode& node;
+  // Made by the driver; the other one is the driver below.
+  bool remote = false;
+  std::shared_ptr<const Companion> companion;  // while it is open
 };
 
 }  // namespace platform

@@ -1,6 +1,7 @@
 #include "platform/wdf_object.h"
 
 #include "platform/pool.h"
+#include "platform/wdf_io_target.h"
 
 namespace platform {
 
@@ -216,9 +217,11 @@ VOID WdfObjectDelete(WDFOBJECT Object) {
     case ObjectType::ResourceList:
     case ObjectType::Request:
     case ObjectType::Interrupt:
-    case ObjectType::IoTarget:
       RequireArgument(call, false, "an object that the framework deletes itself");
       break;
+    case ObjectType::IoTarget:
+      RequireArgument(call, static_cast<IoTarget&>(object).remote, "a target that the framework deletes itself");
+      [[fallthrough]];
     case ObjectType::CommonBuffer:
     case ObjectType::DmaEnabler:
     case ObjectType::Key:

@@ -3,6 +3,7 @@
 
 #include "platform/device_node.h"
 #include "platform/registry.h"
+#include "platform/text.h"
 #include "platform/wdf_device.h"
 #include "platform/wdf_driver.h"
 
@@ -16,12 +17,6 @@ class Key final : public Object {
 
   RegistryKey& key;
 };
-
-std::string Narrow(PCUNICODE_STRING name) {
-  std::string text;
-  for (std::size_t i = 0; i < name->Length / sizeof(WCHAR); ++i) text += static_cast<char>(name->Buffer[i]);
-  return text;
-}
 
 NTSTATUS Open(KernelCall& call, RegistryKey* found, ACCESS_MASK access, const ObjectOptions& options, WDFKEY* key) {
   RequireModelled(call, access == KEY_READ || access == KEY_QUERY_VALUE, "opening a key for anything but reading");
@@ -51,7 +46,7 @@ NTSTATUS WdfRegistryOpenKey(WDFKEY ParentKey, PCUNICODE_STRING KeyName, ACCESS_M
   KernelCall call("WdfRegistryOpenKey", PASSIVE_LEVEL);
   RequireModelled(call, ParentKey != nullptr, "a key by its full path");
   platform::Key& parent = Resolve<platform::Key>(call, ParentKey);
-  RegistryKey* found = parent.key.Find(Narrow(KeyName));
+  RegistryKey* found = parent.key.Find(Narrow(*KeyName));
   return Open(call, found, DesiredAccess, ReadAttributes(call, KeyAttributes, call.kernel().driver().object), Key);
 }
 
@@ -59,7 +54,7 @@ NTSTATUS WdfRegistryQueryULong(WDFKEY Key, PCUNICODE_STRING ValueName, PULONG Va
   KernelCall call("WdfRegistryQueryULong", PASSIVE_LEVEL);
   const platform::Key& key = Resolve<platform::Key>(call, Key);
   if (call.Fails()) return STATUS_INSUFFICIENT_RESOURCES;
-  const RegistryValue* value = key.key.Value(Narrow(ValueName));
+  const RegistryValue* value = key.key.Value(Narrow(*ValueName));
   if (value == nullptr) return STATUS_OBJECT_NAME_NOT_FOUND;
   if (value->type != REG_DWORD || value->data.size() != sizeof(ULONG)) return STATUS_OBJECT_TYPE_MISMATCH;
   std::memcpy(Value, value->data.data(), sizeof(ULONG));

@@ -5,6 +5,7 @@
 #include "platform/include/wdm.h"
 #include "platform/registry.h"
 #include "platform/scheduler.h"
+#include "platform/text.h"
 
 using namespace platform;
 
@@ -16,15 +17,6 @@ HANDLE AsHandle(std::uint64_t number) {
 
 std::uint64_t AsNumber(HANDLE handle) {
   return reinterpret_cast<std::uint64_t>(handle);
-}
-
-// Names of keys and values are ASCII in this registry; any other character matches nothing.
-std::string Narrow(const UNICODE_STRING& text) {
-  std::string narrow;
-  for (USHORT i = 0; i < text.Length / sizeof(WCHAR); ++i) {
-    narrow += text.Buffer[i] < 0x80 ? static_cast<char>(text.Buffer[i]) : '?';
-  }
-  return narrow;
 }
 
 bool CheckAttributes(KernelCall& call, const OBJECT_ATTRIBUTES* attributes) {

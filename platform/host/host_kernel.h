@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/host/companion.h"
 #include "platform/host/device_model.h"
 #include "platform/host/io_request.h"
 #include "platform/host/simulation.h"
@@ -102,6 +103,10 @@ class HostKernel {
   std::shared_ptr<PendingIo> SendAsync(DeviceId id, IoRequest request);
   // The same, and runs the simulation until it is completed or `within` has passed.
   std::shared_ptr<PendingIo> Send(DeviceId id, IoRequest request, Time within = kNever);
+
+  // --- companion drivers, whose device interfaces the driver finds and sends to
+  void Offer(Companion companion);
+  void Withdraw(std::string_view symbolicLink);
 
   PnpState State(DeviceId id) const;
   DevicePower Power(DeviceId id) const;

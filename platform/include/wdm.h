@@ -117,6 +117,7 @@ typedef ULONG64 POOL_FLAGS;
 typedef enum _POOL_TYPE { NonPagedPool = 0, PagedPool = 1, NonPagedPoolNx = 512 } POOL_TYPE;
 
 PVOID ExAllocatePool2(POOL_FLAGS Flags, SIZE_T NumberOfBytes, ULONG Tag);
+VOID ExFreePool(PVOID P);
 VOID ExFreePoolWithTag(PVOID P, ULONG Tag);
 
 // --- strings and memory ---
