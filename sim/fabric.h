@@ -50,6 +50,9 @@ class Fabric {
   // A display at a DP OUT adapter appears or goes.
   void PlugDisplay(std::string_view port, const Display& display = {});
   void UnplugDisplay(std::string_view port);
+  // The device behind a downstream PCIe or USB3 adapter asks to be served, which means something only to a host that
+  // sleeps and has armed it.
+  void SignalWake(std::string_view port);
 
   // --- looking
   Router* Find(std::string_view name) const;

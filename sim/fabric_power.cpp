@@ -12,16 +12,49 @@ constexpr std::uint32_t kWakeOnDisconnect = 1u << 17;
 constexpr std::uint32_t kWakeOnUsb4 = 1u << 18;
 constexpr std::uint32_t kLcWakeOnPlug = 3u << 1;  // link controller port control
 constexpr std::uint32_t kLcWakeOnUsb4 = 1u << 5;
-constexpr std::uint32_t kRouterWakeOnDp = 1u << 3;  // ROUTER_CS_5
+constexpr std::uint32_t kLcWakeOnPcie = 1u << 6;
+constexpr std::uint32_t kRouterWakeOnPcie = 1u << 1;  // ROUTER_CS_5
+constexpr std::uint32_t kRouterWakeOnUsb3 = 1u << 2;
+constexpr std::uint32_t kRouterWakeOnDp = 1u << 3;
+constexpr std::uint32_t kWokenByPcie = 1u << 2;  // ROUTER_CS_6
+constexpr std::uint32_t kWokenByUsb3 = 1u << 3;
 
 std::uint32_t PortWakeBits(const Adapter& adapter) {
   return adapter.usb4Capability == 0 ? 0 : adapter.space().Get(adapter.usb4Capability + kPortCs19);
 }
 
-bool WakesOn(Router& router, Adapter& adapter, bool unplug) {
-  if (!adapter.isLane()) return router.model().usb4() && (router.space().Get(kRouterCs5) & kRouterWakeOnDp) != 0;
+bool PortWakesOn(Router& router, Adapter& adapter, bool unplug) {
   if (!router.model().usb4()) return (router.services().PortControl(adapter) & kLcWakeOnPlug) != 0;
   return (PortWakeBits(adapter) & (unplug ? kWakeOnDisconnect : kWakeOnConnect)) != 0;
+}
+
+// A link controller has its PCIe bit in the block of each port; the wake leaves through the upstream one.
+bool LinkControllerWakesOnPcie(Router& router) {
+  const Adapter* upstream = router.adapter(router.upstreamAdapter());
+  return upstream != nullptr && (router.services().PortControl(*upstream) & kLcWakeOnPcie) != 0;
+}
+
+bool WakesOn(Router& router, Adapter& adapter, bool unplug) {
+  const std::uint32_t armed = router.model().usb4() ? router.space().Get(kRouterCs5) : 0;
+  switch (adapter.type()) {
+    case kTypeLane:
+      return PortWakesOn(router, adapter, unplug);
+    case kTypeDpOut:
+      return (armed & kRouterWakeOnDp) != 0;
+    case kTypePcieDown:
+      return router.model().usb4() ? (armed & kRouterWakeOnPcie) != 0 : LinkControllerWakesOnPcie(router);
+    case kTypeUsb3Down:
+      return (armed & kRouterWakeOnUsb3) != 0;
+    default:
+      return false;
+  }
+}
+
+// What a USB4 router shows until it is sent to sleep again.
+void ShowWake(Router& router, const Adapter& adapter) {
+  if (!router.model().usb4()) return;
+  if (adapter.type() == kTypePcieDown) router.space().SetBits(kRouterCs6, kWokenByPcie, kWokenByPcie);
+  if (adapter.type() == kTypeUsb3Down) router.space().SetBits(kRouterCs6, kWokenByUsb3, kWokenByUsb3);
 }
 
 bool PassesWake(const Adapter& adapter) {
@@ -110,9 +143,18 @@ bool Fabric::WakeChainArmed(const Router& router) const {
 
 void Fabric::WakeFrom(Router& router, Adapter& adapter, bool unplug) {
   Host* host = HostOf(router);
-  if (host == nullptr || !WakesOn(router, adapter, unplug) || !WakeChainArmed(router)) return;
+  if (host == nullptr || !WakesOn(router, adapter, unplug)) return;
+  ShowWake(router, adapter);
+  if (!WakeChainArmed(router)) return;
   Note("wake", adapter.Name());
   host->interface.SignalWake();
+}
+
+void Fabric::SignalWake(std::string_view port) {
+  Adapter* adapter = FindAdapter(port);
+  if (adapter == nullptr || (adapter->type() != kTypePcieDown && adapter->type() != kTypeUsb3Down))
+    throw TopologyError("\"" + std::string(port) + "\" is no downstream PCIe or USB3 adapter");
+  if (Asleep(adapter->router())) WakeFrom(adapter->router(), *adapter, false);
 }
 
 }  // namespace sim

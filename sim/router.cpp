@@ -159,11 +159,20 @@ void Router::WatchSleep() {
   space_.OnWrite(kRouterCs5, [this](const ConfigSpace::Access& access) {
     const std::uint32_t risen = access.now & ~access.old;
     const std::uint32_t fallen = access.old & ~access.now;
+    if ((risen & kEnterSleep) != 0) ForgetWakes();
     if ((risen & kEnterSleep) != 0) SetBitLater(kSleepReadyDelay, "router.never-sleep-ready", kRouterCs6, kSleepReady);
     if ((fallen & kEnterSleep) != 0) space_.SetBits(kRouterCs6, kSleepReady, 0);
     if ((risen & kConfigurationValid) != 0) SetBitLater(kReady, "router.never-ready", kRouterCs6, kConfigurationReady);
     if ((fallen & kConfigurationValid) != 0) space_.SetBits(kRouterCs6, kConfigurationReady, 0);
   });
+}
+
+// What the last sleep was ended by is told until the next one.
+void Router::ForgetWakes() {
+  space_.SetBits(kRouterCs6, kWakeStatus, 0);
+  for (auto& adapter : adapters_)
+    if (adapter != nullptr && adapter->usb4Capability != 0)
+      adapter->space().SetBits(adapter->usb4Capability + kPortCs18, kPortWakeStatus, 0);
 }
 
 bool Router::reportsPlugEvents() const {

@@ -37,6 +37,7 @@ inline constexpr unsigned kRouterCs6 = 6;
 inline constexpr std::uint32_t kConfigurationValid = 1u << 31;  // of dword 3
 inline constexpr std::uint32_t kEnterSleep = 1u << 0;           // of dword 5
 inline constexpr std::uint32_t kSleepReady = 1u << 0;           // of dword 6
+inline constexpr std::uint32_t kWakeStatus = 3u << 2;           // of dword 6: PCIe, USB3
 inline constexpr std::uint32_t kConfigurationReady = 1u << 25;  // of dword 6
 
 class Router {
@@ -97,6 +98,7 @@ class Router {
   void DefineSpace();
   void WatchHeader();
   void WatchSleep();
+  void ForgetWakes();
   void CheckTopologyWritten();
   void ScheduleStartEvents();
   void SetBitLater(const DelayRange& delay, platform::SiteName fault, unsigned offset, std::uint32_t bit);

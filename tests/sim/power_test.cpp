@@ -149,6 +149,49 @@ TEST(Power, ArmedPortsWakeThroughAnArmedChainOnly) {
   }
 }
 
+// D1 is armed by its control dword, the dock behind it by its link controller; the way up is always armed.
+TEST(Power, DevicesWakeThroughTheRouterThatArmsThem) {
+  struct Case {
+    const char* what;
+    const char* place;
+    std::uint32_t hub, dock;
+    unsigned wakes;
+    std::uint32_t status;  // of D1: bit 2 PCIe, bit 3 USB3
+  };
+  const Case cases[] = {
+      {"PCIe", "D1:10", 1u << 1, 0, 1, 1u << 2},
+      {"PCIe, only the others armed", "D1:10", 1u << 2 | 1u << 3, 0, 0, 0},
+      {"USB3", "D1:17", 1u << 2, 0, 1, 1u << 3},
+      {"USB3, only the others armed", "D1:17", 1u << 1 | 1u << 3, 0, 0, 0},
+      {"PCIe of the dock", "T1:6", 0, 1u << 6 | 1u << 5, 1, 0},
+      {"PCIe of the dock, not armed", "T1:6", 1u << 1, 1u << 5, 0, 0},
+      {"PCIe of the dock, its way up not armed", "T1:6", 1u << 1, 1u << 6, 0, 0},
+  };
+  constexpr std::uint32_t kUsb4 = 1u << 18;
+  for (const Case& c : cases) {
+    Tree rig;
+    rig.fabric.AddRouter("T1", "T1");
+    rig.fabric.Connect("D1:5", "T1:1");
+    rig.Write(0, 1, Space::Adapter, kPort19, {6 | kUsb4});
+    for (unsigned port : {1u, 5u}) rig.Write(1, port, Space::Adapter, kPort19, {6 | kUsb4});
+    rig.Write(1, 0, Space::Router, 5, {rig.Value(1, 0, Space::Router, 5) | c.hub});
+    for (unsigned block : {0xD6u, 0x176u}) rig.router("T1").space().SetBits(block, 0x80000066, c.dock | 1u << 31);
+    rig.ArmSleep();
+    rig.fabric.SignalWake(c.place);
+    EXPECT_EQ(rig.slot.wakes, 0u) << c.what << ": nobody sleeps yet";
+    rig.host.SetPower(FunctionPower::D3Hot);
+    rig.fabric.SignalWake(c.place);
+    EXPECT_EQ(rig.slot.wakes, c.wakes) << c.what;
+    EXPECT_EQ(rig.router("D1").space().Get(6) & 0xC, c.status) << c.what;
+    rig.host.SetPower(FunctionPower::D0);
+    rig.Run(100 * kMs);
+    rig.ArmSleep();
+    EXPECT_EQ(rig.router("D1").space().Get(6) & 0xC, 0u) << c.what << ": forgotten by the next sleep";
+    EXPECT_EQ(rig.fabric.FindAdapter("H1:1")->space().Get(0x9C + 18) >> 18 & 1, 0u) << c.what;
+  }
+  EXPECT_THROW(Tree().fabric.SignalWake("D1:3"), TopologyError) << "a port is no device";
+}
+
 TEST(Power, NothingReachesAHostThatSleeps) {
   Tree rig;
   rig.Write(0, 1, Space::Adapter, 5, {rig.Value(0, 1, Space::Adapter, 5) & 0x7FFFFFFF});
