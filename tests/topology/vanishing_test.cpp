@@ -48,7 +48,7 @@ void FailAnswer(Bench& bench, std::uint64_t answer) {
 
 // An error packet in place of the n-th answer: the enumeration goes on, or ends for that router, but a router is either
 // listed or forgotten.
-void FailEachAnswerOfAStart(const char* topology, std::uint64_t answers, std::uint64_t step) {
+void ExpectStartsWithoutEachAnswer(const char* topology, std::uint64_t answers, std::uint64_t step) {
   for (std::uint64_t answer = 1; answer <= answers; answer += step) {
     SCOPED_TRACE(std::string(topology) + ", answer " + std::to_string(answer));
     Bench bench(topology);
@@ -72,7 +72,7 @@ void FailEachAnswerOfAStart(const char* topology, std::uint64_t answers, std::ui
 }
 
 TEST(Vanishing, EachAnswerInTurnIsAnErrorPacket) {
-  FailEachAnswerOfAStart("H1:1 - D1:1", 330, 1);
+  ExpectStartsWithoutEachAnswer("H1:1 - D1:1", 330, 1);
 }
 
 // More than half of these are the bits of the host's EEPROM.
@@ -84,7 +84,7 @@ TEST(Vanishing, EachAnswerToAThunderboltHostInTurnIsAnErrorPacket) {
     answers = whole.wire().log().count() / 2;
   }
   ASSERT_GT(answers, 400u);
-  FailEachAnswerOfAStart("HT:1 - T1:1", answers, 3);
+  ExpectStartsWithoutEachAnswer("HT:1 - T1:1", answers, 3);
 }
 
 // Whatever fails on the way to sleep costs a router its sleep, not its place: it starts from reset and is found again.

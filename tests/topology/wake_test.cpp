@@ -4,8 +4,8 @@
 
 #include <sstream>
 
+#include "tests/support/bench.h"
 #include "tests/support/step_log.h"
-#include "tests/topology/bench.h"
 
 namespace tests {
 namespace {
@@ -56,7 +56,7 @@ bool Awake(Bench& bench) {
   return bench.kernel().Power(bench.machine().device()) == platform::DevicePower::D0;
 }
 
-void Play(const WakeCase& test, bool idle) {
+void ExpectWake(const WakeCase& test, bool idle) {
   SCOPED_TRACE(std::string(test.what) + (idle ? ", idle" : ", system asleep"));
   Bench bench(kTree);
   bench.StartQuietly();
@@ -82,12 +82,12 @@ void Play(const WakeCase& test, bool idle) {
 
 // A runtime idle arms every source.
 TEST(Wake, AnIdleDomainIsWokenByWhateverIsArmedAndNothingElse) {
-  for (const WakeCase& test : kCases) Play(test, true);
+  for (const WakeCase& test : kCases) ExpectWake(test, true);
 }
 
 // A system that sleeps is to be woken by what tunnels carry, not by plugs and displays.
 TEST(Wake, ASleepingSystemIsWokenByTunnelledDevicesOnly) {
-  for (const WakeCase& test : kCases) Play(test, false);
+  for (const WakeCase& test : kCases) ExpectWake(test, false);
 }
 
 // Routes in the order of the last request to each: a router is left alone only when all below it are asleep.
