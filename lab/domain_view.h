@@ -70,7 +70,8 @@ struct HopView {
 struct PathView {
   std::string name;  // "PCIe Down"
   bool active = false;
-  int nfcCredits = 0;
+  bool discovered = false;    // found in the hardware, not built
+  int nfcCredits = 0;         // added to the set-aside buffers of each input adapter while it is active
   std::vector<HopView> hops;  // from the source to the destination
 };
 
@@ -103,6 +104,7 @@ struct TunnelCounts {
 struct DomainView {
   std::string name;      // "host/H1"
   bool present = false;  // the driver has a domain
+  bool started = false;  // its bus start has succeeded
   std::vector<RouterView> routers;
   std::vector<TunnelView> tunnels;  // in list order, those that are not listed behind them
   TunnelCounts counts;

@@ -88,6 +88,7 @@ PathView ViewOf(const USB4_PATH& path) {
   PathView view;
   view.name = path.Name;
   view.active = path.Active != 0;
+  view.discovered = path.Discovered != 0;
   view.nfcCredits = path.NfcCredits;
   for (std::uint32_t i = 0; i < path.HopCount; ++i) {
     const USB4_HOP& hop = path.Hops[i];
@@ -129,6 +130,7 @@ void AddTunnels(USB4_DOMAIN* domain, DomainView& view) {
 
 void AddDomain(USB4_DOMAIN* domain, DomainView& view) {
   view.present = true;
+  view.started = domain->Started.IsSet();
   view.pcieAllowed = domain->PcieTunnelSupported != 0;
   view.usb3Allowed = domain->Usb3TunnelSupported != 0;
   view.counts = {domain->TunnelCount.Load(), domain->PcieTunnelCount.Load(), domain->Usb3TunnelCount.Load(),

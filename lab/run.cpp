@@ -10,6 +10,7 @@
 #include "lab/expectations.h"
 #include "lab/fault_profiles.h"
 #include "lab/machine.h"
+#include "lab/oracle.h"
 #include "lab/waivers.h"
 
 namespace lab {
@@ -234,6 +235,8 @@ void Run::JudgeEnd() {
     report_.domains.push_back(machine_.Domain(place));
     if (options_.registers && !Over()) machine_.ReadRegisters(place, report_.domains.back());
   }
+  if (machine_.Quiet())
+    for (const std::string& finding : OracleFindings(machine_)) Fail("oracle: " + finding);
   for (const Expectation& expectation : scenario_.expectations)
     if (expectation.at == platform::kNever && !Over()) Judge(expectation);
 }

@@ -21,8 +21,8 @@ lab::TunnelView Usb3Tunnel() {
   tunnel.destination = lab::TunnelEnd{{1, 16}, "0-1"};
   tunnel.active = true;
   tunnel.allocated = lab::BandwidthView{9000, 500};
-  tunnel.paths = {{"USB3 Down", true, 0, {{0, 4, 8, 1, 9}, {1, 1, 9, 16, 8}}},
-                  {"USB3 Up", false, 0, {{1, 16, 8, 1, 9}, {0, 1, 9, 4, 8}}}};
+  tunnel.paths = {{"USB3 Down", true, false, 0, {{0, 4, 8, 1, 9}, {1, 1, 9, 16, 8}}},
+                  {"USB3 Up", false, false, 0, {{1, 16, 8, 1, 9}, {0, 1, 9, 4, 8}}}};
   return tunnel;
 }
 

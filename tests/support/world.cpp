@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <sstream>
 
+#include "lab/oracle.h"
 #include "lab/run.h"
 #include "lab/tree.h"
 #include "lab/waivers.h"
@@ -158,9 +159,16 @@ void World::CheckLeftovers() {
   EXPECT_EQ(kernel().LiveCommonBuffers(), 0u);
 }
 
+void World::CheckOracle() {
+  if (!verdictExpected_ || !machine_->Quiet()) return;
+  for (const std::string& finding : lab::OracleFindings(*machine_)) ADD_FAILURE() << "oracle: " << finding;
+  Check("the oracle");
+}
+
 void World::Finish() {
   finished_ = true;
   if (!simulation().Stopped()) {
+    CheckOracle();
     machine_->RemoveAndUnload();
     Check("Finish");
     if (!simulation().Stopped()) CheckLeftovers();

@@ -115,6 +115,7 @@ class World {
   void InDomain(const std::function<void(USB4_DOMAIN&)>& body);
   void RunInWorkItem(const std::function<void()>& body);
   void Check(const char* verb);  // fails the test when the run has been stopped
+  void CheckOracle();
   void CheckLeftovers();
 
   std::unique_ptr<lab::Machine> machine_;
