@@ -7,6 +7,7 @@
 #include <map>
 #include <set>
 
+#include "lab/topology_input.h"
 #include "sim/fabric_books.h"
 #include "sim/path_probe.h"
 #include "sim/usb3_adapter.h"
@@ -16,6 +17,13 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
+// What the driver makes of a grant that it finds in an adapter: bits per second wrap at 32 bits.
+std::int64_t ReadBackMbps(unsigned units, unsigned scale) {
+  constexpr std::int64_t kHalf = 500'000, kMega = 1'000'000;
+  const auto wrapped = static_cast<std::int32_t>((units * 512u << scale) * 8000u);
+  return (wrapped < 0 ? wrapped - kHalf : wrapped + kHalf) / kMega;
+}
+
 class DomainAudit {
  public:
   DomainAudit(Machine& machine, Place place, const sim::FabricPaths& live)
@@ -24,8 +32,8 @@ class DomainAudit {
         live_(live),
         domain_(machine.Domain(place)) {}
 
-  Lines Go() {
-    Routers();
+  Lines Go(const OracleOptions& options) {
+    if (options.complete) Routers();
     for (const TunnelView& tunnel : domain_.tunnels) Tunnel(tunnel);
     for (const sim::LivePath& path : live_.paths)
       if (Ours(*path.from) && !claimed_.contains(path.trail)) Say("no tunnel has the path " + path.Text());
@@ -53,8 +61,13 @@ class DomainAudit {
         Say(router->name() + " is listed twice");
     }
     for (const auto& router : machine_.fabric().routers())
-      if (router->place().host == host_ && !listed.contains(router.get()))
+      if (router->place().host == host_ && !TooDeep(*router) && !listed.contains(router.get()))
         Say(fmt::format("{} at route {:x} is not listed", router->name(), router->place().route));
+  }
+
+  bool TooDeep(const sim::Router& router) const {
+    const bool usb4 = host_->model().usb4() || router.model().usb4();
+    return router.place().depth > (usb4 ? kUsb4Depth : kThunderboltDepth);
   }
 
   // The path with the names of the hardware, as the fabric says it; empty when it runs through what is not there.
@@ -102,11 +115,14 @@ class DomainAudit {
     const sim::Router* router = Hardware(tunnel.source.place.route);
     if (router == nullptr) return;
     const sim::Usb3Book book = sim::ReadUsb3(*router->adapter(tunnel.source.place.adapter));
-    const auto granted = [&book](std::int64_t recorded, unsigned units, unsigned mbps) {
-      return mbps == recorded || units == sim::Usb3Units(static_cast<unsigned>(recorded), book.scale);
+    const auto granted = [&](std::int64_t recorded, unsigned units) {
+      if (units == sim::Usb3Units(static_cast<unsigned>(recorded), book.scale)) return true;
+      const bool readBack =
+          std::any_of(tunnel.paths.begin(), tunnel.paths.end(), [](const PathView& path) { return path.discovered; });
+      return readBack && recorded == ReadBackMbps(units, book.scale);
     };
-    if (granted(tunnel.allocated->up, book.allocatedUpUnits, book.allocated.upMbps) &&
-        granted(tunnel.allocated->down, book.allocatedDownUnits, book.allocated.downMbps))
+    if (granted(tunnel.allocated->up, book.allocatedUpUnits) &&
+        granted(tunnel.allocated->down, book.allocatedDownUnits))
       return;
     Say(fmt::format("{}: allocated {} Mb/s, its adapter has {}/{}", TunnelText(tunnel),
                     BandwidthText(*tunnel.allocated), book.allocated.upMbps, book.allocated.downMbps));
@@ -186,7 +202,7 @@ bool Running(Machine& machine, Place place) {
 
 }  // namespace
 
-std::vector<std::string> OracleFindings(Machine& machine) {
+std::vector<std::string> OracleFindings(Machine& machine, const OracleOptions& options) {
   Lines lines;
   const sim::FabricPaths live = sim::TracePaths(machine.fabric());
   bool all = true;
@@ -195,7 +211,7 @@ std::vector<std::string> OracleFindings(Machine& machine) {
       all = false;
       continue;
     }
-    const Lines found = DomainAudit(machine, place, live).Go();
+    const Lines found = DomainAudit(machine, place, live).Go(options);
     lines.insert(lines.end(), found.begin(), found.end());
   }
   // The fabric's own books know no domains.

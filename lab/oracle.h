@@ -8,8 +8,12 @@
 
 namespace lab {
 
+struct OracleOptions {
+  bool complete = true;  // every router that can be reached must be listed; not so after a failure
+};
+
 // What does not hold, one line each; empty when all does. Controllers that are not running are left out, and so is what
 // hangs on them: what a domain leaves programmed while it sleeps is looked at when it is awake.
-std::vector<std::string> OracleFindings(Machine& machine);
+std::vector<std::string> OracleFindings(Machine& machine, const OracleOptions& options = {});
 
 }  // namespace lab

@@ -13,10 +13,6 @@ namespace lab {
 namespace {
 
 constexpr unsigned kMostAdapters = 63;
-// How many levels of device routers a domain has: below a USB4 host, and below a Thunderbolt 3 one, where the last
-// level is for Thunderbolt 3 routers alone.
-constexpr unsigned kUsb4Depth = 5;
-constexpr unsigned kThunderboltDepth = 6;
 
 bool IsLane(const sim::AdapterModel& adapter) {
   return adapter.presence == sim::AdapterPresence::Implemented && adapter.type == sim::kTypeLane;

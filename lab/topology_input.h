@@ -11,6 +11,10 @@
 
 namespace lab {
 
+// Levels below the host that a router may be on: with a USB4 host, or for a USB4 router; and among Thunderbolt 3 only.
+inline constexpr unsigned kUsb4Depth = 5;
+inline constexpr unsigned kThunderboltDepth = 6;
+
 // Every error is an InputError at the key that holds it.
 class TopologyInput {
  public:

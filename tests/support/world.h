@@ -65,6 +65,8 @@ class World {
   void Finish();
   // The test says itself what it thinks of the run: no verdict, and no removal where the run was stopped.
   void ExpectStopped() { verdictExpected_ = false; }
+  // A router that can be reached need not be listed: something is meant to go wrong with it.
+  void ExpectIncomplete() { complete_ = false; }
   // Complaints of the hardware so far, one a line; they no longer fail the test.
   std::string TakeProtocolErrors();
 
@@ -122,6 +124,7 @@ class World {
   WDFDEVICE device_ = nullptr;  // of the InDriver call in progress
   bool finished_ = false;
   bool verdictExpected_ = true;
+  bool complete_ = true;
   bool stopReported_ = false;
 };
 
