@@ -7,10 +7,15 @@
 #include "hostif/config_access.h"
 #include "hostif/host_interface.h"
 #include "hostif/ring.h"
+#include "hostif/run_abort.h"
 #include "include/device_context.h"
 #include "include/domain.h"
 #include "lab/machine.h"
 #include "platform/scheduler.h"
+#include "topology/device_list.h"
+#include "topology/router_queries.h"
+#include "tunnel/pcie_tunnel.h"
+#include "tunnel/tunnel.h"
 
 namespace {
 
@@ -33,7 +38,7 @@ BENCHMARK(TaskSwitch);
 // A started machine, and a benchmark's loop on a task of its driver.
 class Started {
  public:
-  Started() {
+  explicit Started(lab::MachineConfig config = {}) : machine_(std::move(config)) {
     machine_.wire().log().Keep(false);
     machine_.Start();
   }
@@ -50,7 +55,7 @@ class Started {
   bool ran() const { return ran_; }
 
  private:
-  lab::Machine machine_{lab::MachineConfig{}};
+  lab::Machine machine_;
   bool ran_ = false;
 };
 
@@ -99,6 +104,39 @@ void RingPostAndComplete(benchmark::State& state) {
   if (!started.ran()) state.SkipWithError("the machine did not start");
 }
 BENCHMARK(RingPostAndComplete);
+
+lab::MachineConfig ChainOf(unsigned hubs) {
+  lab::MachineConfig config;
+  std::string above = "H1:1";
+  for (unsigned i = 0; i < hubs; ++i) {
+    const std::string hub = "hub" + std::to_string(i);
+    config.routers.push_back({hub, "D1"});
+    config.cables.push_back({above, hub + ":1", {}});
+    above = hub + ":3";
+  }
+  return config;
+}
+
+// A PCIe tunnel from the host to the last hub of a chain, built and taken down.
+void TunnelOverLinks(benchmark::State& state) {
+  const auto links = static_cast<unsigned>(state.range(0));
+  Started started(ChainOf(links));
+  started.InDriver([&](DEVICE_EXTENSION& context) {
+    const RunGuard guard(*context.Domain);
+    USB4_SWITCH* last = context.Domain->HostRouter;
+    for (unsigned i = 0; i < links; ++i) last = last->Adapters[i == 0 ? 1 : 3].Remote->Router;
+    const USB4_ENDS ends = {KivUsb4SwitchFindPortByType(context.Domain->HostRouter, USB4_ADAPTER_PCIE_DOWNSTREAM),
+                            KivUsb4SwitchFindPortByType(last, USB4_ADAPTER_PCIE_UPSTREAM)};
+    for (auto _ : state) {
+      USB4_TUNNEL* tunnel = KivUsb4TunnelAllocPcie(context.Domain, ends);
+      if (tunnel == nullptr || KivUsb4TunnelActivate(tunnel) != 0) return state.SkipWithError("no tunnel");
+      KivUsb4TunnelDeactivate(tunnel);
+      KivUsb4TunnelFree(tunnel);
+    }
+  });
+  if (!started.ran()) state.SkipWithError("the machine did not start");
+}
+BENCHMARK(TunnelOverLinks)->DenseRange(1, 5)->Unit(benchmark::kMicrosecond);
 
 void LoadStartRemoveUnload(benchmark::State& state) {
   std::uint64_t packets = 0;

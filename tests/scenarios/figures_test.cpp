@@ -5,8 +5,10 @@
 #include <algorithm>
 
 #include "sim/control_packet.h"
-#include "tests/support/world.h"
+#include "tests/support/tunnel_bench.h"
 #include "topology/device_list.h"
+#include "tunnel/pcie_tunnel.h"
+#include "tunnel/tunnel.h"
 
 namespace tests {
 namespace {
@@ -93,6 +95,40 @@ TEST(Figures, EveryHubCostsTheSame) {
     EXPECT_LE(most->second, least->second + 100);
   }
   EXPECT_LE(perHub[59], perHub[1]) << "linear, or better";
+}
+
+// Over one to five links: an entry is one write to program; to take it out it is read, written, found pending once and
+// looked at again. Whatever its length, a tunnel costs two writes to switch its adapters, on and off.
+TEST(Figures, ATunnelCostsTheSameForEachLink) {
+  const struct {
+    const char* end;
+    unsigned build, tearDown;
+  } kRows[] = {{"a:9", 6, 18}, {"b:9", 8, 26}, {"c:9", 10, 34}, {"d:9", 12, 42}, {"e:9", 14, 50}};
+  TunnelBench bench("H1:1 - a=D1:1, a:3 - b=D1:1, b:3 - c=D1:1, c:3 - d=D1:1, d:3 - e=D1:1");
+  bench.StartQuietly();
+  unsigned links = 0;
+  for (const auto& row : kRows) {
+    Cost built, gone;
+    platform::Time times[3] = {};
+    bench.InRun([&](USB4_DOMAIN& domain) {
+      const auto step = [&](platform::Time& at, Cost& cost, auto action) {
+        const std::size_t from = bench.wire().log().entries().size();
+        const platform::Time begin = bench.simulation().Now();
+        action();
+        cost = CostSince(bench, from);
+        at = bench.simulation().Now() - begin;
+      };
+      USB4_TUNNEL* tunnel = KivUsb4TunnelAllocPcie(&domain, bench.Ends(domain, "H1:3", row.end));
+      ASSERT_NE(tunnel, nullptr);
+      step(times[0], built, [&] { EXPECT_EQ(KivUsb4TunnelActivate(tunnel), 0); });
+      step(times[1], gone, [&] { KivUsb4TunnelDeactivate(tunnel); });
+      KivUsb4TunnelFree(tunnel);
+    });
+    fmt::print("  PCIe over {} links: {} requests and {:.2f} ms to build, {} and {:.2f} ms to take down\n", ++links,
+               built.total, Ms(times[0]), gone.total, Ms(times[1]));
+    EXPECT_EQ(built.total, row.build) << row.end;
+    EXPECT_EQ(gone.total, row.tearDown) << row.end;
+  }
 }
 
 }  // namespace
