@@ -160,7 +160,7 @@ void World::CheckLeftovers() {
 }
 
 void World::CheckOracle() {
-  if (!verdictExpected_ || !machine_->Quiet()) return;
+  if (!verdictExpected_ || leftovers_ || !machine_->Quiet()) return;
   for (const std::string& finding : lab::OracleFindings(*machine_, {complete_ && !faults().Fired()}))
     ADD_FAILURE() << "oracle: " << finding;
   Check("the oracle");

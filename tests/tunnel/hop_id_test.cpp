@@ -15,6 +15,7 @@ constexpr std::uint32_t Limits(std::uint32_t input, std::uint32_t output) {
 
 WORLD_TEST(HopIds, AreReservedWithinTheLimitsOfTheAdapter) {
   TunnelBench bench("H1:1 - D1:1");
+  bench.ExpectLeftovers();
   bench.StartQuietly();
   bench.InRun([&](USB4_DOMAIN& domain) {
     const struct {
