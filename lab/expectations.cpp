@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "lab/tree.h"
+#include "sim/path_probe.h"
 
 namespace lab {
 namespace {
@@ -126,6 +127,19 @@ void CompareTunnels(Comparison& comparison, const Expectation& expectation, cons
                     found->allocated ? BandwidthText(*found->allocated) : "not managed");
 }
 
+// How packets fare between two adapters, as long as both are there.
+std::string ProbeText(const sim::Fabric& fabric, const std::string& ends) {
+  const std::string from = ends.substr(0, ends.find(" -> ")), to = ends.substr(ends.find(" -> ") + 4);
+  unsigned away = 0, back = 0;
+  for (const sim::LivePath& path : sim::TracePaths(fabric).paths) {
+    if (!path.lost.empty() || path.to == nullptr) continue;
+    away += path.from->Name() == from && path.to->Name() == to;
+    back += path.from->Name() == to && path.to->Name() == from;
+  }
+  if (away == 0 && back == 0) return "absent";
+  return away != 0 && back != 0 ? "present" : "one way only";
+}
+
 bool AsksForDomain(const Expectation& expectation) {
   return expectation.routers || expectation.adapters || expectation.aboutRouter || expectation.tunnels ||
          expectation.tunnelCount || expectation.pcieTunnels || expectation.usb3Tunnels || expectation.dpTunnels ||
@@ -151,6 +165,9 @@ std::vector<std::string> Mismatches(const Expectation& expectation, Machine& mac
     if (std::find(all.begin(), all.end(), *expectation.interface) == all.end())
       comparison.Text("interface", expectation.interface, all.empty() ? "none" : all.front());
   }
+  if (expectation.probe)
+    comparison.Text("probe " + *expectation.probe, expectation.present ? "present" : "absent",
+                    ProbeText(machine.fabric(), *expectation.probe));
   if (!AsksForDomain(expectation)) return comparison.lines();
   const DomainView domain = machine.Domain(place);
   comparison.Number("routers", expectation.routers, static_cast<std::int64_t>(domain.routers.size()));

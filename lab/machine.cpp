@@ -74,6 +74,25 @@ Machine::Machine(MachineConfig config)
   }
   for (const RouterConfig& router : config_.routers) fabric_->AddRouter(router.model, router.name);
   for (const CableConfig& cable : config_.cables) fabric_->Connect(cable.first, cable.second, cable.options);
+  Furnish();
+}
+
+// What stood at the adapters, and what firmware had done, when the machine was switched on.
+void Machine::Furnish() {
+  const auto adapter = [this](const std::string& name) -> sim::Adapter& {
+    sim::Adapter* found = fabric_->FindAdapter(name);
+    if (found == nullptr) throw sim::TopologyError("no adapter \"" + name + "\"");
+    return *found;
+  };
+  for (const DisplayConfig& display : config_.displays) {
+    sim::DpFacts facts = adapter(display.adapter).dp;
+    facts.display = display.display;
+    sim::SetDpFacts(adapter(display.adapter), facts);
+  }
+  for (const Usb3Config& usb3 : config_.usb3) sim::SetUsb3Facts(adapter(usb3.adapter), usb3.facts);
+  for (const CableConfig& cable : config_.cables)
+    if (cable.bondedByFirmware) sim::BondByFirmware(*fabric_, cable.first);
+  for (const sim::FirmwareTunnel& tunnel : config_.firmware) sim::SetUpFirmwareTunnel(*fabric_, tunnel);
 }
 
 Machine::~Machine() = default;

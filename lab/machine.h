@@ -90,6 +90,7 @@ class Machine {
   const Controller& At(Place place) const { return hosts_[place.host].controllers[place.controller]; }
   std::string RouterName(Place place) const { return HostRouterName(config_, place); }
   void BuildController(Place place);
+  void Furnish();
   void StartController(Place place);
 
   MachineConfig config_;

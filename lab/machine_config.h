@@ -9,7 +9,10 @@
 
 #include "platform/host/host_kernel.h"
 #include "platform/host/simulation.h"
+#include "sim/dp_adapter.h"
+#include "sim/firmware_tunnels.h"
 #include "sim/link.h"
+#include "sim/usb3_adapter.h"
 
 namespace lab {
 
@@ -41,12 +44,28 @@ struct RouterConfig {
 struct CableConfig {
   std::string first, second;
   sim::CableOptions options;
+  bool bondedByFirmware = false;
+};
+
+// At a DP OUT adapter, "D1:13".
+struct DisplayConfig {
+  std::string adapter;
+  sim::Display display;
+};
+
+// What stands behind a USB3 adapter, "H1:4".
+struct Usb3Config {
+  std::string adapter;
+  sim::Usb3Facts facts;
 };
 
 struct MachineConfig {
   std::vector<HostConfig> hosts{HostConfig{}};
   std::vector<RouterConfig> routers;
   std::vector<CableConfig> cables;
+  std::vector<DisplayConfig> displays;  // there from the start, like the cables
+  std::vector<Usb3Config> usb3;
+  std::vector<sim::FirmwareTunnel> firmware;  // programmed before the driver starts, in this order
   platform::SimulationOptions simulation;
 };
 

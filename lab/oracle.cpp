@@ -35,12 +35,14 @@ class DomainAudit {
   Lines Go(const OracleOptions& options) {
     if (options.complete) Routers();
     for (const TunnelView& tunnel : domain_.tunnels) Tunnel(tunnel);
-    for (const sim::LivePath& path : live_.paths)
-      if (Ours(*path.from) && !claimed_.contains(path.trail)) Say("no tunnel has the path " + path.Text());
+    if (!options.wreckage) {
+      for (const sim::LivePath& path : live_.paths)
+        if (Ours(*path.from) && !claimed_.contains(path.trail)) Say("no tunnel has the path " + path.Text());
+      Buffers();
+    }
     Counts();
     for (const RouterView& router : domain_.routers)
       for (const AdapterView& adapter : router.adapters) HopIds(router, adapter);
-    Buffers();
     return std::move(lines_);
   }
 
@@ -202,6 +204,13 @@ bool Running(Machine& machine, Place place) {
 
 }  // namespace
 
+OracleOptions OracleOptionsFor(const MachineConfig& config) {
+  OracleOptions options;
+  for (const sim::FirmwareTunnel& tunnel : config.firmware)
+    options.wreckage = options.wreckage || tunnel.state != sim::FirmwareState::Whole;
+  return options;
+}
+
 std::vector<std::string> OracleFindings(Machine& machine, const OracleOptions& options) {
   Lines lines;
   const sim::FabricPaths live = sim::TracePaths(machine.fabric());
@@ -215,7 +224,7 @@ std::vector<std::string> OracleFindings(Machine& machine, const OracleOptions& o
     lines.insert(lines.end(), found.begin(), found.end());
   }
   // The fabric's own books know no domains.
-  if (!all) return lines;
+  if (!all || options.wreckage) return lines;
   const Lines books = sim::CheckBooks(machine.fabric());
   lines.insert(lines.end(), books.begin(), books.end());
   return lines;

@@ -9,8 +9,12 @@
 namespace lab {
 
 struct OracleOptions {
-  bool complete = true;  // every router that can be reached must be listed; not so after a failure
+  bool complete = true;   // every router that can be reached must be listed; not so after a failure
+  bool wreckage = false;  // firmware has left half-built tunnels, parts of which stay: docs/known-behaviour.md
 };
+
+// Those for a machine of this configuration.
+OracleOptions OracleOptionsFor(const MachineConfig& config);
 
 // What does not hold, one line each; empty when all does. Controllers that are not running are left out, and so is what
 // hangs on them: what a domain leaves programmed while it sleeps is looked at when it is awake.

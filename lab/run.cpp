@@ -31,7 +31,7 @@ class Run {
   void Start();
   void PlayUntil(platform::Time end);
   void Play(const ScenarioEvent& event);
-  void PlayCable(const ScenarioEvent& event);
+  void PlayHardware(const ScenarioEvent& event);
   void ArmPackets();
   void Heal();
   void ReplugRoots();
@@ -108,7 +108,7 @@ void Run::ArmPackets() {
     ++packetEventsLeft_;
     machine_.wire(event.place).AtPacket(event.packet, [this, &event] {
       --packetEventsLeft_;
-      PlayCable(event);
+      PlayHardware(event);
     });
   }
 }
@@ -123,18 +123,26 @@ void Run::Start() {
   origin_ = machine_.simulation().Now();
 }
 
-void Run::PlayCable(const ScenarioEvent& event) {
+void Run::PlayHardware(const ScenarioEvent& event) {
   try {
     if (event.verb == Verb::Plug) machine_.fabric().Plug(event.cable.first, event.cable.second, event.cable.options);
     if (event.verb == Verb::Unplug) machine_.fabric().Unplug(event.what);
     if (event.verb == Verb::DropLink) machine_.fabric().DropLink(event.what, event.backAfter);
+    if (event.verb == Verb::PlugDisplay) machine_.fabric().PlugDisplay(event.display.adapter, event.display.display);
+    if (event.verb == Verb::UnplugDisplay) machine_.fabric().UnplugDisplay(event.display.adapter);
+    if (event.verb == Verb::UseUsb3) {
+      sim::Adapter& adapter = *machine_.fabric().FindAdapter(event.usb3.adapter);
+      sim::Usb3Facts facts = adapter.usb3;
+      facts.consumed = event.usb3.facts.consumed;
+      sim::SetUsb3Facts(adapter, facts);
+    }
   } catch (const sim::TopologyError& error) {
     Fail(fmt::format("{}:{}:{}: {}", scenario_.file, event.line, event.column, error.what()));
   }
 }
 
 void Run::Play(const ScenarioEvent& event) {
-  if (event.verb == Verb::Plug || event.verb == Verb::Unplug || event.verb == Verb::DropLink) return PlayCable(event);
+  if (event.verb >= Verb::Plug) return PlayHardware(event);
   platform::HostKernel& kernel = machine_.kernel(event.place.host);
   const std::string& verb = VerbNames()[static_cast<std::size_t>(event.verb)];
   const bool wholeHost = event.verb == Verb::Sleep || event.verb == Verb::Hibernate || event.verb == Verb::Resume;
@@ -159,9 +167,7 @@ void Run::Play(const ScenarioEvent& event) {
       return kernel.SurpriseRemoveAsync(device);
     case Verb::Remove:
       return kernel.RemoveAsync(device);
-    case Verb::Plug:
-    case Verb::Unplug:
-    case Verb::DropLink:
+    default:
       return;
   }
 }
@@ -236,7 +242,8 @@ void Run::JudgeEnd() {
     if (options_.registers && !Over()) machine_.ReadRegisters(place, report_.domains.back());
   }
   if (machine_.Quiet())
-    for (const std::string& finding : OracleFindings(machine_)) Fail("oracle: " + finding);
+    for (const std::string& finding : OracleFindings(machine_, OracleOptionsFor(scenario_.machine)))
+      Fail("oracle: " + finding);
   for (const Expectation& expectation : scenario_.expectations)
     if (expectation.at == platform::kNever && !Over()) Judge(expectation);
 }

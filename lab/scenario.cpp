@@ -8,6 +8,7 @@
 #include <charconv>
 #include <cstdio>
 
+#include "lab/protocol_input.h"
 #include "lab/suggest.h"
 #include "lab/toml_reader.h"
 #include "lab/topology_input.h"
@@ -123,8 +124,17 @@ Place ReadPlace(TableReader& table, const MachineConfig& machine) {
   return place;
 }
 
-bool IsCableVerb(Verb verb) {
-  return verb == Verb::Plug || verb == Verb::Unplug || verb == Verb::DropLink;
+bool HappensAtAPacket(Verb verb) {
+  switch (verb) {
+    case Verb::Plug:
+    case Verb::Unplug:
+    case Verb::DropLink:
+    case Verb::PlugDisplay:
+    case Verb::UnplugDisplay:
+      return true;
+    default:
+      return false;
+  }
 }
 
 void ReadMoment(TableReader& table, ScenarioEvent& event) {
@@ -133,7 +143,8 @@ void ReadMoment(TableReader& table, ScenarioEvent& event) {
   event.at = table.Duration("at", platform::kNever);
   if (!atPacket) return;
   event.packet = static_cast<std::uint64_t>(table.Number("packet", 0, 1, 1'000'000'000));
-  if (!IsCableVerb(event.verb)) table.Fail("packet", "only plug, unplug and drop-link happen at a packet");
+  if (!HappensAtAPacket(event.verb))
+    table.Fail("packet", "only plug, unplug, drop-link, plug-display and unplug-display happen at a packet");
 }
 
 ScenarioEvent ReadEvent(TableReader& table, const MachineConfig& machine, TopologyInput& topology) {
@@ -145,6 +156,9 @@ ScenarioEvent ReadEvent(TableReader& table, const MachineConfig& machine, Topolo
   event.place = ReadPlace(table, machine);
   if (event.verb == Verb::Plug) event.cable = topology.ReadCable(table);
   if (event.verb == Verb::Unplug || event.verb == Verb::DropLink) event.what = topology.ReadPlace(table);
+  if (event.verb == Verb::PlugDisplay) event.display = ReadDisplay(table, topology);
+  if (event.verb == Verb::UnplugDisplay) event.display.adapter = ReadDisplayPlace(table, topology);
+  if (event.verb == Verb::UseUsb3) event.usb3 = ReadUsb3(table, topology);
   if (event.verb == Verb::DropLink) event.backAfter = table.Duration("for", kDropTime);
   event.line = table.source().line;
   event.column = table.source().column;
@@ -164,6 +178,21 @@ void CheckCables(const std::vector<std::pair<ScenarioEvent, TableReader>>& event
   }
 }
 
+void ReadFurniture(TableReader& table, MachineConfig& machine, TopologyInput& topology) {
+  for (TableReader& item : table.Tables("display")) {
+    machine.displays.push_back(ReadDisplay(item, topology));
+    item.RejectUnknownKeys();
+  }
+  for (TableReader& item : table.Tables("usb3")) {
+    machine.usb3.push_back(ReadUsb3(item, topology));
+    item.RejectUnknownKeys();
+  }
+  for (TableReader& item : table.Tables("firmware")) {
+    machine.firmware.push_back(ReadFirmwareTunnel(item, topology));
+    item.RejectUnknownKeys();
+  }
+}
+
 void ReadTopology(TableReader& table, Scenario& scenario) {
   TopologyInput topology(scenario.machine);
   for (TableReader& router : table.Tables("router")) {
@@ -175,6 +204,7 @@ void ReadTopology(TableReader& table, Scenario& scenario) {
     link.RejectUnknownKeys();
     topology.Plug(link, scenario.machine.cables.back());
   }
+  ReadFurniture(table, scenario.machine, topology);
   std::vector<std::pair<ScenarioEvent, TableReader>> events;
   for (TableReader& event : table.Tables("event"))
     events.emplace_back(ReadEvent(event, scenario.machine, topology), event);
@@ -203,8 +233,8 @@ void ReadRouterExpectation(TableReader& table, Expectation& expectation) {
   if (table.Has("generation")) expectation.generation = table.Number("generation", 0, 1, 4);
   for (const char* key : {"name", "model", "link", "tmu", "generation"})
     if (table.Has(key) && !expectation.aboutRouter) table.Fail(key, fmt::format("{} needs the router's route", key));
-  if (table.Has("present") && !expectation.aboutRouter && !table.Has("tunnel"))
-    table.Fail("present", "present needs the router's route or the tunnel");
+  if (table.Has("present") && !expectation.aboutRouter && !table.Has("tunnel") && !table.Has("probe"))
+    table.Fail("present", "present needs the router's route, the tunnel or the probe");
 }
 
 // "PCIe 0:3 -> 1:9", letter by letter as the tree says it.
@@ -235,6 +265,11 @@ void ReadTunnelExpectation(TableReader& table, Expectation& expectation) {
     expectation.tunnel = table.Text("tunnel", "");
     RequireTunnel(table, "tunnel", *expectation.tunnel);
   }
+  if (table.Has("probe")) {
+    expectation.probe = table.Text("probe", "");
+    if (expectation.probe->find(" -> ") == std::string::npos)
+      table.Fail("probe", "probe must be two adapters, such as \"H1:3 -> D1:9\"");
+  }
   if (table.Has("allocated")) expectation.allocated = table.Text("allocated", "");
   if (expectation.allocated && !expectation.tunnel) table.Fail("allocated", "allocated needs the tunnel");
 }
@@ -263,9 +298,9 @@ Expectation ReadExpectation(TableReader table, const MachineConfig& machine) {
 }  // namespace
 
 const std::vector<std::string>& VerbNames() {
-  static const std::vector<std::string> kNames = {"sleep",   "hibernate", "resume",          "wake",
-                                                  "disable", "enable",    "surprise-remove", "remove",
-                                                  "plug",    "unplug",    "drop-link"};
+  static const std::vector<std::string> kNames = {
+      "sleep",  "hibernate", "resume", "wake",      "disable",      "enable",         "surprise-remove",
+      "remove", "plug",      "unplug", "drop-link", "plug-display", "unplug-display", "use-usb3"};
   return kNames;
 }
 

@@ -9,7 +9,22 @@
 
 namespace lab {
 
-enum class Verb { Sleep, Hibernate, Resume, Wake, Disable, Enable, SurpriseRemove, Remove, Plug, Unplug, DropLink };
+enum class Verb {
+  Sleep,
+  Hibernate,
+  Resume,
+  Wake,
+  Disable,
+  Enable,
+  SurpriseRemove,
+  Remove,
+  Plug,
+  Unplug,
+  DropLink,
+  PlugDisplay,
+  UnplugDisplay,
+  UseUsb3
+};
 
 // Names of the verbs as files write them ("surprise-remove"), in the order of the enumeration.
 const std::vector<std::string>& VerbNames();
@@ -22,6 +37,8 @@ struct ScenarioEvent {
   CableConfig cable;         // plug
   std::string what;          // unplug, drop-link: a router or one of its ports
   platform::Time backAfter = 0;  // drop-link
+  DisplayConfig display;         // plug-display; unplug-display looks at its adapter only
+  Usb3Config usb3;               // use-usb3: what it consumes from now on
   unsigned line = 0, column = 0;
 };
 
@@ -49,7 +66,9 @@ struct Expectation {
   std::optional<std::vector<std::string>> tunnels;
   std::optional<std::int64_t> tunnelCount, pcieTunnels, usb3Tunnels, dpTunnels;  // the driver's counters
   std::optional<std::string> tunnel;                                             // what the keys below are about
-  std::optional<std::string> allocated;                                          // "9000/9000", up and down
+  // "H1:3 -> D1:9": packets travel both ways between these adapters; `present` = false: neither way.
+  std::optional<std::string> probe;
+  std::optional<std::string> allocated;  // "9000/9000", up and down
 };
 
 struct Scenario {

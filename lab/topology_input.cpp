@@ -99,7 +99,24 @@ CableConfig TopologyInput::ReadCable(TableReader& table) {
   const std::int64_t speed = table.Number("gbpsPerLane", 0, 0, 20);
   if (speed != 0 && speed != 10 && speed != 20) table.Fail("gbpsPerLane", "gbpsPerLane must be 10 or 20");
   cable.options.gbpsPerLane = static_cast<unsigned>(speed);
+  cable.bondedByFirmware = table.Flag("bonded", false);
+  if (cable.bondedByFirmware && cable.options.lanes != 2) table.Fail("bonded", "a cable of one lane cannot be bonded");
   return cable;
+}
+
+std::string TopologyInput::ReadAdapter(TableReader& table, const char* key, const std::vector<std::uint32_t>& types) {
+  const std::string text = table.RequiredText(key);
+  const Port port = ParsePort(table, key, text);
+  const sim::RouterModel& model = Model(port.router);
+  std::vector<unsigned> fitting;
+  for (const sim::AdapterModel& adapter : model.adapters)
+    if (adapter.number != 0 && adapter.presence == sim::AdapterPresence::Implemented &&
+        std::find(types.begin(), types.end(), adapter.type) != types.end())
+      fitting.push_back(adapter.number);
+  if (std::find(fitting.begin(), fitting.end(), port.adapter) == fitting.end())
+    table.Fail(key, fmt::format("{} is no {} adapter ({} has: {})", text, AdapterTypeName(types.front()), port.router,
+                                PortList(fitting)));
+  return text;
 }
 
 std::string TopologyInput::ReadPlace(TableReader& table) {

@@ -27,6 +27,9 @@ class TopologyInput {
   // Key `what`: a router, or one of its ports.
   std::string ReadPlace(TableReader& table);
 
+  // An adapter of one of these types, as "D1:13".
+  std::string ReadAdapter(TableReader& table, const char* key, const std::vector<std::uint32_t>& types);
+
   // The cable is plugged: both ports must be free, and the tree must stay a tree within its depth.
   void Plug(const TableReader& table, const CableConfig& cable);
   // The cable at `what` is pulled; there must be one.

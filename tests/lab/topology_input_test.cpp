@@ -65,6 +65,31 @@ TEST(TopologyInput, PortsThatCannotBe) {
     EXPECT_EQ(Complaint(kRouters + Link(test.from, test.to)), test.complaint) << test.from << " " << test.to;
 }
 
+TEST(TopologyInput, WhatCannotStandAtAnAdapter) {
+  const struct {
+    const char* text;
+    const char* complaint;
+  } kCases[] = {
+      {"[[display]]\nadapter = \"D1:12\"\n", "5:11: D1:12 is no DP OUT adapter (D1 has: 13, 14)"},
+      {"[[display]]\nadapter = \"D1:13\"\nlanes = 3\n", "6:9: lanes must be one of 1, 2, 4"},
+      {"[[display]]\nadapter = \"D1:13\"\nmbpsPerLane = 8000\n",
+       "6:15: mbpsPerLane must be one of 1620, 2700, 5400, 8100"},
+      {"[[display]]\nadapter = \"D3:13\"\n", "5:11: unknown router \"D3\" (did you mean \"D1\"?)"},
+      {"[[usb3]]\nadapter = \"H1:3\"\n", "5:11: H1:3 is no USB3 downstream adapter (H1 has: 4)"},
+      {"[[usb3]]\nadapter = \"H1:4\"\ngbps = 15\n", "6:8: gbps must be one of 10, 20"},
+      {"[[firmware]]\nkind = \"pci\"\n", "5:8: unknown kind \"pci\" (did you mean \"pcie\"?)"},
+      {"[[firmware]]\nkind = \"dp\"\nfrom = \"H1:4\"\nto = \"D1:13\"\n",
+       "6:8: H1:4 is no DP IN adapter (H1 has: 5, 6)"},
+      {"[[firmware]]\nkind = \"dp\"\nfrom = \"H1:5\"\nto = \"D1:13\"\nstate = \"brokn\"\n",
+       "8:9: unknown state \"brokn\" (did you mean \"broken\"?)"},
+      {"[[event]]\nat = \"1 s\"\ndo = \"plug-display\"\nadapter = \"D1:9\"\n",
+       "7:11: D1:9 is no DP OUT adapter (D1 has: 13, 14)"},
+      {"[[link]]\nfrom = \"H1:1\"\nto = \"D1:1\"\nlanes = 1\nbonded = true\n",
+       "8:10: a cable of one lane cannot be bonded"},
+  };
+  for (const auto& test : kCases) EXPECT_EQ(Complaint(kRouters + test.text), test.complaint) << test.text;
+}
+
 TEST(TopologyInput, CablesThatCannotBeTogether) {
   const struct {
     std::string links;
@@ -125,7 +150,8 @@ TEST(TopologyInput, EventsArePlayedOnThePlanInTimeOrder) {
       // What happens at a packet may come at any time, so whether the port is free then is the run's business.
       {plug + "packet = 7\n" + plug + "at = \"1 s\"\n", ""},
       {plug + "packet = 7\nat = \"1 s\"\n", "12:6: either at or packet, not both"},
-      {"[[event]]\ndo = \"sleep\"\npacket = 7\n", "9:10: only plug, unplug and drop-link happen at a packet"},
+      {"[[event]]\ndo = \"sleep\"\npacket = 7\n",
+       "9:10: only plug, unplug, drop-link, plug-display and unplug-display happen at a packet"},
       {plug + "packet = 0\n", "11:10: packet must be in 1 to 1000000000"},
       {"[[expect]]\nroute = \"0x1\"\n", "8:9: route must be hex digits without 0x, one byte a level, such as \"301\""},
       {"[[expect]]\ntmu = \"off\"\n", "8:7: tmu needs the router's route"},
