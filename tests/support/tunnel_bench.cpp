@@ -19,7 +19,7 @@ namespace {
 std::map<std::string, std::uint32_t> Registry(const TunnelPolicy& policy) {
   return {{"USB3Tunnel\\USB3TunnelSupported", policy.usb3},
           {"PCIETunnel\\PCIETunnelSupported", policy.pcie},
-          {"PreOsCmWorkAroundEnable", policy.cleanUp}};
+          {"PreOSWorkAround\\PreOsCmWorkAroundEnable", policy.cleanUp}};
 }
 
 std::string Reserved(const char* what, const std::uint8_t (&map)[44]) {
@@ -154,6 +154,7 @@ std::string TunnelBench::TunnelWrites() {
     const sim::Router* router = fabric().AtRoute(*fabric().routers().front(), route);
     if (router == nullptr || number == 0) continue;
     const bool path = std::string_view(space) == "path";
+    if (router->adapter(number)->isLane() && std::string_view(space) == "adapter") continue;
     text += fmt::format("{}:{}{} 0x{:02x}\n", router->name(), number, path ? " path" : "", offset);
   }
   return text;
