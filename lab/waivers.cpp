@@ -29,6 +29,8 @@ std::vector<ProtocolWaiver> KnownProtocolWaivers() {
        "the second lane of a port whose first lane could not be read is taken for a port of its own"},
       {"configured with upstream adapter",
        "the second lane of a port whose first lane could not be read is taken for a port of its own"},
+      {"display resource of adapter",
+       "an answer about another adapter that a fault has put in the right one's place makes it a DP IN for the driver"},
       {"router operation started while another one runs",
        "an operation that a router never ends is given up after its time-out, and the next one is asked all the same"},
   };

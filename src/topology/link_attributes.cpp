@@ -125,8 +125,13 @@ KIV_RESULT KivUsb4SwitchConfigureLink(const USB4_SWITCH* router) {
 KIV_RESULT KivUsb4SwitchUnconfigureLink(const USB4_SWITCH* router) {
   if (KivUsb4SwitchRoute(router) == 0 || router->Unplugged.IsSet()) return kKivOk;
   const USB4_PORT* upstream = KivUsb4SwitchUpstreamPort(router);
-  // The link is going away; a mark that stays is cleared with it.
+  // The link is going away; an end that cannot be reached loses its mark with it.
   IgnoreResult(MarkConfigured(upstream, false));
   if (upstream->Remote != nullptr) IgnoreResult(MarkConfigured(upstream->Remote, false));
   return kKivOk;
+}
+
+KIV_RESULT UnmarkNearEnd(const USB4_PORT* adapter) {
+  if (KivUsb4SwitchIsUsb4(adapter->Router) && adapter->Usb4PortCapability == 0) return kKivOk;
+  return MarkConfigured(adapter, false);
 }
