@@ -37,10 +37,17 @@ struct AdapterView {
   std::vector<unsigned> inputHops, outputHops;  // hop IDs that are in use, lowest first
 };
 
+// Mb/s; upstream is towards the host.
+struct BandwidthView {
+  std::int64_t up = 0, down = 0;
+  friend bool operator==(const BandwidthView&, const BandwidthView&) = default;
+};
+
 struct LinkView {
   unsigned speedGbps = 0;
   unsigned lanes = 0;
   bool bonded = false;
+  std::optional<BandwidthView> available;  // below 0 where more was given than there is
 };
 
 struct RouterView {
@@ -75,12 +82,6 @@ struct PathView {
   std::vector<HopView> hops;  // from the source to the destination
 };
 
-// Mb/s; upstream is towards the host.
-struct BandwidthView {
-  std::int64_t up = 0, down = 0;
-  friend bool operator==(const BandwidthView&, const BandwidthView&) = default;
-};
-
 struct TunnelEnd {
   AdapterPlace place;
   std::string router;  // its name, "0-1"
@@ -95,6 +96,7 @@ struct TunnelView {
   std::vector<PathView> paths;
   BandwidthView maximum;                   // that it may take, as far as it was told
   std::optional<BandwidthView> allocated;  // USB3 from the host router: the grant
+  std::optional<BandwidthView> consumed;   // what its links are charged; none for kinds that are charged nothing
 };
 
 struct TunnelCounts {

@@ -125,6 +125,9 @@ void CompareTunnels(Comparison& comparison, const Expectation& expectation, cons
   if (found != nullptr)
     comparison.Text(what + " allocated", expectation.allocated,
                     found->allocated ? BandwidthText(*found->allocated) : "not managed");
+  if (found != nullptr)
+    comparison.Text(what + " consumed", expectation.consumed,
+                    found->consumed ? BandwidthText(*found->consumed) : "nothing");
 }
 
 // How packets fare between two adapters, as long as both are there.

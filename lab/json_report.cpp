@@ -21,6 +21,10 @@ Json Text(const std::optional<std::string>& text) {
   return text ? Json(*text) : Json(nullptr);
 }
 
+Json Bandwidth(const std::optional<BandwidthView>& bandwidth) {
+  return bandwidth ? Json{{"up", bandwidth->up}, {"down", bandwidth->down}} : Json(nullptr);
+}
+
 Json Adapters(const RouterView& router) {
   Json list = Json::array();
   for (const AdapterView& adapter : router.adapters)
@@ -41,8 +45,10 @@ Json Router(const RouterView& router) {
   json["adapters"] = Adapters(router);
   json["link"] = nullptr;
   if (router.link)
-    json["link"] =
-        Json{{"speedGbps", router.link->speedGbps}, {"lanes", router.link->lanes}, {"bonded", router.link->bonded}};
+    json["link"] = Json{{"speedGbps", router.link->speedGbps},
+                        {"lanes", router.link->lanes},
+                        {"bonded", router.link->bonded},
+                        {"availableMbps", Bandwidth(router.link->available)}};
   json["tmu"] = Text(router.tmu);
   return json;
 }
@@ -58,10 +64,6 @@ Json Routers(const RunReport& report) {
     }
   }
   return list;
-}
-
-Json Bandwidth(const std::optional<BandwidthView>& bandwidth) {
-  return bandwidth ? Json{{"up", bandwidth->up}, {"down", bandwidth->down}} : Json(nullptr);
 }
 
 Json End(const TunnelEnd& end) {
@@ -88,6 +90,7 @@ Json Tunnels(const RunReport& report) {
       json["destination"] = tunnel.destination ? End(*tunnel.destination) : Json(nullptr);
       json["active"] = tunnel.active;
       json["allocatedMbps"] = Bandwidth(tunnel.allocated);
+      json["consumedMbps"] = Bandwidth(tunnel.consumed);
       json["paths"] = Json::array();
       for (const PathView& path : tunnel.paths) json["paths"].push_back(Path(path));
       if (report.domains.size() > 1) json["domain"] = domain.name;

@@ -69,7 +69,7 @@ class Machine {
   // --- looking into the driver: `look` runs on a PASSIVE_LEVEL task of the controller's kernel
   // False when the device has no context (not started, or removed); then `look` was not called.
   bool InDriver(Place place, const std::function<void(DEVICE_EXTENSION&)>& look);
-  // Copies the domain as its device list shows it.
+  // Copies the domain as its device list shows it; what links are charged comes from the fabric.
   DomainView Domain(Place place = {});
   // Reads every register that the driver knows of every router and adapter of `view` over ring 0, as the driver does.
   void ReadRegisters(Place place, DomainView& view);

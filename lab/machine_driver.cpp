@@ -10,6 +10,7 @@
 #include "include/path.h"
 #include "include/switch.h"
 #include "include/tunnel.h"
+#include "lab/bandwidth.h"
 #include "lab/machine.h"
 #include "topology/device_list.h"
 #include "topology/router_queries.h"
@@ -163,6 +164,8 @@ DomainView Machine::Domain(Place place) {
   InDriver(place, [&](DEVICE_EXTENSION& context) {
     if (context.Domain != nullptr) AddDomain(context.Domain, view);
   });
+  if (const sim::Router* host = fabric_->Find(RouterName(place))) AddConsumption(view, *fabric_, *host);
+  AddAvailable(view);
   return view;
 }
 

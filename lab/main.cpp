@@ -12,6 +12,7 @@
 #include "lab/print_run.h"
 #include "lab/soak.h"
 #include "lab/suggest.h"
+#include "lab/svg.h"
 #include "lab/toml_reader.h"
 #include "sim/fabric.h"
 
@@ -25,6 +26,7 @@ struct Options {
   lab::RunOptions run;
   bool json = false;
   unsigned verbosity = 0;
+  std::string picture;
 };
 
 lab::Console MakeConsole(const Options& options) {
@@ -48,6 +50,14 @@ bool ParseSeed(const std::string& text, std::uint64_t& seed) {
   return used == text.size() && text[0] != '-';
 }
 
+bool TakeSeed(Options& options) {
+  std::uint64_t seed = 0;
+  if (options.seed.empty()) return true;
+  if (!ParseSeed(options.seed, seed)) return false;
+  options.run.seed = seed;
+  return true;
+}
+
 bool KnownFaults(const std::vector<std::string>& names, std::string& message) {
   const std::vector<std::string>& known = lab::FaultProfileNames();
   for (const std::string& name : names) {
@@ -58,15 +68,21 @@ bool KnownFaults(const std::vector<std::string>& names, std::string& message) {
   return true;
 }
 
+// True also when no file is asked for.
+bool WriteFile(const std::string& file, const std::string& text) {
+  if (file.empty()) return true;
+  std::ofstream out(file, std::ios::binary);
+  out << text;
+  out.close();
+  if (!out) lab::Console().Message("usb4lab: cannot write " + file);
+  return out.good();
+}
+
 lab::ExitCode RunCommand(Options& options) {
   std::string message;
   if (!KnownFaults(options.faults, message)) return UsageError(message);
   options.run.faults = options.faults.front();
-  std::uint64_t seed = 0;
-  if (!options.seed.empty()) {
-    if (!ParseSeed(options.seed, seed)) return UsageError("--seed wants a number, not \"" + options.seed + "\"");
-    options.run.seed = seed;
-  }
+  if (!TakeSeed(options)) return UsageError("--seed wants a number, not \"" + options.seed + "\"");
   const lab::Console console = MakeConsole(options);
   const lab::Scenario scenario = lab::ReadScenario(options.files.front());
   options.run.registers = options.verbosity > 1;
@@ -76,10 +92,21 @@ lab::ExitCode RunCommand(Options& options) {
     live = [&console](const lab::LiveEvent& event) { lab::PrintEvent(console, event); };
   }
   const lab::RunReport report = lab::RunScenario(scenario, options.run, live);
+  if (!WriteFile(options.picture, lab::FormatSvg(report.domains))) return lab::ExitCode::InputOutput;
   if (options.json)
     fmt::print("{}", lab::FormatJson(report));
   else
     lab::PrintReport(console, report, options.verbosity, lab::ReplayCommand(scenario.file, options.run));
+  return report.code;
+}
+
+lab::ExitCode ExplainCommand(Options& options) {
+  if (!TakeSeed(options)) return UsageError("--seed wants a number, not \"" + options.seed + "\"");
+  options.run.explain = true;
+  const lab::Console console = MakeConsole(options);
+  const lab::RunReport report = lab::RunScenario(lab::ReadScenario(options.files.front()), options.run);
+  for (const std::string& text : report.explanations) fmt::print("{}", text);
+  for (const std::string& failure : report.failures) console.Message("failed: " + failure);
   return report.code;
 }
 
@@ -111,6 +138,7 @@ void AddRun(CLI::App& app, Options& options) {
   app.add_option("--faults", options.faults, "fault profile")->expected(1);
   app.add_option("--stop-at", options.run.stopAtStep, "end at this scheduling choice");
   app.add_option("--pcapng", options.run.captureFile, "capture the control rings in this file");
+  app.add_option("--svg", options.picture, "draw the domains at the end in this file");
   app.add_flag("--json", options.json, "one JSON document instead of text");
   app.add_flag("-v", options.verbosity, "list adapters in the tree; -vv: registers too");
   AddColor(app, options);
@@ -129,10 +157,14 @@ lab::ExitCode Dispatch(int count, char** arguments) {
   CLI::App app("The connection manager driver on a simulated machine.", "usb4lab");
   app.require_subcommand(1);
   CLI::App* run = app.add_subcommand("run", "play a scenario, show what happens, judge it");
+  CLI::App* explain = app.add_subcommand("explain", "why each device of a scenario has, or has not, its tunnel");
   CLI::App* soak = app.add_subcommand("soak", "many seeds of scenarios; prints each failure as its replay command");
   CLI::App* decode = app.add_subcommand("decode", "explain a dump from the bench");
   AddRun(*run, options);
   AddSoak(*soak, options);
+  explain->add_option("scenario", options.files, "scenario file")->required()->expected(1);
+  explain->add_option("--seed", options.seed, "one interleaving");
+  AddColor(*explain, options);
   decode->require_subcommand(1);
   CLI::App* packet = decode->add_subcommand("packet", "control packets, one a line in hex, with or without CRC");
   packet->add_option("file", options.files, "text file")->required()->expected(1);
@@ -148,6 +180,7 @@ lab::ExitCode Dispatch(int count, char** arguments) {
     return lab::ExitCode::Held;
   }
   if (run->parsed()) return RunCommand(options);
+  if (explain->parsed()) return ExplainCommand(options);
   return soak->parsed() ? SoakCommand(options) : DecodeCommand(options, drom->parsed());
 }
 

@@ -24,6 +24,32 @@ std::int64_t ReadBackMbps(unsigned units, unsigned scale) {
   return (wrapped < 0 ? wrapped - kHalf : wrapped + kHalf) / kMega;
 }
 
+// Displays go over the second lane of a link that is not bonded, whether or not the cable has one: see
+// docs/known-behaviour.md.
+bool MissingLane(const sim::Adapter& adapter) {
+  if (!adapter.isLane() || adapter.model().lane != 1 || adapter.link == nullptr || adapter.link->bonded()) return false;
+  const sim::Adapter* first = adapter.pair();
+  return first != nullptr && adapter.link->LaneUp(*first) && !adapter.link->LaneUp(adapter);
+}
+
+bool EndsAtMissingLane(const sim::LivePath& path) {
+  return path.to == nullptr && !path.hops.empty() && MissingLane(*path.hops.back().out);
+}
+
+// A line of the fabric's books that is about such a lane.
+bool AboutMissingLane(const sim::Fabric& fabric, const std::string& line) {
+  for (const auto& router : fabric.routers()) {
+    for (unsigned n = 1; n <= router->maxAdapter(); ++n) {
+      const sim::Adapter& adapter = *router->adapter(n);
+      if (!MissingLane(adapter)) continue;
+      if (line.ends_with(adapter.Name() + " is not up") ||
+          line.starts_with("dangling entry at " + adapter.Name() + " "))
+        return true;
+    }
+  }
+  return false;
+}
+
 class DomainAudit {
  public:
   DomainAudit(Machine& machine, Place place, const sim::FabricPaths& live)
@@ -37,7 +63,8 @@ class DomainAudit {
     for (const TunnelView& tunnel : domain_.tunnels) Tunnel(tunnel);
     if (!options.wreckage) {
       for (const sim::LivePath& path : live_.paths)
-        if (Ours(*path.from) && !claimed_.contains(path.trail)) Say("no tunnel has the path " + path.Text());
+        if (Ours(*path.from) && !claimed_.contains(path.trail) && !EndsAtMissingLane(path))
+          Say("no tunnel has the path " + path.Text());
       Buffers();
     }
     Counts();
@@ -94,13 +121,20 @@ class DomainAudit {
     return nullptr;
   }
 
+  bool NeedsMissingLane(const PathView& path) const {
+    return std::any_of(path.hops.begin(), path.hops.end(), [this](const HopView& hop) {
+      const sim::Router* router = Hardware(hop.route);
+      return router != nullptr && (MissingLane(*router->adapter(hop.in)) || MissingLane(*router->adapter(hop.out)));
+    });
+  }
+
   void Tunnel(const TunnelView& tunnel) {
     for (const PathView& path : tunnel.paths) {
       for (const HopView& hop : path.hops) {
         inputs_[{hop.route, hop.in}].insert(hop.inHop);
         outputs_[{hop.route, hop.out}].insert(hop.outHop);
       }
-      if (!path.active) continue;
+      if (!path.active || NeedsMissingLane(path)) continue;
       const std::string trail = Trail(path);
       const sim::LivePath* live = trail.empty() ? nullptr : Find(tunnel, trail);
       if (live == nullptr) {
@@ -225,8 +259,8 @@ std::vector<std::string> OracleFindings(Machine& machine, const OracleOptions& o
   }
   // The fabric's own books know no domains.
   if (!all || options.wreckage) return lines;
-  const Lines books = sim::CheckBooks(machine.fabric());
-  lines.insert(lines.end(), books.begin(), books.end());
+  for (const std::string& line : sim::CheckBooks(machine.fabric()))
+    if (!AboutMissingLane(machine.fabric(), line)) lines.push_back(line);
   return lines;
 }
 

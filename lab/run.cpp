@@ -8,6 +8,7 @@
 #include "lab/capture.h"
 #include "lab/duration.h"
 #include "lab/expectations.h"
+#include "lab/explain.h"
 #include "lab/fault_profiles.h"
 #include "lab/machine.h"
 #include "lab/oracle.h"
@@ -239,6 +240,7 @@ void Run::JudgeEnd() {
     Fail(fmt::format("the machine is not quiet {} ms after the last event", kQuietWithin / platform::kMillisecond));
   for (Place place : machine_.Places()) {
     report_.domains.push_back(machine_.Domain(place));
+    if (options_.explain) report_.explanations.push_back(Explain(report_.domains.back(), machine_, place));
     if (options_.registers && !Over()) machine_.ReadRegisters(place, report_.domains.back());
   }
   if (machine_.Quiet())

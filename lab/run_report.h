@@ -35,7 +35,8 @@ struct RunReport {
   std::uint64_t step = 0;
   std::uint64_t traceHash = 0;
   platform::Time virtualTime = 0;
-  std::vector<DomainView> domains;  // after the last event, once quiet, before the removal
+  std::vector<DomainView> domains;        // after the last event, once quiet, before the removal
+  std::vector<std::string> explanations;  // one text of several lines for each domain, where asked for
   std::vector<Leftovers> leftovers;
   std::vector<LiveEvent> events;
   std::vector<std::string> failures;  // expectations and oracles that did not hold, one line each

@@ -271,7 +271,9 @@ void ReadTunnelExpectation(TableReader& table, Expectation& expectation) {
       table.Fail("probe", "probe must be two adapters, such as \"H1:3 -> D1:9\"");
   }
   if (table.Has("allocated")) expectation.allocated = table.Text("allocated", "");
-  if (expectation.allocated && !expectation.tunnel) table.Fail("allocated", "allocated needs the tunnel");
+  if (table.Has("consumed")) expectation.consumed = table.Text("consumed", "");
+  for (const char* key : {"allocated", "consumed"})
+    if (table.Has(key) && !expectation.tunnel) table.Fail(key, fmt::format("{} needs the tunnel", key));
 }
 
 Expectation ReadExpectation(TableReader table, const MachineConfig& machine) {

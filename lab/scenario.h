@@ -68,6 +68,7 @@ struct Expectation {
   std::optional<std::string> tunnel;                                             // what the keys below are about
   // "H1:3 -> D1:9": packets travel both ways between these adapters; `present` = false: neither way.
   std::optional<std::string> probe;
+  std::optional<std::string> consumed;
   std::optional<std::string> allocated;  // "9000/9000", up and down
 };
 

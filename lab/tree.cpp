@@ -15,17 +15,13 @@ std::string RouterLine(const RouterView& router) {
   if (router.vendorName || router.deviceName)
     name = router.vendorName.value_or("") + (router.vendorName ? " " : "") + router.deviceName.value_or("");
   const std::string generation = router.generation == 4 ? "USB4" : fmt::format("Thunderbolt {}", router.generation);
-  std::string line = fmt::format("{:x} {}, {}, {}, {} adapters", router.route, name,
-                                 router.link ? LinkText(*router.link) : "host", generation, router.adapters.size());
+  std::string link = router.link ? LinkText(*router.link) : "host";
+  if (router.link && router.link->available)
+    link += fmt::format(", available {} Mb/s up/down", BandwidthText(*router.link->available));
+  std::string line =
+      fmt::format("{:x} {}, {}, {}, {} adapters", router.route, name, link, generation, router.adapters.size());
   if (router.tmu) line += fmt::format(", TMU {}", *router.tmu);
   if (!router.state.empty()) line += ", " + router.state;
-  return line;
-}
-
-std::string TunnelLine(const TunnelView& tunnel) {
-  std::string line = TunnelText(tunnel) + (tunnel.active ? ", active" : ", inactive");
-  if (tunnel.allocated) line += fmt::format(", allocated {} Mb/s up/down", BandwidthText(*tunnel.allocated));
-  if (!tunnel.listed) line += ", not listed";
   return line;
 }
 
@@ -99,6 +95,15 @@ class Writer {
 
 std::string LinkText(const LinkView& link) {
   return fmt::format("{}G = {} x {}G", link.lanes * link.speedGbps, link.lanes, link.speedGbps);
+}
+
+std::string TunnelLine(const TunnelView& tunnel) {
+  std::string line = TunnelText(tunnel) + (tunnel.active ? ", active" : ", inactive");
+  if (tunnel.allocated) line += fmt::format(", allocated {}", BandwidthText(*tunnel.allocated));
+  if (tunnel.consumed) line += fmt::format(", consumed {}", BandwidthText(*tunnel.consumed));
+  if (tunnel.allocated || tunnel.consumed) line += " Mb/s up/down";
+  if (!tunnel.listed) line += ", not listed";
+  return line;
 }
 
 std::string FormatTree(const DomainView& domain, unsigned verbosity) {

@@ -137,6 +137,20 @@ TEST(Oracle, FailsARunOfAScenarioAndATest) {
       "oracle: dangling entry at D1:5 hop 8");
 }
 
+TEST(Oracle, ADisplayBehindOneLaneIsConnectedToNothing) {
+  for (const bool oneLane : {false, true}) {
+    World world("H1", WithTunnels());
+    world.fabric().AddRouter("D1", "D1");
+    world.fabric().Connect("H1:1", "D1:1", {.lanes = oneLane ? 1u : 2u});
+    world.fabric().PlugDisplay("D1:13");
+    ASSERT_EQ(world.Start(), 0);
+    world.Quiet();
+    EXPECT_NE(world.Tunnels().find("DP 0:5 -> 1:13\n"), std::string::npos);
+    EXPECT_EQ(world.Paths().find("H1:2 8 lost: H1:2 is not up\n") != std::string::npos, oneLane) << world.Paths();
+    EXPECT_EQ(Findings(world), "");
+  }
+}
+
 // Sleep keeps PCIe and USB3 programmed without a domain that could answer for them.
 TEST(Oracle, LeavesADomainAloneThatSleeps) {
   World world("H1:1 - D1:1", WithTunnels());

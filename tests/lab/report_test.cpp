@@ -21,6 +21,7 @@ lab::TunnelView Usb3Tunnel() {
   tunnel.destination = lab::TunnelEnd{{1, 16}, "0-1"};
   tunnel.active = true;
   tunnel.allocated = lab::BandwidthView{9000, 500};
+  tunnel.consumed = lab::BandwidthView{12000, 666};
   tunnel.paths = {{"USB3 Down", true, false, 0, {{0, 4, 8, 1, 9}, {1, 1, 9, 16, 8}}},
                   {"USB3 Up", false, false, 0, {{1, 16, 8, 1, 9}, {0, 1, 9, 4, 8}}}};
   return tunnel;
@@ -43,12 +44,12 @@ lab::DomainView SmallDomain() {
   hub.vendorName = "Vendor";
   hub.deviceName = "Hub";
   hub.uid = "00000000000000a1";
-  hub.link = lab::LinkView{20, 2, true};
+  hub.link = lab::LinkView{20, 2, true, lab::BandwidthView{24000, -500}};
   lab::RouterView dock;
   dock.route = 0x301;
   dock.depth = 2;
   dock.generation = 3;
-  dock.link = lab::LinkView{10, 2, true};
+  dock.link = lab::LinkView{10, 2, true, {}};
   domain.routers = {host, hub, dock};
   return domain;
 }
@@ -57,7 +58,7 @@ TEST(Tree, RoutersHangBelowTheirParents) {
   EXPECT_EQ(lab::FormatTree(SmallDomain(), false),
             "/:  Domain host/H1\n"
             "    |__ 0 (no name), host, USB4, 2 adapters\n"
-            "        |__ 1 Vendor Hub, 40G = 2 x 20G, USB4, 0 adapters\n"
+            "        |__ 1 Vendor Hub, 40G = 2 x 20G, available 24000/-500 Mb/s up/down, USB4, 0 adapters\n"
             "            |__ 301 (no name), 20G = 2 x 10G, Thunderbolt 3, 0 adapters\n");
 }
 
@@ -81,8 +82,8 @@ TEST(Tree, TunnelsBelowTheRouterWhereTheyStart) {
   EXPECT_EQ(lab::FormatTree(domain, 0),
             "/:  Domain host/H1\n"
             "    |__ 0 (no name), host, USB4, 2 adapters\n"
-            "        === USB3 0:4 -> 1:16, active, allocated 9000/500 Mb/s up/down\n"
-            "        |__ 1 Vendor Hub, 40G = 2 x 20G, USB4, 0 adapters\n"
+            "        === USB3 0:4 -> 1:16, active, allocated 9000/500, consumed 12000/666 Mb/s up/down\n"
+            "        |__ 1 Vendor Hub, 40G = 2 x 20G, available 24000/-500 Mb/s up/down, USB4, 0 adapters\n"
             "            === PCIe 1:10 -> ?, inactive, not listed\n");
   const std::string hops = lab::FormatTree(domain, 1);
   EXPECT_NE(hops.find("              USB3 Down  0:4 8 -> 0:1 9 | 1:1 9 -> 1:16 8\n"
@@ -126,6 +127,8 @@ TEST(Json, OneDocumentWithEveryKeyInOrder) {
                           "\"speedGbps\": 20",
                           "\"lanes\": 2",
                           "\"bonded\": true",
+                          "\"availableMbps\": {",
+                          "\"down\": -500",
                           "\"tunnels\": [",
                           "\"type\": \"USB3\"",
                           "\"source\": {",
@@ -137,6 +140,8 @@ TEST(Json, OneDocumentWithEveryKeyInOrder) {
                           "\"allocatedMbps\": {",
                           "\"up\": 9000",
                           "\"down\": 500",
+                          "\"consumedMbps\": {",
+                          "\"up\": 12000",
                           "\"paths\": [",
                           "\"name\": \"USB3 Down\"",
                           "\"in\": \"0:4\"",

@@ -139,7 +139,8 @@ TEST(Tree, RegistersAreTheHardwaresByNameAndField) {
   EXPECT_EQ(report.code, lab::ExitCode::Held) << Failures(report);
   const std::string tree = Tree(report, 2);
   for (const char* line : {
-           "|__ 1 Example Hub D1, 40G = 2 x 20G, USB4, 19 adapters, TMU bi-directional, HiFi, ready\n",
+           "|__ 1 Example Hub D1, 40G = 2 x 20G, available 36000/36000 Mb/s up/down, USB4, 19 adapters, TMU "
+           "bi-directional, HiFi, ready\n",
            "0x000  ROUTER_CS_0            0x0b268086  VendorId=8086  DeviceId=b26\n",
            "0x001  ROUTER_CS_1            0x0314c128  FirstCapability=28  UpstreamAdapter=1  MaximumAdapter=13  "
            "Depth=1  "
