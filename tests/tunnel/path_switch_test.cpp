@@ -220,7 +220,7 @@ WORLD_TEST(PathSwitching, AWaitWithoutEndIsCutShort) {
     bench.Pass(3 * platform::kSecond);
     bench.Requests();
     bench.Pass(platform::kSecond);
-    EXPECT_GE(Count(bench.Requests(1), "space=path offset=0x010 length=2"), 9u) << "it waits";
+    EXPECT_GE(Count(bench.Requests(1), "space=path offset=0x010 length=2"), 5u) << "it waits";
     const platform::Time start = bench.simulation().Now();
     test.act(bench);
     EXPECT_LE((bench.simulation().Now() - start) / platform::kSecond, test.seconds);

@@ -151,6 +151,29 @@ WORLD_TEST(PcieTunnels, LeaveTheFabricAsItWasWhenAnyAccessFails) {
   EXPECT_EQ(Count(chain.Requests(), "\n"), access) << "there is no other access";
 }
 
+// Records, hop arrays, and the requests of every access.
+TEST(PcieTunnels, LeaveNothingWhenAnyAllocationFails) {
+  Chain chain;
+  unsigned refused = 0;
+  for (unsigned n = 1;; ++n) {
+    SCOPED_TRACE("allocation " + std::to_string(n));
+    const std::uint64_t fired = chain.faults().FiredCount();
+    KIV_RESULT result = 0;
+    chain.InRun([&](USB4_DOMAIN& domain) {
+      USB4_SWITCH* dock = KivUsb4DomainGetSwitch(&domain, 0x301);
+      chain.faults().FailNth("pool.allocate", n);
+      result = KivUsb4TunnnelPcie(&domain, dock);
+      chain.faults().HealAll();
+    });
+    if (chain.faults().FiredCount() == fired) break;
+    result == 0 ? chain.TearDownAll() : static_cast<void>(++refused);
+    EXPECT_EQ(chain.Programmed(), "");
+    EXPECT_EQ(chain.HopIds(), "");
+    if (testing::Test::HasFailure()) return;
+  }
+  EXPECT_GE(refused, 6u) << "the tunnel, its array, two paths with their hops";
+}
+
 // The record goes whatever fails; what cannot be reached stays as it is.
 WORLD_TEST(PcieTunnels, EndWhateverFails) {
   const struct {
