@@ -10,7 +10,7 @@ import subprocess
 import sys
 
 FAULTS = ("none", "lose", "delay", "duplicate", "reorder", "corrupt", "truncate", "wrong-sequence", "wrong-route",
-          "error-packet", "late", "unsolicited", "storm", "memory", "all")
+          "error-packet", "late", "unsolicited", "storm", "memory", "hardware", "all")
 
 
 def main():

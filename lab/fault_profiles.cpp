@@ -28,13 +28,19 @@ const std::vector<Fault>& Faults() {
       {"unsolicited", {"wire.unsolicited"}, 3, 40},
       {"storm", {"wire.storm"}, 8, 80},
       {"memory", {"pool.allocate"}, 10, 200},
+      // Routers that drag their feet: a hop that has not drained by this poll may have by the next.
+      {"hardware",
+       {"path.never-drains", "usb3.no-acknowledge", "dp.no-handshake", "dp.no-capabilities", "router.operation-refused",
+        "router.operation-slow", "router.operation-stuck"},
+       2,
+       30},
   };
   return kFaults;
 }
 
 void Arm(const Fault& fault, platform::RandomStream& random, platform::FaultPlan& plan) {
-  const auto denominator = static_cast<std::uint32_t>(random.Between(fault.strongest, fault.weakest));
-  for (const char* site : fault.sites) plan.FailWithChance(site, 1, denominator);
+  for (const char* site : fault.sites)
+    plan.FailWithChance(site, 1, static_cast<std::uint32_t>(random.Between(fault.strongest, fault.weakest)));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "lab/topology_input.h"
+#include "lab/waivers.h"
 #include "sim/fabric_books.h"
 #include "sim/path_probe.h"
 #include "sim/usb3_adapter.h"
@@ -259,7 +260,7 @@ std::vector<std::string> OracleFindings(Machine& machine, const OracleOptions& o
   }
   // The fabric's own books know no domains.
   if (!all || options.wreckage) return lines;
-  for (const std::string& line : sim::CheckBooks(machine.fabric()))
+  for (const std::string& line : UnwaivedFindings(sim::CheckBooks(machine.fabric()), machine.faults().Fired()))
     if (!AboutMissingLane(machine.fabric(), line)) lines.push_back(line);
   return lines;
 }

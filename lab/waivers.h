@@ -22,4 +22,7 @@ std::vector<ProtocolWaiver> KnownProtocolWaivers();
 // The complaints that count: all of them, unless a fault has struck in this run; then all that no waiver covers.
 std::vector<sim::ProtocolError> UnwaivedErrors(const std::vector<sim::ProtocolError>& errors, bool faultStruck);
 
+// The same for what the oracle finds.
+std::vector<std::string> UnwaivedFindings(std::vector<std::string> findings, bool faultStruck);
+
 }  // namespace lab
