@@ -246,7 +246,9 @@ OracleOptions OracleOptionsFor(const MachineConfig& config) {
   return options;
 }
 
-std::vector<std::string> OracleFindings(Machine& machine, const OracleOptions& options) {
+namespace {
+
+Lines AllFindings(Machine& machine, const OracleOptions& options) {
   Lines lines;
   const sim::FabricPaths live = sim::TracePaths(machine.fabric());
   bool all = true;
@@ -260,9 +262,15 @@ std::vector<std::string> OracleFindings(Machine& machine, const OracleOptions& o
   }
   // The fabric's own books know no domains.
   if (!all || options.wreckage) return lines;
-  for (const std::string& line : UnwaivedFindings(sim::CheckBooks(machine.fabric()), machine.faults().Fired()))
+  for (const std::string& line : sim::CheckBooks(machine.fabric()))
     if (!AboutMissingLane(machine.fabric(), line)) lines.push_back(line);
   return lines;
+}
+
+}  // namespace
+
+std::vector<std::string> OracleFindings(Machine& machine, const OracleOptions& options) {
+  return UnwaivedFindings(AllFindings(machine, options), machine.faults().Fired());
 }
 
 }  // namespace lab

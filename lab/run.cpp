@@ -17,7 +17,9 @@
 namespace lab {
 namespace {
 
-constexpr platform::Time kQuietWithin = 60 * platform::kSecond;
+// A storm of false unplugs leaves a backlog; each takes a tree of tunnels down and up again, which is a matter of
+// seconds.
+constexpr platform::Time kQuietWithin = 600 * platform::kSecond;
 // With the quiet horizon behind it, shorter than the 15 s after which an idle device powers down and takes its tree
 // along.
 constexpr platform::Time kReplugPause = 300 * platform::kMillisecond;
@@ -210,6 +212,8 @@ void Run::ReplugRoots() {
 // anew, and all must come up complete.
 void Run::Heal() {
   machine_.faults().HealAll();
+  // A host router keeps its power through all that follows, and with it an operation that got stuck.
+  for (const auto& router : machine_.fabric().routers()) router->operations().Reset();
   Say("", "faults", "healed");
   Note(machine_.WaitQuiet(kQuietWithin));
   for (std::size_t host = 0; host < scenario_.machine.hosts.size() && !Over(); ++host) {

@@ -33,6 +33,13 @@ std::vector<ProtocolWaiver> KnownProtocolWaivers() {
        "an answer about another adapter that a fault has put in the right one's place makes it a DP IN for the driver"},
       {"router operation started while another one runs",
        "an operation that a router never ends is given up after its time-out, and the next one is asked all the same"},
+      {"dangling entry at",
+       "an entry whose switching off a fault has prevented stays in the host router, where nobody looks at it again"},
+      {"lost: ",
+       "a path that begins with an entry whose switching off a fault has prevented leads nowhere once its tunnel is "
+       "gone"},
+      {"two entries lead to",
+       "the hop behind an entry whose switching off a fault has prevented is free for the next path through that link"},
       {"is reserved without video",
        "a router that was asked for a DP IN and whose answer got lost keeps it for a tunnel that never came"},
   };

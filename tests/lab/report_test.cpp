@@ -192,10 +192,9 @@ TEST(FaultProfiles, EachArmsItsSiteAndAllDrawsPerSeed) {
   EXPECT_EQ(lose.Sites(), std::vector<std::string>{"wire.lose"});
   platform::FaultPlan hardware(7);
   EXPECT_TRUE(lab::ArmFaults("hardware", 7, hardware));
-  EXPECT_EQ(hardware.Sites(),
-            (std::vector<std::string>{"dp.no-capabilities", "dp.no-handshake", "path.never-drains",
-                                      "router.operation-refused", "router.operation-slow", "router.operation-stuck",
-                                      "usb3.no-acknowledge"}));
+  EXPECT_EQ(hardware.Sites(), (std::vector<std::string>{"dp.no-capabilities", "dp.no-handshake", "path.never-drains",
+                                                        "router.operation-refused", "router.operation-slow",
+                                                        "router.operation-stuck", "usb3.no-acknowledge"}));
   platform::FaultPlan none(7);
   EXPECT_TRUE(lab::ArmFaults("none", 7, none));
   EXPECT_TRUE(none.Sites().empty());
