@@ -47,6 +47,7 @@ void RouterOperations::Start(std::uint32_t control) {
   Fabric& fabric = router_.fabric();
   busy_ = true;
   running_ = opcode;
+  metadata_ = router_.space().Get(kMetadata);  // a manager that gives up may write the next one while this one runs
   if (fabric.simulation().faults().Fires("router.operation-stuck")) return;
   const bool slow = fabric.simulation().faults().Fires("router.operation-slow");
   const platform::Time time = slow ? kSlow : fabric.timing().Draw(kBusy);
@@ -74,7 +75,7 @@ RouterOperations::Outcome RouterOperations::Run(std::uint16_t opcode) {
 // Metadata: dword address in bits 14:2, count in bits 19:15.
 RouterOperations::Outcome RouterOperations::ReadDrom() {
   if (drom_.empty()) return {.supported = false};
-  const std::uint32_t metadata = router_.space().Get(kMetadata);
+  const std::uint32_t metadata = metadata_;
   const std::uint32_t address = metadata & 0x7FFC;
   const std::uint32_t count = (metadata >> 15) & 0x1F;
   if (count == 0 || count > kDataDwords || (metadata & ~0xFFFFCu) != 0) {
@@ -95,7 +96,7 @@ RouterOperations::Outcome RouterOperations::ReadDrom() {
 // A source that drives as many displays as the model says; the metadata names the DP IN adapter.
 RouterOperations::Outcome RouterOperations::DisplayResource(std::uint16_t opcode) {
   if (router_.model().dpInResources == 0) return {.supported = false};
-  const unsigned number = router_.space().Get(kMetadata);
+  const unsigned number = metadata_;
   const Adapter* adapter = router_.adapter(number);
   if (adapter == nullptr || adapter->type() != kTypeDpIn) {
     router_.Misuse(0, "display resource of adapter " + std::to_string(number));

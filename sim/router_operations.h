@@ -41,6 +41,7 @@ class RouterOperations {
   Router& router_;
   bool busy_ = false;
   std::uint16_t running_ = 0;
+  std::uint32_t metadata_ = 0;  // of the operation that runs
   std::vector<std::uint8_t> drom_;
   std::set<unsigned> dpReservations_;
   std::set<std::uint16_t> refused_;
