@@ -33,6 +33,9 @@ std::vector<ProtocolWaiver> KnownProtocolWaivers() {
        "an answer about another adapter that a fault has put in the right one's place makes it a DP IN for the driver"},
       {"router operation started while another one runs",
        "an operation that a router never ends is given up after its time-out, and the next one is asked all the same"},
+      {"DROM read with metadata",
+       "a metadata write that a fault has held back or overtaken leaves the DROM read with the metadata of another "
+       "one"},
       {"dangling entry at",
        "an entry whose switching off a fault has prevented stays in the host router, where nobody looks at it again"},
       {"lost: ",
