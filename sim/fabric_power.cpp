@@ -25,10 +25,7 @@ std::uint32_t PortWakeBits(const Adapter& adapter) {
 
 bool PortWakesOn(Router& router, Adapter& adapter, bool unplug) {
   if (!router.model().usb4()) return (router.services().PortControl(adapter) & kLcWakeOnPlug) != 0;
-  // A manager that leaves a port marked as configured after its router has gone arms it for a disconnect alone; the
-  // detector behind that bit sees the connection change either way, or such a port could never wake anybody again.
-  const std::uint32_t armed = PortWakeBits(adapter);
-  return (armed & (unplug ? kWakeOnDisconnect : kWakeOnConnect | kWakeOnDisconnect)) != 0;
+  return (PortWakeBits(adapter) & (unplug ? kWakeOnDisconnect : kWakeOnConnect)) != 0;
 }
 
 // A link controller has its PCIe bit in the block of each port; the wake leaves through the upstream one.
