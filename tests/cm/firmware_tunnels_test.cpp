@@ -172,5 +172,27 @@ WORLD_TEST(FirmwareTunnels, DisplaysAreAdoptedOrConnectedAnew) {
   }
 }
 
+// Firmware leaves lanes single and a display on the second one; the start bonds the lanes and adopts the display's
+// tunnel, which then carries nothing. The display gets another one when it is plugged again.
+WORLD_TEST(FirmwareTunnels, ADisplayOnASecondLaneIsAdoptedAndDark) {
+  TunnelBench bench("H1:1 - D1:1");
+  bench.ExpectLeftovers();
+  bench.fabric().PlugDisplay("D1:13");
+  sim::FirmwareTunnel tunnel = {FirmwareKind::Dp, "H1:5", "D1:13"};
+  tunnel.lane = 1;
+  sim::SetUpFirmwareTunnel(bench.fabric(), tunnel);
+  bench.StartQuietly();
+  EXPECT_EQ(bench.Tunnels(), "DP 0:5 -> 1:13\n");
+  EXPECT_NE(bench.Paths().find("DP video: H1:5 9 -> H1:2 8 lost: H1:2 is the second lane of a bonded link"),
+            std::string::npos);
+  bench.fabric().UnplugDisplay("D1:13");
+  bench.Quiet();
+  EXPECT_EQ(bench.Tunnels(), "");
+  bench.fabric().PlugDisplay("D1:13");
+  bench.Quiet();
+  EXPECT_EQ(bench.Tunnels(), "DP 0:6 -> 1:13\n");
+  EXPECT_NE(bench.Paths().find("DP video: H1:6 9 -> H1:1 8 | D1:1 8 -> D1:13 9"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace tests

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <span>
 #include <sstream>
+#include <utility>
 
 #include "cm/bus.h"
 #include "hostif/upcalls.h"
@@ -131,6 +133,48 @@ WORLD_TEST(TunnelLifetime, DisplaysGoBeforeAPowerDownAndComeBackAfterIt) {
     EXPECT_EQ(bench.Sorted(), kChain);
     EXPECT_EQ(bench.Counts(), "total 6, USB3 2, PCIe 2, DP 2");
     EXPECT_EQ(bench.Books(), "");
+    bench.Finish();
+  }
+}
+
+// An idle power-down that takes displays away has the graphics driver told of all of them, at each one that comes up,
+// until the next power-down; one for a system sleep does not. The adapter and the power state of each message.
+WORLD_TEST(TunnelLifetime, AfterAnIdleEachDisplayTellsOfAllOfThem) {
+  const struct {
+    bool idle;
+    const char* restored;
+    const char* replugged;
+  } kCases[] = {{true, "5=1 5=1 6=1 ", "6=1 5=1 "}, {false, "", ""}};
+  for (const auto& test : kCases) {
+    SCOPED_TRACE(test.idle);
+    TunnelBench bench("H1:1 - D1:1");
+    std::string told;
+    bench.kernel().Offer({"{52d5f7e0-0786-41ef-a5d8-f03a2b29ba26}", "\\??\\graphics", 0,
+                          [&told](std::uint32_t, std::span<const std::uint8_t> message) {
+                            told += std::to_string(message[1]) + "=" + std::to_string(message[8]) + " ";
+                            return platform::CompanionReply{};
+                          }});
+    bench.StartQuietly();
+    for (const char* display : {"D1:13", "D1:14"}) {
+      bench.fabric().PlugDisplay(display);
+      bench.Quiet();
+    }
+    EXPECT_EQ(told, "") << "there was no power-down";
+    bench.InDriver([&](USB4_DOMAIN& domain) {
+      domain.RuntimeIdle.Set(test.idle);
+      KivUsb4BusSuspend(&domain);
+      EXPECT_EQ(domain.DisplayRestore.IsSet(), test.idle);
+      KivUsb4BusStop(&domain, true);
+      EXPECT_EQ(KivUsb4BusStart(&domain, false), 0);
+    });
+    bench.Quiet();
+    EXPECT_EQ(bench.Counts(), "total 2, USB3 0, PCIe 0, DP 2");
+    EXPECT_EQ(std::exchange(told, ""), test.restored);
+    bench.fabric().UnplugDisplay("D1:13");
+    bench.Quiet();
+    bench.fabric().PlugDisplay("D1:13");
+    bench.Quiet();
+    EXPECT_EQ(told, test.replugged);
     bench.Finish();
   }
 }
