@@ -2,7 +2,6 @@
 // configuration space of a plain function, and breaks of one rule each.
 #include <ntddk.h>
 
-#include "tests/platform/rule_tests.h"
 #include "tests/platform/wdf_fixture.h"
 
 namespace {
@@ -20,10 +19,6 @@ void Send(PDEVICE_OBJECT device, ConfigRead& read) {
   KEVENT done;
   KeInitializeEvent(&done, NotificationEvent, FALSE);
   PIRP request = IoBuildSynchronousFsdRequest(IRP_MJ_PNP, device, nullptr, 0, nullptr, &done, &read.block);
-  if (request == nullptr) {
-    read.returned = STATUS_INSUFFICIENT_RESOURCES;
-    return;
-  }
   request->IoStatus.Status = read.status;
   PIO_STACK_LOCATION location = IoGetNextIrpStackLocation(request);
   location->MinorFunction = IRP_MN_READ_CONFIG;
@@ -37,37 +32,20 @@ void Send(PDEVICE_OBJECT device, ConfigRead& read) {
 
 class IoRequest : public wdf_test::WdfTest {};
 
-TEST_P(IoRequest, ReadsTheFunctionsConfigurationSpace) {
-  function.config[0] = 0x11112222;
-  function.config[1] = 0x33334444;
+TEST_P(IoRequest, ReadsConfigurationSpaceToItsEndAndNotPastIt) {
   function.config[63] = 0x55556666;
-  bool ran = false;
-  script.onEntry = [&](WDFDEVICE device) {
+  WithDevice([](WDFDEVICE device) {
     PDEVICE_OBJECT lower = WdfDeviceWdmGetAttachedDevice(device);
-    ConfigRead two{.length = 8};
-    Send(lower, two);
-    EXPECT_EQ(two.returned, STATUS_SUCCESS);
-    EXPECT_EQ(two.block.Status, STATUS_SUCCESS);
-    EXPECT_EQ(two.block.Information, 8u);
-    EXPECT_EQ(two.data[0], 0x11112222u);
-    EXPECT_EQ(two.data[1], 0x33334444u);
-    EXPECT_EQ(two.data[2], 0u);
     ConfigRead last{.offset = 252};
     Send(lower, last);
+    EXPECT_EQ(last.returned, STATUS_SUCCESS);
+    EXPECT_EQ(last.block.Information, 4u);
     EXPECT_EQ(last.data[0], 0x55556666u);
+    EXPECT_EQ(last.data[1], 0u);
     ConfigRead past{.offset = 252, .length = 8};
     Send(lower, past);
     EXPECT_EQ(past.block.Status, STATUS_INVALID_PARAMETER);
-    simulation.faults().FailNth("IoBuildSynchronousFsdRequest", 1);
-    ConfigRead refused;
-    Send(lower, refused);
-    EXPECT_EQ(refused.returned, STATUS_INSUFFICIENT_RESOURCES);
-    ran = true;
-  };
-  ASSERT_EQ(Start(), 0);
-  EXPECT_TRUE(ran);
-  host.Remove(id);
-  Unload();
+  });
 }
 
 INSTANTIATE_WDF(IoRequest);
@@ -81,36 +59,29 @@ PDEVICE_OBJECT NoDevice() {
 
 }  // namespace
 
-BREAKS(PacketNeverSent, HandleLeak, "") {
-  rig.OnTask([] {
-    KEVENT done;
-    IO_STATUS_BLOCK block;
-    KeInitializeEvent(&done, NotificationEvent, FALSE);
-    (void)IoBuildSynchronousFsdRequest(IRP_MJ_PNP, NoDevice(), nullptr, 0, nullptr, &done, &block);
-  });
+static void Build(UCHAR major, void* buffer, ULONG bytes) {
+  KEVENT done;
+  IO_STATUS_BLOCK block;
+  KeInitializeEvent(&done, NotificationEvent, FALSE);
+  (void)IoBuildSynchronousFsdRequest(major, NoDevice(), buffer, bytes, nullptr, &done, &block);
+}
+
+HOST_BREAKS(PacketNeverSent, HandleLeak, "") {
+  rig.OnTask([] { Build(IRP_MJ_PNP, nullptr, 0); });
   rig.kernel.UnloadDriver();
 }
 
 BREAKS(PacketNeverBuilt, HandleStale, "IofCallDriver") {
-  rig.OnTask([] {
-    IRP request{};
-    (void)IofCallDriver(NoDevice(), &request);
-  });
+  IRP request{};
+  (void)IofCallDriver(NoDevice(), &request);
 }
 
 BREAKS(PnpPacketWithoutItsFirstStatus, InvalidArgument, "IofCallDriver") {
-  rig.OnTask([] {
-    ConfigRead read{.status = STATUS_SUCCESS};
-    Send(NoDevice(), read);
-  });
+  ConfigRead read{.status = STATUS_SUCCESS};
+  Send(NoDevice(), read);
 }
 
 BREAKS(PacketWithBuffer, NotModelled, "IoBuildSynchronousFsdRequest") {
-  rig.OnTask([] {
-    KEVENT done;
-    IO_STATUS_BLOCK block;
-    ULONG data;
-    KeInitializeEvent(&done, NotificationEvent, FALSE);
-    (void)IoBuildSynchronousFsdRequest(IRP_MJ_READ, NoDevice(), &data, 4, nullptr, &done, &block);
-  });
+  ULONG data;
+  Build(IRP_MJ_READ, &data, 4);
 }

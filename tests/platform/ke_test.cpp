@@ -4,42 +4,32 @@
 #include <ntddk.h>
 
 #include "platform/scheduler.h"
+#include "tests/platform/kernel_verbs.h"
 #include "tests/platform/rule_tests.h"
 
 namespace platform {
 namespace {
-
-NTSTATUS Wait(void* object, LONGLONG ms) {
-  LARGE_INTEGER due;
-  due.QuadPart = -10000 * ms;
-  return KeWaitForSingleObject(object, Executive, KernelMode, FALSE, &due);
-}
-
-void WaitForEver(void* object) {
-  EXPECT_EQ(KeWaitForSingleObject(object, Executive, KernelMode, FALSE, nullptr), STATUS_SUCCESS);
-}
-
-void DelayMs(LONGLONG ms) {
-  LARGE_INTEGER interval;
-  interval.QuadPart = -10000 * ms;
-  EXPECT_EQ(KeDelayExecutionThread(KernelMode, FALSE, &interval), STATUS_SUCCESS);
-}
 
 Time Now() {
   return Scheduler::Active()->Now();
 }
 
 // The host with the records that its tasks share.
-class Ke : public testing::Test {
+class Ke : public HostTest {
  protected:
-  void OnTask(std::function<void()> body) {
-    EXPECT_EQ(rig_.OnTask(std::move(body)), Outcome::Done) << rig_.simulation.HangReport();
-    for (const Violation& violation : rig_.simulation.violations()) ADD_FAILURE() << violation.detail;
+  // Tasks named by the letters; each logs its name between what it does first and last.
+  void Waiters(
+      const char* names, std::function<void()> first, std::function<void()> last = [] {}) {
+    for (const char* name = names; *name; ++name) {
+      rig_.Beside(std::string(1, *name), [this, first, last, name] {
+        first();
+        Log(std::string(1, *name));
+        last();
+      });
+    }
   }
-  void Beside(std::string name, std::function<void()> body) { rig_.Beside(std::move(name), std::move(body)); }
   void Log(const std::string& step) { log_ += (log_.empty() ? "" : " ") + step; }
 
-  RuleRig rig_;
   std::string log_;
   KEVENT event_;
   KMUTEX mutex_;
@@ -49,12 +39,7 @@ class Ke : public testing::Test {
 TEST_F(Ke, ASynchronisationEventReleasesTheOldestWaiterOnlyAndResets) {
   OnTask([&] {
     KeInitializeEvent(&event_, SynchronizationEvent, FALSE);
-    for (const char* name : {"a", "b"}) {
-      rig_.Beside(name, [&, name] {
-        WaitForEver(&event_);
-        Log(name);
-      });
-    }
+    Waiters("ab", [&] { WaitForEver(&event_); });
     DelayMs(1);
     EXPECT_EQ(KeSetEvent(&event_, IO_NO_INCREMENT, FALSE), 0);
     DelayMs(1);
@@ -73,12 +58,7 @@ TEST_F(Ke, ASynchronisationEventReleasesTheOldestWaiterOnlyAndResets) {
 TEST_F(Ke, ANotificationEventReleasesAllAndStaysSignalled) {
   OnTask([&] {
     KeInitializeEvent(&event_, NotificationEvent, FALSE);
-    for (const char* name : {"a", "b"}) {
-      rig_.Beside(name, [&, name] {
-        WaitForEver(&event_);
-        Log(name);
-      });
-    }
+    Waiters("ab", [&] { WaitForEver(&event_); });
     DelayMs(1);
     KeSetEvent(&event_, IO_NO_INCREMENT, FALSE);
     EXPECT_EQ(Wait(&event_, 0), STATUS_SUCCESS);
@@ -114,14 +94,11 @@ TEST_F(Ke, AMutexIsRecursiveAndPassesToTheOldestWaiter) {
     KeInitializeMutex(&mutex_, 0);
     WaitForEver(&mutex_);
     WaitForEver(&mutex_);
-    for (const char* name : {"a", "b"}) {
-      rig_.Beside(name, [&, name] {
-        EXPECT_EQ(Wait(&mutex_, 0), STATUS_TIMEOUT) << "a poll does not queue";
-        WaitForEver(&mutex_);
-        Log(name);
-        KeReleaseMutex(&mutex_, FALSE);
-      });
-    }
+    const auto take = [&] {
+      EXPECT_EQ(Wait(&mutex_, 0), STATUS_TIMEOUT) << "a poll does not queue";
+      WaitForEver(&mutex_);
+    };
+    Waiters("ab", take, [&] { KeReleaseMutex(&mutex_, FALSE); });
     DelayMs(1);
     EXPECT_EQ(KeReleaseMutex(&mutex_, FALSE), -1);
     DelayMs(1);
@@ -244,14 +221,15 @@ TEST_F(Ke, DelaysStallsAndTheCounterFollowVirtualTime) {
 }
 
 TEST_F(Ke, ADeadlockIsReportedWithWhoWaitsForWhat) {
-  rig_.OnTask([&] {
+  const auto stuck = [&] {
     KeInitializeMutex(&mutex_, 0);
     WaitForEver(&mutex_);
     rig_.Beside("second", [&] { WaitForEver(&mutex_); });
     KeInitializeEvent(&event_, SynchronizationEvent, FALSE);
     WaitForEver(&event_);
-  });
-  EXPECT_TRUE(rig_.simulation.Stopped());
+  };
+  EXPECT_EQ(rig_.OnTask(stuck), Outcome::Hang);
+  EXPECT_EQ(rig_.simulation.RunUntil({}), Outcome::Hang) << "a stopped simulation runs no more";
   EXPECT_NE(rig_.simulation.HangReport().find("'second'"), std::string::npos);
   EXPECT_NE(rig_.simulation.HangReport().find("KeWaitForSingleObject: a mutex, held by task 'breaker'"),
             std::string::npos);
@@ -368,34 +346,6 @@ TEST(KeSeeds, TheOtherTaskMayActBeforeTheCallersNextStep) {
     }
   }
   for (int kind = 0; kind < kKinds; ++kind) EXPECT_GT(actedFirst[kind], 3) << "kind " << kind;
-}
-
-TEST(KeSeeds, ATimeOutUnderASeedEndsAtATimerTickNotBeforeItIsDue) {
-  for (std::uint64_t seed = 1; seed <= 20; ++seed) {
-    RuleRig rig({.policy = Policy::Uniform, .seed = seed});
-    rig.OnTask([] {
-      KEVENT event;
-      KeInitializeEvent(&event, SynchronizationEvent, FALSE);
-      const Time start = Now();
-      EXPECT_EQ(Wait(&event, 5), STATUS_TIMEOUT);
-      EXPECT_GE(Now() - start, 5 * kMillisecond);
-      EXPECT_LT(Now() - start, 5 * kMillisecond + 156'000);
-      EXPECT_EQ(Now() % kMillisecond * (Now() % 156'000), 0) << "a tick of 1, 10 or 15.6 ms";
-    });
-  }
-}
-
-TEST_F(Ke, InterlockedOperationsReturnWhatIsPublished) {
-  OnTask([&] {
-    LONG word = 0x7fffffff;
-    EXPECT_EQ(InterlockedIncrement(&word), LONG(0x80000000));
-    EXPECT_EQ(InterlockedDecrement(&word), 0x7fffffff);
-    EXPECT_EQ(InterlockedExchange(&word, 5), 0x7fffffff);
-    EXPECT_EQ(InterlockedCompareExchange(&word, 6, 4), 5);
-    EXPECT_EQ(word, 5);
-    EXPECT_EQ(InterlockedCompareExchange(&word, 6, 5), 5);
-    EXPECT_EQ(word, 6);
-  });
 }
 
 }  // namespace

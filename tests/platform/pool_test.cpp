@@ -1,5 +1,5 @@
-// Goal: pool, lists, strings, formatting, registry, device memory and tracing do what the driver relies on. Method: one
-// task of one host; literal inputs and outputs.
+// Goal: pool, strings, formatting, registry and tracing do what the driver relies on. Method: one task of one host;
+// literal inputs and outputs.
 #include <gtest/gtest.h>
 #include <ntddk.h>
 #include <ntstrsafe.h>
@@ -7,7 +7,7 @@
 #include <cstring>
 #include <set>
 
-#include "tests/platform/plain_device.h"
+#include "platform/registry.h"
 #include "tests/platform/rule_tests.h"
 
 namespace platform {
@@ -16,15 +16,7 @@ namespace {
 constexpr ULONG kTag = 0x74736554;       // Test
 constexpr ULONG kOtherTag = 0x7265684f;  // Oher
 
-class Calls : public testing::Test {
- protected:
-  void OnTask(std::function<void()> body) {
-    EXPECT_EQ(rig_.OnTask(std::move(body)), Outcome::Done) << rig_.simulation.HangReport();
-    for (const Violation& violation : rig_.simulation.violations()) ADD_FAILURE() << violation.detail;
-  }
-
-  RuleRig rig_;
-};
+class Calls : public HostTest {};
 
 // --- pool ---
 
@@ -67,19 +59,6 @@ TEST_F(Calls, MemoryThatIsUsedAgainIsZeroedAgain) {
   });
 }
 
-TEST_F(Calls, AnAllocationThatMustFailFailsOnceAndTheNextOneSucceeds) {
-  rig_.simulation.faults().FailNth("pool.allocate", 2);
-  OnTask([&] {
-    void* first = ExAllocatePool2(POOL_FLAG_NON_PAGED, 8, kTag);
-    EXPECT_EQ(ExAllocatePool2(POOL_FLAG_NON_PAGED, 8, kTag), nullptr);
-    void* third = ExAllocatePool2(POOL_FLAG_NON_PAGED, 8, kTag);
-    EXPECT_NE(third, nullptr);
-    EXPECT_EQ(ExAllocatePool2(POOL_FLAG_NON_PAGED, SIZE_T{1} << 40, kTag), nullptr) << "more than there is";
-    ExFreePoolWithTag(first, kTag);
-    ExFreePoolWithTag(third, kTag);
-  });
-}
-
 TEST_F(Calls, ALeakReportNamesTagCountAndAllocation) {
   rig_.OnTask([] {
     (void)ExAllocatePool2(POOL_FLAG_NON_PAGED, 24, kTag);
@@ -93,67 +72,7 @@ TEST_F(Calls, ALeakReportNamesTagCountAndAllocation) {
   EXPECT_NE(detail.find("1 x 'Oher', first: block of tag 'Oher', 8 bytes, allocation "), std::string::npos) << detail;
 }
 
-// --- lists ---
-
-TEST_F(Calls, ListsKeepOrderAndSayWhenTheyBecomeEmpty) {
-  struct Item {
-    LIST_ENTRY link;
-    char name;
-  };
-  OnTask([&] {
-    Item items[4] = {{{}, 'a'}, {{}, 'b'}, {{}, 'c'}, {{}, 'd'}};
-    LIST_ENTRY head;
-    InitializeListHead(&head);
-    EXPECT_TRUE(IsListEmpty(&head));
-    EXPECT_EQ(RemoveHeadList(&head), &head) << "an empty list gives its head";
-    InsertTailList(&head, &items[1].link);
-    InsertTailList(&head, &items[2].link);
-    InsertHeadList(&head, &items[0].link);
-    InsertTailList(&head, &items[3].link);
-    std::string order;
-    for (LIST_ENTRY* entry = head.Flink; entry != &head; entry = entry->Flink) {
-      order += CONTAINING_RECORD(entry, Item, link)->name;
-    }
-    EXPECT_EQ(order, "abcd");
-    EXPECT_FALSE(RemoveEntryList(&items[1].link));
-    EXPECT_EQ(RemoveTailList(&head), &items[3].link);
-    EXPECT_EQ(RemoveHeadList(&head), &items[0].link);
-    EXPECT_TRUE(RemoveEntryList(&items[2].link));
-    EXPECT_TRUE(IsListEmpty(&head));
-  });
-}
-
-TEST_F(Calls, AnUnlinkedEntryAndAnEmptyHeadMayBeFreed) {
-  OnTask([&] {
-    auto* entries = static_cast<LIST_ENTRY*>(ExAllocatePool2(POOL_FLAG_NON_PAGED, 3 * sizeof(LIST_ENTRY), kTag));
-    InitializeListHead(&entries[0]);
-    InsertTailList(&entries[0], &entries[1]);
-    InsertTailList(&entries[0], &entries[2]);
-    RemoveEntryList(&entries[1]);
-    InsertHeadList(&entries[0], &entries[1]);
-    RemoveHeadList(&entries[0]);
-    RemoveHeadList(&entries[0]);
-    ExFreePoolWithTag(entries, kTag);
-  });
-}
-
 // --- strings ---
-
-TEST_F(Calls, CountedStringsBorrowTheirSource) {
-  OnTask([&] {
-    UNICODE_STRING wide;
-    RtlInitUnicodeString(&wide, L"USB3");
-    EXPECT_EQ(wide.Length, 8);
-    EXPECT_EQ(wide.MaximumLength, 10);
-    ANSI_STRING narrow;
-    RtlInitAnsiString(&narrow, "USB3");
-    EXPECT_EQ(narrow.Length, 4);
-    EXPECT_EQ(narrow.MaximumLength, 5);
-    RtlInitUnicodeString(&wide, nullptr);
-    EXPECT_EQ(wide.Length, 0);
-    EXPECT_EQ(wide.Buffer, nullptr);
-  });
-}
 
 TEST_F(Calls, StringsConvertBothWaysIntoNewOrGivenBuffers) {
   OnTask([&] {
@@ -281,71 +200,6 @@ TEST_F(Calls, AValueIsReadWithFullInformationInTwoSteps) {
   });
   rig_.kernel.UnloadDriver();
   EXPECT_TRUE(rig_.simulation.violations().empty());
-}
-
-TEST_F(Calls, RegistryCallsFailWhereTheyAreToldTo) {
-  rig_.kernel.registry().Create("\\Registry\\Machine\\X").SetNumber("N", 7);
-  for (const char* site : {"ZwOpenKey", "ZwQueryValueKey"}) rig_.simulation.faults().FailNth(site, 1);
-  OnTask([&] {
-    EXPECT_EQ(OpenKey(nullptr, L"\\Registry\\Machine\\X", STATUS_INSUFFICIENT_RESOURCES), nullptr);
-    HANDLE key = OpenKey(nullptr, L"\\Registry\\Machine\\X", STATUS_SUCCESS);
-    UNICODE_STRING name;
-    RtlInitUnicodeString(&name, L"N");
-    alignas(8) UCHAR buffer[64];
-    ULONG size = 0;
-    EXPECT_EQ(ZwQueryValueKey(key, &name, KeyValueFullInformation, buffer, 64, &size), STATUS_INSUFFICIENT_RESOURCES);
-    EXPECT_EQ(ZwQueryValueKey(key, &name, KeyValueFullInformation, buffer, 64, &size), STATUS_SUCCESS);
-    ULONG number;
-    std::memcpy(&number, buffer + reinterpret_cast<KEY_VALUE_FULL_INFORMATION*>(buffer)->DataOffset, 4);
-    EXPECT_EQ(number, 7u);
-    ZwClose(key);
-  });
-}
-
-// --- device memory ---
-
-TEST_F(Calls, RegistersReachTheModelAndAreAllOnesOnceItIsGone) {
-  PlainDevice device(rig_.kernel);
-  OnTask([&] {
-    ULONG* base = PlainDevice::Map();
-    WRITE_REGISTER_ULONG(base + 3, 0x12345678);
-    EXPECT_EQ(device.registers[3], 0x12345678u);
-    device.registers[1023] = 9;
-    EXPECT_EQ(READ_REGISTER_ULONG(base + 1023), 9u);
-    device.SetAccess(RegisterAccess::Gone);
-    EXPECT_EQ(READ_REGISTER_ULONG(base + 3), 0xffffffffu);
-    WRITE_REGISTER_ULONG(base + 3, 0);
-    EXPECT_EQ(device.registers[3], 0x12345678u);
-    EXPECT_EQ(rig_.kernel.LiveMappings(), 1u);
-    MmUnmapIoSpace(base, PlainDevice::kBytes);
-    EXPECT_EQ(rig_.kernel.LiveMappings(), 0u);
-  });
-}
-
-TEST_F(Calls, APartOfABarMayBeMappedByEitherCall) {
-  PlainDevice device(rig_.kernel);
-  device.registers[0x204 / 4] = 0xabcd;
-  OnTask([&] {
-    UNICODE_STRING name;
-    RtlInitUnicodeString(&name, L"MmMapIoSpaceEx");
-    EXPECT_EQ(MmGetSystemRoutineAddress(&name), reinterpret_cast<PVOID>(&MmMapIoSpaceEx));
-    rig_.simulation.faults().FailNth("MmGetSystemRoutineAddress", 1);
-    EXPECT_EQ(MmGetSystemRoutineAddress(&name), nullptr) << "an older system";
-    PHYSICAL_ADDRESS address;
-    address.QuadPart = PlainDevice::kStart + 0x200;
-    auto* part = static_cast<ULONG*>(MmMapIoSpace(address, 0x10, MmNonCached));
-    EXPECT_EQ(READ_REGISTER_ULONG(part + 1), 0xabcdu);
-    MmUnmapIoSpace(part, 0x10);
-    rig_.simulation.faults().FailNth("MmMapIoSpaceEx", 1);
-    EXPECT_EQ(PlainDevice::Map(), nullptr);
-  });
-}
-
-TEST_F(Calls, MappedMemoryIsReachedByTheCallsOnly) {
-  PlainDevice device(rig_.kernel);
-  ULONG* base = nullptr;
-  OnTask([&] { base = PlainDevice::Map(); });
-  EXPECT_DEATH(*const_cast<volatile ULONG*>(base) = 1, "");
 }
 
 // --- tracing ---

@@ -63,16 +63,6 @@ TEST(Scheduler, RunUntilStopsAtItsDeadlineAndTheClockStandsThere) {
   EXPECT_FALSE(simulation.QuietUntil(30));
 }
 
-TEST(Scheduler, ADeadlockNamesWhoWaitsForWhat) {
-  Simulation simulation;
-  EXPECT_EQ(simulation.RunTask(nullptr, "stuck", [] { S().Park("event that nobody sets", nullptr); }), Outcome::Hang);
-  EXPECT_NE(simulation.HangReport().find(
-                "task 'stuck' (1) waits in the platform: event that nobody sets, without a time-out"),
-            std::string::npos)
-      << simulation.HangReport();
-  EXPECT_EQ(simulation.RunUntil({}), Outcome::Hang) << "a stopped simulation runs no more";
-}
-
 TEST(Scheduler, EventsThatNeverAdvanceTimeAreAHang) {
   Simulation simulation;
   std::function<void()> again = [&] { simulation.After(0, "busy", again); };

@@ -6,11 +6,15 @@ using namespace platform;
 
 namespace {
 
+constexpr std::uint64_t kMemoryStart = 0x90000000;
 Script* script = nullptr;
+}  // namespace
 
 void Write(const std::string& line) {
   script->log += line + "\n";
 }
+
+namespace {
 std::string From(const char* step, WDF_POWER_DEVICE_STATE state) {
   return std::string(step) + " " + std::to_string(static_cast<int>(state));
 }
@@ -110,32 +114,71 @@ SimulationOptions OptionsFor(unsigned seed) {
   return options;
 }
 
-WdfTest::WdfTest() {
+DriverRig::DriverRig(SimulationOptions options) : simulation(std::move(options)) {
   wdf_test::script = &script;
   config.hardwareId = "PCI\\VEN_1F3A&DEV_3A0E&SUBSYS_00000000";
   config.model = &function;
   config.resources = {{Resource::Kind::Interrupt, 0, 0, 0},
-                      {Resource::Kind::Memory, 0x90000000, 0x1000, 0},
+                      {Resource::Kind::Memory, kMemoryStart, kMemoryBytes, 0},
                       {Resource::Kind::Interrupt, 0, 0, 1}};
 }
 
-WdfTest::~WdfTest() {
-  if (!checked_) {
-    EXPECT_EQ(Broken(), "");
-  }
-}
-
-Status WdfTest::Start() {
+Status DriverRig::Start() {
   const Status status = host.LoadDriver(&DriverEntry);
   return NT_SUCCESS(status) ? host.AddAndStart(config, &id) : status;
 }
 
-Outcome WdfTest::InDriver(std::function<void(WDFDEVICE)> body) {
-  return simulation.RunTask(&host, "test", [this, body] { body(static_cast<WDFDEVICE>(host.FrameworkDevice(id))); });
+void DriverRig::InDriver(std::function<void(WDFDEVICE)> body) {
+  simulation.RunTask(&host, "test", [this, body] { body(static_cast<WDFDEVICE>(host.FrameworkDevice(id))); });
 }
 
-std::string WdfTest::Log() {
+void DriverRig::WithDevice(std::function<void(WDFDEVICE)> body) {
+  ASSERT_EQ(Start(), 0);
+  InDriver(std::move(body));
+}
+
+void DriverRig::RunToIdle() {
+  ASSERT_EQ(simulation.RunUntil([&] { return host.Power(id) == DevicePower::D3; }, simulation.Now() + 60 * kSecond),
+            Outcome::Done);
+  Log();
+}
+
+void DriverRig::Settle() {
+  ASSERT_EQ(simulation.RunUntil([&] { return !host.Busy(); }, simulation.Now() + 60 * kSecond), Outcome::Done);
+}
+
+void DriverRig::Finish() {
+  if (host.State(id) == PnpState::Started) host.Remove(id);
+  Unload();
+}
+
+std::string DriverRig::Log() {
   return std::exchange(script.log, {});
+}
+
+void AssignIdle(WDFDEVICE device, ULONG timeoutMs) {
+  WDF_DEVICE_POWER_POLICY_IDLE_SETTINGS idle;
+  WDF_DEVICE_POWER_POLICY_IDLE_SETTINGS_INIT(&idle, IdleCanWakeFromS0);
+  idle.IdleTimeout = timeoutMs;
+  EXPECT_EQ(WdfDeviceAssignS0IdleSettings(device, &idle), 0);
+}
+
+void AssignWake(WDFDEVICE device) {
+  WDF_DEVICE_POWER_POLICY_WAKE_SETTINGS wake;
+  WDF_DEVICE_POWER_POLICY_WAKE_SETTINGS_INIT(&wake);
+  EXPECT_EQ(WdfDeviceAssignSxWakeSettings(device, &wake), 0);
+}
+
+ULONG* MapRegisters() {
+  PHYSICAL_ADDRESS address;
+  address.QuadPart = kMemoryStart;
+  return static_cast<ULONG*>(MmMapIoSpaceEx(address, kMemoryBytes, PAGE_READWRITE | PAGE_NOCACHE));
+}
+
+void WdfTest::TearDown() {
+  if (checked_) return;
+  if (host.DriverLoaded()) Finish();
+  EXPECT_EQ(Broken(), "");
 }
 
 std::string WdfTest::Broken() {

@@ -1,5 +1,5 @@
 // A host with a plain function and a small driver whose callbacks write what happens, line by line, into one log.
-// Every test runs first-come and with three seeds.
+// Every test runs first-come and with three seeds, every break of a rule first-come.
 #pragma once
 #include <gtest/gtest.h>
 
@@ -12,6 +12,8 @@
 
 #include "platform/host/host_kernel.h"
 #include "platform/host/simulation.h"
+#include "tests/platform/kernel_verbs.h"
+#include "tests/platform/rule_tests.h"
 
 namespace wdf_test {
 
@@ -49,33 +51,70 @@ struct Script {
   std::function<void(WDFDEVICE, WDFCMRESLIST raw, WDFCMRESLIST translated)> onPrepare;
 };
 
+// Adds a line to that script's log.
+void Write(const std::string& line);
+
 // The driver whose callbacks follow the one script that is alive.
 platform::Status DriverEntry(_DRIVER_OBJECT* driverObject, _UNICODE_STRING* registryPath);
 
 // 0: first-come; multiples of 3: priorities; the others: uniform.
 platform::SimulationOptions OptionsFor(unsigned seed);
 
-class WdfTest : public testing::TestWithParam<unsigned> {
- protected:
-  WdfTest();
-  ~WdfTest() override;
+struct DriverRig {
+  explicit DriverRig(platform::SimulationOptions options = {});
 
   // Loads the driver, adds and starts the device.
   platform::Status Start();
-  void Unload() { host.UnloadDriver(); }
   // Runs `body` on a task of the host.
-  platform::Outcome InDriver(std::function<void(WDFDEVICE)> body);
+  void InDriver(std::function<void(WDFDEVICE)> body);
+  // Both.
+  void WithDevice(std::function<void(WDFDEVICE)> body);
+  // Brings the device to D3 by the default time-out; it was given idle settings.
+  void RunToIdle();
+  // Lets virtual time pass until the host has nothing to do.
+  void Settle();
+  // Removes the device and unloads the driver.
+  void Finish();
+  void Unload() { host.UnloadDriver(); }
   // The log since the last call.
   std::string Log();
-  // The one rule that is broken, as "rule in call"; empty when none is. A test that expects one calls this at its end.
-  std::string Broken();
 
-  platform::Simulation simulation{OptionsFor(GetParam())};
+  platform::Simulation simulation;
   Script script;
   PlainFunction function{script.log};
   platform::HostKernel host{simulation};
   platform::DeviceConfig config;
   platform::DeviceId id = 0;
+};
+
+// Breaks of one rule each (rule_tests.h): the body has the rig, or the started device on a task.
+#define DRIVER_BREAKS(testName, ruleName, callName) BREAKS_ON(::wdf_test::DriverRig, testName, ruleName, callName)
+#define DEVICE_BREAKS(testName, ruleName, callName) \
+  static void Device##testName(WDFDEVICE device);   \
+  DRIVER_BREAKS(testName, ruleName, callName) {     \
+    rig.WithDevice(&Device##testName);              \
+  }                                                 \
+  static void Device##testName([[maybe_unused]] WDFDEVICE device)
+
+// 0 ms: the framework's own time-out, 5 s.
+void AssignIdle(WDFDEVICE device, ULONG timeoutMs = 0);
+void AssignWake(WDFDEVICE device);
+
+// The device's memory: PlainFunction's registers and room after them. From a task.
+constexpr std::size_t kMemoryBytes = 0x1000;
+ULONG* MapRegisters();
+
+// A test whose driver is still loaded at its end is finished then, and must have broken no rule.
+class WdfTest : public testing::TestWithParam<unsigned>, protected DriverRig {
+ protected:
+  WdfTest() : DriverRig(OptionsFor(GetParam())) {}
+  void TearDown() override;
+  void StartQuietly() {
+    ASSERT_EQ(Start(), 0);
+    Log();
+  }
+  // The one rule that is broken, as "rule in call"; empty when none is. A test that expects one calls this at its end.
+  std::string Broken();
 
  private:
   bool checked_ = false;

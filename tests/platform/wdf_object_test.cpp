@@ -1,5 +1,5 @@
-// Framework objects: contexts, parents, cleanup and destroy order, and handles that are stale or of the wrong type.
-#include "tests/platform/rule_tests.h"
+// Framework objects: contexts, parents, cleanup and destroy order, and handles that are stale or of the wrong type,
+// and memory that is in use when it goes.
 #include "wdf_fixture.h"
 
 namespace wdf_test {
@@ -7,23 +7,19 @@ namespace {
 
 using namespace platform;
 
-std::string* events = nullptr;
-
 struct Named {
   const char* Name;
+  KEVENT Event;
+  LIST_ENTRY Link;
 };
 WDF_DECLARE_CONTEXT_TYPE_WITH_NAME(Named, GetNamed)
-struct Other {
-  ULONG Value;
-};
-WDF_DECLARE_CONTEXT_TYPE_WITH_NAME(Other, GetOther)
 
 VOID Idle(WDFWORKITEM) {}
 VOID Cleanup(WDFOBJECT object) {
-  *events += std::string("cleanup ") + GetNamed(object)->Name + "\n";
+  Write(std::string("cleanup ") + GetNamed(object)->Name);
 }
 VOID Destroy(WDFOBJECT object) {
-  *events += std::string("destroy ") + GetNamed(object)->Name + "\n";
+  Write(std::string("destroy ") + GetNamed(object)->Name);
 }
 
 WDFWORKITEM MakeItem(WDFOBJECT parent, const char* name) {
@@ -41,15 +37,11 @@ WDFWORKITEM MakeItem(WDFOBJECT parent, const char* name) {
   return item;
 }
 
-class WdfObject : public WdfTest {
- protected:
-  WdfObject() { events = &script.log; }
-};
+class WdfObject : public WdfTest {};
 INSTANTIATE_WDF(WdfObject);
 
 TEST_P(WdfObject, ChildrenGoBeforeTheirParent) {
-  ASSERT_EQ(Start(), 0);
-  InDriver([this](WDFDEVICE device) {
+  WithDevice([this](WDFDEVICE device) {
     WDFWORKITEM parent = MakeItem(device, "parent");
     MakeItem(parent, "older child");
     WDFWORKITEM child = MakeItem(parent, "younger child");
@@ -62,13 +54,10 @@ TEST_P(WdfObject, ChildrenGoBeforeTheirParent) {
               "cleanup older child\ndestroy older child\n"
               "cleanup parent\ndestroy parent\n");
   });
-  host.Remove(id);
-  Unload();
 }
 
 TEST_P(WdfObject, AReferenceDelaysDestroyAndKeepsTheContext) {
-  ASSERT_EQ(Start(), 0);
-  InDriver([this](WDFDEVICE device) {
+  WithDevice([this](WDFDEVICE device) {
     WDFWORKITEM item = MakeItem(device, "item");
     WdfObjectReference(item);
     Log();
@@ -78,113 +67,94 @@ TEST_P(WdfObject, AReferenceDelaysDestroyAndKeepsTheContext) {
     WdfObjectDereference(item);
     EXPECT_EQ(Log(), "destroy item\n");
   });
-  host.Remove(id);
-  Unload();
 }
 
 TEST_P(WdfObject, RemovalDeletesWhatTheDriverLeaves) {
-  ASSERT_EQ(Start(), 0);
-  InDriver([](WDFDEVICE device) { MakeItem(device, "left"); });
+  WithDevice([](WDFDEVICE device) { MakeItem(device, "left"); });
   Log();
   host.Remove(id);
   EXPECT_EQ(Log(),
             "pre-interrupts to 5\nD0 exit to 5\nrelease\ncleanup left\ndestroy left\ndevice cleanup\nfunction D3hot\n");
-  Unload();
 }
 
 TEST_P(WdfObject, AnAccessorFindsItsOwnTypeOnly) {
-  ASSERT_EQ(Start(), 0);
-  InDriver([](WDFDEVICE device) {
+  WithDevice([](WDFDEVICE device) {
     EXPECT_NE(GetContext(device), nullptr);
-    EXPECT_EQ(GetOther(device), nullptr);
-    EXPECT_EQ(GetNamed(WdfDeviceGetIoTarget(device)), nullptr);
+    EXPECT_EQ(GetNamed(device), nullptr);
   });
-  host.Remove(id);
-  Unload();
 }
 
-struct BadHandle {
-  const char* name;
-  void (*use)(WDFDEVICE device);
-  const char* broken;
-};
-
-const BadHandle kBadHandles[] = {
-    {"deleted",
-     [](WDFDEVICE device) {
-       WDFWORKITEM item = MakeItem(device, "item");
-       WdfObjectDelete(item);
-       MakeItem(device, "in the same slot");
-       WdfWorkItemEnqueue(item);
-     },
-     "handle-stale in WdfWorkItemEnqueue"},
-    {"deleted but referenced",
-     [](WDFDEVICE device) {
-       WDFWORKITEM item = MakeItem(device, "item");
-       WdfObjectReference(item);
-       WdfObjectDelete(item);
-       WdfWorkItemEnqueue(item);
-     },
-     "handle-stale in WdfWorkItemEnqueue"},
-    {"deleted twice",
-     [](WDFDEVICE device) {
-       WDFWORKITEM item = MakeItem(device, "item");
-       WdfObjectDelete(item);
-       WdfObjectDelete(item);
-     },
-     "handle-stale in WdfObjectDelete"},
-    {"of another type", [](WDFDEVICE device) { WdfWorkItemEnqueue(reinterpret_cast<WDFWORKITEM>(device)); },
-     "handle-wrong-type in WdfWorkItemEnqueue"},
-    {"null", [](WDFDEVICE) { WdfWorkItemEnqueue(nullptr); }, "handle-wrong-type in WdfWorkItemEnqueue"},
-    {"an address", [](WDFDEVICE device) { WdfWorkItemEnqueue(reinterpret_cast<WDFWORKITEM>(GetContext(device))); },
-     "handle-wrong-type in WdfWorkItemEnqueue"},
-    {"of the device, deleted by its driver", [](WDFDEVICE device) { WdfObjectDelete(device); },
-     "invalid-argument in WdfObjectDelete"},
-};
-
-class WdfBadHandle : public WdfObject {
- protected:
-  const BadHandle& Case() const { return kBadHandles[GetParam()]; }
-};
-INSTANTIATE_TEST_SUITE_P(Handles, WdfBadHandle, testing::Range(0u, unsigned{std::size(kBadHandles)}));
-
-TEST_P(WdfBadHandle, IsReported) {
-  SCOPED_TRACE(Case().name);
-  ASSERT_EQ(Start(), 0);
-  InDriver(Case().use);
-  EXPECT_EQ(Broken(), Case().broken);
+DEVICE_BREAKS(ItemDeletedAndItsSlotReused, HandleStale, "WdfWorkItemEnqueue") {
+  WDFWORKITEM item = MakeItem(device, "item");
+  WdfObjectDelete(item);
+  MakeItem(device, "in the same slot");
+  WdfWorkItemEnqueue(item);
 }
 
-TEST_P(WdfObject, WhatIsStillReferencedAtUnloadIsALeak) {
-  ASSERT_EQ(Start(), 0);
-  InDriver([](WDFDEVICE device) { WdfObjectReference(MakeItem(device, "kept")); });
-  host.Remove(id);
-  Unload();
-  EXPECT_EQ(Broken().substr(0, 11), "handle-leak");
+DEVICE_BREAKS(ItemDeletedButReferenced, HandleStale, "WdfWorkItemEnqueue") {
+  WDFWORKITEM item = MakeItem(device, "item");
+  WdfObjectReference(item);
+  WdfObjectDelete(item);
+  WdfWorkItemEnqueue(item);
 }
 
-TEST_P(WdfObject, CreationFailsAtItsFaultSite) {
-  ASSERT_EQ(Start(), 0);
-  InDriver([this](WDFDEVICE device) {
-    simulation.faults().FailNth("WdfWorkItemCreate", 1);
-    WDF_WORKITEM_CONFIG asked;
-    WDF_WORKITEM_CONFIG_INIT(&asked, Idle);
-    WDF_OBJECT_ATTRIBUTES attributes;
-    WDF_OBJECT_ATTRIBUTES_INIT(&attributes);
-    attributes.ParentObject = device;
-    WDFWORKITEM item = nullptr;
-    EXPECT_EQ(WdfWorkItemCreate(&asked, &attributes, &item), STATUS_INSUFFICIENT_RESOURCES);
-    EXPECT_EQ(item, nullptr);
+DEVICE_BREAKS(ItemDeletedTwice, HandleStale, "WdfObjectDelete") {
+  WDFWORKITEM item = MakeItem(device, "item");
+  WdfObjectDelete(item);
+  WdfObjectDelete(item);
+}
+
+DEVICE_BREAKS(HandleOfAnotherType, HandleWrongType, "WdfWorkItemEnqueue") {
+  WdfWorkItemEnqueue(reinterpret_cast<WDFWORKITEM>(device));
+}
+
+DEVICE_BREAKS(NullHandle, HandleWrongType, "WdfWorkItemEnqueue") {
+  WdfWorkItemEnqueue(nullptr);
+}
+
+DEVICE_BREAKS(AddressAsHandle, HandleWrongType, "WdfWorkItemEnqueue") {
+  WdfWorkItemEnqueue(reinterpret_cast<WDFWORKITEM>(GetContext(device)));
+}
+
+DEVICE_BREAKS(DeviceDeletedByItsDriver, InvalidArgument, "WdfObjectDelete") {
+  WdfObjectDelete(device);
+}
+
+DRIVER_BREAKS(ContextThatATaskWaitsIn, PoolWaitedOn, "WdfObjectDelete") {
+  WDFWORKITEM item = nullptr;
+  rig.WithDevice([&](WDFDEVICE device) {
+    item = MakeItem(device, "item");
+    KeInitializeEvent(&GetNamed(item)->Event, SynchronizationEvent, FALSE);
   });
-  host.Remove(id);
-  Unload();
+  rig.simulation.Spawn(&rig.host, "waiter", [&] { WaitForEver(&GetNamed(item)->Event); });
+  rig.simulation.RunFor(kMillisecond);
+  rig.InDriver([&](WDFDEVICE) { WdfObjectDelete(item); });
 }
 
-BROKEN_BY_TEST(WdfBadHandle, HandleStale, "WdfWorkItemEnqueue")
-BROKEN_BY_TEST(WdfBadHandle, HandleStale, "WdfObjectDelete")
-BROKEN_BY_TEST(WdfBadHandle, HandleWrongType, "WdfWorkItemEnqueue")
-BROKEN_BY_TEST(WdfBadHandle, InvalidArgument, "WdfObjectDelete")
-BROKEN_BY_TEST(WhatIsStillReferencedAtUnloadIsALeak, HandleLeak, "")
+DEVICE_BREAKS(ContextWithALinkedEntry, ListEntryLinked, "WdfObjectDelete") {
+  LIST_ENTRY head;
+  InitializeListHead(&head);
+  WDFWORKITEM item = MakeItem(device, "item");
+  InsertTailList(&head, &GetNamed(item)->Link);
+  WdfObjectDelete(item);
+}
+
+DRIVER_BREAKS(StillReferencedAtUnload, HandleLeak, "") {
+  rig.WithDevice([](WDFDEVICE device) { WdfObjectReference(MakeItem(device, "kept")); });
+  rig.Finish();
+}
+
+DRIVER_BREAKS(HandleOfAnotherHost, HandleStale, "WdfDeviceResumeIdle") {
+  HostKernel second(rig.simulation, {.name = "second"});
+  ASSERT_EQ(rig.Start(), 0);
+  void* handle = rig.host.FrameworkDevice(rig.id);
+  rig.simulation.RunTask(&second, "test", [&] { WdfDeviceResumeIdle(static_cast<WDFDEVICE>(handle)); });
+}
+
+DRIVER_BREAKS(UnloadWithADevice, InvalidArgument, "driver unload") {
+  ASSERT_EQ(rig.Start(), 0);
+  rig.Unload();
+}
 
 }  // namespace
 }  // namespace wdf_test

@@ -44,7 +44,6 @@ TEST_P(WdfPnp, SurpriseRemovalTellsTheDriverFirst) {
             "release\n"
             "device cleanup\n");
   EXPECT_EQ(host.State(id), PnpState::SurpriseRemoved);
-  Unload();
 }
 
 struct FailedStart {
@@ -76,32 +75,13 @@ TEST_P(WdfPnp, FailedStartsUndoWhatHasBeenDone) {
     script.*failing.status = STATUS_SUCCESS;
   }
   EXPECT_EQ(host.Enable(id), 0);
-  host.Remove(id);
-  Unload();
 }
 
-TEST_P(WdfPnp, DisabledDeviceStartsAnewWithFreshContext) {
+TEST_P(WdfPnp, AnIdleDeviceComesToD0BeforeItsRemovalUnlessThatSurprises) {
+  script.onAdd = [](WDFDEVICE device) { AssignIdle(device); };
   ASSERT_EQ(Start(), 0);
-  InDriver([](WDFDEVICE device) { GetContext(device)->Marks = 7; });
+  RunToIdle();
   host.Disable(id);
-  EXPECT_EQ(host.FrameworkDevice(id), nullptr);
-  ASSERT_EQ(host.Enable(id), 0);
-  InDriver([](WDFDEVICE device) { EXPECT_EQ(GetContext(device)->Marks, 0u); });
-  host.Remove(id);
-  Unload();
-}
-
-TEST_P(WdfPnp, RemovalBringsAnIdleDeviceToD0First) {
-  script.onAdd = [](WDFDEVICE device) {
-    WDF_DEVICE_POWER_POLICY_IDLE_SETTINGS idle;
-    WDF_DEVICE_POWER_POLICY_IDLE_SETTINGS_INIT(&idle, IdleCanWakeFromS0);
-    EXPECT_EQ(WdfDeviceAssignS0IdleSettings(device, &idle), 0);
-  };
-  ASSERT_EQ(Start(), 0);
-  simulation.RunFor(6 * kSecond);
-  ASSERT_EQ(host.Power(id), DevicePower::D3);
-  Log();
-  host.Remove(id);
   EXPECT_EQ(Log(),
             "function D0\n"
             "D0 entry from 4\n"
@@ -111,39 +91,23 @@ TEST_P(WdfPnp, RemovalBringsAnIdleDeviceToD0First) {
             "release\n"
             "device cleanup\n"
             "function D3hot\n");
-  Unload();
-}
-
-TEST_P(WdfPnp, SurpriseRemovalOfAnIdleDeviceHasNoWayThroughD0) {
-  script.onAdd = [](WDFDEVICE device) {
-    WDF_DEVICE_POWER_POLICY_IDLE_SETTINGS idle;
-    WDF_DEVICE_POWER_POLICY_IDLE_SETTINGS_INIT(&idle, IdleCanWakeFromS0);
-    EXPECT_EQ(WdfDeviceAssignS0IdleSettings(device, &idle), 0);
-  };
-  ASSERT_EQ(Start(), 0);
-  simulation.RunFor(6 * kSecond);
-  Log();
+  ASSERT_EQ(host.Enable(id), 0);
+  RunToIdle();
   host.SurpriseRemove(id);
   EXPECT_EQ(Log(), "surprise removal\nrelease\ndevice cleanup\n");
-  Unload();
 }
 
 TEST_P(WdfPnp, VerbsOfOneDeviceNeverOverlap) {
-  script.onPre = [](WDFDEVICE) {
-    LARGE_INTEGER second;
-    second.QuadPart = -10'000'000;
-    KeDelayExecutionThread(KernelMode, FALSE, &second);
-  };
+  script.onPre = [](WDFDEVICE) { DelayMs(1000); };
   ASSERT_EQ(Start(), 0);
   Log();
   host.SystemSleepAsync(SystemPowerAction::Sleep);
   host.SystemResumeAsync();
   host.RemoveAsync(id);
   EXPECT_TRUE(host.Busy());
-  EXPECT_EQ(simulation.RunUntil([&] { return !host.Busy(); }), Outcome::Done);
+  Settle();
   EXPECT_EQ(host.State(id), PnpState::Removed);
   EXPECT_EQ(Log().find("pre-interrupts to"), 0u);
-  Unload();
 }
 
 TEST_P(WdfPnp, TwoDevicesOfOneDriverAreIndependent) {
@@ -163,47 +127,6 @@ TEST_P(WdfPnp, TwoDevicesOfOneDriverAreIndependent) {
   host.Remove(other);
   Unload();
   EXPECT_EQ(host.LiveObjects(), 0u);
-}
-
-TEST_P(WdfPnp, TwoHostsShareTheClockAndNothingElse) {
-  HostKernelOptions options;
-  options.name = "second";
-  HostKernel second(simulation, options);
-  PlainFunction function2(script.log);
-  DeviceConfig config2 = config;
-  config2.model = &function2;
-  DeviceId id2 = 0;
-  ASSERT_EQ(Start(), 0);
-  ASSERT_EQ(second.LoadDriver(&DriverEntry), 0);
-  ASSERT_EQ(second.AddAndStart(config2, &id2), 0);
-  WDFDRIVER drivers[2] = {};
-  InDriver([&](WDFDEVICE) { drivers[0] = WdfGetDriver(); });
-  simulation.RunTask(&second, "test", [&] { drivers[1] = WdfGetDriver(); });
-  EXPECT_NE(drivers[0], drivers[1]);
-  host.SystemSleep(SystemPowerAction::Sleep);
-  EXPECT_EQ(second.Power(id2), DevicePower::D0);
-  host.SystemResume();
-  host.Remove(id);
-  Unload();
-  EXPECT_EQ(second.State(id2), PnpState::Started);
-  second.Remove(id2);
-  second.UnloadDriver();
-}
-
-TEST_P(WdfPnp, AHandleOfAnotherHostIsReported) {
-  HostKernelOptions options;
-  options.name = "second";
-  HostKernel second(simulation, options);
-  ASSERT_EQ(Start(), 0);
-  void* handle = host.FrameworkDevice(id);
-  simulation.RunTask(&second, "test", [&] { WdfDeviceResumeIdle(static_cast<WDFDEVICE>(handle)); });
-  EXPECT_EQ(Broken(), "handle-stale in WdfDeviceResumeIdle");
-}
-
-TEST_P(WdfPnp, UnloadWithADeviceIsRefused) {
-  ASSERT_EQ(Start(), 0);
-  Unload();
-  EXPECT_EQ(Broken(), "invalid-argument in driver unload");
 }
 
 }  // namespace

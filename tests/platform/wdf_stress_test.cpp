@@ -42,12 +42,6 @@ std::string FirstWrongStep(const std::string& log) {
   return before == "driver cleanup" ? "" : "ends after " + before;
 }
 
-void Delay(std::int64_t ms) {
-  LARGE_INTEGER interval;
-  interval.QuadPart = -ms * 10'000;
-  KeDelayExecutionThread(KernelMode, FALSE, &interval);
-}
-
 BOOLEAN Isr(WDFINTERRUPT interrupt, ULONG) {
   return WdfInterruptQueueWorkItemForIsr(interrupt);
 }
@@ -59,17 +53,17 @@ WDF_DECLARE_CONTEXT_TYPE_WITH_NAME(Items, GetItems)
 
 // The handler starts work that holds the device awake for a while.
 VOID Handler(WDFINTERRUPT interrupt, WDFOBJECT) {
-  Delay(3);
+  DelayMs(3);
   WdfWorkItemEnqueue(GetItems(interrupt)->Item);
 }
 VOID Work(WDFWORKITEM item) {
   const auto device = static_cast<WDFDEVICE>(WdfWorkItemGetParentObject(item));
   const NTSTATUS status = WdfDeviceStopIdle(device, GetContext(device)->Marks++ % 2 == 0);
-  Delay(20);
+  DelayMs(20);
   if (NT_SUCCESS(status)) WdfDeviceResumeIdle(device);
 }
 VOID Read(WDFQUEUE, WDFREQUEST request, size_t) {
-  Delay(5);
+  DelayMs(5);
   WdfRequestComplete(request, STATUS_SUCCESS);
 }
 
@@ -77,13 +71,8 @@ class WdfStress : public WdfTest {
  protected:
   WdfStress() {
     script.onAdd = [](WDFDEVICE device) {
-      WDF_DEVICE_POWER_POLICY_IDLE_SETTINGS idle;
-      WDF_DEVICE_POWER_POLICY_IDLE_SETTINGS_INIT(&idle, IdleCanWakeFromS0);
-      idle.IdleTimeout = 40;
-      EXPECT_EQ(WdfDeviceAssignS0IdleSettings(device, &idle), 0);
-      WDF_DEVICE_POWER_POLICY_WAKE_SETTINGS wake;
-      WDF_DEVICE_POWER_POLICY_WAKE_SETTINGS_INIT(&wake);
-      EXPECT_EQ(WdfDeviceAssignSxWakeSettings(device, &wake), 0);
+      AssignIdle(device, 40);
+      AssignWake(device);
       WDF_IO_QUEUE_CONFIG queue;
       WDF_IO_QUEUE_CONFIG_INIT_DEFAULT_QUEUE(&queue, WdfIoQueueDispatchParallel);
       queue.EvtIoRead = Read;
@@ -106,8 +95,8 @@ class WdfStress : public WdfTest {
       EXPECT_EQ(WdfInterruptCreate(device, &interrupt, &attributes, &created), 0);
       GetItems(created)->Item = item;
     };
-    script.onPre = [](WDFDEVICE) { Delay(7); };
-    script.onPost = [](WDFDEVICE) { Delay(7); };
+    script.onPre = [](WDFDEVICE) { DelayMs(7); };
+    script.onPost = [](WDFDEVICE) { DelayMs(7); };
     script.onRelease = [this](WDFDEVICE) {
       WdfWorkItemFlush(item);
       WdfObjectDelete(item);
@@ -146,7 +135,7 @@ class WdfStress : public WdfTest {
   }
   void Replug() {
     host.SystemResumeAsync();
-    ASSERT_EQ(simulation.RunUntil([&] { return !host.Busy(); }, simulation.Now() + 60 * kSecond), Outcome::Done);
+    Settle();
     if (host.State(id) != PnpState::Started) {
       ASSERT_EQ(host.Enable(id), 0);
     }

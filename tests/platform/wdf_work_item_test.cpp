@@ -1,6 +1,5 @@
 // Work items: merged while queued, run once more when enqueued while running, never two at a time, each on its own
 // task.
-#include "tests/platform/rule_tests.h"
 #include "wdf_fixture.h"
 
 namespace wdf_test {
@@ -15,18 +14,12 @@ struct Work {
 };
 WDF_DECLARE_CONTEXT_TYPE_WITH_NAME(Work, GetWork)
 
-void Delay(LONGLONG ms) {
-  LARGE_INTEGER interval;
-  interval.QuadPart = -ms * 10'000;
-  if (ms) KeDelayExecutionThread(KernelMode, FALSE, &interval);
-}
-
 VOID Run(WDFWORKITEM item) {
   Work* work = GetWork(item);
   ++work->Runs;
   ++work->Running;
   if (work->Running > work->MostAtOnce) work->MostAtOnce = work->Running;
-  Delay(work->DelayMs);
+  if (work->DelayMs) DelayMs(work->DelayMs);
   --work->Running;
   if (work->Body) work->Body(item);
 }
@@ -45,32 +38,23 @@ WDFWORKITEM MakeItem(WDFDEVICE device, LONGLONG delayMs, void (*body)(WDFWORKITE
   return item;
 }
 
-class WdfWork : public WdfTest {
- protected:
-  void Finish() {
-    host.Remove(id);
-    Unload();
-  }
-};
+class WdfWork : public WdfTest {};
 INSTANTIATE_WDF(WdfWork);
 
 TEST_P(WdfWork, EnqueuedWhileRunningRunsOnceMore) {
-  ASSERT_EQ(Start(), 0);
-  InDriver([](WDFDEVICE device) {
+  WithDevice([](WDFDEVICE device) {
     WDFWORKITEM item = MakeItem(device, 100);
     WdfWorkItemEnqueue(item);
-    Delay(50);
+    DelayMs(50);
     for (int i = 0; i < 5; ++i) WdfWorkItemEnqueue(item);
     WdfWorkItemFlush(item);
     EXPECT_EQ(GetWork(item)->Runs, 2u);
     EXPECT_EQ(GetWork(item)->MostAtOnce, 1u);
   });
-  Finish();
 }
 
 TEST_P(WdfWork, FlushWaitsForTheRunAndReturnsAtOnceWhenIdle) {
-  ASSERT_EQ(Start(), 0);
-  InDriver([this](WDFDEVICE device) {
+  WithDevice([this](WDFDEVICE device) {
     WDFWORKITEM item = MakeItem(device, 300);
     WdfWorkItemFlush(item);
     WdfWorkItemEnqueue(item);
@@ -79,12 +63,10 @@ TEST_P(WdfWork, FlushWaitsForTheRunAndReturnsAtOnceWhenIdle) {
     EXPECT_EQ(GetWork(item)->Running, 0u);
     EXPECT_GE(simulation.Now(), 300 * kMillisecond);
   });
-  Finish();
 }
 
 TEST_P(WdfWork, AllItemsMayBlockAtTheSameTime) {
-  ASSERT_EQ(Start(), 0);
-  InDriver([this](WDFDEVICE device) {
+  WithDevice([this](WDFDEVICE device) {
     std::vector<WDFWORKITEM> items;
     for (int i = 0; i < 20; ++i) items.push_back(MakeItem(device, 1000));
     const Time begin = simulation.Now();
@@ -92,89 +74,51 @@ TEST_P(WdfWork, AllItemsMayBlockAtTheSameTime) {
     for (WDFWORKITEM item : items) WdfWorkItemFlush(item);
     EXPECT_LT(simulation.Now() - begin, 1100 * kMillisecond);
   });
-  Finish();
 }
 
 TEST_P(WdfWork, AnItemMayDeleteItselfInItsCallback) {
-  ASSERT_EQ(Start(), 0);
-  InDriver([](WDFDEVICE device) {
+  WithDevice([](WDFDEVICE device) {
     WdfWorkItemEnqueue(MakeItem(device, 10, [](WDFWORKITEM item) { WdfObjectDelete(item); }));
-    Delay(100);
+    DelayMs(100);
   });
   EXPECT_EQ(host.ObjectsByType().count("WDFWORKITEM"), 0u);
-  Finish();
 }
 
-TEST_P(WdfWork, DeletingARunningItemIsReported) {
-  ASSERT_EQ(Start(), 0);
-  InDriver([](WDFDEVICE device) {
-    WDFWORKITEM item = MakeItem(device, 100);
-    WdfWorkItemEnqueue(item);
-    Delay(50);
-    WdfObjectDelete(item);
-  });
-  EXPECT_EQ(Broken(), "work-item-freed-running in WdfObjectDelete");
+DEVICE_BREAKS(DeletedWhileItRuns, WorkItemFreedRunning, "WdfObjectDelete") {
+  WDFWORKITEM item = MakeItem(device, 100);
+  WdfWorkItemEnqueue(item);
+  DelayMs(50);
+  WdfObjectDelete(item);
 }
 
-TEST_P(WdfWork, SelfFlushIsReported) {
-  ASSERT_EQ(Start(), 0);
-  InDriver([](WDFDEVICE device) {
-    WdfWorkItemEnqueue(MakeItem(device, 0, [](WDFWORKITEM item) { WdfWorkItemFlush(item); }));
-    Delay(50);
-  });
-  EXPECT_EQ(Broken(), "work-item-self-flush in WdfWorkItemFlush");
+DEVICE_BREAKS(FlushedByItself, WorkItemSelfFlush, "WdfWorkItemFlush") {
+  WdfWorkItemEnqueue(MakeItem(device, 0, [](WDFWORKITEM item) { WdfWorkItemFlush(item); }));
+  DelayMs(50);
 }
 
-TEST_P(WdfWork, SelfFlushThatIsWaivedReturns) {
-  simulation.waivers().push_back({Rule::WorkItemSelfFlush, "WdfWorkItemFlush", 0, "test"});
-  ASSERT_EQ(Start(), 0);
-  InDriver([](WDFDEVICE device) {
-    WDFWORKITEM item = MakeItem(device, 0, [](WDFWORKITEM self) { WdfWorkItemFlush(self); });
-    WdfWorkItemEnqueue(item);
-    WdfWorkItemFlush(item);
-    EXPECT_EQ(GetWork(item)->Runs, 1u);
-  });
-  EXPECT_EQ(simulation.waivers()[0].hits, 1u);
-  Finish();
-}
-
-TEST_P(WdfWork, APowerCallbackThatFlushesWorkWhichWaitsForD0IsReported) {
-  static WDFWORKITEM item;
-  script.onAdd = [](WDFDEVICE device) {
+DRIVER_BREAKS(PowerCallbackFlushesWorkThatWaitsForD0, PowerReferenceDeadlock, "WdfWorkItemFlush") {
+  WDFWORKITEM item = nullptr;
+  rig.script.onAdd = [&](WDFDEVICE device) {
     item = MakeItem(device, 0, [](WDFWORKITEM self) {
       (void)WdfDeviceStopIdle(static_cast<WDFDEVICE>(WdfWorkItemGetParentObject(self)), TRUE);
     });
-    WDF_DEVICE_POWER_POLICY_IDLE_SETTINGS idle;
-    WDF_DEVICE_POWER_POLICY_IDLE_SETTINGS_INIT(&idle, IdleCanWakeFromS0);
-    EXPECT_EQ(WdfDeviceAssignS0IdleSettings(device, &idle), 0);
+    AssignIdle(device);
   };
-  script.onEntry = [](WDFDEVICE) {
-    Delay(10);  // by now the work waits
+  rig.script.onEntry = [&](WDFDEVICE) {
+    DelayMs(10);  // by now the work waits
     WdfWorkItemFlush(item);
   };
-  ASSERT_EQ(Start(), 0);
-  simulation.RunFor(6 * kSecond);
-  ASSERT_EQ(host.Power(id), DevicePower::D3);
-  InDriver([](WDFDEVICE) { WdfWorkItemEnqueue(item); });
-  simulation.RunFor(1 * kSecond);
-  EXPECT_EQ(Broken(), "power-reference-deadlock in WdfWorkItemFlush");
+  ASSERT_EQ(rig.Start(), 0);
+  rig.RunToIdle();
+  rig.InDriver([&](WDFDEVICE) { WdfWorkItemEnqueue(item); });
+  rig.simulation.RunFor(1 * kSecond);
 }
 
-TEST_P(WdfWork, FlushAtDispatchLevelIsReported) {
-  ASSERT_EQ(Start(), 0);
-  InDriver([](WDFDEVICE device) {
-    WDFWORKITEM item = MakeItem(device, 0);
-    KIRQL before;
-    KeRaiseIrql(DISPATCH_LEVEL, &before);
-    WdfWorkItemFlush(item);
-  });
-  EXPECT_EQ(Broken(), "irql-too-high in WdfWorkItemFlush");
+DEVICE_BREAKS(FlushedAtDispatch, IrqlTooHigh, "WdfWorkItemFlush") {
+  WDFWORKITEM item = MakeItem(device, 0);
+  Raise(DISPATCH_LEVEL);
+  WdfWorkItemFlush(item);
 }
-
-BROKEN_BY_TEST(DeletingARunningItemIsReported, WorkItemFreedRunning, "WdfObjectDelete")
-BROKEN_BY_TEST(SelfFlushIsReported, WorkItemSelfFlush, "WdfWorkItemFlush")
-BROKEN_BY_TEST(APowerCallbackThatFlushesWorkWhichWaitsForD0IsReported, PowerReferenceDeadlock, "WdfWorkItemFlush")
-BROKEN_BY_TEST(FlushAtDispatchLevelIsReported, IrqlTooHigh, "WdfWorkItemFlush")
 
 }  // namespace
 }  // namespace wdf_test
