@@ -126,12 +126,4 @@ TEST(Svg, WellFormedWhateverNamesSay) {
   EXPECT_EQ(NotWellFormed("<a>1 & 2 and more</a>"), "bare & at 5");
 }
 
-TEST(Svg, TheSameDomainIsTheSamePicture) {
-  EXPECT_EQ(lab::FormatSvg({Chain()}), lab::FormatSvg({Chain()}));
-  lab::DomainView other = Chain();
-  other.tunnels.pop_back();
-  other.tunnels.pop_back();
-  EXPECT_NE(lab::FormatSvg({Chain()}), lab::FormatSvg({other}));
-}
-
 }  // namespace

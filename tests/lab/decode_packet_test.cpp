@@ -20,15 +20,12 @@ std::string Text(const lab::DecodedFields& decoded) {
   return text;
 }
 
-TEST(DecodePacket, ReadRequestWithItsCrc) {
+TEST(DecodePacket, EveryFieldOfAReadWithAndWithoutItsCrc) {
   EXPECT_EQ(Text(lab::DecodePacketLine(Line("00000000000000000400a000d40a9d55"))),
             "read request, 16 bytes, CRC good, type guessed\n"
             "route: 0\nheader bits: 0x000 (from the manager)\naddress word: 0x0400a000\noffset: 0x0 (dwords)\nlength: "
             "5 dwords\n"
             "adapter: 0\nspace: 2 (router)\nsequence: 0\nCRC-32C: 0xd40a9d55\n");
-}
-
-TEST(DecodePacket, ReadAnswerWithoutCrc) {
   EXPECT_EQ(Text(lab::DecodePacketLine(Line("80000000000003010a0840031122334455667788"))),
             "read answer, 20 bytes, no CRC, type guessed\n"
             "route: 301\nheader bits: 0x200 (from a router)\naddress word: 0x0a084003\noffset: 0x3 (dwords)\n"

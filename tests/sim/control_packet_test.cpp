@@ -64,39 +64,5 @@ TEST(ControlPacket, OnlyWholeDwordsWithACrcDecode) {
   EXPECT_EQ(DecodePacket(Pdf::Read, std::span(bytes).first(8))->packet.Route(), 0u) << "no header, no route";
 }
 
-TEST(ControlPacket, RoutersSetTheUpMarkAndKeepAllRouteBits) {
-  EXPECT_EQ(RouteHeader(0x3FFFFF'89ABCDEFull, true), (std::vector<std::uint32_t>{0x803FFFFF, 0x89ABCDEF}));
-  EXPECT_EQ(RouteHeader(0x3FFFFF'89ABCDEFull, false), (std::vector<std::uint32_t>{0x003FFFFF, 0x89ABCDEF}));
-  EXPECT_EQ(ErrorPacket(0x301, 10, ErrorCode::NotEnumerated).dwords,
-            (std::vector<std::uint32_t>{0x80000000, 0x301, 0x00000A08}));
-  EXPECT_EQ(HotPlugPacket(1, 5, true).dwords, (std::vector<std::uint32_t>{0x80000000, 1, 0x80000005}));
-}
-
-TEST(ControlPacket, DescriptionsNameEveryField) {
-  struct Case {
-    ControlPacket packet;
-    bool up;
-    const char* text;
-  };
-  const Case cases[] = {
-      {{Pdf::Read, {0, 0x301, 0x0C00A000}}, false, "READ route=301 adapter=0 space=router offset=0x000 length=5 seq=1"},
-      {{Pdf::Write, {0x80000000, 1, 0x02182004, 0xDEADBEEF}},
-       true,
-       "WRITE route=1 adapter=3 space=adapter offset=0x004 length=1 seq=0 data=deadbeef"},
-      {{Pdf::Read, {0, 0, 0x24002000}},
-       false,
-       "READ route=0 adapter=0 space=router offset=0x000 length=1 seq=0 reserved=1"},
-      {{Pdf::Notification, {0x80000000, 1, 0xE05}}, true, "ERROR route=1 adapter=14 code=5 (unknown)"},
-      {{Pdf::Notification, {0x80000000, 0, 0x30E}}, true, "ERROR route=0 adapter=3 code=14 (adapter locked)"},
-      {{Pdf::Notification, {0, 1, 0xC0000307}}, false, "ACK route=1 adapter=3 unplug"},
-      {{Pdf::Notification, {0, 1, 0x80000307}}, false, "ACK route=1 adapter=3 plug"},
-      {{Pdf::HotPlug, {0x80000000, 0, 0x80000005}}, true, "UNPLUG route=0 adapter=5"},
-      {{Pdf::InterDomainRequest, {0, 2, 0, 0}}, false, "XDOMAIN-REQUEST route=2 dwords=4"},
-      {{static_cast<Pdf>(9), {0}}, true, "PDF9 dwords=1"},
-      {{Pdf::Read, {0, 0}}, true, "PDF1 dwords=2"},
-  };
-  for (const Case& c : cases) EXPECT_EQ(DescribePacket(c.packet, c.up), c.text);
-}
-
 }  // namespace
 }  // namespace sim

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "sim/fabric_books.h"
-#include "sim/link.h"
 #include "tests/sim/rig.h"
 
 namespace sim::test {
@@ -12,10 +11,7 @@ namespace {
 constexpr unsigned kQuery = 16, kAllocate = 17, kRelease = 18;
 
 struct ResourceBench : Rig {
-  ResourceBench() : Rig("H1") {
-    StartControlRing();
-    Configure(0, 7);
-  }
+  ResourceBench() : Rig("H1") { Manage(); }
   RouterOperations& operations() { return fabric.Find("H1")->operations(); }
   // Bits 30:24 of the control dword: not supported 0x40, else the result.
   unsigned Operate(unsigned opcode, unsigned adapter) {
@@ -43,33 +39,6 @@ TEST(DisplayResources, EachAdapterIsLentOnce) {
   EXPECT_EQ(rig.Errors(), "router 0: display resource of adapter 3\n");
 }
 
-TEST(DisplayResources, RefuseAsTold) {
-  struct Case {
-    const char* what;
-    std::function<void(ResourceBench&)> arrange;
-    unsigned query, allocate;
-  };
-  const Case cases[] = {
-      {"allocation refused", [](ResourceBench& rig) { rig.operations().SetOpcodeResult(kAllocate, 5); }, 0, 5},
-      {"query refused", [](ResourceBench& rig) { rig.operations().SetOpcodeResult(kQuery, 3); }, 3, 0},
-      {"query not supported", [](ResourceBench& rig) { rig.operations().RefuseOpcode(kQuery); }, 0x40, 0},
-      {"allocation not supported", [](ResourceBench& rig) { rig.operations().RefuseOpcode(kAllocate); }, 0, 0x40},
-      {"by fault", [](ResourceBench& rig) { rig.simulation.faults().FailFrom("router.operation-refused", 1); }, 0x40,
-       0x40},
-  };
-  for (const Case& c : cases) {
-    ResourceBench rig;
-    c.arrange(rig);
-    EXPECT_EQ(rig.Operate(kQuery, 5), c.query) << c.what;
-    EXPECT_EQ(rig.Operate(kAllocate, 5), c.allocate) << c.what;
-    EXPECT_EQ(DpReservations(rig.fabric).size(), c.allocate == 0 ? 1u : 0u) << c.what;
-  }
-  ResourceBench again;
-  again.operations().SetOpcodeResult(kAllocate, 5);
-  again.operations().SetOpcodeResult(kAllocate, 0);
-  EXPECT_EQ(again.Operate(kAllocate, 5), 0u);
-}
-
 TEST(DisplayResources, ARouterDrivesAsManyDisplaysAsItsModelSays) {
   RouterModel model = *FindModel("H1");
   for (unsigned sources : {0u, 1u}) {
@@ -92,8 +61,7 @@ TEST(DisplayResources, ARouterDrivesAsManyDisplaysAsItsModelSays) {
 TEST(DisplayResources, ThunderboltHostsKeepTwoSinks) {
   Rig rig("HT");
   rig.fabric.Find("HT")->services().SetSinkState(1, 3);
-  rig.StartControlRing();
-  rig.Configure(0, 5);
+  rig.Manage();
   EXPECT_EQ(rig.Value(0, 0, Space::Router, 0x20 + 16), 0x30u);
   rig.Write(0, 0, Space::Router, 0x20 + 16, {0x31});
   EXPECT_EQ(DpReservations(rig.fabric), std::vector<std::string>{"HT:8"});

@@ -19,8 +19,7 @@ class Storm {
  public:
   explicit Storm(std::uint64_t seed) : rig("H3", seed), random(seed, "storm") {
     for (const char* name : {"D1", "D2", "DOCK", "T1", "T3"}) rig.fabric.AddRouter(name, name);
-    rig.StartControlRing();
-    rig.Configure(0, 15);
+    rig.Manage();
   }
 
   void Step() {

@@ -12,13 +12,7 @@ constexpr unsigned kLane = 0x36;  // lane capability of every model here
 constexpr unsigned kUsb4Port = 0x9C;
 
 struct Cable : Rig {
-  explicit Cable(const char* cables = "H1:1 D1:1", std::uint64_t seed = 0) : Rig("H1", seed) {
-    Build(cables);
-    StartControlRing();
-    Configure(0, 7);
-    Unlock(0, 1);
-    Configure(1, 1);
-  }
+  explicit Cable(const char* cables = "H1:1 D1:1", std::uint64_t seed = 0) : Rig("H1", seed) { Manage(cables); }
   std::uint32_t Lane(std::uint64_t route, unsigned adapter) { return Value(route, adapter, Space::Adapter, kLane + 1); }
   void Target(std::uint64_t route, unsigned adapter, unsigned width) {
     Write(route, adapter, Space::Adapter, kLane + 1, {(Lane(route, adapter) & ~0x3F0u) | width << 4 | 0x8000});
@@ -31,8 +25,7 @@ struct Cable : Rig {
 
 TEST(Link, WordsOfAPortWithNothingInItAndOfARunningLink) {
   Rig empty("H1");
-  empty.StartControlRing();
-  empty.Configure(0, 7);
+  empty.Manage();
   EXPECT_EQ(empty.Value(0, 1, Space::Adapter, kLane), 0x003C013Eu);
   EXPECT_EQ(empty.Value(0, 1, Space::Adapter, kLane + 1), 0x5C18001Cu);
   EXPECT_EQ(empty.Value(0, 1, Space::Adapter, kUsb4Port + 18), 0x00000410u);
@@ -44,20 +37,6 @@ TEST(Link, WordsOfAPortWithNothingInItAndOfARunningLink) {
   EXPECT_EQ(rig.Value(0, 1, Space::Adapter, kUsb4Port + 18), 0x00000510u) << "bondable, USB4";
   EXPECT_EQ(rig.Value(0, 1, Space::Adapter, 4), 0x4B300000u) << "plugged and unlocked";
   EXPECT_EQ(rig.Lane(1, 3), 0x5C18001Cu) << "the next port is empty";
-}
-
-TEST(Link, APlugTrainsBeforeItComesUp) {
-  for (std::uint64_t seed : {0, 1, 2, 3}) {
-    Rig rig("H1", seed);
-    rig.StartControlRing();
-    rig.Configure(0, 7);
-    rig.fabric.AddRouter("D1", "D1");
-    rig.fabric.Plug("H1:1", "D1:1");
-    EXPECT_EQ(rig.Value(0, 1, Space::Adapter, kLane + 1) >> 26 & 0xF, 1u);
-    rig.Run(200 * kMs);
-    EXPECT_EQ(rig.Value(0, 1, Space::Adapter, kLane + 1) >> 26 & 0xF, 2u);
-    EXPECT_EQ(rig.Value(0, 2, Space::Adapter, kLane + 1) >> 26 & 0xF, 2u);
-  }
 }
 
 TEST(Link, BondingNeedsAllFourLanesTakesTimeAndMovesTheBuffers) {
@@ -90,16 +69,6 @@ TEST(Link, AWidthWithoutTheBondingBitChangesNothing) {
   EXPECT_EQ(rig.Lane(0, 1), 0x4814003Cu);
 }
 
-TEST(Link, SlowBondingIsAFault) {
-  Cable rig;
-  rig.simulation.faults().FailFrom("link.slow-bonding", 1);
-  rig.Bond();
-  rig.Run(15 * kMs);
-  EXPECT_EQ(rig.Lane(0, 1) >> 20 & 0x3F, 1u);
-  rig.Run(10 * kMs);
-  EXPECT_EQ(rig.Lane(0, 1) >> 20 & 0x3F, 2u);
-}
-
 TEST(Link, ADisabledSecondLanePartsTheLinkButKeepsItUp) {
   Cable rig;
   rig.Bond();
@@ -118,8 +87,7 @@ TEST(Link, ASingleLaneCableNeverBonds) {
   Rig rig("H1");
   rig.fabric.AddRouter("D1", "D1");
   rig.fabric.Connect("H1:1", "D1:1", {.lanes = 1, .gbpsPerLane = 10});
-  rig.StartControlRing();
-  rig.Configure(0, 7);
+  rig.Manage();
   EXPECT_EQ(rig.Value(0, 1, Space::Adapter, kLane + 1), 0x4818001Cu) << "10 Gb/s x1";
   EXPECT_EQ(rig.Value(0, 2, Space::Adapter, kLane + 1) >> 26 & 0xF, 7u);
   EXPECT_EQ(rig.Value(0, 1, Space::Adapter, kUsb4Port + 18), 0x00000410u) << "bonding is not on offer";
@@ -140,8 +108,6 @@ TEST(Link, AThunderboltPartnerPutsThePortIntoItsMode) {
 
 TEST(Link, ADropResetsTheFarRouterAndComesBack) {
   Cable rig("H1:1 D1:1,D1:3 D2:1");
-  rig.Unlock(1, 3);
-  rig.Configure(0x301, 1);
   rig.Bond();
   rig.Run(1 * kMs);
   rig.fabric.DropLink("D1", 50 * kMs);
@@ -155,8 +121,7 @@ TEST(Link, ADropResetsTheFarRouterAndComesBack) {
 
 TEST(Link, AHastyDockGivesUpUnlessItIsEnumerated) {
   Rig rig("H1");
-  rig.StartControlRing();
-  rig.Configure(0, 7);
+  rig.Manage();
   rig.fabric.AddRouter("HASTY", "dock");
   rig.fabric.Plug("H1:1", "dock:1");
   rig.Run(600 * kMs);
@@ -169,20 +134,6 @@ TEST(Link, AHastyDockGivesUpUnlessItIsEnumerated) {
   rig.Configure(1, 1);
   rig.Run(1000 * kMs);
   EXPECT_EQ(rig.Value(0, 1, Space::Adapter, kLane + 1) >> 26 & 0xF, 2u) << "now it stays";
-}
-
-TEST(Link, UnpluggingInTheMiddleOfTrainingOrBondingLeavesNothingBehind) {
-  for (platform::Time at = 0; at < 30 * kMs; at += 1 * kMs) {
-    Rig rig("H1");
-    rig.fabric.AddRouter("D1", "D1");
-    rig.fabric.Plug("H1:1", "D1:1");
-    rig.Run(at);
-    rig.fabric.Unplug("H1:1");
-    rig.Run(100 * kMs);
-    ASSERT_EQ(rig.fabric.FindAdapter("H1:1")->laneState(), LaneState::Disconnected) << at;
-    ASSERT_EQ(rig.fabric.Find("D1")->upstreamAdapter(), 0u);
-    ASSERT_TRUE(rig.fabric.links().empty());
-  }
 }
 
 }  // namespace

@@ -7,33 +7,6 @@
 namespace sim::test {
 namespace {
 
-TEST(Models, EveryBuiltInModelMakesARouter) {
-  EXPECT_EQ(ModelNames(),
-            (std::vector<std::string>{"D1", "D2", "DOCK", "G1", "G2", "H1", "H2", "H3", "HASTY", "HT", "T1", "T3"}));
-  platform::Simulation simulation;
-  Fabric fabric(simulation);
-  for (const std::string& name : ModelNames()) {
-    Router& router = fabric.AddRouter(name, name);
-    unsigned lanes = 0, pcieUp = 0, usb3Up = 0;
-    for (unsigned n = 1; n <= router.maxAdapter(); ++n) {
-      const Adapter& adapter = *router.adapter(n);
-      lanes += adapter.isLane() ? 1u : 0u;
-      pcieUp += adapter.type() == kTypePcieUp ? 1u : 0u;
-      usb3Up += adapter.type() == kTypeUsb3Up ? 1u : 0u;
-      if (!adapter.isLane()) continue;
-      EXPECT_NE(adapter.laneCapability, 0u) << adapter.Name();
-      EXPECT_EQ(adapter.pair()->pair(), &adapter) << adapter.Name();
-      EXPECT_EQ(adapter.usb4Capability != 0 && adapter.tmuCapability != 0, router.model().usb4()) << adapter.Name();
-    }
-    EXPECT_GE(lanes, 2u) << name;
-    EXPECT_EQ(router.services().tmuCapability != 0, router.model().usb4()) << name;
-    EXPECT_EQ(pcieUp, router.isHost() ? 0u : 1u) << name;
-    const bool noUsb3 = router.isHost() || name == "T3" || name == "G1" || name == "G2";
-    EXPECT_EQ(usb3Up, noUsb3 ? 0u : 1u) << name;
-    EXPECT_EQ(router.services().plugEventsCapability == 0, router.model().usb4()) << name;
-  }
-}
-
 TEST(Models, AdaptersAsTheMachinesReportThem) {
   struct Case {
     const char* port;
@@ -134,6 +107,29 @@ type = "lane"
   EXPECT_EQ(router.adapter(1)->space().Get(0x36), 0x003C01FFu) << "out of range";
 }
 
+TEST(ModelFile, TunnelLimitsStandAsWritten) {
+  const RouterModel model = ParseModel(R"(
+max-adapter = 3
+[[adapter]]
+numbers = [1]
+type = "usb3-up"
+usb3-scale = 5
+usb3-rate = 10000
+[[adapter]]
+numbers = [2]
+type = "dp-in"
+[[adapter]]
+numbers = [3]
+type = "dp-in"
+dp-link = [5400, 2]
+)",
+                                       "m.toml");
+  EXPECT_EQ(model.adapters[1].usb3Scale, 5u);
+  EXPECT_EQ(model.adapters[1].usb3RateMbps, 10000u);
+  EXPECT_EQ(model.adapters[2].dpLink, (DpRate{8100, 4}));
+  EXPECT_EQ(model.adapters[3].dpLink, (DpRate{5400, 2}));
+}
+
 TEST(ModelFile, MistakesAreNamedWithLineAndColumn) {
   struct Case {
     const char* text;
@@ -147,6 +143,13 @@ TEST(ModelFile, MistakesAreNamedWithLineAndColumn) {
       {"max-adapter = 2\n[[adapter]]\nnumbers = [1]\ntype = \"lan\"\n", "m.toml:4:8: unknown adapter type \"lan\""},
       {"max-adapter = 2\n[[adapter]]\nnumbers = [3]\n", "m.toml:2:1: adapter 3 is above the highest adapter"},
       {"max-adapter = 2\n[[adapter]]\nnumbers = [1]\nhop = 9\nhops = 9\n", "m.toml:5:8: unknown key \"hops\""},
+      {"[[adapter]]\nnumbers = []\nusb3-rate = 5000\n", "m.toml:1:1: usb3-rate must be 10000 or 20000"},
+      {"[[adapter]]\nnumbers = []\ndp-link = [5400]\n",
+       "m.toml:1:1: dp-link must be [1620, 2700, 5400 or 8100, 1, 2 or 4]"},
+      {"[[adapter]]\nnumbers = []\ndp-link = [5401, 2]\n",
+       "m.toml:1:1: dp-link must be [1620, 2700, 5400 or 8100, 1, 2 or 4]"},
+      {"[[adapter]]\nnumbers = []\ndp-link = [5400, 3]\n",
+       "m.toml:1:1: dp-link must be [1620, 2700, 5400 or 8100, 1, 2 or 4]"},
       {"[drom]\nvendor = 1\n", "m.toml:2:10: unknown key \"vendor\""},
       {"[chains]\nlane = 3\n", "m.toml:2:8: lane must be an array of tables"},
       {"[[adapter]]\nnumbers = 1\n", "m.toml:2:11: numbers must be an array of numbers"},

@@ -9,14 +9,9 @@ namespace {
 
 struct EntryBench : Rig {
   explicit EntryBench(std::uint64_t seed = 0) : Rig("H1", seed) {
-    Build("H1:1 D1:1");
-    StartControlRing();
-    Configure(0, 7);
-    Unlock(0, 1);
-    Configure(1, 1);
+    Manage("H1:1 D1:1");
     Wire();
   }
-  Adapter& adapter(const char* port) { return *fabric.FindAdapter(port); }
   void WriteEntry(std::uint64_t route, unsigned number, unsigned hop, std::uint32_t word0, std::uint32_t word1) {
     Write(route, number, Space::Path, 2 * hop, {word0, word1});
   }
@@ -66,18 +61,6 @@ TEST(PathEntry, ComplainsAboutWhatNoManagerShouldWrite) {
   }
 }
 
-TEST(PathEntry, CounterSetsAreThereAsTheModelSays) {
-  struct Case {
-    unsigned adapter, set;
-    bool there;
-  };
-  for (const Case& c : {Case{1, 3, true}, {1, 4, false}, {2, 0, false}, {3, 1, true}, {3, 2, false}, {4, 0, true}}) {
-    EntryBench rig;
-    rig.Write(0, c.adapter, Space::Counters, 3 * c.set, {0, 0, 0});
-    EXPECT_EQ(rig.Errors().empty(), c.there) << c.adapter << " set " << c.set;
-  }
-}
-
 TEST(PathEntry, StaysPendingForZeroToTwentyReads) {
   std::set<unsigned> seen;
   for (std::uint64_t seed = 1; seed <= 60; ++seed) {
@@ -96,19 +79,6 @@ TEST(PathEntry, StaysPendingForZeroToTwentyReads) {
 TEST(PathEntry, AnEntryThatWasNotValidDoesNotBecomePending) {
   EntryBench rig;
   rig.WriteEntry(0, 3, 8, 0x000E0809, 0x03000301);
-  EXPECT_EQ(rig.Value(0, 3, Space::Path, 17), 0x03000301u);
-}
-
-TEST(PathEntry, NeverDrainsUnderItsFault) {
-  EntryBench rig;
-  rig.simulation.faults().FailFrom("path.never-drains", 1);
-  rig.WriteEntry(0, 3, 8, 0x800E0809, 0x03000301);
-  rig.WriteEntry(0, 3, 8, 0x000E0809, 0x03000301);
-  for (int i = 0; i < 50; ++i) {
-    EXPECT_EQ(rig.Value(0, 3, Space::Path, 17), 0x13000301u);
-    rig.Run(100 * kMs);
-  }
-  rig.simulation.faults().HealAll();
   EXPECT_EQ(rig.Value(0, 3, Space::Path, 17), 0x03000301u);
 }
 

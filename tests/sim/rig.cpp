@@ -5,6 +5,8 @@
 
 #include <sstream>
 
+#include "sim/link.h"
+
 namespace sim::test {
 namespace {
 
@@ -142,6 +144,19 @@ void Rig::Configure(std::uint64_t route, unsigned upstream) {
   Run(10 * kMs);
 }
 
+void Rig::Manage(const std::string& cables) {
+  Build(cables);
+  StartControlRing();
+  Configure(0, fabric.Find(hostName)->upstreamAdapter());
+  for (const auto& router : fabric.routers()) {
+    const unsigned upstream = router->upstreamAdapter();
+    if (router->isHost() || upstream == 0) continue;
+    const Adapter* above = router->adapter(upstream)->link->Opposite(*router->adapter(upstream));
+    Unlock(above->router().place().route, above->number());
+    Configure(router->place().route, upstream);
+  }
+}
+
 void Rig::Acknowledge(std::uint64_t route, unsigned adapter, bool unplug) {
   Send(Pdf::Notification, route, 7 | adapter << 8 | (unplug ? 3u : 2u) << 30);
   Run(1 * kMs);
@@ -152,9 +167,9 @@ void Rig::Unlock(std::uint64_t route, unsigned adapter) {
   Write(route, adapter, Space::Adapter, 4, {Value(route, adapter, Space::Adapter, 4) & 0x7FFFFFFF});
 }
 
-std::string Rig::Errors() {
+std::string Text(const ProtocolErrors& errors) {
   std::string text;
-  for (const ProtocolError& error : fabric.errors().list()) text += error.text + "\n";
+  for (const ProtocolError& error : errors.list()) text += error.text + "\n";
   return text;
 }
 

@@ -24,6 +24,9 @@ inline platform::SimulationOptions Options(std::uint64_t seed) {
   return options;
 }
 
+// Everything that the model holds against its driver, one a line.
+std::string Text(const ProtocolErrors& errors);
+
 class FakeSlot final : public platform::PciSlot {
  public:
   explicit FakeSlot(platform::Simulation& simulation) : simulation_(simulation), memory_(0x40000, 0xCC) {}
@@ -105,14 +108,16 @@ class Rig {
                     const std::vector<std::uint32_t>& data);
   // First dword of a read that must succeed.
   std::uint32_t Value(std::uint64_t route, unsigned adapter, Space space, unsigned offset);
+  // Builds the cables, starts the control ring and configures every router from the top, opening the ports between.
+  void Manage(const std::string& cables = "");
   // Writes the header of the router at `route` as a manager does; of a USB4 router also the ready request.
   void Configure(std::uint64_t route, unsigned upstream);
   void Acknowledge(std::uint64_t route, unsigned adapter, bool unplug);
   void Unlock(std::uint64_t route, unsigned adapter);
 
+  Adapter& adapter(const char* port) { return *fabric.FindAdapter(port); }
   std::string Wire() { return fabric.wire(hostName).log().TakeText(); }
-  // Everything that the model holds against its driver, one a line.
-  std::string Errors();
+  std::string Errors() { return Text(fabric.errors()); }
   std::uint32_t ReceiveWord(unsigned index) const { return slot.Word(kReceiveTable + 16 * index + 8); }
   std::uint32_t TransmitWord(unsigned index) const { return slot.Word(kTransmitTable + 16 * index + 8); }
 

@@ -8,9 +8,8 @@ namespace sim::test {
 namespace {
 
 struct ConfiguredHost : Rig {
-  explicit ConfiguredHost(const char* model = "H1", unsigned upstream = 7, std::uint64_t seed = 0) : Rig(model, seed) {
-    StartControlRing();
-    Configure(0, upstream);
+  explicit ConfiguredHost(const char* model = "H1") : Rig(model) {
+    Manage();
     Wire();
   }
 };
@@ -24,20 +23,8 @@ TEST(RouterAccess, TheHeaderAnswersBeforeConfigurationAndTellsTheUpstreamAdapter
   EXPECT_EQ(rig.Read(0, 0, Space::Router, 6),
             "READ route=0 adapter=7 space=router offset=0x006 length=1 seq=0 data=01000000");
   EXPECT_EQ(rig.Read(0, 1, Space::Adapter, 0), "ERROR route=0 adapter=1 code=8 (router not enumerated)");
-  EXPECT_EQ(rig.Errors(), "");
-}
-
-TEST(RouterAccess, RoundTripTakesAsLongAsRealOnes) {
-  for (std::uint64_t seed = 0; seed < 20; ++seed) {
-    Rig rig("H1", seed);
-    rig.StartControlRing();
-    rig.Send(Pdf::Read, 0, 0x04002000);
-    rig.Run(5 * kMs);
-    ASSERT_EQ(rig.slot.messages.back().number, 1u);
-    const platform::Time took = rig.slot.messages.back().when;
-    EXPECT_GE(took, 60 * kUs) << seed;
-    EXPECT_LE(took, 300 * kUs) << seed;
-  }
+  EXPECT_EQ(rig.Write(0, 0, Space::Router, 5, {1}), "ERROR route=0 adapter=0 code=8 (router not enumerated)");
+  EXPECT_EQ(rig.Errors(), "") << "a router that was reset meanwhile says so, which is no mistake";
 }
 
 TEST(RouterAccess, EachCauseHasItsErrorPacket) {
@@ -56,13 +43,14 @@ TEST(RouterAccess, EachCauseHasItsErrorPacket) {
       {24, Space::Adapter, 0, 8, "ERROR route=0 adapter=24 code=4 (no such adapter)"},
       {0, Space::Adapter, 0, 8, "ERROR route=0 adapter=0 code=4 (no such adapter)"},
       {1, Space::Path, 64, 2, "ERROR route=0 adapter=1 code=2 (no such address or space)"},
+      {1, Space::Counters, 12, 3, "ERROR route=0 adapter=1 code=2 (no such address or space)"},
       {2, Space::Counters, 0, 3, "ERROR route=0 adapter=2 code=2 (no such address or space)"},
       {1, Space::Counters, 9, 3,
        "READ route=0 adapter=1 space=counters offset=0x009 length=3 seq=0 data=00000000 00000000 00000000"},
       {1, Space::Path, 62, 2, "READ route=0 adapter=1 space=path offset=0x03e length=2 seq=0 data=00000000 00000000"},
       {1, Space::Path, 0, 2, "READ route=0 adapter=1 space=path offset=0x000 length=2 seq=0 data=80040001 21000001"},
   };
-  ConfiguredHost rig("H3", 15);
+  ConfiguredHost rig("H3");
   for (const Case& c : cases) EXPECT_EQ(rig.Read(0, c.adapter, c.space, c.offset, c.length), c.answer);
   EXPECT_EQ(rig.Errors(), "") << "asking for what is not there is no mistake";
 }
@@ -117,17 +105,6 @@ TEST(RouterAccess, HeaderBitsAddressBitsAndCrcAreChecked) {
             "router 0: packet of type 4\n");
 }
 
-TEST(RouterAccess, TheSequenceNumberComesBack) {
-  ConfiguredHost rig;
-  for (std::uint32_t sequence = 0; sequence < 4; ++sequence) {
-    rig.Send(Pdf::Read, 0, 0x04002000 | sequence << 27);
-    rig.Run(1 * kMs);
-    EXPECT_NE(
-        rig.Wire().find("<- READ route=0 adapter=7 space=router offset=0x000 length=1 seq=" + std::to_string(sequence)),
-        std::string::npos);
-  }
-}
-
 TEST(RouterAccess, ImproperWritesAreBlamedOnceWithTheirPlace) {
   struct Case {
     unsigned adapter;
@@ -149,8 +126,6 @@ TEST(RouterAccess, ImproperWritesAreBlamedOnceWithTheirPlace) {
       {1, Space::Adapter, 0xAF, {0}, "router 0 adapter 1: preserved bits 0x00000006 of adapter dword 175 changed\n"},
       {1, Space::Adapter, 9, {1}, "router 0 adapter 1: write to unknown adapter dword 9\n"},
       {0, Space::Router, 0x1B, {0}, "router 0: write to unknown router dword 27\n"},
-      {3, Space::Path, 16, {0x7E000000, 0}, "router 0 adapter 3: reserved bits 0x7e000000 of path dword 16 written\n"},
-      {3, Space::Path, 17, {0xE00000F0}, "router 0 adapter 3: reserved bits 0xe00000f0 of path dword 17 written\n"},
       {1,
        Space::Path,
        0,
@@ -174,13 +149,6 @@ TEST(RouterAccess, ImproperWritesAreBlamedOnceWithTheirPlace) {
   }
 }
 
-TEST(RouterAccess, NothingButTheHeaderIsWrittenBeforeConfiguration) {
-  Rig rig;
-  rig.StartControlRing();
-  EXPECT_EQ(rig.Write(0, 0, Space::Router, 5, {1}), "ERROR route=0 adapter=0 code=8 (router not enumerated)");
-  EXPECT_EQ(rig.Errors(), "") << "a router that was reset meanwhile says so, which is no mistake";
-}
-
 TEST(RouterAccess, ATopologyThatIsNotTrueIsBlamed) {
   Rig rig;
   rig.StartControlRing();
@@ -202,18 +170,6 @@ TEST(RouterAccess, TheLockOpensOnZeroAndStaysAsItIsOnOne) {
   EXPECT_EQ(rig.Value(0, 1, Space::Adapter, 4), 0x0B300000u);
   rig.Write(0, 1, Space::Adapter, 4, {0x8B300005});
   EXPECT_EQ(rig.Value(0, 1, Space::Adapter, 4), 0x0B300005u);
-}
-
-TEST(RouterAccess, APathSwitchedOffStaysPendingForAWhile) {
-  ConfiguredHost rig;
-  rig.Write(0, 3, Space::Path, 16, {0x80000809, 0x01000000});
-  rig.Write(0, 3, Space::Path, 16, {0x00000809, 0x01000000});
-  EXPECT_EQ(rig.Value(0, 3, Space::Path, 17), 0x11000000u);
-  EXPECT_EQ(rig.Value(0, 3, Space::Path, 17), 0x01000000u);
-  rig.simulation.faults().FailFrom("path.never-drains", 1);
-  rig.Write(0, 3, Space::Path, 16, {0x80000809, 0x01000000});
-  rig.Write(0, 3, Space::Path, 16, {0x00000809, 0x01000000});
-  for (int read = 0; read < 50; ++read) ASSERT_EQ(rig.Value(0, 3, Space::Path, 17), 0x11000000u);
 }
 
 }  // namespace

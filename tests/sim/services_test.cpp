@@ -9,13 +9,7 @@ namespace sim::test {
 namespace {
 
 struct Hub : Rig {
-  explicit Hub(std::uint64_t seed = 0) : Rig("H1", seed) {
-    Build("H1:1 D1:1");
-    StartControlRing();
-    Configure(0, 7);
-    Unlock(0, 1);
-    Configure(1, 1);
-  }
+  explicit Hub(std::uint64_t seed = 0) : Rig("H1", seed) { Manage("H1:1 D1:1"); }
   std::uint32_t Operation(std::uint64_t route, std::uint32_t opcode, std::uint32_t metadata) {
     Write(route, 0, Space::Router, 25, {metadata});
     Write(route, 0, Space::Router, 26, {0x80000000 | opcode});
@@ -50,29 +44,6 @@ TEST(RouterOperations, UnknownRefusedBusyAndStuck) {
   EXPECT_EQ(rig.Operation(1, 0x10, 0), 0x80000010u);
 }
 
-TEST(RouterOperations, DisplayResourcesAreReservedOnce) {
-  Hub rig;
-  struct Step {
-    std::uint32_t opcode, adapter, status;
-  };
-  const Step steps[] = {
-      {0x10, 5, 0x00000010}, {0x11, 5, 0x00000011}, {0x10, 5, 0x01000010}, {0x11, 5, 0x01000011}, {0x11, 6, 0x00000011},
-      {0x12, 5, 0x00000012}, {0x12, 5, 0x00000012}, {0x10, 5, 0x00000010}, {0x11, 3, 0x01000011},
-  };
-  for (const Step& step : steps)
-    EXPECT_EQ(rig.Operation(0, step.opcode, step.adapter), step.status)
-        << std::hex << step.opcode << " " << step.adapter;
-  EXPECT_EQ(rig.Errors(), "router 0: display resource of adapter 3\n");
-  EXPECT_EQ(rig.Operation(1, 0x10, 5), 0x40000010u) << "a hub has no sources";
-}
-
-TEST(Drom, CrcOfKnownUids) {
-  const std::uint8_t first[8] = {0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x09, 0x01};
-  const std::uint8_t second[8] = {0x00, 0xCE, 0x8C, 0xBA, 0xB4, 0x7F, 0x56, 0x00};
-  EXPECT_EQ(DromCrc8(first, 8), 0x61);
-  EXPECT_EQ(DromCrc8(second, 8), 0xBB);
-}
-
 TEST(Drom, PortEntriesSayWhatIsDisabledAndWhichLanesPair) {
   const std::vector<std::uint8_t> image = BuildDrom(*FindModel("D2"));
   const std::vector<std::uint8_t> lanes(image.begin() + 24, image.begin() + 40);
@@ -85,54 +56,21 @@ TEST(Drom, PortEntriesSayWhatIsDisabledAndWhichLanesPair) {
   EXPECT_TRUE(BuildDrom(*FindModel("T3")).empty());
 }
 
-TEST(TimeManagement, ClocksDifferUntilTheHostsTimeIsPosted) {
-  Hub rig;
-  const unsigned tmu = 0x28;
-  auto localTime = [&](std::uint64_t route) {
-    const std::string answer = rig.Read(route, 0, Space::Router, tmu + 1, 3);
-    const std::size_t at = answer.find("data=") + 5;
-    std::uint64_t words[3];
-    for (int i = 0; i < 3; ++i)
-      words[i] = std::stoull(answer.substr(at + 9 * static_cast<std::size_t>(i), 8), nullptr, 16);
-    return (words[2] & 0xFFFF) << 48 | words[1] << 16 | words[0] >> 16;
-  };
-  const std::uint64_t before = localTime(0);
-  EXPECT_LT(before, 1'000'000'000u) << "nanoseconds since the start";
-  EXPECT_GT(localTime(1), 1'000'000'000u);
-
-  rig.Write(1, 0, Space::Router, tmu, {rig.Value(1, 0, Space::Router, tmu) | 1u << 27});
-  rig.Write(1, 0, Space::Router, tmu + 22,
-            {static_cast<std::uint32_t>(before), static_cast<std::uint32_t>(before >> 32)});
-  rig.Write(1, 0, Space::Router, tmu + 24, {1, 0});
-  EXPECT_EQ(rig.Value(1, 0, Space::Router, tmu + 24), 1u) << "not taken at once";
-  rig.Run(20 * kMs);
-  EXPECT_EQ(rig.Value(1, 0, Space::Router, tmu + 24), 0u);
-  EXPECT_LT(localTime(1), 1'000'000'000u);
-  EXPECT_EQ(rig.Errors(), "");
-
-  rig.fabric.Find("D1")->services().SetPostingTime(1000 * kMs);
-  rig.Write(1, 0, Space::Router, tmu + 24, {1, 0});
-  rig.Run(990 * kMs);
-  EXPECT_EQ(rig.Value(1, 0, Space::Router, tmu + 24), 1u);
-}
-
 TEST(Configuration, ReadyAndSleepReadyFollowTheirRequests) {
-  for (std::uint64_t seed : {0, 1, 2, 3}) {
-    Rig rig("H1", seed);
-    rig.Build("H1:1 D1:1");
-    rig.StartControlRing();
-    rig.Configure(0, 7);
-    rig.Unlock(0, 1);
-    rig.Write(1, 0, Space::Router, 1, {0x0314C128 | 1u << 20, 1, 0x80000000, 0x2000100A});
-    EXPECT_EQ(rig.Value(1, 0, Space::Router, 6), 0x01000000u) << "nobody asked";
-    rig.Write(1, 0, Space::Router, 5, {0x80800000});
-    rig.Run(10 * kMs);
-    EXPECT_EQ(rig.Value(1, 0, Space::Router, 6), 0x03000000u);
-    rig.Write(1, 0, Space::Router, 5, {0x80800001});
-    rig.Run(25 * kMs);
-    EXPECT_EQ(rig.Value(1, 0, Space::Router, 6), 0x03000001u);
-    EXPECT_EQ(rig.Errors(), "") << seed;
-  }
+  Rig rig("H1");
+  rig.Build("H1:1 D1:1");
+  rig.StartControlRing();
+  rig.Configure(0, 7);
+  rig.Unlock(0, 1);
+  rig.Write(1, 0, Space::Router, 1, {0x0314C128 | 1u << 20, 1, 0x80000000, 0x2000100A});
+  EXPECT_EQ(rig.Value(1, 0, Space::Router, 6), 0x01000000u) << "nobody asked";
+  rig.Write(1, 0, Space::Router, 5, {0x80800000});
+  rig.Run(10 * kMs);
+  EXPECT_EQ(rig.Value(1, 0, Space::Router, 6), 0x03000000u);
+  rig.Write(1, 0, Space::Router, 5, {0x80800001});
+  rig.Run(25 * kMs);
+  EXPECT_EQ(rig.Value(1, 0, Space::Router, 6), 0x03000001u);
+  EXPECT_EQ(rig.Errors(), "");
 }
 
 }  // namespace

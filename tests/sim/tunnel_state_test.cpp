@@ -36,8 +36,8 @@ struct TunnelBench : Rig {
     host.SetPower(FunctionPower::D0);
     Run(200 * kMs);
   }
-  Adapter& adapter(const char* port) { return *fabric.FindAdapter(port); }
-  // What is left at one router: "configured entry pcie usb3 dp set-aside allocated", and the reservation.
+  // What is left at one router: "configured entries pcie usb3 dp set-aside allocated", its lane's width and lock, the
+  // port's marks, and the reservation.
   std::string Left(const char* name, const char* pcie, const char* usb3, const char* dp) {
     const std::string lane = std::string(name) + ":1";
     auto on = [this](const char* port, unsigned offset) { return adapter(port).space().Get(offset) >> 31 != 0; };
@@ -47,7 +47,10 @@ struct TunnelBench : Rig {
     if (on(usb3, 0x0A)) text += " usb3";
     if (on(dp, 0x39)) text += " dp";
     text += " " + std::to_string(adapter(lane.c_str()).setAsideBuffers());
-    return text + " " + std::to_string(adapter(lane.c_str()).allocatedBuffers());
+    text += " " + std::to_string(adapter(lane.c_str()).allocatedBuffers());
+    text += " x" + std::to_string(adapter(lane.c_str()).negotiatedWidth());
+    text += adapter(lane.c_str()).locked() ? " locked " : " open ";
+    return text + std::to_string(adapter(lane.c_str()).space().Get(0x9C + 19) & 0xF);
   }
   std::string Left() {
     const std::vector<std::string> reserved = DpReservations(fabric);
@@ -57,13 +60,14 @@ struct TunnelBench : Rig {
 };
 
 TEST(TunnelState, IsKeptAndLostAsTheTableSays) {
-  constexpr const char* kAll = "configured entries pcie usb3 dp 5 2 reserved |configured entries pcie usb3 dp 12 3";
-  constexpr const char* kNear = "configured entries pcie usb3 dp 5 2 reserved | 0 0";
-  constexpr const char* kNothing = " 0 0 | 0 0";
+  constexpr const char* kAll =
+      "configured entries pcie usb3 dp 5 2 x2 open 14 reserved |configured entries pcie usb3 dp 12 3 x2 open 14";
+  const std::string nearSide = "configured entries pcie usb3 dp 5 2 x1 locked 14 reserved |";
+  constexpr const char* kNothing = " 0 0 x1 locked 6 | 0 0 x1 open 6";
   struct Case {
     const char* what;
     std::function<void(TunnelBench&)> act;
-    const char* left;
+    std::string left;
     bool live;
   };
   const Case cases[] = {
@@ -77,8 +81,8 @@ TEST(TunnelState, IsKeptAndLostAsTheTableSays) {
          rig.fabric.DropLink("D1", 10 * kMs);
          rig.Run(200 * kMs);
        },
-       kNear, false},
-      {"unplug", [](TunnelBench& rig) { rig.fabric.Unplug("D1"); }, kNear, false},
+       nearSide + " 0 0 x1 open 6", false},
+      {"unplug", [](TunnelBench& rig) { rig.fabric.Unplug("D1"); }, nearSide + " 0 0 x1 locked 6", false},
   };
   for (const Case& c : cases) {
     TunnelBench rig;
@@ -90,13 +94,15 @@ TEST(TunnelState, IsKeptAndLostAsTheTableSays) {
   }
 }
 
-TEST(TunnelState, ASleepingRouterHasDrained) {
+TEST(TunnelState, ASleepingRouterHasDrainedAndReportsNothingThatWasThereBefore) {
   TunnelBench rig;
+  rig.Write(0, 1, Space::Adapter, 5, {rig.Value(0, 1, Space::Adapter, 5) & 0x7FFFFFFF});
   rig.Write(0, 3, Space::Path, 16, {0x000E0808, 0x03000301});
   EXPECT_TRUE(rig.adapter("H1:3").pathPending(8));
   rig.Cycle(true, FunctionPower::D3Hot);
   EXPECT_FALSE(rig.adapter("H1:3").pathPending(8));
   EXPECT_EQ(rig.Value(0, 3, Space::Path, 17), 0x03000301u);
+  EXPECT_EQ(rig.Wire().find("PLUG"), std::string::npos);
 }
 
 TEST(TunnelState, ADeviceThatLendsDisplaySourcesForgetsWithItsSupply) {

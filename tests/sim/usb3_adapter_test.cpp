@@ -11,12 +11,7 @@ namespace sim::test {
 namespace {
 
 struct Usb3Bench : Rig {
-  explicit Usb3Bench(std::uint64_t seed = 0) : Rig("H1", seed) {
-    Build("H1:1 D1:1");
-    StartControlRing();
-    Configure(0, 7);
-  }
-  Adapter& adapter(const char* port) { return *fabric.FindAdapter(port); }
+  explicit Usb3Bench(std::uint64_t seed = 0) : Rig("H1", seed) { Manage("H1:1 D1:1"); }
   std::uint32_t Dword(unsigned n) { return Value(0, 4, Space::Adapter, 0x0A + n); }
   void SetDword(unsigned n, std::uint32_t value) { Write(0, 4, Space::Adapter, 0x0A + n, {value}); }
 };
@@ -78,15 +73,6 @@ TEST(Usb3Adapter, BandwidthIsWrittenUnderConsentOnly) {
   EXPECT_EQ(spill.Dword(2), 0x80FFFFFFu);
 }
 
-TEST(Usb3Adapter, UnitsHoldTheirMegabits) {
-  struct Case {
-    unsigned mbps, scale, units;
-  };
-  for (const Case& c :
-       {Case{1000, 0, 245}, {1004, 0, 246}, {1003, 0, 245}, {18000, 1, 2198}, {9000, 0, 2198}, {0, 3, 0}, {1, 15, 1}})
-    EXPECT_EQ(Usb3Units(c.mbps, c.scale), c.units) << c.mbps << " scale " << c.scale;
-}
-
 TEST(Usb3Adapter, FactsShowInTheRegistersAndSurviveAReset) {
   Usb3Bench rig;
   EXPECT_EQ(rig.Dword(3), 1u) << "a host router holds 18000 Mb/s in 12 bits";
@@ -120,14 +106,6 @@ TEST(Usb3Adapter, TheLinkRunsAtTheRateOfTheSlowerEndOnceItsTunnelWorks) {
   EXPECT_EQ(rig.Dword(4) & 0xFF, 0x81u);
   rig.fabric.Unplug("D1");
   EXPECT_EQ(rig.Dword(4) & 0xFF, 0u);
-}
-
-TEST(Usb3Adapter, ModelsMaySayScaleAndRate) {
-  const std::string text = "name = \"X\"\nmax-adapter = 2\n[[adapter]]\nnumbers = [1]\ntype = \"usb3-up\"\n";
-  const RouterModel model = ParseModel(text + "usb3-scale = 5\nusb3-rate = 10000\n", "X");
-  EXPECT_EQ(model.adapters[1].usb3Scale, 5u);
-  EXPECT_EQ(model.adapters[1].usb3RateMbps, 10000u);
-  EXPECT_THROW(ParseModel(text + "usb3-rate = 5000\n", "X"), ModelError);
 }
 
 }  // namespace
