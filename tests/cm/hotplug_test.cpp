@@ -54,25 +54,6 @@ WORLD_TEST(Hotplug, RoutersComeAndGoWithTheirCables) {
   }
 }
 
-// A cable pulled and plugged in again at every moment of the first plug's handling.
-WORLD_TEST(Hotplug, ACableThatIsReseatedAtAnyPacketEndsPlugged) {
-  for (std::uint64_t packet = 5; packet < 600; packet += 37) {
-    SCOPED_TRACE(packet);
-    World world("H1");
-    ASSERT_EQ(world.Start(), 0);
-    world.Quiet();
-    world.AtPacket(packet, [&world] {
-      world.fabric().Unplug("H1:1");
-      world.fabric().Plug("H1:1", "D1:1");
-    });
-    world.Plug("H1:1 - D1:1");
-    world.Quiet();
-    EXPECT_EQ(Routes(world), "0 1 ");
-    world.Finish();
-    if (testing::Test::HasFailure()) return;
-  }
-}
-
 WORLD_TEST(Hotplug, WhatChangedDuringSleepIsSeenAfterwards) {
   World world("H1:1 - D1:1, D1:3 - D2:1");
   ASSERT_EQ(world.Start(), 0);
@@ -88,18 +69,6 @@ WORLD_TEST(Hotplug, WhatChangedDuringSleepIsSeenAfterwards) {
   world.Resume();
   world.Quiet();
   EXPECT_EQ(Routes(world), "0 1 501 ");
-}
-
-WORLD_TEST(Hotplug, APlugWakesAnIdleDevice) {
-  World world("H1:1 - D1:1");
-  ASSERT_EQ(world.Start(), 0);
-  world.Quiet();
-  world.Pass(30 * platform::kSecond);
-  ASSERT_EQ(world.kernel().Power(world.machine().device()), platform::DevicePower::D3);
-  world.Plug("D1:3 - T3:1");
-  world.Pass(5 * platform::kSecond);
-  EXPECT_EQ(world.kernel().Power(world.machine().device()), platform::DevicePower::D0);
-  EXPECT_EQ(Routes(world), "0 1 301 ");
 }
 
 WORLD_TEST(Hotplug, EventsForWhatIsNotThereOrLeadsUpChangeNothing) {

@@ -76,31 +76,6 @@ WORLD_TEST(TunnelLifetime, WhatRunsThroughAnUnpluggedRouterGoesWithIt) {
   EXPECT_LT(last, unmarked);
 }
 
-WORLD_TEST(TunnelLifetime, TheDeviceRestsWhenThereAreNone) {
-  ChainBench bench;
-  const auto power = [&bench] { return bench.kernel().Power(bench.machine().device()); };
-  bench.Pass(60 * platform::kSecond);
-  EXPECT_EQ(power(), platform::DevicePower::D0) << "there are tunnels";
-  bench.Unplug("DOCK");
-  bench.Pass(60 * platform::kSecond);
-  EXPECT_EQ(power(), platform::DevicePower::D0);
-  bench.Unplug("D1");
-  bench.Quiet();
-  bench.Pass(13 * platform::kSecond);
-  EXPECT_EQ(power(), platform::DevicePower::D0);
-  bench.Pass(4 * platform::kSecond);
-  EXPECT_EQ(power(), platform::DevicePower::D3) << "15 s without anything to carry";
-  EXPECT_EQ(bench.adapter("H1:1").space().Get(0xAF) & 0x00070008u, 0x00010000u)
-      << "nothing is configured behind the port, so it wakes on a connect";
-  bench.Plug("H1:1 - D1:1");
-  bench.Plug("D1:3 - DOCK:1");
-  bench.Pass(10 * platform::kSecond);
-  bench.Quiet();
-  EXPECT_EQ(power(), platform::DevicePower::D0);
-  EXPECT_EQ(bench.Sorted(), kChain);
-  EXPECT_EQ(bench.Books(), "");
-}
-
 WORLD_TEST(TunnelLifetime, PcieAndUsb3AreNotTouchedBySleep) {
   std::string programmed;  // outlives the wire's listener
   unsigned broken = 0;
@@ -292,39 +267,6 @@ WORLD_TEST(TunnelLifetime, LeftoversOfFirmwareAreClearedOnRequest) {
     }
     bench.Finish();
   }
-}
-
-// The whole chain while the world changes at packet after packet of its coming up.
-TEST(TunnelLifetime, WhateverHappensWhenTheChainComesUpInTheEnd) {
-  const struct {
-    const char* what;
-    void (*act)(TunnelBench& bench);
-    void (*heal)(TunnelBench& bench);
-  } kCases[] = {
-      {"reseated",
-       [](TunnelBench& bench) {
-         bench.fabric().Unplug("D1");
-         bench.At(platform::kSecond, [&bench] { bench.fabric().Plug("H1:1", "D1:1"); });
-       },
-       [](TunnelBench&) {}},
-      {"sleep", [](TunnelBench& bench) { bench.kernel().SystemSleepAsync(platform::SystemPowerAction::Sleep); },
-       [](TunnelBench& bench) { bench.Resume(); }},
-  };
-  for (const auto& test : kCases)
-    for (std::uint64_t packet = 20; packet < 2400; packet += 61) {
-      SCOPED_TRACE(std::string(test.what) + " at packet " + std::to_string(packet));
-      TunnelBench bench("H1:1 - D1:1, D1:3 - DOCK:1", kBoth);
-      bench.fabric().PlugDisplay("DOCK:10");
-      bench.AtPacket(packet, [&] { test.act(bench); });
-      static_cast<void>(bench.Start());
-      bench.Pass(20 * platform::kSecond);
-      test.heal(bench);
-      bench.Quiet(60 * platform::kSecond);
-      EXPECT_EQ(Count(bench.Tunnels(), "\n"), 5u) << bench.Tunnels();
-      EXPECT_EQ(bench.Books(), "");
-      bench.Finish();
-      if (testing::Test::HasFailure()) return;
-    }
 }
 
 }  // namespace

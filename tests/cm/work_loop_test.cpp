@@ -69,45 +69,6 @@ WORLD_TEST(WorkLoop, AcknowledgesAfterHandling) {
   EXPECT_NE(wire.find("-> READ route=1"), std::string::npos);
 }
 
-WORLD_TEST(WorkLoop, TwoEventsBeforeTheRunMakeOneRun) {
-  World world;
-  world.Start();
-  world.Quiet();
-  world.Wire();
-  world.InDevice([](DEVICE_EXTENSION& context) {
-    const RunGuard guard(*context.Domain);  // no event is handled meanwhile
-    KivUsb4QueueHotplug(context.Domain, {.Route = 0, .Adapter = 3, .Unplug = false});
-    EXPECT_EQ(context.WorkItemQueued.Load(), 1);
-    KivUsb4QueueHotplug(context.Domain, {.Route = 0, .Adapter = 4, .Unplug = true});
-  });
-  world.Quiet();
-  EXPECT_EQ(Acknowledgements(world.Wire()), "ACK route=0 adapter=3 plug\nACK route=0 adapter=4 unplug\n");
-  world.InDevice([](DEVICE_EXTENSION& context) {
-    EXPECT_EQ(context.WorkItemQueued.Load(), 0);
-    EXPECT_EQ(context.QueuedEventCount, 0u);
-    EXPECT_TRUE(context.Events().IsEmpty());
-  });
-  world.TakeProtocolErrors();
-}
-
-WORLD_TEST(WorkLoop, TakesNothingWhileAPowerDownRuns) {
-  World world;
-  world.Start();
-  world.Quiet();
-  world.InDevice([](DEVICE_EXTENSION& context) { context.Suspending.Store(1); });
-  tests::StepLog log(world, {"driver: hot-plug event queued", "begin EvtWorkItem"});
-  world.Wire();
-  for (std::uint32_t adapter = 1; adapter < 7; ++adapter) world.wire().Inject(HotPlugWord(adapter));
-  world.Pass(100 * kMillisecond);
-  EXPECT_EQ(Acknowledgements(world.Wire()), "");
-  EXPECT_EQ(log.Take(), "") << "not even queued";
-  world.InDevice([](DEVICE_EXTENSION& context) {
-    EXPECT_TRUE(context.Events().IsEmpty());
-    EXPECT_EQ(context.WorkItemQueued.Load(), 0);
-    context.Suspending.Store(0);
-  });
-}
-
 WORLD_TEST(WorkLoop, AFlushWithoutWorkReturnsAtOnce) {
   World world;
   world.Start();

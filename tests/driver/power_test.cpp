@@ -37,23 +37,6 @@ Flags FlagsOf(World& world) {
 constexpr Flags kRunning = {false, false, true, false, false, true};
 constexpr Flags kAsleep = {true, false, false, false, false, false};
 
-WORLD_TEST(Power, StatesHaveTheirNames) {
-  const struct {
-    int state;
-    const char* name;
-  } cases[] = {{0, "invalidPowerState"},
-               {1, "WdfPowerDeviceD0"},
-               {2, "WdfPowerDeviceD1"},
-               {3, "WdfPowerDeviceD2"},
-               {4, "WdfPowerDeviceD3"},
-               {5, "WdfPowerDeviceD3Final"},
-               {6, "WdfPowerDevicePrepareForHibernation"},
-               {7, "invalidPowerState"}};
-  for (const auto& test : cases) {
-    EXPECT_STREQ(KivUsb4DevicePowerStateString(static_cast<WDF_POWER_DEVICE_STATE>(test.state)), test.name);
-  }
-}
-
 WORLD_TEST(Power, SleepAndHibernationStopTheDomainAndResumeStartsItOnTheSameChannel) {
   for (const bool hibernate : {false, true}) {
     World world;
@@ -75,26 +58,6 @@ WORLD_TEST(Power, SleepAndHibernationStopTheDomainAndResumeStartsItOnTheSameChan
   }
 }
 
-WORLD_TEST(Power, IdlesAfterFifteenSecondsAndAPlugWakesIt) {
-  World world;
-  world.Start();
-  world.Quiet();
-  world.Pass(14 * kSecond);
-  EXPECT_EQ(world.kernel().Power(world.machine().device()), platform::DevicePower::D0);
-  world.Pass(4 * kSecond);
-  EXPECT_EQ(world.kernel().Power(world.machine().device()), platform::DevicePower::D3);
-  Flags idle = kAsleep;
-  idle.runtimeIdle = true;
-  EXPECT_EQ(FlagsOf(world), idle);
-  world.Plug("H1:1 - D1:1");
-  world.Pass(5 * kSecond);
-  EXPECT_EQ(world.kernel().Power(world.machine().device()), platform::DevicePower::D0);
-  Flags awake = kRunning;
-  awake.runtimeIdle = true;  // until the next power-down says otherwise
-  EXPECT_EQ(FlagsOf(world), awake);
-  EXPECT_TRUE(world.InDriver([](USB4_DOMAIN& domain) { return KivUsb4DomainGetSwitch(&domain, 1) != nullptr; }));
-}
-
 WORLD_TEST(Power, AFailedStartLetsTheDeviceBeRemovedAndStartedAgain) {
   World world;
   for (unsigned n = 1; n <= 4; ++n) {
@@ -106,17 +69,6 @@ WORLD_TEST(Power, AFailedStartLetsTheDeviceBeRemovedAndStartedAgain) {
   world.Resume();
   world.Quiet();
   EXPECT_EQ(FlagsOf(world), kRunning) << "the next start is a whole one";
-}
-
-WORLD_TEST(Power, SurpriseRemovalAtAnyPacketOfTheStartLeavesNothing) {
-  for (std::uint64_t packet = 1; packet <= 60; packet += 7) {
-    World world;
-    world.AtPacket(packet, [&world] { world.kernel().SurpriseRemoveAsync(world.machine().device()); });
-    world.Start();
-    world.Pass(20 * kSecond);
-    world.Finish();
-    if (testing::Test::HasFailure()) FAIL() << "packet " << packet;
-  }
 }
 
 // A hot-plug event arrives at every millisecond around a power-down. Whatever becomes of it, the device ends in D3 with

@@ -51,18 +51,6 @@ std::vector<int> SequencesOfReads(const std::string& wire) {
   return sequences;
 }
 
-WORLD_TEST(ConfigAccess, AReadAsksOnceAndCopiesWhatWasAnswered) {
-  World world;
-  world.Start();
-  world.Quiet();
-  const Outcome read = Read(world, RouterWord(0, 2));
-  EXPECT_EQ(read.result.Err, 0);
-  EXPECT_EQ(read.result.Adapter, 7u) << "the router answers through its upstream adapter";
-  EXPECT_EQ(read.words[0] >> 16, 0x200Bu);
-  EXPECT_EQ(read.words[1] >> 8 & 0x3F, 7u);
-  EXPECT_EQ(read.wire.substr(0, 69), "-> READ route=0 adapter=0 space=router offset=0x000 length=2 seq=0\n<-");
-}
-
 WORLD_TEST(ConfigAccess, AWriteCarriesItsWordsAndReachesTheRegister) {
   World world;
   world.Start();
@@ -358,24 +346,6 @@ WORLD_TEST(ConfigAccess, AnErrorPacketEndsTheOldestOfTwoRequests) {
   world.Pass(400 * kMillisecond);
   EXPECT_EQ(ended, 2);
   EXPECT_EQ(results[1].Err, 0) << "asked again after its own time-out";
-}
-
-// Memory that is missing for any piece of a request ends it without traffic of a half-built packet.
-TEST(ConfigAccess, EachAllocationMayFail) {
-  for (std::uint64_t n = 1;; ++n) {
-    World world;
-    world.Start();
-    world.Quiet();
-    world.faults().FailNth("pool.allocate", n);
-    const Outcome read = Read(world, RouterWord(0));
-    if (!world.faults().Fired()) {
-      EXPECT_EQ(n, 3u) << "a request and a packet";
-      EXPECT_EQ(read.result.Err, 0);
-      break;
-    }
-    EXPECT_EQ(read.result.Err, n == 1 ? -1 : -4);
-    EXPECT_EQ(read.wire, "");
-  }
 }
 
 }  // namespace

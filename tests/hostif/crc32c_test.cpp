@@ -22,14 +22,6 @@ TEST(Crc32c, KnowsTheValuesOfEveryLengthClass) {
   EXPECT_EQ(Crc32c(std::array<std::uint8_t, 32>{}.data(), 32), 0x8a9136aau);
 }
 
-TEST(Crc32c, DoesNotDependOnWhereTheBytesStand) {
-  alignas(16) std::array<std::uint8_t, 32> room{};
-  for (std::size_t offset = 0; offset < 8; ++offset) {
-    for (std::size_t i = 0; i < 9; ++i) room[offset + i] = static_cast<std::uint8_t>("123456789"[i]);
-    EXPECT_EQ(Crc32c(room.data() + offset, 9), 0xe3069283u) << offset;
-  }
-}
-
 TEST(Crc32c, OneFlippedBitAnywhereShows) {
   std::array<std::uint8_t, 12> packet = {0, 0, 0, 0, 0, 0, 0, 0, 0x04, 0x00, 0xa0, 0x00};
   EXPECT_EQ(Crc32c(packet.data(), packet.size()), 0xd40a9d55u);

@@ -102,64 +102,6 @@ WORLD_TEST(HostileDevice, EveryFlippedBitOfAnAnswerIsNoticed) {
   }
 }
 
-WORLD_TEST(HostileDevice, DuplicateAnswersCompleteNothingTwice) {
-  World world;
-  world.Start();
-  world.Quiet();
-  RawPacket twin;
-  world.wire().ReplaceAnswer(1, [&](const ControlPacket& answer) {
-    twin = ControlWire::Raw(answer);
-    for (int copy = 0; copy < 20; ++copy) {
-      world.At(copy * 3 * kMicrosecond, [&] { world.wire().Inject(twin); });
-    }
-    return std::optional(twin);
-  });
-  Reader reader(world, 0, 1);
-  reader.Wait();
-  EXPECT_EQ(reader.result.Err, 0);
-  EXPECT_EQ(reader.words[0], 0x200B8086u);
-  world.Pass(1 * kMillisecond);
-  EXPECT_EQ(ReadFirstWord(world), 0) << "the next request carries the same number, its twins have gone by";
-}
-
-// Two questions that cannot be told apart: the older one is answered first, then the other by its own repeat.
-WORLD_TEST(HostileDevice, EqualRequestsAreAnsweredOldestFirst) {
-  World world;
-  world.Start();
-  world.Quiet();
-  for (unsigned n = 1; n <= 2; ++n) world.wire().ReplaceAnswer(n, [](const ControlPacket&) { return std::nullopt; });
-  Reader older(world, 4, 1);
-  world.Pass(20 * kMillisecond);
-  Reader younger(world, 4, 1);
-  world.Pass(20 * kMillisecond);
-  world.wire().Inject(ControlWire::Raw({sim::Pdf::Read, {0x80000000, 0, 0x04002004, 0x01D}}));
-  world.Pass(20 * kMillisecond);
-  EXPECT_TRUE(older.ended);
-  EXPECT_EQ(older.words[0], 0x01Du);
-  EXPECT_FALSE(younger.ended);
-  younger.Wait();
-  EXPECT_EQ(younger.result.Err, 0);
-  EXPECT_NE(younger.words[0], 0x01Du);
-}
-
-WORLD_TEST(HostileDevice, InterruptsOfRingsThatDoNotRun) {
-  World world("H2");  // 21 hops, interrupts 0 to 41
-  world.Start();
-  world.Quiet();
-  // As if every ring were unmasked and raised its message, network rings included, none of which exists.
-  world.hardware().WriteRegister(0x38200, 0xFFFFFFFF);
-  world.hardware().WriteRegister(0x38204, 0x000003FF);
-  world.hardware().WriteRegister(0x38C40, 0x33323210);
-  world.hardware().WriteRegister(0x38C44, 0x32323232);
-  StepLog log(world, {"begin EvtInterruptWorkItem"});
-  for (int round = 0; round < 5; ++round) {
-    for (unsigned number = 0; number < 42; ++number) world.hardware().interrupts().Raise(number);
-    world.Pass(1 * kMillisecond);
-  }
-  EXPECT_GE(Count(log.Take(), "begin"), 8u) << "four messages, again and again";
-  EXPECT_EQ(ReadFirstWord(world), 0);
-}
-
 WORLD_TEST(HostileDevice, AStatusThatIsAlwaysClearLosesNoPacket) {
   World world;
   world.Start();
@@ -169,46 +111,6 @@ WORLD_TEST(HostileDevice, AStatusThatIsAlwaysClearLosesNoPacket) {
     world.At(i * 20 * kMicrosecond, [&world] { static_cast<void>(world.hardware().ReadRegister(0x37800)); });
   }
   for (int i = 0; i < 5; ++i) EXPECT_EQ(ReadFirstWord(world), 0) << i;
-}
-
-WORLD_TEST(HostileDevice, DescriptorsDoneWithoutAPacket) {
-  World world;
-  world.Start();
-  world.Quiet();
-  for (unsigned index = 0; index < 10; ++index) world.hardware().ForgeDescriptor(false, 0, index, 0xFFFFFFFF);
-  world.wire().Inject(ControlWire::Raw(sim::HotPlugPacket(0, 3, false)));
-  world.Pass(10 * kMillisecond);
-  world.InDriver([](USB4_DOMAIN& domain) {
-    std::size_t frames = 0;
-    for ([[maybe_unused]] USB4_RING_FRAME& frame : domain.ControlChannel->ReceiveRing->Posted()) ++frames;
-    for ([[maybe_unused]] USB4_RING_FRAME& frame : domain.ControlChannel->ReceiveRing->Queued()) ++frames;
-    EXPECT_EQ(frames, 10u) << "each buffer is on one list, once";
-  });
-  world.TakeProtocolErrors();
-}
-
-// Content drawn at random, of every type and length, around requests that wait.
-WORLD_TEST(HostileDevice, PacketsOfAnyContent) {
-  World world;
-  world.Start();
-  world.Quiet();
-  platform::RandomStream& random = world.simulation().Random("test.hostile");
-  for (int round = 0; round < 40; ++round) {
-    Reader reader(world, static_cast<std::uint32_t>(random.Below(5)), 1);
-    for (int i = 0; i < 12; ++i) {
-      ControlPacket packet{static_cast<sim::Pdf>(random.Below(16)), {}};
-      for (std::uint64_t words = random.Below(63); words > 0; --words)
-        packet.dwords.push_back(random.Below(3) == 0 ? 0x80000000u : static_cast<std::uint32_t>(random.Next()));
-      RawPacket raw = ControlWire::Raw(packet);
-      if (random.Below(4) == 0) raw.bytes.resize(random.Below(raw.bytes.size() + 1));
-      world.wire().Inject(raw);
-      world.Pass(static_cast<platform::Time>(random.Below(60)) * kMicrosecond);
-    }
-    reader.Wait();
-  }
-  world.Quiet(600 * platform::kSecond);
-  EXPECT_EQ(ReadFirstWord(world), 0);
-  world.TakeProtocolErrors();  // acknowledgements of events that no router sent
 }
 
 }  // namespace

@@ -10,27 +10,6 @@
 namespace tests {
 namespace {
 
-WORLD_TEST(Enumeration, AChainOfHubsIsListedWithBothLinksBonded) {
-  Bench bench("H1:1 - D1:1, D1:3 - D2:1");
-  bench.StartQuietly();
-  EXPECT_EQ(bench.Routers(),
-            "0 gen4\n"
-            "1 gen4 20G bonded\n"
-            "301 gen4 20G bonded\n");
-  bench.WithRouter(0x301, [](USB4_SWITCH& router) {
-    EXPECT_STREQ(router.Info.Name, "0-301");
-    EXPECT_STREQ(router.Info.Parent->Info.Name, "0-1");
-    EXPECT_EQ(router.Usb4Link, 1);
-    // The UID, low half first, then all ones.
-    const std::uint8_t uuid[16] = {1, 0, 0, 0, 0, 0, 0xD2, 0, 255, 255, 255, 255, 255, 255, 255, 255};
-    EXPECT_EQ(std::vector<std::uint8_t>(router.Uuid, router.Uuid + 16), std::vector<std::uint8_t>(uuid, uuid + 16));
-    const USB4_PORT& up = router.Adapters[1];
-    EXPECT_EQ(up.Remote->Number, 3);
-    EXPECT_EQ(up.Remote->Remote, &up);
-    EXPECT_EQ(router.Adapters[2].Remote->Number, 4) << "the second lanes are linked too";
-  });
-}
-
 WORLD_TEST(Enumeration, ARouterBehindAnyPortPairMayBeTheUpstreamOne) {
   Bench bench("H1:1 - D1:5, D1:1 - D2:3");
   bench.StartQuietly();
@@ -99,24 +78,6 @@ WORLD_TEST(Enumeration, FiveBelowAUsb4RootIsTheDepthLimit) {
   EXPECT_EQ(bench.Routers(),
             "0 gen4\n1 gen4 20G bonded\n301 gen4 20G bonded\n30301 gen4 20G bonded\n"
             "3030301 gen4 20G bonded\n303030301 gen4 20G bonded\n");
-}
-
-TEST(Enumeration, SixtyRoutersAreFoundAndRemoved) {
-  std::string topology = "H1:1 - r1=D1:1";
-  unsigned routers = 2;
-  // Three hubs below the first, three below each of these, and so on until there are 60 with the host.
-  for (unsigned parent = 1; routers < 60; ++parent) {
-    for (unsigned port = 3; port <= 7 && routers < 60; port += 2) {
-      topology +=
-          ", r" + std::to_string(parent) + ":" + std::to_string(port) + " - r" + std::to_string(routers) + "=D1:1";
-      ++routers;
-    }
-  }
-  Bench bench(topology);
-  bench.StartQuietly();
-  const std::string tree = bench.Routers();
-  EXPECT_EQ(std::count(tree.begin(), tree.end(), '\n'), 60);
-  EXPECT_NE(tree.find("\n7070701 gen4"), std::string::npos) << tree;
 }
 
 WORLD_TEST(Enumeration, ALinkOfOneLaneOrOfTenGigabitStaysWhatItIs) {

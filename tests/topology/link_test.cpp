@@ -167,19 +167,6 @@ WORLD_TEST(LaneBonding, AFailingSecondLaneTakesTheFirstBackToSingle) {
   EXPECT_EQ(bench.adapter("D1:1").targetWidth(), 1u);
 }
 
-WORLD_TEST(Link, AnUnpluggedRouterIsNotAsked) {
-  Hub hub;
-  hub.bench.WithRouter(1, [](USB4_SWITCH& router) {
-    router.Unplugged.Set(true);
-    EXPECT_EQ(KivUsb4PortGetLinkWidth(&router.Adapters[1]), -1);
-    EXPECT_EQ(KivUsb4SwitchUnconfigureLink(&router), 0);
-    EXPECT_EQ(KivUsb4SwitchUpdateLinkAttributes(&router), -1);
-    EXPECT_EQ(router.LinkSpeed, 20u) << "the older value stays";
-    router.Unplugged.Set(false);
-  });
-  EXPECT_EQ(hub.bench.Requests(), "");
-}
-
 TEST(LaneBonding, AFailingParentSideTakesTheRoutersSideBack) {
   Bench bench("H1:1 - D1:1");
   bench.StartQuietly();

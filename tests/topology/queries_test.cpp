@@ -21,35 +21,6 @@ TEST(Queries, ARoutesDepthIsItsSignificantBytes) {
   for (const auto& test : kCases) EXPECT_EQ(KivUsb4RouteDepth(test.route), test.depth) << test.route;
 }
 
-TEST(Queries, TheVersionByteDecidesBetweenUsb4AndThunderbolt) {
-  const struct {
-    std::uint32_t word4;
-    bool usb4;
-  } kCases[] = {{0x20000000, true}, {0x1F000000, false}, {0x40FFFFFF, true}, {0x00FFFFFF, false}};
-  for (const auto& test : kCases) {
-    USB4_SWITCH router{};
-    router.Header[4] = test.word4;
-    EXPECT_EQ(KivUsb4SwitchIsUsb4(&router), test.usb4) << test.word4;
-  }
-}
-
-TEST(Queries, AdapterTypesHaveNames) {
-  const struct {
-    std::uint32_t type;
-    const char* name;
-  } kCases[] = {
-      {0x000000, "Inactive"}, {0x000001, "Port"},    {0x000002, "NHI"},  {0x000003, "unknown"}, {0x020101, "Ethernet"},
-      {0x080101, "SATA"},     {0x0E0102, "DP/HDMI"}, {0x100101, "PCIe"}, {0x200102, "USB"},     {0x210101, "unknown"},
-  };
-  for (const auto& test : kCases) {
-    USB4_PORT adapter{};
-    adapter.Header[2] = test.type;
-    EXPECT_STREQ(KivUsb4PortTypeName(&adapter), test.name) << test.type;
-    adapter.Header[2] = (test.type & 0xFF00FF) | 0x55005500;
-    EXPECT_STREQ(KivUsb4PortTypeName(&adapter), test.name) << "the version byte and what is above do not count";
-  }
-}
-
 WORLD_TEST(Queries, WalksFollowRoutesAndLinks) {
   Bench bench("H1:1 - D1:1, D1:3 - D2:1, D1:5 - T3:1");
   bench.StartQuietly();
@@ -88,28 +59,6 @@ WORLD_TEST(Queries, OnlyTheSecondControllerMarksItsDisplayInputs) {
     EXPECT_EQ(world.InDriver([](USB4_DOMAIN& domain) { return std::string(domain.HostRouter->Info.Name); }),
               field == 0 ? "0-0" : "1-0");
   }
-}
-
-WORLD_TEST(RouterOperation, AnUnknownOperationLeavesTheStatusAlone) {
-  Bench bench("H1:1 - D1:1");
-  bench.StartQuietly();
-  bench.router("D1").operations().RefuseOpcode(0x24);
-  bench.WithRouter(1, [](USB4_SWITCH& router) {
-    std::uint8_t status = 0x5A;
-    EXPECT_EQ(Usb4SwitchOp(&router, 0x24, status), -1);
-    EXPECT_EQ(status, 0x5A);
-  });
-}
-
-WORLD_TEST(RouterOperation, TheStatusOfOneThatRanComesBack) {
-  Bench bench("H1:1 - D1:1");
-  bench.StartQuietly();
-  bench.router("D1").operations().SetResult(0x2B);
-  bench.WithRouter(1, [](USB4_SWITCH& router) {
-    std::uint8_t status = 0;
-    EXPECT_EQ(Usb4SwitchOp(&router, 0x24, status), 0);
-    EXPECT_EQ(status, 0x2B);
-  });
 }
 
 WORLD_TEST(PlugEvents, Usb4RoutersNeedNoSwitching) {

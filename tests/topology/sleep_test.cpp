@@ -40,20 +40,6 @@ std::string SleepOrder(Bench& bench) {
   return order;
 }
 
-WORLD_TEST(Sleep, ChildrenSleepBeforeTheirParentAndOnlyTunnelSourcesWakeThem) {
-  Bench bench("H1:1 - D1:1, D1:3 - D2:1");
-  bench.StartQuietly();
-  bench.Requests();
-  bench.WithRouter(0, [](USB4_SWITCH& router) { KivUsb4SwitchSuspend(&router, false); });
-  EXPECT_EQ(SleepOrder(bench), "301 1 0 ");
-  // USB4 wake on configured ports and on the way up; nothing where no router is.
-  EXPECT_EQ(WakeBits(bench, "H1"), "1:4 ");
-  EXPECT_EQ(WakeBits(bench, "D1"), "1:4 2:4 3:4 ");
-  EXPECT_EQ(WakeBits(bench, "D2"), "1:4 2:4 ");
-  EXPECT_EQ(bench.router("D1").space().Get(5) & 0xF, 0x7u) << "asleep; PCIe and USB3";
-  EXPECT_EQ(bench.router("H1").space().Get(5) & 0xF, 0x1u) << "the host router's own sources are not armed";
-}
-
 WORLD_TEST(Sleep, EverySourceIsArmedForARuntimeIdle) {
   Bench bench("H1:1 - D1:1");
   bench.StartQuietly();

@@ -28,18 +28,6 @@ TEST(Vanishing, ARouterThatGoesAtAnyPacketOfItsEnumerationIsGoneAfterwards) {
   }
 }
 
-TEST(Vanishing, TheDockBehindTheHubMayGoAtAnyPacketAndTheHubStays) {
-  for (std::uint64_t packet = 560; packet <= 980; packet += 3) {
-    SCOPED_TRACE("unplugged at packet " + std::to_string(packet));
-    Bench bench("H1:1 - D1:1, D1:3 - T3:1");
-    bench.AtPacket(packet, [&bench] { bench.Unplug("T3"); });
-    bench.StartQuietly();
-    EXPECT_EQ(bench.Routers(), "0 gen4\n1 gen4 20G bonded\n");
-    bench.Finish();
-    if (testing::Test::HasFailure()) return;
-  }
-}
-
 void FailAnswer(Bench& bench, std::uint64_t answer) {
   bench.wire().ReplaceAnswer(answer, [](const sim::ControlPacket& packet) {
     return sim::ControlWire::Raw(sim::ErrorPacket(packet.Route(), 0, sim::ErrorCode::NoSuchAddress));

@@ -476,41 +476,5 @@ TEST(Displays, EndConnectedOrWithNothingLeftWhenAnyAccessFails) {
   bench.ForgiveProtocolErrors("router operation started while another one runs");
 }
 
-// A silent hub in the middle of a display's coming up, and a device that goes away there.
-TEST(Displays, ThatComeUpWhileTheWorldGoesAway) {
-  const struct {
-    const char* what;
-    void (*act)(DisplayBench& bench);
-  } kCases[] = {
-      {"the hub is pulled", [](DisplayBench& bench) { bench.fabric().Unplug("D1"); }},
-      {"the host sleeps",
-       [](DisplayBench& bench) { bench.kernel().SystemSleepAsync(platform::SystemPowerAction::Sleep); }},
-      {"the device is pulled",
-       [](DisplayBench& bench) { bench.kernel().SurpriseRemoveAsync(bench.machine().device()); }},
-  };
-  for (const auto& test : kCases)
-    for (std::uint64_t packet = 1; packet < 150; packet += 6) {
-      SCOPED_TRACE(std::string(test.what) + " at packet " + std::to_string(packet));
-      DisplayBench bench("H1:1 - D1:1", {.usb3 = true, .pcie = true});
-      bench.ExpectIncomplete();
-      bench.StartQuietly();
-      bench.AtPacket(packet, [&] { test.act(bench); });
-      bench.fabric().PlugDisplay("D1:13");
-      bench.Pass(20 * platform::kSecond);
-      if (std::string(test.what) == "the hub is pulled") {
-        EXPECT_EQ(bench.HopIds(), "");
-        EXPECT_EQ(bench.Programmed(), "");
-      }
-      if (std::string(test.what) == "the host sleeps") {
-        bench.Resume();
-        bench.Quiet(60 * platform::kSecond);
-        EXPECT_EQ(Count(bench.Tunnels(), "\n"), 3u) << bench.Tunnels();
-        EXPECT_EQ(bench.Books(), "");
-      }
-      bench.Finish();
-      if (testing::Test::HasFailure()) return;
-    }
-}
-
 }  // namespace
 }  // namespace tests
