@@ -111,7 +111,7 @@ void Run::ArmPackets() {
     ++packetEventsLeft_;
     machine_.wire(event.place).AtPacket(event.packet, [this, &event] {
       --packetEventsLeft_;
-      PlayHardware(event);
+      Play(event);
     });
   }
 }

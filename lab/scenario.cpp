@@ -124,17 +124,9 @@ Place ReadPlace(TableReader& table, const MachineConfig& machine) {
   return place;
 }
 
+// Between two packets nobody can wait until a device has stopped or started.
 bool HappensAtAPacket(Verb verb) {
-  switch (verb) {
-    case Verb::Plug:
-    case Verb::Unplug:
-    case Verb::DropLink:
-    case Verb::PlugDisplay:
-    case Verb::UnplugDisplay:
-      return true;
-    default:
-      return false;
-  }
+  return verb != Verb::Disable && verb != Verb::Enable;
 }
 
 void ReadMoment(TableReader& table, ScenarioEvent& event) {
@@ -143,8 +135,7 @@ void ReadMoment(TableReader& table, ScenarioEvent& event) {
   event.at = table.Duration("at", platform::kNever);
   if (!atPacket) return;
   event.packet = static_cast<std::uint64_t>(table.Number("packet", 0, 1, 1'000'000'000));
-  if (!HappensAtAPacket(event.verb))
-    table.Fail("packet", "only plug, unplug, drop-link, plug-display and unplug-display happen at a packet");
+  if (!HappensAtAPacket(event.verb)) table.Fail("packet", "disable and enable happen at a time, not at a packet");
 }
 
 ScenarioEvent ReadEvent(TableReader& table, const MachineConfig& machine, TopologyInput& topology) {

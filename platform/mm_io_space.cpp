@@ -103,11 +103,12 @@ VOID WRITE_REGISTER_ULONG(volatile ULONG* Register, ULONG Value) {
   KernelCall call("WRITE_REGISTER_ULONG", HIGH_LEVEL);
   std::uint32_t offset = 0;
   DeviceModel* model = Reach(call, Register, offset);
-  if (!model && !call.simulation().HasSinks()) return;
-  call.scheduler().OnSchedulerStack([&] {
-    if (model) model->WriteRegister(offset, Value);
-    EmitRegister(call, "write", offset, Value);
-  });
+  if (model || call.simulation().HasSinks()) {
+    call.scheduler().OnSchedulerStack([&] {
+      if (model) model->WriteRegister(offset, Value);
+      EmitRegister(call, "write", offset, Value);
+    });
+  }
   call.EffectVisible();
 }
 

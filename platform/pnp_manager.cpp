@@ -153,7 +153,9 @@ void PnpManager::Remove(DeviceNode& node) {
   node.state = PnpState::Removed;
 }
 
+// Torn out, and so without supply.
 void PnpManager::BeginSurpriseRemoval(DeviceNode& node) {
+  node.SetFunctionPower(FunctionPower::Off);
   node.SetRegisterAccess(RegisterAccess::Gone);
   node.gone = true;
 }

@@ -124,7 +124,7 @@ void ControlWire::Pass(Passage passage) {
   bool lost = false;
   BreakBoth(passage, lost);
   if (lost) {
-    Log(passage, log_.NextNumber());
+    Log(passage, NextPacket());
     return;
   }
   if (passage.up && faults.Fires("wire.unsolicited")) Unsolicited();
@@ -167,14 +167,19 @@ void ControlWire::ForwardLater(platform::Time delay, Passage passage) {
   });
 }
 
-void ControlWire::Forward(Passage passage) {
+// What is lost has a number too, and what waits for that number happens.
+std::uint64_t ControlWire::NextPacket() {
   const std::uint64_t number = log_.NextNumber();
   const auto range = atPacket_.equal_range(number);
   std::vector<std::function<void()>> actions;
   for (auto it = range.first; it != range.second; ++it) actions.push_back(it->second);
   atPacket_.erase(range.first, range.second);
   for (const auto& action : actions) action();
+  return number;
+}
 
+void ControlWire::Forward(Passage passage) {
+  const std::uint64_t number = NextPacket();
   if (passage.up) {
     const Frame frame{passage.packet.startPdf, passage.packet.pdf, passage.packet.bytes};
     if (!host_.Receive(kControlRing, frame, passage.packet.forgery)) passage.note += " no-buffer";

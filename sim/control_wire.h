@@ -48,8 +48,7 @@ class ControlWire final : public FramePort {
   bool Quiet() const { return inFlight_ == 0; }
 
   // --- scripted hardware
-  // Runs
-  // `action` just before packet `number` (as the log counts, both directions) is passed on.
+  // Runs `action` just before packet `number` (as the log counts, both directions) is passed on, or lost.
   void AtPacket(std::uint64_t number, std::function<void()> action);
   // Replaces the n-th answer from now on (1: the next read or write response or error packet); none: it is lost.
   using Replacement = std::function<std::optional<RawPacket>(const ControlPacket& answer)>;
@@ -70,6 +69,7 @@ class ControlWire final : public FramePort {
     std::string note;  // " fault=..." of the log line
   };
   void Pass(Passage passage);
+  std::uint64_t NextPacket();
   void Forward(Passage passage);
   void ForwardLater(platform::Time delay, Passage passage);
   bool BendAnswer(Passage& passage);

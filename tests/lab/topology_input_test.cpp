@@ -130,8 +130,7 @@ TEST(TopologyInput, EventsArePlayedOnThePlanInTimeOrder) {
       // What happens at a packet may come at any time, so whether the port is free then is the run's business.
       {plug + "packet = 7\n" + plug + "at = \"1 s\"\n", ""},
       {plug + "packet = 7\nat = \"1 s\"\n", "12:6: either at or packet, not both"},
-      {"[[event]]\ndo = \"sleep\"\npacket = 7\n",
-       "9:10: only plug, unplug, drop-link, plug-display and unplug-display happen at a packet"},
+      {"[[event]]\ndo = \"disable\"\npacket = 7\n", "9:10: disable and enable happen at a time, not at a packet"},
       {plug + "packet = 0\n", "11:10: packet must be in 1 to 1000000000"},
       {"[[expect]]\nroute = \"0x1\"\n", "8:9: route must be hex digits without 0x, one byte a level, such as \"301\""},
       {"[[expect]]\ntmu = \"off\"\n", "8:7: tmu needs the router's route"},

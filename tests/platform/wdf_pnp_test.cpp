@@ -38,6 +38,7 @@ TEST_P(WdfPnp, SurpriseRemovalTellsTheDriverFirst) {
   Log();
   host.SurpriseRemove(id);
   EXPECT_EQ(Log(),
+            "function off\n"
             "surprise removal\n"
             "pre-interrupts to 5\n"
             "D0 exit to 5\n"
@@ -94,7 +95,7 @@ TEST_P(WdfPnp, AnIdleDeviceComesToD0BeforeItsRemovalUnlessThatSurprises) {
   ASSERT_EQ(host.Enable(id), 0);
   RunToIdle();
   host.SurpriseRemove(id);
-  EXPECT_EQ(Log(), "surprise removal\nrelease\ndevice cleanup\n");
+  EXPECT_EQ(Log(), "function off\nsurprise removal\nrelease\ndevice cleanup\n");
 }
 
 TEST_P(WdfPnp, VerbsOfOneDeviceNeverOverlap) {

@@ -55,6 +55,25 @@ TEST(CableEvents, AtAPacketAndAtATime) {
   }
 }
 
+TEST(DeviceEvents, AtAPacketOfTheScan) {
+  const std::string resume = "[[event]]\nat = \"5 s\"\ndo = \"resume\"\n[[expect]]\nat = \"4 s\"\npower = \"D3\"\n";
+  const struct {
+    const char* verb;
+    std::string then;
+    const char* expected;  // at the end
+  } kCases[] = {
+      {"surprise-remove", "", "state = \"surprise-removed\"\npower = \"off\"\n"},
+      {"remove", "", "state = \"removed\"\npower = \"off\"\n"},
+      {"sleep", resume, "power = \"D0\"\nrouters = 2\n"},
+      {"hibernate", "[[event]]\nat = \"5 s\"\ndo = \"resume\"\n", "power = \"D0\"\nrouters = 2\n"},
+  };
+  for (const auto& test : kCases) {
+    const lab::RunReport report = Play(kHub + "[[event]]\ndo = \"" + test.verb + "\"\npacket = 300\n" + test.then +
+                                       "[[expect]]\n" + test.expected);
+    EXPECT_EQ(report.code, lab::ExitCode::Held) << test.verb << "\n" << Failures(report);
+  }
+}
+
 TEST(CableEvents, WhatCannotHappenFailsTheRun) {
   EXPECT_EQ(Failures(Play(kHub + "[[event]]\ndo = \"unplug\"\nwhat = \"D1:5\"\npacket = 20\n")),
             ":5:1: no cable at \"D1:5\"\n");

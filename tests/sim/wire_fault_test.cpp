@@ -44,12 +44,16 @@ TEST(WireFaults, EachSiteLeavesItsMark) {
   for (const Case& c : cases) {
     FaultBench rig;
     rig.faults().FailNth(c.site, c.passage);
+    bool passed = false;
+    ControlWire& wire = rig.fabric.wire("H1");
+    wire.AtPacket(wire.log().count() + c.passage, [&passed] { passed = true; });
     EXPECT_EQ(rig.OneRead(c.before), c.wire) << c.site;
     EXPECT_EQ(rig.fabric.Quiet(), c.then.empty()) << c.site;
     rig.Run(c.after);
     const std::string rest = rig.Wire();
     EXPECT_EQ(c.then.empty() ? rest : rest.substr(0, c.then.size()), c.then) << c.site;
     EXPECT_TRUE(rig.fabric.Quiet()) << c.site;
+    EXPECT_TRUE(passed) << c.site << ": what was to happen at this packet";
     EXPECT_EQ(rig.Errors(), "");
   }
 }
