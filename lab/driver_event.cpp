@@ -72,6 +72,12 @@ std::optional<DriverEvent> UnpackDriverEvent(std::span<const std::byte> payload)
   return event;
 }
 
+std::optional<std::string> FieldText(const DriverEvent& event, std::string_view key) {
+  for (const auto& [name, text] : event.fields)
+    if (name == key) return text;
+  return std::nullopt;
+}
+
 std::string FormatDriverEvent(const DriverEvent& event) {
   std::string text = event.what;
   for (const auto& [key, value] : event.fields) text += " " + key + "=" + value;

@@ -138,6 +138,7 @@ void AddRun(CLI::App& app, Options& options) {
   app.add_option("--faults", options.faults, "fault profile")->expected(1);
   app.add_option("--stop-at", options.run.stopAtStep, "end at this scheduling choice");
   app.add_option("--pcapng", options.run.captureFile, "capture the control rings in this file");
+  app.add_option("--trace", options.run.traceFile, "write a timeline for the Perfetto viewer to this file");
   app.add_option("--svg", options.picture, "draw the domains at the end in this file");
   app.add_flag("--json", options.json, "one JSON document instead of text");
   app.add_flag("-v", options.verbosity, "list adapters in the tree; -vv: registers too");

@@ -12,6 +12,7 @@
 #include "lab/fault_profiles.h"
 #include "lab/machine.h"
 #include "lab/oracle.h"
+#include "lab/timeline.h"
 #include "lab/waivers.h"
 
 namespace lab {
@@ -54,6 +55,7 @@ class Run {
   Machine machine_;
   LiveEvents events_;
   std::unique_ptr<Capture> capture_;
+  std::unique_ptr<Timeline> timeline_;
   RunReport report_;
   platform::Time origin_ = 0;  // when the last controller had started
   bool stopReached_ = false;
@@ -76,6 +78,7 @@ Run::Run(const Scenario& scenario, const RunOptions& options, const LiveEvents::
     capture_ = std::make_unique<Capture>(options.captureFile, machine_);
     events_.Listen([this](const LiveEvent& event) { capture_->Comment(event); });
   }
+  if (!options.traceFile.empty()) timeline_ = std::make_unique<Timeline>(options.traceFile, machine_);
   if (options.events || capture_) machine_.simulation().AddSink(&events_);
   if (!options.events)
     for (Place place : machine_.Places()) machine_.wire(place).log().Keep(false);
@@ -84,7 +87,9 @@ Run::Run(const Scenario& scenario, const RunOptions& options, const LiveEvents::
 }
 
 void Run::Say(std::string where, std::string event, std::string effect) {
-  events_.Add({machine_.simulation().Now(), std::move(where), std::move(event), std::move(effect)});
+  const LiveEvent said{machine_.simulation().Now(), std::move(where), std::move(event), std::move(effect)};
+  if (timeline_) timeline_->Mark(said);
+  events_.Add(said);
 }
 
 void Run::Fail(std::string text) {
@@ -239,6 +244,7 @@ void Run::JudgeEnd() {
   const platform::Outcome outcome = machine_.WaitQuiet(kQuietWithin);
   Note(outcome);
   if (Over()) return;
+  if (timeline_) timeline_->Mark({machine_.simulation().Now(), "", "judged", ""});
   if (packetEventsLeft_ != 0) Fail(fmt::format("{} events wait for a packet that never came", packetEventsLeft_));
   if (!machine_.Quiet())
     Fail(fmt::format("the machine is not quiet {} ms after the last event", kQuietWithin / platform::kMillisecond));
@@ -279,13 +285,13 @@ ExitCode Run::Code() const {
   if (!report_.violations.empty()) return ExitCode::Violation;
   if (!report_.hang.empty()) return ExitCode::Hang;
   if (!report_.failures.empty() || !report_.protocolErrors.empty()) return ExitCode::Failed;
-  if (capture_ && !report_.captured) return ExitCode::InputOutput;
+  if ((capture_ && !report_.captured) || (timeline_ && !report_.traced)) return ExitCode::InputOutput;
   return ExitCode::Held;
 }
 
 RunReport Run::Execute() {
   const bool faulty = options_.faults != "none";
-  if (capture_ && !capture_->Good()) {
+  if ((capture_ && !capture_->Good()) || (timeline_ && !timeline_->Good())) {
     report_.code = ExitCode::InputOutput;
     return std::move(report_);
   }
@@ -308,6 +314,7 @@ RunReport Run::Execute() {
   for (const platform::Waiver& waiver : simulation.waivers())
     if (waiver.hits > 0) report_.waivers.push_back(waiver);
   report_.captured = capture_ && capture_->Close();
+  report_.traced = timeline_ && timeline_->Close();
   report_.code = Code();
   report_.events = events_.events();
   return std::move(report_);

@@ -16,6 +16,7 @@ struct RunOptions {
   std::string faults = "none";
   std::uint64_t stopAtStep = 0;  // 0: never
   std::string captureFile;       // pcapng; empty: none
+  std::string traceFile;         // timeline; empty: none
   bool explain = false;          // say at the end why each device has, or has not, its tunnel
   bool registers = false;        // read every register before the removal, for the tree
   bool events = true;            // collect what a person would see; campaigns do without

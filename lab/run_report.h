@@ -46,6 +46,7 @@ struct RunReport {
   std::string hang;
   std::uint64_t faultsFired = 0;
   bool captured = false;     // the capture was written to its end
+  bool traced = false;       // the timeline was, too
   bool stopReached = false;  // ended at the step that was asked for
 };
 

@@ -81,7 +81,9 @@ NTSTATUS EtwWrite(REGHANDLE RegHandle, PCEVENT_DESCRIPTOR EventDescriptor, LPCGU
   record.when = simulation.Now();
   record.kernel = &call.kernel();
   record.task = call.task().name();
+  record.taskOrdinal = call.task().ordinal();
   record.level = EventDescriptor->Level;
+  record.opcode = EventDescriptor->Opcode;
   record.payload = payload;
   call.scheduler().OnSchedulerStack([&] { simulation.Emit(record); });
   return STATUS_SUCCESS;

@@ -45,6 +45,7 @@ void EmitRegister(KernelCall& call, const char* name, std::uint32_t offset, std:
   record.when = simulation.Now();
   record.kernel = &call.kernel();
   record.task = call.task().name();
+  record.taskOrdinal = call.task().ordinal();
   record.name = name;
   record.offset = offset;
   record.value = value;

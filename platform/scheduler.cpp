@@ -214,8 +214,25 @@ std::size_t Scheduler::StackInUse() const {
 // --- parking and waking
 // -----------------------------------------------------------------------------------------------------
 
+// Only for waits inside a platform call: a worker without work waits for nothing that the driver knows of.
+void Scheduler::EmitWait(const char* why, bool ends) {
+  const Task& task = *currentTask;
+  if (*task.call == '\0' || !state_->simulation.HasSinks()) return;
+  TraceRecord record{};
+  record.kind = TraceKind::Call;
+  record.when = now_;
+  record.kernel = task.kernel();
+  record.task = task.name();
+  record.taskOrdinal = task.ordinal();
+  record.name = task.call;
+  record.text = why;
+  record.value = ends ? 1 : 0;
+  state_->simulation.Emit(record);
+}
+
 bool Scheduler::Park(const char* why, const void* object, Time deadline) {
   Task& task = *currentTask;
+  EmitWait(why, false);
   Task::Machine& machine = *task.machine_;
   machine.state = TaskState::Parked;
   machine.why = why;
@@ -229,6 +246,7 @@ bool Scheduler::Park(const char* why, const void* object, Time deadline) {
   }
   state_->SwitchToScheduler(task, false);
   machine.object = nullptr;
+  EmitWait(why, true);
   return !machine.timedOut;
 }
 
@@ -262,12 +280,14 @@ void Scheduler::Yield() {
 void Scheduler::Stall(Time duration) {
   Task& task = *currentTask;
   Task::Machine& machine = *task.machine_;
+  EmitWait("a stall", false);
   machine.state = TaskState::Parked;
   machine.why = "stall";
   machine.object = nullptr;
   machine.deadline = now_ + duration;
   machine.timeout = state_->events.AddTimeout(now_ + duration, task);
   state_->SwitchToScheduler(task, false);
+  EmitWait("a stall", true);
 }
 
 void Scheduler::SeededSwitchPoint() {

@@ -98,6 +98,7 @@ class Scheduler {
   std::uint32_t Choose(const std::vector<Task*>& candidates);
   std::string OwnerOf(const void* lock) const;
   void DriftToNextDeviceEvent();
+  void EmitWait(const char* why, bool ends);
   bool RunNextEvent(bool naturally);
   Task* TakeRunnable();
   void RunTask(Task& task);

@@ -194,6 +194,7 @@ void EmitCallback(HostKernel& kernel, const char* name, bool ends) {
   record.when = simulation.Now();
   record.kernel = &kernel;
   record.task = Scheduler::Current()->name();
+  record.taskOrdinal = Scheduler::Current()->ordinal();
   record.name = name;
   record.value = ends ? 1 : 0;
   simulation.Emit(record);

@@ -77,6 +77,7 @@ KIV_RESULT KivUsb4BusStart(USB4_DOMAIN* domain, bool) {
   DEVICE_EXTENSION* context = ContextOf(domain);
   if (context == nullptr) return kKivFailed;
   const RunGuard guard(*domain);
+  TraceStep("start domain");
   if (HostNeedsHandover(domain)) KivOtherFirmwareStart(domain);
   const KIV_RESULT result = StartHostRouter(domain);
   if (result != kKivOk) {
@@ -94,6 +95,7 @@ KIV_RESULT KivUsb4BusStart(USB4_DOMAIN* domain, bool) {
 
 void KivUsb4BusStop(USB4_DOMAIN* domain, bool keepHardware) {
   const RunGuard guard(*domain);
+  TraceStep("stop domain", "keep hardware", keepHardware);
   FreeTunnels(domain, keepHardware);
   EmptyDpResources(domain);
   if (domain->HostRouter != nullptr) KivUsb4SwitchRemove(domain->HostRouter);
@@ -104,6 +106,7 @@ void KivUsb4BusStop(USB4_DOMAIN* domain, bool keepHardware) {
 
 void KivUsb4BusSuspend(USB4_DOMAIN* domain) {
   const RunGuard guard(*domain);
+  TraceStep("suspend domain");
   KivUsb4DisconnectAndReleaseDp(domain);
   if (domain->HostRouter != nullptr) KivUsb4SwitchSuspend(domain->HostRouter, domain->RuntimeIdle.IsSet());
   domain->Started.Set(false);

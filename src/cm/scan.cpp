@@ -58,23 +58,24 @@ void LinkAdapters(USB4_PORT* down, USB4_PORT* up) {
   up->DualLinkPartner->Remote = down->DualLinkPartner;
 }
 
-void TraceStep(const USB4_SWITCH* router, const char* step, KIV_RESULT result) {
+void TraceUnlessOk(const USB4_SWITCH* router, const char* step, KIV_RESULT result) {
   if (result != kKivOk) TraceError("step failed", "name", router->Info.Name, "step", step, "result", result);
 }
 
 // The order is fixed: bonding before the marks, both before time synchronisation, all before any tunnel.
 void SetUpLink(USB4_SWITCH* router) {
-  TraceStep(router, "lane bonding", KivUsb4SwitchLaneBondingEnable(router));
-  TraceStep(router, "link configuration", KivUsb4SwitchConfigureLink(router));
-  TraceStep(router, "time synchronisation", KivUsb4EnableTmu(router));
+  TraceStep("set up link", "name", router->Info.Name);
+  TraceUnlessOk(router, "lane bonding", KivUsb4SwitchLaneBondingEnable(router));
+  TraceUnlessOk(router, "link configuration", KivUsb4SwitchConfigureLink(router));
+  TraceUnlessOk(router, "time synchronisation", KivUsb4EnableTmu(router));
 }
 
 // 0 or the error is traced: a router stays with what it could get.
 void SetUpTunnels(USB4_SWITCH* router) {
   USB4_DOMAIN* domain = router->Domain;
   if (domain->Started.IsSet()) {
-    if (domain->Usb3TunnelSupported != 0) TraceStep(router, "USB3 tunnel", KivUsb4TunnelUsb3(domain, router));
-    if (domain->PcieTunnelSupported != 0) TraceStep(router, "PCIe tunnel", KivUsb4TunnnelPcie(domain, router));
+    if (domain->Usb3TunnelSupported != 0) TraceUnlessOk(router, "USB3 tunnel", KivUsb4TunnelUsb3(domain, router));
+    if (domain->PcieTunnelSupported != 0) TraceUnlessOk(router, "PCIe tunnel", KivUsb4TunnnelPcie(domain, router));
   }
   KivUsb4SwitchAddDpInResources(router);
 }
@@ -87,6 +88,7 @@ bool LooksLikePeer(KIV_RESULT error) {
 // The router behind the adapter, linked and in the device list; null when there is none or a step failed.
 USB4_SWITCH* Enumerate(USB4_PORT* adapter) {
   USB4_SWITCH* parent = adapter->Router;
+  TraceStep("enumerate", "name", parent->Info.Name, "adapter", adapter->Number);
   const ROUTER_OR_ERROR found = KivUsb4SwitchAlloc(parent->Domain, parent, RouteBehind(parent, adapter->Number));
   if (LooksLikePeer(found.Error)) {
     TraceWarning("no peer support", "name", parent->Info.Name, "adapter", adapter->Number, "result", found.Error);

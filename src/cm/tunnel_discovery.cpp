@@ -87,6 +87,7 @@ bool CleanUp(USB4_DOMAIN* domain, USB4_PORT* adapter) {
 }  // namespace
 
 void KivUsb4DiscoverTunnels(USB4_SWITCH* router) {
+  TraceStep("discover tunnels", "name", router->Info.Name);
   for (USB4_PORT& adapter : AdaptersOf(router)) {
     USB4_TUNNEL* tunnel = Discover(router->Domain, &adapter);
     if (tunnel != nullptr) Adopt(router->Domain, tunnel);
@@ -97,6 +98,7 @@ void KivUsb4DiscoverTunnels(USB4_SWITCH* router) {
 }
 
 void KivUsb4TunnelDiscoverandCleanUpUnCompleteDp(USB4_DOMAIN* domain) {
+  TraceStep("clean up half-built tunnels");
   for (USB4_PORT& adapter : AdaptersOf(domain->HostRouter)) {
     if (!CleanUp(domain, &adapter)) return;
   }

@@ -3,6 +3,7 @@
 
 #include <span>
 
+#include "include/trace.h"
 #include "topology/router_queries.h"
 #include "tunnel/dp_resources.h"
 #include "tunnel/tunnel_list.h"
@@ -28,6 +29,7 @@ bool KivUsb4IsTunnelInValid(const USB4_TUNNEL* tunnel) {
 void KivUsb4RemoveInvalidTunnels(USB4_DOMAIN* domain) {
   for (USB4_TUNNEL& tunnel : TunnelsOf(domain)) {
     if (!KivUsb4IsTunnelInValid(&tunnel)) continue;
+    TraceStep("sweep tunnel", "type", tunnel.Type);
     KivUsb4DeactivateAndFreeTunnel(&tunnel, {.Unlink = true, .KeepHardware = false});
   }
 }

@@ -29,6 +29,7 @@ USB4_EVENT_NODE* TakeEvent(DEVICE_EXTENSION* context) {
 void Handle(const USB4_HOTPLUG_EVENT& event) {
   USB4_DOMAIN* domain = event.Domain;
   RunGuard guard(*domain);
+  TraceStep("handle hot-plug", "route", event.Route, "adapter", event.Adapter, "unplug", event.Unplug);
   domain->EventThread = PsGetCurrentThreadId();
   KivUsb4HandleHotplug(event);
   domain->EventThread = nullptr;

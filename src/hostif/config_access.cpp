@@ -37,6 +37,11 @@ bool MustStop(USB4_CTL* channel) {
   return context == nullptr || context->PoweredDown.IsSet() || RunIsAborted(context->Domain);
 }
 
+std::uint32_t ControllerOf(USB4_CTL* channel) {
+  const DEVICE_EXTENSION* context = DeviceContextOf(channel->HostInterface->Device);
+  return context == nullptr ? 0 : context->ControllerIndex;
+}
+
 void FillRequest(USB4_CFG_REQUEST* request, const Access& access, std::uint32_t attempt) {
   const std::uint32_t dataBytes = 4 * access.Dwords();
   const USB4_CFG_HEADER header = Usb4CfgMakeHeader(access.Target.Route);
@@ -75,6 +80,10 @@ void Attempt(Access& access, std::uint32_t attempt, ULONG timeoutMs) {
     return;
   }
   FillRequest(request, access, attempt);
+  TraceStep("configuration access", "controller", ControllerOf(access.Channel), "access",
+            access.WriteData == nullptr ? "read" : "write", "route", access.Target.Route, "adapter",
+            access.Target.Adapter, "space", access.Target.Range.Space, "offset", access.Target.Range.Offset, "length",
+            access.Dwords(), "sequence", attempt);
   access.Result = KivUsb4CfgRequestSync(access.Channel, request, timeoutMs);
   if (access.Result.Err == kKivNotSent) return;  // the request is gone already
   if (access.Result.Err == kKivOk) TakeAnswer(access, request->ResponseWords);

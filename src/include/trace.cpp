@@ -13,9 +13,10 @@ REGHANDLE RegistrationHandle() {
   return context == nullptr ? 0 : context->TraceHandle;
 }
 
-EVENT_DESCRIPTOR DescriptorFor(UCHAR level) {
+EVENT_DESCRIPTOR DescriptorFor(UCHAR level, UCHAR opcode) {
   EVENT_DESCRIPTOR descriptor{};
   descriptor.Level = level;
+  descriptor.Opcode = opcode;
   return descriptor;
 }
 
@@ -51,7 +52,7 @@ class UserData {
 bool TraceIsEnabled(UCHAR level) {
   const REGHANDLE handle = RegistrationHandle();
   if (handle == 0) return false;
-  const EVENT_DESCRIPTOR descriptor = DescriptorFor(level);
+  const EVENT_DESCRIPTOR descriptor = DescriptorFor(level, kTraceOpcodeNone);
   return EtwEventEnabled(handle, &descriptor) != FALSE;
 }
 
@@ -73,7 +74,13 @@ void TraceEmit(const TraceSite& site, const TraceField* fields, std::size_t coun
       data.Add(&fields[i].Number, sizeof fields[i].Number);
     }
   }
-  const EVENT_DESCRIPTOR descriptor = DescriptorFor(site.Level);
+  const EVENT_DESCRIPTOR descriptor = DescriptorFor(site.Level, site.Opcode);
   // Nothing to do about a lost event: tracing about tracing would only lose more.
   IgnoreResult(EtwWrite(handle, &descriptor, nullptr, data.Count(), data.Pieces()));
+}
+
+void TracedStep::TellEnd() const {
+  TraceSite end = site_;
+  end.Opcode = kTraceOpcodeStop;
+  TraceEmit(end, nullptr, 0);
 }

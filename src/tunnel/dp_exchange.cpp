@@ -55,6 +55,7 @@ KIV_RESULT KivUsb4DpCmHandshake(const USB4_ENDS& ends) {
   if (!KivUsb4SwitchSupportsDpHandshake(ends.Source->Router) || !KivUsb4SwitchSupportsDpHandshake(dpOut->Router)) {
     return kKivOk;
   }
+  TraceStep("DP handshake", "name", dpOut->Router->Info.Name, "adapter", dpOut->Number);
   const KIV_RESULT result = ModifyProtocolRegister<DpAdpCs6>(dpOut, [](DpAdpCs6::Value& cs6) {
     cs6.Set<DpAdpCs6::ManagerHandshake>(1);
     cs6.Set<DpAdpCs6::ManagerMode>(1);
@@ -69,6 +70,7 @@ KIV_RESULT KivUsb4DpXchgCaps(USB4_TUNNEL* tunnel) {
   const USB4_PORT* dpOut = tunnel->Destination;
   if (dpOut == nullptr) return kKivFailed;
   if (!KnowsCapabilities(dpIn) || !KnowsCapabilities(dpOut)) return kKivOk;
+  TraceStep("exchange DP capabilities", "in", dpIn->Number, "out", dpOut->Number);
   KIV_RESULT result = KivUsb4DpCmHandshake({tunnel->Source, tunnel->Destination});
   if (result != kKivOk) return result;
   DpAdpCs4::Value dpInLocal;

@@ -110,6 +110,7 @@ USB4_PORT* KivUsb4FindDpOut(USB4_DOMAIN* domain, const USB4_PORT* dpIn) {
 void KivUsb4TunnelDp(USB4_DOMAIN* domain) {
   const USB4_ENDS pair = ChoosePair(domain);
   if (pair.Source == nullptr) return;
+  TraceStep("connect display", "in", pair.Source->Number, "out", pair.Destination->Number);
   KIV_RESULT result = Reserve(pair.Source);
   if (result != kKivOk) {
     TraceWarning("DP IN not granted", "adapter", pair.Source->Number, "result", result);

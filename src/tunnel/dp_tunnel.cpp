@@ -156,6 +156,7 @@ KIV_RESULT KivUsb4DpConsumedBandwidth(USB4_TUNNEL* tunnel, USB4_BANDWIDTH& consu
 
 KIV_RESULT KivUsb4PollDPRxCapDone(const USB4_TUNNEL* tunnel) {
   if (!KivUsb4SwitchIsUsb4(tunnel->Source->Router)) return kKivOk;
+  TraceStep("wait for the display", "in", tunnel->Source->Number);
   DpAdpCs7::Value negotiated;
   const KIV_RESULT result = WaitForCapabilities(tunnel->Source, kCapabilityPolls, negotiated);
   if (result != kKivOk) return result;

@@ -110,6 +110,7 @@ KIV_RESULT KivUsb4PathActivate(USB4_PATH* path) {
     TraceError("active already", "name", path->Name);
     return kKivFailed;
   }
+  TraceStep("activate path", "name", path->Name, "hops", path->HopCount);
   KIV_RESULT result = ClearCounters(*path);
   if (result == kKivOk) result = AddCredits(*path);
   if (result == kKivOk) result = WriteEntries(*path);
@@ -119,12 +120,14 @@ KIV_RESULT KivUsb4PathActivate(USB4_PATH* path) {
 
 void KivUsb4PathDeactivate(USB4_PATH* path) {
   if (path->Active == 0) return;
+  TraceStep("deactivate path", "name", path->Name, "hops", path->HopCount);
   KivUsb4PathDeactivateHopsFrom(path, 0);
   __KivUsb4PathDeallocateNfc(path, 0);
   path->Active = 0;
 }
 
 KIV_RESULT __KivUsb4PathDeactivateHop(const USB4_PORT* adapter, std::uint32_t inputHopId, bool clearFlowControl) {
+  TraceStep("switch off hop", "name", adapter->Router->Info.Name, "adapter", adapter->Number, "hop", inputHopId);
   USB4_PATH_ENTRY entry;
   KIV_RESULT result = ReadPathEntry(adapter, inputHopId, entry);
   if (result != kKivOk) return result;

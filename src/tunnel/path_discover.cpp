@@ -117,6 +117,7 @@ bool AdoptHops(USB4_PATH* path, const USB4_PATH_END& source) {
 }  // namespace
 
 USB4_PATH* KivUsb4PathDiscover(const USB4_PATH_SEARCH& search, USB4_PORT** lastAdapter) {
+  TraceStep("discover path", "name", search.Name);
   USB4_PATH_END source;
   if (!ResolveSource(search, source)) return nullptr;
   const Walk walk = FollowToTheEnd(source);

@@ -11,6 +11,15 @@ std::span<USB4_PATH*> PathsOf(const USB4_TUNNEL* tunnel) {
   return {tunnel->Paths, tunnel->PathCount};
 }
 
+// For the trace; a tunnel that is being built may have no source yet.
+const char* SourceRouterOf(const USB4_TUNNEL* tunnel) {
+  return tunnel->Source == nullptr ? "" : tunnel->Source->Router->Info.Name;
+}
+
+std::uint32_t SourceAdapterOf(const USB4_TUNNEL* tunnel) {
+  return tunnel->Source == nullptr ? 0 : tunnel->Source->Number;
+}
+
 bool IsActive(const USB4_PATH* path) {
   return path != nullptr && path->Active != 0;
 }
@@ -58,6 +67,8 @@ void KivUsb4TunnelFree(USB4_TUNNEL* tunnel) {
 }
 
 KIV_RESULT KivUsb4TunnelActivate(USB4_TUNNEL* tunnel) {
+  TraceStep("activate tunnel", "type", tunnel->Type, "source", SourceRouterOf(tunnel), "adapter",
+            SourceAdapterOf(tunnel));
   for (const USB4_PATH* path : PathsOf(tunnel)) {
     if (!IsActive(path)) continue;
     TraceError("a path is active already", "type", tunnel->Type, "path", path->Name);
@@ -67,6 +78,8 @@ KIV_RESULT KivUsb4TunnelActivate(USB4_TUNNEL* tunnel) {
 }
 
 KIV_RESULT KivUsb4TunnelRestart(USB4_TUNNEL* tunnel) {
+  TraceStep("restart tunnel", "type", tunnel->Type, "source", SourceRouterOf(tunnel), "adapter",
+            SourceAdapterOf(tunnel));
   DeactivatePaths(tunnel);
   if (tunnel->Init != nullptr) {
     const KIV_RESULT result = tunnel->Init(tunnel);
@@ -84,6 +97,8 @@ KIV_RESULT KivUsb4TunnelRestart(USB4_TUNNEL* tunnel) {
 }
 
 void KivUsb4TunnelDeactivate(USB4_TUNNEL* tunnel) {
+  TraceStep("deactivate tunnel", "type", tunnel->Type, "source", SourceRouterOf(tunnel), "adapter",
+            SourceAdapterOf(tunnel));
   if (tunnel->Activate != nullptr) {
     const KIV_RESULT result = tunnel->Activate(tunnel, false);
     if (result != kKivOk) TraceError("adapters not switched off", "type", tunnel->Type, "result", result);

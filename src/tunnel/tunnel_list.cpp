@@ -2,6 +2,7 @@
 #include "tunnel/tunnel_list.h"
 
 #include "include/locks.h"
+#include "include/trace.h"
 #include "tunnel/tunnel.h"
 
 namespace {
@@ -19,18 +20,34 @@ AtomicLong* CountOf(USB4_DOMAIN* domain, USB4_TUNNEL_TYPE type) {
   }
 }
 
+// A tunnel lives, for whoever watches, while it is on the list.
+void TraceTunnel(const char* what, const USB4_TUNNEL* tunnel) {
+  const USB4_PORT* source = tunnel->Source;
+  const USB4_PORT* destination = tunnel->Destination;
+  if (source == nullptr || destination == nullptr) return;
+  TraceInfo(what, "type", tunnel->Type, "source", source->Router->Info.Name, "source adapter", source->Number,
+            "destination", destination->Router->Info.Name, "destination adapter", destination->Number, "up",
+            tunnel->Allocated.Upstream, "down", tunnel->Allocated.Downstream);
+}
+
 }  // namespace
 
 void AppendTunnel(USB4_TUNNEL* tunnel) {
-  const SpinLockGuard guard(tunnel->Owner->TopologyLock);
-  TunnelsOf(tunnel->Owner).Append(*tunnel);
+  {
+    const SpinLockGuard guard(tunnel->Owner->TopologyLock);
+    TunnelsOf(tunnel->Owner).Append(*tunnel);
+  }
+  TraceTunnel("tunnel listed", tunnel);
 }
 
 bool UnlinkTunnel(USB4_TUNNEL* tunnel) {
-  const SpinLockGuard guard(tunnel->Owner->TopologyLock);
-  if (!TunnelsOf(tunnel->Owner).Contains(*tunnel)) return false;
-  TunnelList::Remove(*tunnel);
-  InitializeListHead(&tunnel->Link);
+  {
+    const SpinLockGuard guard(tunnel->Owner->TopologyLock);
+    if (!TunnelsOf(tunnel->Owner).Contains(*tunnel)) return false;
+    TunnelList::Remove(*tunnel);
+    InitializeListHead(&tunnel->Link);
+  }
+  TraceTunnel("tunnel unlisted", tunnel);
   return true;
 }
 

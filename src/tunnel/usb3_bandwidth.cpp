@@ -43,6 +43,7 @@ KIV_RESULT ReadBandwidth(const USB4_PORT* adapter, USB4_BANDWIDTH& bandwidth) {
 // Runs `step` while the adapter holds still.
 template <class Step>
 KIV_RESULT WithinRequest(const USB4_PORT* adapter, Step step) {
+  TraceStep("hold USB3 adapter", "name", adapter->Router->Info.Name, "adapter", adapter->Number);
   KIV_RESULT result = Usb4Usb3PortCmRequest(adapter, true);
   if (result != kKivOk) {
     TraceError("request not acknowledged", "adapter", adapter->Number, "result", result);
@@ -62,8 +63,11 @@ KIV_RESULT GrantAtLeast(const USB4_PORT* adapter, USB4_BANDWIDTH& floor) {
   const USB4_BANDWIDTH grant = {Larger(floor.Upstream, consumed.Upstream),
                                 Larger(floor.Downstream, consumed.Downstream)};
   result = Usb4Usb3PortWriteAllocatedBandwidth(adapter, grant);
-  if (result == kKivOk) floor = grant;
-  return result;
+  if (result != kKivOk) return result;
+  floor = grant;
+  TraceInfo("USB3 granted", "source", adapter->Router->Info.Name, "source adapter", adapter->Number, "up",
+            grant.Upstream, "down", grant.Downstream);
+  return kKivOk;
 }
 
 }  // namespace

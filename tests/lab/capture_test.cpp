@@ -61,11 +61,13 @@ TEST_F(Captured, RequestAndAnswerAreMatchedAndDissected) {
 }
 
 TEST(Capture, AFileThatCannotBeWrittenEndsTheRunBeforeItBegins) {
-  lab::RunOptions options;
-  options.captureFile = "/no/such/folder/x.pcapng";
-  const lab::RunReport report = lab::RunScenario(lab::ReadScenario(PROJECT_ROOT "/scenarios/host.toml"), options);
-  EXPECT_EQ(report.code, lab::ExitCode::InputOutput);
-  EXPECT_EQ(report.virtualTime, 0);
+  for (std::string lab::RunOptions::*file : {&lab::RunOptions::captureFile, &lab::RunOptions::traceFile}) {
+    lab::RunOptions options;
+    options.*file = "/no/such/folder/x";
+    const lab::RunReport report = lab::RunScenario(lab::ReadScenario(PROJECT_ROOT "/scenarios/host.toml"), options);
+    EXPECT_EQ(report.code, lab::ExitCode::InputOutput);
+    EXPECT_EQ(report.virtualTime, 0);
+  }
 }
 
 TEST(Capture, OfARunHoldsEveryControlPacketWithAGoodCrc) {

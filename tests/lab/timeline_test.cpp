@@ -1,0 +1,162 @@
+// Goal: a timeline is one JSON document whose slices nest and whose pairs are whole; it says what crossed the wire and
+// what the links carry; and a run is the same with it and without.
+// Method: the file is read back by a JSON library and judged by a checker that refuses planted flaws.
+#include "lab/timeline.h"
+
+#include <cmath>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+
+#include "lab/run.h"
+
+namespace {
+
+using Json = nlohmann::json;
+using Tenths = long long;  // of a microsecond
+
+constexpr Tenths kOpen = 1LL << 60;
+const std::string kFile = testing::TempDir() + "timeline_test.json";
+
+Tenths TimeOf(const Json& event) {
+  return std::llround(event.at("ts").get<double>() * 10);
+}
+
+// How long the slices of each name took, and the first thing that is wrong with the document.
+struct Reading {
+  explicit Reading(const Json& document) {
+    for (const Json& event : document.at("traceEvents")) Take(event, event.at("ph").get<std::string>()[0]);
+    for (const auto& [track, slices] : open_)
+      if (!slices.empty() && slices.back().end == kOpen) Flaw("a slice stays open");
+    if (!pairs_.empty()) Flaw("half a pair");
+  }
+  std::string flaw;
+  std::map<std::string, std::vector<Tenths>> durations;
+  std::size_t accesses = 0;  // slices that say what was requested
+
+ private:
+  struct Slice {
+    std::string name;
+    Tenths begin, end;
+  };
+  void Flaw(const char* text) { flaw = flaw.empty() ? text : flaw; }
+  void Take(const Json& event, char phase) {
+    if (phase == 'M') return;
+    std::vector<Slice>& slices = open_[{event.at("pid"), event.at("tid")}];
+    const Tenths when = TimeOf(event);
+    while (!slices.empty() && slices.back().end <= when) slices.pop_back();
+    if (phase == 'B' || phase == 'X') {
+      const Tenths end = phase == 'B' ? kOpen : when + std::llround(event.at("dur").get<double>() * 10);
+      if (!slices.empty() && slices.back().end < end) Flaw("slices overlap");
+      slices.push_back({event.at("name"), when, end});
+      accesses += event.contains("/args/request"_json_pointer);
+    }
+    if (phase == 'E') {
+      if (slices.empty() || slices.back().end != kOpen) return Flaw("an end closes nothing of its own");
+      if (when < slices.back().begin) Flaw("time runs backwards");
+      durations[slices.back().name].push_back(when - slices.back().begin);
+      slices.pop_back();
+    }
+    if ((phase == 's' || phase == 'f') && slices.empty()) Flaw("an arrow touches no slice");
+    if (phase == 's' || phase == 'b') pairs_.emplace(phase, event.at("id").get<int>());
+    if (phase == 'f' && pairs_.erase({'s', event.at("id").get<int>()}) == 0) Flaw("half a pair");
+    if (phase == 'e' && pairs_.erase({'b', event.at("id").get<int>()}) == 0) Flaw("half a pair");
+  }
+  std::map<std::pair<int, int>, std::vector<Slice>> open_;
+  std::set<std::pair<char, int>> pairs_;  // arrows and lives that have begun
+};
+
+std::string Bytes(const std::string& file) {
+  std::stringstream text;
+  text << std::ifstream(file, std::ios::binary).rdbuf();
+  return text.str();
+}
+
+lab::Scenario TypicalChain() {
+  return lab::ReadScenario(PROJECT_ROOT "/scenarios/typical-chain.toml");
+}
+
+TEST(Timeline, TheCheckerRefusesWhatIsPlanted) {
+  const auto event = [](const char* phase, const char* rest) {
+    return std::string(R"({"name":"n","pid":1,"tid":1,"id":7,"ph":")") + phase + R"(","ts":)" + rest + "}";
+  };
+  const std::string slice = event("X", R"(1.0,"dur":5.0)") + ",";
+  const std::pair<std::string, const char*> kCases[] = {
+      {slice + event("X", R"(6.0,"dur":1.0)"), ""},
+      {slice + event("X", R"(5.9,"dur":1.0)"), "slices overlap"},
+      {event("B", "0.5") + "," + slice + event("E", "6.0"), ""},
+      {event("B", "0.5") + "," + slice + event("E", "3.0"), "an end closes nothing of its own"},
+      {event("B", "0.5"), "a slice stays open"},
+      {event("B", "0.5") + "," + event("E", "0.4"), "time runs backwards"},
+      {slice + event("s", "2.0"), "half a pair"},
+      {slice + event("s", "2.0") + "," + event("f", "8.0"), "an arrow touches no slice"},
+      {event("e", "2.0"), "half a pair"},
+  };
+  for (const auto& [events, flaw] : kCases)
+    EXPECT_EQ(Reading(Json::parse(R"({"traceEvents":[)" + events + "]}")).flaw, flaw) << events;
+}
+
+TEST(Timeline, SaysWhatTheWireAndTheDomainSay) {
+  for (const std::optional<std::uint64_t> seed : {std::optional<std::uint64_t>(), std::optional<std::uint64_t>(2)}) {
+    lab::MachineConfig config = TypicalChain().machine;
+    config.simulation = lab::SimulationFor({.seed = seed});
+    lab::Machine machine(config);
+    lab::Timeline timeline(kFile, machine);
+    std::size_t requests = 0;
+    machine.wire().log().Listen(
+        [&](const sim::WireEntry& entry) { requests += !entry.up && (entry.pdf == 1 || entry.pdf == 2); });
+    machine.Start();
+    ASSERT_EQ(machine.WaitQuiet(10 * platform::kSecond), platform::Outcome::Done);
+    const lab::DomainView domain = machine.Domain();
+    const Tenths quiet = machine.simulation().Now();
+    machine.RemoveAndUnload();
+    ASSERT_TRUE(timeline.Close());
+
+    const Json document = Json::parse(Bytes(kFile));
+    const Reading reading(document);
+    EXPECT_EQ(reading.flaw, "");
+    EXPECT_EQ(reading.accesses, requests);
+    // PCIe to the hub and to the dock, USB3 to the hub: two paths each; the display's tunnel has three.
+    const std::vector<Tenths>& paths = reading.durations.at("activate path");
+    EXPECT_EQ(paths.size(), 9u);
+    for (const Tenths path : paths) EXPECT_TRUE(path > 1'000 && path < 1'000'000) << path / 10 << " us";
+    std::map<std::string, Json> figures;
+    std::set<std::string> lives;
+    for (const Json& event : document.at("traceEvents")) {
+      if (event.at("ph") == "b") lives.insert(event.at("name"));
+      if (event.at("ph") == "C" && TimeOf(event) < quiet) figures[event.at("name")] = event.at("args");
+    }
+    EXPECT_EQ(lives,
+              (std::set<std::string>{"DP 0:5 -> 1:13", "PCIe 0:3 -> 1:9", "PCIe 1:10 -> 301:8", "USB3 0:4 -> 1:16"}));
+    ASSERT_EQ(domain.routers.size(), 3u);
+    for (std::size_t router : {1u, 2u}) {
+      const Json& shown = figures.at(router == 1 ? "link of 1, Mb/s" : "link of 301, Mb/s");
+      const lab::BandwidthView left = domain.routers[router].link.value().available.value();
+      EXPECT_EQ(shown, (Json{{"consumed up", 36000 - left.up},
+                             {"consumed down", 36000 - left.down},
+                             {"available up", left.up},
+                             {"available down", left.down}}));
+    }
+  }
+}
+
+TEST(Timeline, ChangesNothingAndIsTheSameEveryTime) {
+  for (const char* faults : {"none", "all"}) {
+    lab::RunOptions options;
+    options.faults = faults;
+    if (options.faults == "all") options.seed = 3;
+    const std::uint64_t without = lab::RunScenario(TypicalChain(), options).traceHash;
+    std::string files[2];
+    for (std::string& file : files) {
+      options.traceFile = kFile;
+      const lab::RunReport report = lab::RunScenario(TypicalChain(), options);
+      EXPECT_EQ(report.traceHash, without);
+      file = Bytes(options.traceFile);
+    }
+    EXPECT_TRUE(files[0] == files[1]) << faults;
+    EXPECT_EQ(Reading(Json::parse(files[0])).flaw, "") << faults;
+  }
+}
+
+}  // namespace
