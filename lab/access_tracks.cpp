@@ -68,11 +68,10 @@ AccessTracks::Lane& AccessTracks::FreeLane() {
 void AccessTracks::Open(const sim::WireEntry& entry, const sim::ControlPacket& packet) {
   Lane& lane = FreeLane();
   const sim::AddressWord address = packet.Address();
-  const char* verb = packet.pdf == sim::Pdf::Read ? "read" : "write";
-  file_.Begin(lane.track, entry.when,
-              fmt::format("{} {} {:x}:{}", verb, sim::SpaceName(address.space), packet.Route(), address.adapter),
-              TraceArguments().Add("request", entry.text));
-  lane.access = Access{entry.number, 0, 0, packet.pdf, packet.Route(), address.sequence};
+  const std::string name = fmt::format("{} {} {:x}:{}", packet.pdf == sim::Pdf::Read ? "read" : "write",
+                                       sim::SpaceName(address.space), packet.Route(), address.adapter);
+  file_.Begin(lane.track, entry.when, name, TraceArguments().Add("request", entry.text));
+  lane.access = Access{name, entry.number, 0, 0, packet.pdf, packet.Route(), address.sequence};
   Question* question = QuestionOf(packet);
   if (question == nullptr) return Close(lane, entry.when, "nobody waits for one");
   question->sent = true;
@@ -97,7 +96,7 @@ bool AccessTracks::Answer(const sim::WireEntry& entry, const sim::ControlPacket&
 
 void AccessTracks::Close(Lane& lane, platform::Time when, std::string_view answer) {
   if (lane.access->arrow != 0) file_.FinishArrow(lane.track, when, lane.access->arrow);
-  file_.End(lane.track, when, TraceArguments().Add("answer", answer));
+  file_.End(lane.track, when, lane.access->name, TraceArguments().Add("answer", answer));
   lane.access.reset();
 }
 

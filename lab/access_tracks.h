@@ -40,6 +40,7 @@ class AccessTracks {
 
  private:
   struct Access {
+    std::string name;
     std::uint64_t number = 0;  // of the request on the wire
     std::uint32_t task = 0;    // that waits for the answer
     std::uint64_t arrow = 0;

@@ -26,10 +26,10 @@ Track TaskTracks::Begin(unsigned pid, const platform::TraceRecord& record, std::
   return lane.track;
 }
 
-void TaskTracks::End(const platform::TraceRecord& record) {
+void TaskTracks::End(const platform::TraceRecord& record, std::string_view name) {
   const auto found = lanes_.find(record.taskOrdinal);
   if (found == lanes_.end()) return;
-  file_.End(found->second.track, record.when);
+  file_.End(found->second.track, record.when, name);
   if (--found->second.open != 0) return;
   busy_[found->second.track.tid] = false;
   lanes_.erase(found);

@@ -17,7 +17,7 @@ class TaskTracks {
 
   Track Begin(unsigned pid, const platform::TraceRecord& record, std::string_view name,
               const TraceArguments& arguments = {});
-  void End(const platform::TraceRecord& record);
+  void End(const platform::TraceRecord& record, std::string_view name);
   // Where the task's slice is open; none when it has none.
   std::optional<Track> Of(const platform::TraceRecord& record) const;
 

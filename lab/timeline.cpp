@@ -57,7 +57,7 @@ void Timeline::OnTrace(const platform::TraceRecord& record) {
   switch (record.kind) {
     case platform::TraceKind::Callback:
     case platform::TraceKind::Call:
-      if (record.value == kEnds) return tasks_.End(record);
+      if (record.value == kEnds) return tasks_.End(record, record.name);
       tasks_.Begin(HostOf(record).pid, record, record.name,
                    record.text.empty() ? TraceArguments() : TraceArguments().Add("waits for", record.text));
       return;
@@ -103,7 +103,7 @@ void Timeline::StepEnds(const platform::TraceRecord& record, const DriverEvent& 
   } else {
     Sample(host, record.when);
   }
-  tasks_.End(record);
+  tasks_.End(record, event.what);
 }
 
 void Timeline::Told(const platform::TraceRecord& record, const DriverEvent& event) {

@@ -66,21 +66,20 @@ unsigned TraceFile::AddProcess(std::string_view name) {
 
 Track TraceFile::AddTrack(unsigned pid, std::string_view name) {
   tracks_.push_back({pid, static_cast<unsigned>(tracks_.size() + 1)});
-  depth_.push_back(0);
+  open_.emplace_back();
   Write(fmt::format("\"ph\":\"M\",\"pid\":{},\"tid\":{},\"name\":\"thread_name\",\"args\":{{\"name\":{}}}", pid,
                     tracks_.back().tid, Quoted(name)));
   return tracks_.back();
 }
 
 void TraceFile::Begin(Track track, platform::Time when, std::string_view name, const TraceArguments& arguments) {
-  ++depth_.at(track.tid - 1);
+  open_.at(track.tid - 1).emplace_back(name);
   Write(fmt::format("\"ph\":\"B\",{},\"name\":{}{}", Where(track, when), Quoted(name), Arguments(arguments)));
 }
 
-void TraceFile::End(Track track, platform::Time when, const TraceArguments& arguments) {
-  if (depth_.at(track.tid - 1) == 0) return;
-  --depth_.at(track.tid - 1);
-  Write(fmt::format("\"ph\":\"E\",{}{}", Where(track, when), Arguments(arguments)));
+void TraceFile::End(Track track, platform::Time when, std::string_view name, const TraceArguments& arguments) {
+  if (!open_.at(track.tid - 1).empty()) open_.at(track.tid - 1).pop_back();
+  Write(fmt::format("\"ph\":\"E\",{},\"name\":{}{}", Where(track, when), Quoted(name), Arguments(arguments)));
 }
 
 void TraceFile::Instant(Track track, platform::Time when, std::string_view name, const TraceArguments& arguments) {
@@ -115,7 +114,7 @@ void TraceFile::Counter(unsigned pid, platform::Time when, std::string_view name
 
 bool TraceFile::Close(platform::Time when) {
   for (const Track track : tracks_)
-    while (depth_.at(track.tid - 1) != 0) End(track, when);
+    while (!open_.at(track.tid - 1).empty()) End(track, when, std::string(open_.at(track.tid - 1).back()));
   out_ << "\n]}\n";
   out_.close();
   return out_.good();

@@ -1,6 +1,6 @@
 // A timeline for the Perfetto viewer: Chrome trace JSON, one event a line, times in microseconds with one decimal.
 //
-// Slices of one track nest: End closes the one that was opened last. Whatever is open at the end is closed there.
+// Slices of one track nest: each end names the slice that was opened last. Whatever is open at the end is closed there.
 #pragma once
 #include <cstdint>
 #include <fstream>
@@ -38,7 +38,7 @@ class TraceFile {
   Track AddTrack(unsigned pid, std::string_view name);
 
   void Begin(Track track, platform::Time when, std::string_view name, const TraceArguments& arguments = {});
-  void End(Track track, platform::Time when, const TraceArguments& arguments = {});  // nothing when none is open
+  void End(Track track, platform::Time when, std::string_view name, const TraceArguments& arguments = {});
   void Instant(Track track, platform::Time when, std::string_view name, const TraceArguments& arguments = {});
   // An arrow from the slice that is open on one track to the one that is open on another. Returns the arrow's number.
   std::uint64_t StartArrow(Track track, platform::Time when);
@@ -56,8 +56,8 @@ class TraceFile {
   std::ofstream out_;
   bool first_ = true;
   unsigned processes_ = 0;
-  std::vector<Track> tracks_;    // by thread number, from 1 on
-  std::vector<unsigned> depth_;  // slices that are open on each
+  std::vector<Track> tracks_;                   // by thread number, from 1 on
+  std::vector<std::vector<std::string>> open_;  // names of the slices on each, outermost first
   std::uint64_t arrows_ = 0, lives_ = 0;
 };
 

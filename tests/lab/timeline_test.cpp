@@ -53,7 +53,8 @@ struct Reading {
       accesses += event.contains("/args/request"_json_pointer);
     }
     if (phase == 'E') {
-      if (slices.empty() || slices.back().end != kOpen) return Flaw("an end closes nothing of its own");
+      if (slices.empty() || slices.back().end != kOpen || slices.back().name != event.at("name"))
+        return Flaw("an end closes nothing of its own");
       if (when < slices.back().begin) Flaw("time runs backwards");
       durations[slices.back().name].push_back(when - slices.back().begin);
       slices.pop_back();
@@ -87,6 +88,7 @@ TEST(Timeline, TheCheckerRefusesWhatIsPlanted) {
       {slice + event("X", R"(5.9,"dur":1.0)"), "slices overlap"},
       {event("B", "0.5") + "," + slice + event("E", "6.0"), ""},
       {event("B", "0.5") + "," + slice + event("E", "3.0"), "an end closes nothing of its own"},
+      {event("B", "0.5") + R"(,{"name":"m","pid":1,"tid":1,"ph":"E","ts":0.5})", "an end closes nothing of its own"},
       {event("B", "0.5"), "a slice stays open"},
       {event("B", "0.5") + "," + event("E", "0.4"), "time runs backwards"},
       {slice + event("s", "2.0"), "half a pair"},
@@ -95,6 +97,22 @@ TEST(Timeline, TheCheckerRefusesWhatIsPlanted) {
   };
   for (const auto& [events, flaw] : kCases)
     EXPECT_EQ(Reading(Json::parse(R"({"traceEvents":[)" + events + "]}")).flaw, flaw) << events;
+}
+
+TEST(Timeline, TasksOfOneNameShareNoTrackWhileBothAreBusy) {
+  lab::TraceFile file(kFile);
+  lab::TaskTracks tasks(file);
+  const unsigned process = file.AddProcess("host");
+  platform::TraceRecord first{}, second{};
+  first.task = second.task = "client";
+  first.taskOrdinal = 1, second.taskOrdinal = 2;
+  const lab::Track track = tasks.Begin(process, first, "a");
+  tasks.Begin(process, second, "b");
+  tasks.End(first, "a");
+  EXPECT_EQ(tasks.Begin(process, first, "c").tid, track.tid) << "its track is free again";
+  tasks.End(second, "b");
+  EXPECT_TRUE(file.Close(0));
+  EXPECT_EQ(Reading(Json::parse(Bytes(kFile))).flaw, "");
 }
 
 TEST(Timeline, SaysWhatTheWireAndTheDomainSay) {
