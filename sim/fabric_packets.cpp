@@ -92,17 +92,21 @@ void Fabric::Forward(Router& at, unsigned depth, const Journey& journey) {
   Cross(*adapter, [this, depth, journey](Adapter& far) { Arrive(far.router(), far.number(), depth + 1, journey); });
 }
 
+// Answers come one after the other. An acknowledgement asks for none and is taken in passing: a manager that has been
+// busy for long has thousands of them to send.
 void Fabric::Answer(Router& at, unsigned arrival, const Journey& journey) {
   const platform::Time now = simulation_.Now();
-  at.busyUntil = std::max(now, at.busyUntil) + timing_.Draw(kProcessing);
+  const bool inPassing = journey.packet.pdf == Pdf::Notification;
+  if (!inPassing) at.busyUntil = std::max(now, at.busyUntil) + timing_.Draw(kProcessing);
   ++inFlight_;
-  simulation_.After(at.busyUntil - now, "router answers", [this, &at, arrival, journey, life = at.life()] {
-    --inFlight_;
-    if (life != at.life()) return;
-    // A silent router is one that has hung.
-    if (simulation_.faults().Fires("router.silent")) return;
-    if (const auto answer = at.Handle(journey.packet, arrival)) Climb(at, *answer);
-  });
+  simulation_.After(inPassing ? timing_.Draw(kHop) : at.busyUntil - now, "router answers",
+                    [this, &at, arrival, journey, life = at.life()] {
+                      --inFlight_;
+                      if (life != at.life()) return;
+                      // A silent router is one that has hung.
+                      if (simulation_.faults().Fires("router.silent")) return;
+                      if (const auto answer = at.Handle(journey.packet, arrival)) Climb(at, *answer);
+                    });
 }
 
 void Fabric::Refuse(Router& at, unsigned arrival, unsigned adapter, unsigned depth, ErrorCode code,

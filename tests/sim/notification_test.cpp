@@ -41,6 +41,15 @@ TEST(Notifications, RepeatEveryTimeOutUntilAcknowledged) {
   EXPECT_EQ(rig.Errors(), "") << "a spare acknowledgement is ignored";
 }
 
+// A manager that was busy for long has many to send, and reads behind them.
+TEST(Notifications, AcknowledgementsTakeNoTurn) {
+  PlugBench rig;
+  for (unsigned i = 0; i < 8; ++i) rig.Send(Pdf::Notification, 0, 0x80000B07);
+  rig.Send(Pdf::Read, 0, 0x04002000);
+  rig.Run(kMs / 2);
+  EXPECT_NE(rig.Wire().find("<- READ route=0"), std::string::npos) << "before eight reads would be answered";
+}
+
 TEST(Notifications, ANewerStateReplacesTheOlder) {
   PlugBench rig;
   rig.fabric.PlugDisplay("H3:11");
