@@ -138,6 +138,7 @@ void Machine::BuildController(Place place) {
     config.resources =
         DefaultResources(kFirstBar + place.controller * kBarSpacing, interface.barBytes, interface.messages);
   controller.router = &fabric_->AddRouter(*controller.model, RouterName(place));
+  fabric_->firmware(RouterName(place)).SetAnswer(config.handOver);
 }
 
 sim::HostInterface& Machine::hostInterface(Place place) {

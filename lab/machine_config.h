@@ -11,6 +11,7 @@
 #include "platform/host/simulation.h"
 #include "sim/dp_adapter.h"
 #include "sim/firmware_tunnels.h"
+#include "sim/host_firmware.h"
 #include "sim/link.h"
 #include "sim/usb3_adapter.h"
 
@@ -26,6 +27,7 @@ struct ControllerConfig {
   std::map<std::string, std::uint32_t> parameters;           // "USB3Tunnel\\USB3TunnelSupported" -> 1
   platform::Status acpiStatus = 0;
   platform::Time acpiDelay = 0;
+  sim::FirmwareAnswer handOver = sim::FirmwareAnswer::None;  // to the request to let go of the domain
 };
 
 struct HostConfig {

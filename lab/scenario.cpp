@@ -86,6 +86,9 @@ ControllerConfig ReadController(TableReader table) {
   controller.acpiStatus =
       static_cast<platform::Status>(static_cast<std::uint32_t>(table.Number("acpiStatus", 0, 0, 0xFFFFFFFF)));
   controller.acpiDelay = table.Duration("acpiDelay", 0);
+  const std::string handOver = table.Choice("handOver", {"right", "wrong", "none"}, "none");
+  if (handOver == "right") controller.handOver = sim::FirmwareAnswer::Right;
+  if (handOver == "wrong") controller.handOver = sim::FirmwareAnswer::Wrong;
   TableReader registry = table.Table("registry");
   for (auto& [key, value] : registry.NumbersByKey()) controller.parameters[key] = value;
   table.RejectUnknownKeys();

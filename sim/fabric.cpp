@@ -189,6 +189,7 @@ void Fabric::PlacesChanged() {
       if (far == nullptr || far->router().isHost() || !placed.insert(&far->router()).second) continue;
       const Place& here = router.place();
       const std::uint64_t route = here.route | static_cast<std::uint64_t>(n) << (8 * here.depth);
+      if (far->router().place().host == nullptr) Watch(far->router());
       far->router().SetPlace({here.host, far->number(), route, here.depth + 1});
       open.push_back(&far->router());
     }
@@ -204,11 +205,8 @@ void Fabric::LinkCameUp(Link& link) {
   for (unsigned end = 0; end < 2; ++end) {
     Adapter& adapter = link.end(end);
     Router& router = adapter.router();
-    if (router.upstreamAdapter() == adapter.number()) {
-      Watch(router);
-    } else if (router.upstreamAdapter() != 0) {
+    if (router.upstreamAdapter() != 0 && router.upstreamAdapter() != adapter.number())
       router.PlugChanged(adapter, false);
-    }
   }
   DisplaysChanged(*this);
 }
@@ -257,7 +255,7 @@ void Fabric::CutOff(Router& router) {
       if (each->adapter(n)->link != nullptr && each->adapter(n)->model().lane == 0) each->adapter(n)->link->Retrain();
 }
 
-// Some docks give a manager little time.
+// Some docks give a manager little time, from the moment that there is a way to a host.
 void Fabric::Watch(Router& router) {
   const unsigned limitMs = router.model().enumerateWithinMs;
   if (limitMs == 0) return;

@@ -94,6 +94,7 @@ hopCount = 5
 resources = ["interrupt", "memory", "other", "interrupt", "missing", "memory"]
 acpiStatus = "0xC0000001"
 acpiDelay = "1.5 s"
+handOver = "wrong"
 registry = { 'USB3Tunnel\USB3TunnelSupported' = 1 }
 [[event]]
 at = "2 s"
@@ -115,6 +116,7 @@ interface = "{ABC}"
   EXPECT_EQ(controller.hopCount, 5u);
   EXPECT_EQ(static_cast<std::uint32_t>(controller.acpiStatus), 0xC0000001u);
   EXPECT_EQ(controller.acpiDelay, 15'000'000);
+  EXPECT_EQ(controller.handOver, sim::FirmwareAnswer::Wrong);
   EXPECT_EQ(controller.parameters.at("USB3Tunnel\\USB3TunnelSupported"), 1u);
   ASSERT_EQ(controller.resources->size(), 6u);
   EXPECT_EQ(controller.resources->at(3).message, 1u) << "messages are numbered in order";

@@ -1,6 +1,7 @@
 // Goal: every scenario that the project shows holds, first-come and with seeds, and the same seed is the same run.
 #include <filesystem>
 #include <fstream>
+#include <map>
 
 #include "lab/run.h"
 #include "tests/support/seeds.h"
@@ -43,7 +44,7 @@ std::vector<std::string> DocumentedExamples() {
 }
 
 TEST(Gallery, EveryScenarioHolds) {
-  ASSERT_GE(ScenarioFiles().size(), 13u);
+  ASSERT_GE(ScenarioFiles().size(), 16u);
   ASSERT_GE(DocumentedExamples().size(), 3u);
   std::vector<std::string> files = ScenarioFiles();
   for (const std::string& example : DocumentedExamples()) files.push_back(example);
@@ -75,6 +76,20 @@ TEST(Gallery, OneSeedIsOneRun) {
       EXPECT_NE(first.traceHash, previous) << name << " seed " << seed << " changes nothing";
       previous = first.traceHash;
     }
+  }
+}
+
+// No expectation can say what a dock has done in the meantime.
+TEST(Gallery, OnlyTheHastyDockBehindAHubLosesPatience) {
+  const lab::Scenario scenario = lab::ReadScenario(PROJECT_ROOT "/scenarios/hasty-dock.toml");
+  for (const auto& seed : tests::SeedsToRun()) {
+    lab::RunOptions options;
+    options.seed = seed;
+    std::map<std::string, unsigned> lost;
+    for (const lab::LiveEvent& event : lab::RunScenario(scenario, options).events)
+      if (event.event == "dock lost patience") ++lost[event.effect];
+    EXPECT_EQ(lost.count("hasty dock"), 0u);
+    EXPECT_GE(lost["second hasty dock"], 1u);
   }
 }
 
