@@ -14,7 +14,7 @@ constexpr std::size_t kStackLimit = 64 * 1024;
 #else
 constexpr std::size_t kStackLimit = 16 * 1024;
 #endif
-constexpr std::uint32_t kCallsWithoutProgress = 5'000'000;
+constexpr std::uint32_t kCallsWithoutProgress = 20'000'000;
 
 [[noreturn]] void OutsideTask(const char* name) {
   std::fprintf(stderr, "%s: %s was called outside a task of a simulation\n", RuleName(Rule::CallOutsideTask), name);

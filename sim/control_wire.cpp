@@ -76,6 +76,14 @@ void ControlWire::Inject(const RawPacket& packet) {
   Forward(std::move(passage));
 }
 
+bool ControlWire::Spared(const Passage& passage) const {
+  if (!spared_) return false;
+  const auto decoded = DecodePacket(static_cast<Pdf>(passage.packet.pdf), passage.packet.bytes);
+  if (!decoded || decoded->packet.dwords.size() < kHeaderDwords) return false;
+  const Pdf pdf = decoded->packet.pdf;
+  return (pdf == Pdf::Read || pdf == Pdf::Write) && decoded->packet.Address().sequence == *spared_;
+}
+
 // The damage that a fault does to an answer's content. True when the packet is late as well.
 bool ControlWire::BendAnswer(Passage& passage) {
   platform::FaultPlan& faults = simulation_.faults();
@@ -119,6 +127,7 @@ void ControlWire::BreakBoth(Passage& passage, bool& lost) {
 }
 
 void ControlWire::Pass(Passage passage) {
+  if (Spared(passage)) return Forward(std::move(passage));
   platform::FaultPlan& faults = simulation_.faults();
   const bool late = passage.note.empty() && BendAnswer(passage);
   bool lost = false;

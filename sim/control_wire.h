@@ -46,6 +46,8 @@ class ControlWire final : public FramePort {
   // A router's packet arrives at the host interface.
   void PacketToHost(const ControlPacket& packet);
   bool Quiet() const { return inFlight_ == 0; }
+  // Faults leave requests with this sequence number alone, and their answers: an access that is repeated gets through.
+  void SpareSequence(std::uint32_t sequence) { spared_ = sequence; }
 
   // --- scripted hardware
   // Runs `action` just before packet `number` (as the log counts, both directions) is passed on, or lost.
@@ -72,6 +74,7 @@ class ControlWire final : public FramePort {
   std::uint64_t NextPacket();
   void Forward(Passage passage);
   void ForwardLater(platform::Time delay, Passage passage);
+  bool Spared(const Passage& passage) const;
   bool BendAnswer(Passage& passage);
   void BreakBoth(Passage& passage, bool& lost);
   void Log(const Passage& passage, std::uint64_t number);
@@ -89,6 +92,7 @@ class ControlWire final : public FramePort {
   std::uint64_t answers_ = 0;
   std::optional<Passage> held_[2];  // by direction: waiting to be overtaken
   unsigned inFlight_ = 0;
+  std::optional<std::uint32_t> spared_;
 };
 
 }  // namespace sim
