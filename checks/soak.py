@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Seeds of the host run under each fault, and under all of them drawn per seed: soak.py TOOL FIRST LAST.
+"""Seeds of the host under each fault, and of generated domains under drawn ones: soak.py TOOL FIRST LAST.
 
-One process for each processor. Failing seeds come out as the commands that replay them; the last line is
+Two processes for each processor. Failing seeds come out as the commands that replay them; the last line is
 'N passed, N failed'.
 """
 import os
@@ -10,15 +10,16 @@ import subprocess
 import sys
 
 FAULTS = ("none", "lose", "delay", "duplicate", "reorder", "corrupt", "truncate", "wrong-sequence", "wrong-route",
-          "error-packet", "late", "unsolicited", "storm", "memory", "hardware", "all")
+          "error-packet", "late", "unsolicited", "storm", "memory", "hardware", "light", "heavy")
 
 
 def main():
     tool, first, last = sys.argv[1:4]
     shards = os.cpu_count() or 1
     processes = [
-        subprocess.Popen([tool, "soak", "scenarios/host.toml", "--seeds", f"{first}..{last}", "--shard", f"{i + 1}/{shards}",
-                          "--faults", *FAULTS], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        subprocess.Popen([tool, "soak", scenario, "--seeds", f"{first}..{last}", "--shard", f"{i + 1}/{shards}",
+                          "--faults", *faults], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        for scenario, faults in (("scenarios/host.toml", FAULTS), ("generated", ("none", "light", "heavy")))
         for i in range(shards)
     ]
     passed = failed = 0

@@ -8,10 +8,15 @@
 
 namespace lab {
 
-// "none", one name per fault, and "all", which draws for each seed which faults are on at all.
+// Draws for each seed some of the faults that asking again makes up for; the last attempt of a request is spared
+// (sim/control_wire.h), so that the driver has to bring up the whole domain without being healed.
+inline constexpr std::string_view kLightFaults = "light";
+
+// "none", one name per fault, kLightFaults, and "heavy", which draws for each seed which of all faults are on at all.
 const std::vector<std::string>& FaultProfileNames();
 
-// Arms the profile's sites; an unknown name arms nothing and gives false.
-[[nodiscard]] bool ArmFaults(std::string_view profile, std::uint64_t seed, platform::FaultPlan& plan);
+// Arms the profile's sites, the weaker the more `routers` there are; an unknown name arms nothing and gives false.
+[[nodiscard]] bool ArmFaults(std::string_view profile, std::uint64_t seed, platform::FaultPlan& plan,
+                             std::size_t routers = 0);
 
 }  // namespace lab

@@ -8,6 +8,7 @@
 #include "lab/decode_drom.h"
 #include "lab/decode_packet.h"
 #include "lab/fault_profiles.h"
+#include "lab/generate.h"
 #include "lab/json_report.h"
 #include "lab/print_run.h"
 #include "lab/soak.h"
@@ -26,7 +27,7 @@ struct Options {
   lab::RunOptions run;
   bool json = false;
   unsigned verbosity = 0;
-  std::string picture;
+  std::string picture, state;
 };
 
 lab::Console MakeConsole(const Options& options) {
@@ -84,7 +85,7 @@ lab::ExitCode RunCommand(Options& options) {
   options.run.faults = options.faults.front();
   if (!TakeSeed(options)) return UsageError("--seed wants a number, not \"" + options.seed + "\"");
   const lab::Console console = MakeConsole(options);
-  const lab::Scenario scenario = lab::ReadScenario(options.files.front());
+  const lab::Scenario scenario = lab::FindScenario(options.files.front(), options.run.seed.value_or(0));
   options.run.registers = options.verbosity > 1;
   lab::LiveEvents::Listener live;
   if (!options.json) {
@@ -104,7 +105,8 @@ lab::ExitCode ExplainCommand(Options& options) {
   if (!TakeSeed(options)) return UsageError("--seed wants a number, not \"" + options.seed + "\"");
   options.run.explain = true;
   const lab::Console console = MakeConsole(options);
-  const lab::RunReport report = lab::RunScenario(lab::ReadScenario(options.files.front()), options.run);
+  const lab::RunReport report =
+      lab::RunScenario(lab::FindScenario(options.files.front(), options.run.seed.value_or(0)), options.run);
   for (const std::string& text : report.explanations) fmt::print("{}", text);
   for (const std::string& failure : report.failures) console.Message("failed: " + failure);
   return report.code;
@@ -120,7 +122,14 @@ lab::ExitCode SoakCommand(Options& options) {
     return UsageError("--shard wants I/N with I in 1 to N, not \"" + options.shard + "\"");
   soak.scenarios = options.files;
   soak.faults = options.faults;
+  soak.stateFile = options.state;
   return lab::Soak(soak, MakeConsole(options));
+}
+
+lab::ExitCode GenerateCommand(Options& options) {
+  if (!TakeSeed(options)) return UsageError("--seed wants a number, not \"" + options.seed + "\"");
+  fmt::print("{}", lab::GenerateScenario(options.run.seed.value_or(0)));
+  return lab::ExitCode::Held;
 }
 
 lab::ExitCode DecodeCommand(const Options& options, bool drom) {
@@ -146,10 +155,11 @@ void AddRun(CLI::App& app, Options& options) {
 }
 
 void AddSoak(CLI::App& app, Options& options) {
-  app.add_option("scenarios", options.files, "scenario files")->required();
+  app.add_option("scenarios", options.files, "scenario files; \"generated\": one of its own for each seed")->required();
   app.add_option("--seeds", options.seeds, "A..B");
   app.add_option("--shard", options.shard, "I/N: every N-th run, from the I-th on");
   app.add_option("--faults", options.faults, "fault profiles, each with every seed");
+  app.add_option("--state", options.state, "keep in this file how far it is, and go on from there");
   AddColor(app, options);
 }
 
@@ -160,12 +170,14 @@ lab::ExitCode Dispatch(int count, char** arguments) {
   CLI::App* run = app.add_subcommand("run", "play a scenario, show what happens, judge it");
   CLI::App* explain = app.add_subcommand("explain", "why each device of a scenario has, or has not, its tunnel");
   CLI::App* soak = app.add_subcommand("soak", "many seeds of scenarios; prints each failure as its replay command");
+  CLI::App* generate = app.add_subcommand("generate", "print the scenario that stands for a seed of \"generated\"");
   CLI::App* decode = app.add_subcommand("decode", "explain a dump from the bench");
   AddRun(*run, options);
   AddSoak(*soak, options);
   explain->add_option("scenario", options.files, "scenario file")->required()->expected(1);
   explain->add_option("--seed", options.seed, "one interleaving");
   AddColor(*explain, options);
+  generate->add_option("--seed", options.seed, "which one");
   decode->require_subcommand(1);
   CLI::App* packet = decode->add_subcommand("packet", "control packets, one a line in hex, with or without CRC");
   packet->add_option("file", options.files, "text file")->required()->expected(1);
@@ -182,6 +194,7 @@ lab::ExitCode Dispatch(int count, char** arguments) {
   }
   if (run->parsed()) return RunCommand(options);
   if (explain->parsed()) return ExplainCommand(options);
+  if (generate->parsed()) return GenerateCommand(options);
   return soak->parsed() ? SoakCommand(options) : DecodeCommand(options, drom->parsed());
 }
 

@@ -37,17 +37,16 @@ bool EndsAtMissingLane(const sim::LivePath& path) {
   return path.to == nullptr && !path.hops.empty() && MissingLane(*path.hops.back().out);
 }
 
-// A line of the fabric's books that is about such a lane.
-bool AboutMissingLane(const sim::Fabric& fabric, const std::string& line) {
-  for (const auto& router : fabric.routers()) {
-    for (unsigned n = 1; n <= router->maxAdapter(); ++n) {
-      const sim::Adapter& adapter = *router->adapter(n);
-      if (!MissingLane(adapter)) continue;
-      if (line.ends_with(adapter.Name() + " is not up") ||
-          line.starts_with("dangling entry at " + adapter.Name() + " "))
-        return true;
-    }
-  }
+// The entries of tunnels that need such a lane: they are listed, and lead nowhere.
+using Entries = std::set<std::string>;  // "D1:3 hop 8", as the fabric's books call them
+
+// A line of the fabric's books that is about such a lane or such a tunnel.
+bool AboutMissingLane(const sim::Fabric& fabric, const Entries& stranded, const std::string& line) {
+  constexpr std::string_view kDangling = "dangling entry at ";
+  if (line.starts_with(kDangling) && stranded.contains(line.substr(kDangling.size()))) return true;
+  for (const auto& router : fabric.routers())
+    for (unsigned n = 1; n <= router->maxAdapter(); ++n)
+      if (MissingLane(*router->adapter(n)) && line.ends_with(router->adapter(n)->Name() + " is not up")) return true;
   return false;
 }
 
@@ -58,6 +57,8 @@ class DomainAudit {
         host_(machine.fabric().Find(HostRouterName(machine.config(), place))),
         live_(live),
         domain_(machine.Domain(place)) {}
+
+  const Entries& stranded() const { return stranded_; }
 
   Lines Go(const OracleOptions& options) {
     if (options.complete) Routers();
@@ -129,13 +130,23 @@ class DomainAudit {
     });
   }
 
+  void Strand(const PathView& path) {
+    for (const HopView& hop : path.hops)
+      if (const sim::Router* router = Hardware(hop.route))
+        stranded_.insert(fmt::format("{} hop {}", router->adapter(hop.in)->Name(), hop.inHop));
+  }
+
   void Tunnel(const TunnelView& tunnel) {
     for (const PathView& path : tunnel.paths) {
       for (const HopView& hop : path.hops) {
         inputs_[{hop.route, hop.in}].insert(hop.inHop);
         outputs_[{hop.route, hop.out}].insert(hop.outHop);
       }
-      if (!path.active || NeedsMissingLane(path)) continue;
+      if (!path.active) continue;
+      if (NeedsMissingLane(path)) {
+        Strand(path);
+        continue;
+      }
       const std::string trail = Trail(path);
       const sim::LivePath* live = trail.empty() ? nullptr : Find(tunnel, trail);
       if (live == nullptr) {
@@ -226,6 +237,7 @@ class DomainAudit {
   const sim::Router* host_;
   const sim::FabricPaths& live_;
   const DomainView domain_;
+  Entries stranded_;
   std::set<std::string> claimed_;  // trails of live paths that some tunnel has
   std::map<std::pair<std::uint64_t, unsigned>, std::set<unsigned>> inputs_, outputs_;  // hop IDs of all paths
   Lines lines_;
@@ -252,18 +264,21 @@ Lines AllFindings(Machine& machine, const OracleOptions& options) {
   Lines lines;
   const sim::FabricPaths live = sim::TracePaths(machine.fabric());
   bool all = true;
+  Entries stranded;
   for (Place place : machine.Places()) {
     if (!Running(machine, place)) {
       all = false;
       continue;
     }
-    const Lines found = DomainAudit(machine, place, live).Go(options);
+    DomainAudit audit(machine, place, live);
+    const Lines found = audit.Go(options);
     lines.insert(lines.end(), found.begin(), found.end());
+    stranded.insert(audit.stranded().begin(), audit.stranded().end());
   }
   // The fabric's own books know no domains.
   if (!all || options.wreckage) return lines;
   for (const std::string& line : sim::CheckBooks(machine.fabric()))
-    if (!AboutMissingLane(machine.fabric(), line)) lines.push_back(line);
+    if (!AboutMissingLane(machine.fabric(), stranded, line)) lines.push_back(line);
   return lines;
 }
 

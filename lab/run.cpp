@@ -24,6 +24,8 @@ constexpr platform::Time kQuietWithin = 600 * platform::kSecond;
 // With the quiet horizon behind it, shorter than the 15 s after which an idle device powers down and takes its tree
 // along.
 constexpr platform::Time kReplugPause = 300 * platform::kMillisecond;
+// Requests carry the number of the attempt, from 0; the driver gives up after four.
+constexpr std::uint32_t kLastAttempt = 3;
 constexpr platform::Time kHealPause = 8 * platform::kSecond;
 
 class Run {
@@ -224,7 +226,7 @@ void Run::Heal() {
   Say("", "faults", "healed");
   Note(machine_.WaitQuiet(kQuietWithin));
   for (std::size_t host = 0; host < scenario_.machine.hosts.size() && !Over(); ++host) {
-    machine_.kernel(host).SystemSleep(platform::SystemPowerAction::Sleep);
+    machine_.kernel(host).SystemSleep(platform::SystemPowerAction::Hibernate);
     if (!Over()) machine_.kernel(host).SystemResume();
   }
   for (Place place : machine_.Places()) {
@@ -292,15 +294,18 @@ ExitCode Run::Code() const {
 }
 
 RunReport Run::Execute() {
-  const bool faulty = options_.faults != "none";
+  const bool heals = options_.faults != "none" && options_.faults != kLightFaults;
   if ((capture_ && !capture_->Good()) || (timeline_ && !timeline_->Good())) {
     report_.code = ExitCode::InputOutput;
     return std::move(report_);
   }
-  if (!ArmFaults(options_.faults, report_.seed, machine_.faults())) Fail("unknown fault profile " + options_.faults);
+  if (!ArmFaults(options_.faults, report_.seed, machine_.faults(), scenario_.machine.routers.size()))
+    Fail("unknown fault profile " + options_.faults);
+  if (options_.faults == kLightFaults)
+    for (Place place : machine_.Places()) machine_.wire(place).SpareSequence(kLastAttempt);
   Start();
   if (!Over()) PlayUntil(platform::kNever);
-  if (!Over() && faulty) Heal();
+  if (!Over() && heals) Heal();
   if (!Over()) JudgeEnd();
   if (!Over()) Removal();
   platform::Simulation& simulation = machine_.simulation();

@@ -8,6 +8,7 @@
 #include <charconv>
 #include <cstdio>
 
+#include "lab/generate.h"
 #include "lab/protocol_input.h"
 #include "lab/suggest.h"
 #include "lab/toml_reader.h"
@@ -300,8 +301,9 @@ const std::vector<std::string>& VerbNames() {
   return kNames;
 }
 
-Scenario ReadScenario(const std::string& file) {
-  const toml::table parsed = ReadTomlFile(file);
+namespace {
+
+Scenario FromTable(const toml::table& parsed, const std::string& file) {
   TableReader table(file, parsed);
   Scenario scenario;
   scenario.file = file;
@@ -321,6 +323,21 @@ Scenario ReadScenario(const std::string& file) {
   std::stable_sort(scenario.expectations.begin(), scenario.expectations.end(),
                    [](const Expectation& a, const Expectation& b) { return a.at < b.at; });
   return scenario;
+}
+
+}  // namespace
+
+Scenario ReadScenario(const std::string& file) {
+  return FromTable(ReadTomlFile(file), file);
+}
+
+Scenario ReadScenarioText(const std::string& text, const std::string& name) {
+  return FromTable(ReadTomlText(text, name), name);
+}
+
+Scenario FindScenario(const std::string& file, std::uint64_t seed) {
+  if (file == kGenerated) return ReadScenarioText(GenerateScenario(seed), file);
+  return ReadScenario(file);
 }
 
 }  // namespace lab

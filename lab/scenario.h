@@ -82,5 +82,9 @@ struct Scenario {
 
 // Reads a scenario; a mistake in it throws InputError (lab/toml_reader.h).
 Scenario ReadScenario(const std::string& file);
+// The same from a text; `name` stands for the file in errors and replay commands.
+Scenario ReadScenarioText(const std::string& text, const std::string& name);
+// A file, or the scenario that is generated from `seed` where the file is called kGenerated (lab/generate.h).
+Scenario FindScenario(const std::string& file, std::uint64_t seed);
 
 }  // namespace lab

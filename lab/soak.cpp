@@ -7,8 +7,9 @@
 #include <chrono>
 #include <cstdio>
 
-#include "lab/duration.h"
+#include "lab/generate.h"
 #include "lab/print_run.h"
+#include "lab/soak_state.h"
 
 namespace lab {
 namespace {
@@ -16,89 +17,125 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::uint64_t kTwiceEvery = 50;  // a sample of seeds runs twice and must give the same trace
-constexpr std::uint64_t kProgressEvery = 100;
+constexpr std::chrono::seconds kProgressEvery{10};
 
-struct Totals {
-  std::uint64_t runs = 0, all = 0, failed = 0, faultsFired = 0;
-  platform::Time virtualTime = 0;
-  ExitCode code = ExitCode::Held;
-  Clock::time_point began = Clock::now();
-
-  double Seconds() const { return std::chrono::duration<double>(Clock::now() - began).count(); }
-};
+std::string FirstFinding(const RunReport& report) {
+  if (!report.violations.empty())
+    return fmt::format("{}: {}", platform::RuleName(report.violations.front().rule), report.violations.front().detail);
+  if (!report.hang.empty()) return "hang: " + report.hang.substr(0, report.hang.find('\n'));
+  if (!report.failures.empty()) return report.failures.front();
+  return report.protocolErrors.empty() ? "failed" : report.protocolErrors.front().text;
+}
 
 class Campaign {
  public:
-  Campaign(const SoakOptions& options, const Console& console) : options_(options), console_(console) {}
+  Campaign(const SoakOptions& options, const Console& console) : options_(options), console_(console) {
+    state_.campaign =
+        fmt::format("{} seeds {}..{} shard {}/{} faults {}", fmt::join(options.scenarios, " "), options.firstSeed,
+                    options.lastSeed, options.shard, options.shards, fmt::join(options.faults, " "));
+  }
 
   ExitCode Execute() {
-    std::vector<Scenario> scenarios;
-    for (const std::string& file : options_.scenarios) scenarios.push_back(ReadScenario(file));
-    const std::uint64_t seeds = options_.lastSeed - options_.firstSeed + 1;
-    totals_.all = seeds * scenarios.size() * options_.faults.size() / options_.shards;
-    std::uint64_t position = 0;
-    for (const Scenario& scenario : scenarios)
-      for (const std::string& faults : options_.faults)
-        for (std::uint64_t seed = options_.firstSeed; seed <= options_.lastSeed; ++seed)
-          if (position++ % options_.shards == options_.shard - 1) RunOne(scenario, faults, seed);
+    if (!Resume()) return ExitCode::Usage;
+    for (const std::string& file : options_.scenarios)
+      scenarios_.push_back(file == kGenerated ? Scenario() : ReadScenario(file));
+    for (; state_.next < All(); ++state_.next) {
+      if (state_.next % options_.shards == options_.shard - 1) RunAt(state_.next);
+      if (Clock::now() - reported_ < kProgressEvery) continue;
+      Progress();
+      if (!Save(state_.next + 1)) return ExitCode::InputOutput;
+    }
+    if (!Save(state_.next)) return ExitCode::InputOutput;
     Finish();
-    return totals_.code;
+    return static_cast<ExitCode>(state_.code);
   }
 
  private:
-  void RunOne(const Scenario& scenario, const std::string& faults, std::uint64_t seed) {
-    RunOptions run;
-    run.seed = seed;
-    run.faults = faults;
-    run.events = false;
-    const RunReport report = RunScenario(scenario, run);
-    ++totals_.runs;
-    totals_.faultsFired += report.faultsFired;
-    totals_.virtualTime += report.virtualTime;
-    if (report.code != ExitCode::Held) Failure(scenario, run, report.code, FirstFinding(report));
-    if (seed % kTwiceEvery == 0) {
-      const RunReport again = RunScenario(scenario, run);
-      if (again.traceHash != report.traceHash)
-        Failure(scenario, run, ExitCode::Failed, "the same seed gave another trace");
-    }
-    if (totals_.runs % kProgressEvery == 0) Progress();
+  std::uint64_t Seeds() const { return options_.lastSeed - options_.firstSeed + 1; }
+  std::uint64_t All() const { return Seeds() * options_.scenarios.size() * options_.faults.size(); }
+  double Seconds() const {
+    return static_cast<double>(earlier_) / 1e3 + std::chrono::duration<double>(Clock::now() - began_).count();
   }
 
-  static std::string FirstFinding(const RunReport& report) {
-    if (!report.violations.empty())
-      return fmt::format("{}: {}", platform::RuleName(report.violations.front().rule),
-                         report.violations.front().detail);
-    if (!report.hang.empty()) return "hang: " + report.hang.substr(0, report.hang.find('\n'));
-    if (!report.failures.empty()) return report.failures.front();
-    return report.protocolErrors.empty() ? "failed" : report.protocolErrors.front().text;
+  bool Resume() {
+    std::string why;
+    if (!options_.stateFile.empty() && !LoadSoakState(options_.stateFile, state_, why)) {
+      console_.Message("usb4lab: " + why);
+      return false;
+    }
+    earlier_ = state_.milliseconds;
+    if (state_.next != 0) console_.Message(fmt::format("going on after {} runs", state_.runs));
+    for (const std::string& finding : state_.findings) console_.Out(finding);
+    return true;
+  }
+
+  bool Save(std::uint64_t next) {
+    if (options_.stateFile.empty()) return true;
+    SoakState now = state_;
+    now.next = next;
+    now.milliseconds = static_cast<std::uint64_t>(Seconds() * 1e3);
+    if (SaveSoakState(options_.stateFile, now)) return true;
+    console_.Message("usb4lab: cannot write " + options_.stateFile);
+    return false;
+  }
+
+  // Seeds run fastest, then fault profiles, then scenarios.
+  void RunAt(std::uint64_t position) {
+    RunOptions run;
+    run.seed = options_.firstSeed + position % Seeds();
+    run.faults = options_.faults[position / Seeds() % options_.faults.size()];
+    run.events = false;
+    const std::size_t which = position / Seeds() / options_.faults.size();
+    if (options_.scenarios[which] == kGenerated)
+      RunOne(FindScenario(options_.scenarios[which], *run.seed), run);
+    else
+      RunOne(scenarios_[which], run);
+  }
+
+  void RunOne(const Scenario& scenario, const RunOptions& run) {
+    const RunReport report = RunScenario(scenario, run);
+    ++state_.runs;
+    state_.faultsFired += report.faultsFired;
+    state_.virtualTime += report.virtualTime;
+    if (report.code != ExitCode::Held) return Failure(scenario, run, report.code, FirstFinding(report));
+    if (*run.seed % kTwiceEvery == 0 && RunScenario(scenario, run).traceHash != report.traceHash)
+      Failure(scenario, run, ExitCode::Failed, "the same seed gave another trace");
   }
 
   void Failure(const Scenario& scenario, const RunOptions& run, ExitCode code, const std::string& why) {
-    if (totals_.failed++ == 0) totals_.code = code;
-    console_.Out(fmt::format("FAIL {} seed={} faults={}", why, *run.seed, run.faults));
-    console_.Out("  replay: " + ReplayCommand(scenario.file, run));
+    if (state_.failed++ == 0) state_.code = static_cast<int>(code);
+    for (const std::string& line : {fmt::format("FAIL {} seed={} faults={}", why, *run.seed, run.faults),
+                                    "  replay: " + ReplayCommand(scenario.file, run)}) {
+      console_.Out(line);
+      state_.findings.push_back(line);
+    }
   }
 
   void Progress() {
-    const double seconds = totals_.Seconds();
-    const double rate = seconds > 0 ? static_cast<double>(totals_.runs) / seconds : 0;
-    const double left = rate > 0 ? static_cast<double>(totals_.all - std::min(totals_.all, totals_.runs)) / rate : 0;
-    console_.Message(fmt::format("{} of {} runs, {} failed, {:.0f} a second, {:.0f} s left", totals_.runs, totals_.all,
-                                 totals_.failed, rate, left));
+    reported_ = Clock::now();
+    const std::uint64_t mine = All() / options_.shards, left = mine - std::min(mine, state_.runs);
+    const double rate = static_cast<double>(state_.runs) / std::max(Seconds(), 1e-3);
+    console_.Message(fmt::format("{} of {} runs, {} failed, {:.0f} a second, {:.0f} s left", state_.runs, mine,
+                                 state_.failed, rate, static_cast<double>(left) / std::max(rate, 1e-3)));
   }
 
   void Finish() {
-    const double seconds = std::max(totals_.Seconds(), 1e-3);
-    console_.Out(fmt::format("{} runs, {} faults, {} s of virtual time in {:.1f} s ({:.0f} runs a second)",
-                             totals_.runs, totals_.faultsFired, totals_.virtualTime / platform::kSecond, seconds,
-                             static_cast<double>(totals_.runs) / seconds));
+    const double seconds = std::max(Seconds(), 1e-3);
+    const auto simulated = static_cast<double>(state_.virtualTime) / static_cast<double>(platform::kSecond);
+    console_.Out(fmt::format(
+        "{} runs, {} faults, {:.0f} s of virtual time in {:.1f} s ({:.0f} runs, {:.0f} s of it a second)", state_.runs,
+        state_.faultsFired, simulated, seconds, static_cast<double>(state_.runs) / seconds, simulated / seconds));
     console_.Out(
-        fmt::format("{} passed, {} failed", totals_.runs - std::min(totals_.runs, totals_.failed), totals_.failed));
+        fmt::format("{} passed, {} failed", state_.runs - std::min(state_.runs, state_.failed), state_.failed));
   }
 
   const SoakOptions& options_;
   const Console& console_;
-  Totals totals_;
+  std::vector<Scenario> scenarios_;
+  SoakState state_;
+  std::uint64_t earlier_ = 0;  // milliseconds of an interrupted campaign
+  const Clock::time_point began_ = Clock::now();
+  Clock::time_point reported_ = began_;
 };
 
 template <class Number>

@@ -14,6 +14,7 @@ struct SoakOptions {
   std::uint64_t firstSeed = 1, lastSeed = 100;
   unsigned shard = 1, shards = 1;  // this process takes every shards-th run
   std::vector<std::string> faults{"none"};
+  std::string stateFile;  // where the campaign stands, to go on after an interruption; empty: nowhere
 };
 
 // "A..B" with A <= B.
@@ -21,7 +22,8 @@ bool ParseSeedRange(const std::string& text, std::uint64_t& first, std::uint64_t
 // "I/N" with 1 <= I <= N.
 bool ParseShard(const std::string& text, unsigned& shard, unsigned& shards);
 
-// Held when every run held; else the code of the first that did not. InputError for a scenario that cannot be read.
+// Held when every run held; else the code of the first that did not. InputError for a scenario that cannot be read;
+// Usage for a state file of another campaign, InputOutput for one that cannot be written.
 ExitCode Soak(const SoakOptions& options, const Console& console);
 
 }  // namespace lab

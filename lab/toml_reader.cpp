@@ -53,6 +53,14 @@ toml::table ReadTomlFile(const std::string& file) {
   }
 }
 
+toml::table ReadTomlText(const std::string& text, const std::string& name) {
+  try {
+    return toml::parse(text, name);
+  } catch (const toml::parse_error& error) {
+    throw InputError(name, error.source().begin, error.description());
+  }
+}
+
 const toml::node* TableReader::Find(std::string_view key) {
   known_.emplace_back(key);
   return table_->get(key);

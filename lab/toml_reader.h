@@ -20,6 +20,8 @@ class InputError : public std::runtime_error {
 
 // Reads and parses a file; a file that is missing or no TOML throws InputError.
 toml::table ReadTomlFile(const std::string& file);
+// Parses a text that stands in no file; errors call it `name`.
+toml::table ReadTomlText(const std::string& text, const std::string& name);
 
 class TableReader {
  public:
