@@ -1,5 +1,6 @@
 // Goal: what a run says is complete and in the promised form, for people and for programs.
 #include <cstring>
+#include <set>
 
 #include "lab/driver_event.h"
 #include "lab/fault_profiles.h"
@@ -156,7 +157,7 @@ TEST(DriverEvents, UnpackedFieldByField) {
     EXPECT_FALSE(lab::UnpackDriverEvent(bytes.first(size))) << size;
 }
 
-TEST(FaultProfiles, EachArmsItsSiteAndAllDrawsPerSeed) {
+TEST(FaultProfiles, EachArmsItsSitesAndTheDrawnOnesVaryBySeed) {
   unsigned alike = 0;
   for (std::uint64_t seed = 1; seed <= 20; ++seed) {
     platform::FaultPlan one(seed), other(seed + 1);
@@ -165,6 +166,14 @@ TEST(FaultProfiles, EachArmsItsSiteAndAllDrawsPerSeed) {
     alike += one.Sites() == other.Sites();
   }
   EXPECT_LT(alike, 5u) << "seeds draw different faults";
+  std::set<std::string> light;
+  for (std::uint64_t seed = 1; seed <= 40; ++seed) {
+    platform::FaultPlan plan(seed);
+    EXPECT_TRUE(lab::ArmFaults("light", seed, plan));
+    for (const std::string& site : plan.Sites()) light.insert(site);
+  }
+  EXPECT_EQ(light,
+            (std::set<std::string>{"wire.corrupt", "wire.delay", "wire.lose", "wire.truncate", "wire.wrong-sequence"}));
   platform::FaultPlan lose(7);
   EXPECT_TRUE(lab::ArmFaults("lose", 7, lose));
   EXPECT_EQ(lose.Sites(), std::vector<std::string>{"wire.lose"});
