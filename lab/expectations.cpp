@@ -120,8 +120,9 @@ void CompareTunnels(Comparison& comparison, const Expectation& expectation, cons
   comparison.Number("DP tunnel count", expectation.dpTunnels, domain.counts.dp);
   if (!expectation.tunnel) return;
   const std::string what = "tunnel " + *expectation.tunnel;
-  if (!expectation.aboutRouter)
-    comparison.Text(what, expectation.present ? "present" : "absent", found != nullptr ? "present" : "absent");
+  // Beside a route, `present` is about the router, and what is asked of the tunnel needs one.
+  comparison.Text(what, expectation.aboutRouter || expectation.present ? "present" : "absent",
+                  found != nullptr ? "present" : "absent");
   if (found != nullptr)
     comparison.Text(what + " allocated", expectation.allocated,
                     found->allocated ? BandwidthText(*found->allocated) : "not managed");

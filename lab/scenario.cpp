@@ -271,6 +271,11 @@ void ReadTunnelExpectation(TableReader& table, Expectation& expectation) {
     if (table.Has(key) && !expectation.tunnel) table.Fail(key, fmt::format("{} needs the tunnel", key));
 }
 
+bool AsksSomething(const Expectation& e) {
+  return e.power || e.state || e.startStatus || e.interface || e.routers || e.adapters || e.aboutRouter || e.tunnels ||
+         e.tunnelCount || e.pcieTunnels || e.usb3Tunnels || e.dpTunnels || e.tunnel || e.probe;
+}
+
 Expectation ReadExpectation(TableReader table, const MachineConfig& machine) {
   Expectation expectation;
   expectation.at = table.Duration("at", platform::kNever);
@@ -289,6 +294,7 @@ Expectation ReadExpectation(TableReader table, const MachineConfig& machine) {
   ReadRouterExpectation(table, expectation);
   ReadTunnelExpectation(table, expectation);
   table.RejectUnknownKeys();
+  if (!AsksSomething(expectation)) table.Fail("", "nothing is expected here");
   return expectation;
 }
 

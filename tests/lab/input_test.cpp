@@ -64,6 +64,7 @@ TEST(ScenarioInput, EachMistakeIsOneLineWithItsPlace) {
        "2:11: \"PCIe 0:3 -> 1:9 \" is no tunnel: write kind, source and destination as \"PCIe 0:3 -> 1:9\""},
       {"[[expect]]\nallocated = \"9000/9000\"\n", "2:13: allocated needs the tunnel"},
       {"[[expect]]\npresent = false\n", "2:11: present needs the router's route, the tunnel or the probe"},
+      {"[[expect]]\nat = \"1 s\"\ncontroller = \"H1\"\n", "1:1: nothing is expected here"},
       {"name = \"x\"\nname = \"y\"\n",
        "2:8: Error while parsing key-value pair: cannot redefine existing string 'name'"},
   };

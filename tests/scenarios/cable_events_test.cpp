@@ -105,6 +105,8 @@ TEST(TunnelExpectations, EachKeyIsCompared) {
       {"tunnel = \"PCIe 0:3 -> 301:8\"\n", "tunnel PCIe 0:3 -> 301:8 is absent, expected present"},
       {"tunnel = \"PCIe 0:3 -> 1:9\"\nallocated = \"1000/1000\"\n",
        "tunnel PCIe 0:3 -> 1:9 allocated is not managed, expected 1000/1000"},
+      {"route = \"1\"\ntunnel = \"PCIe 0:3 -> 301:8\"\nallocated = \"1000/1000\"\n",
+       "tunnel PCIe 0:3 -> 301:8 is absent, expected present"},
   };
   for (const auto& test : kCases) {
     const lab::RunReport report = Play(kTunnels + "[[expect]]\n" + test.keys);
