@@ -285,7 +285,8 @@ Lines AllFindings(Machine& machine, const OracleOptions& options) {
 }  // namespace
 
 std::vector<std::string> OracleFindings(Machine& machine, const OracleOptions& options) {
-  return UnwaivedFindings(AllFindings(machine, options), machine.faults().Fired());
+  Lines found = AllFindings(machine, options);
+  return options.remains ? WithoutRemains(std::move(found)) : found;
 }
 
 }  // namespace lab

@@ -36,6 +36,11 @@ std::vector<ProtocolWaiver> KnownProtocolWaivers() {
       {"DROM read with metadata",
        "a metadata write that a fault has held back or overtaken leaves the DROM read with the metadata of another "
        "one"},
+  };
+}
+
+std::vector<ProtocolWaiver> KnownRemains() {
+  return {
       {"dangling entry at",
        "an entry whose switching off a fault has prevented stays in the host router, where nobody looks at it again"},
       {"lost: ",
@@ -51,8 +56,7 @@ std::vector<ProtocolWaiver> KnownProtocolWaivers() {
 namespace {
 
 template <class Finding, class TextOf>
-void DropWaived(std::vector<Finding>& findings, TextOf textOf) {
-  const std::vector<ProtocolWaiver> waivers = KnownProtocolWaivers();
+void DropWaived(std::vector<Finding>& findings, const std::vector<ProtocolWaiver>& waivers, TextOf textOf) {
   std::erase_if(findings, [&](const Finding& finding) {
     return std::any_of(waivers.begin(), waivers.end(), [&](const ProtocolWaiver& waiver) {
       return textOf(finding).find(waiver.text) != std::string::npos;
@@ -64,12 +68,13 @@ void DropWaived(std::vector<Finding>& findings, TextOf textOf) {
 
 std::vector<sim::ProtocolError> UnwaivedErrors(const std::vector<sim::ProtocolError>& errors, bool faultStruck) {
   std::vector<sim::ProtocolError> counted = errors;
-  if (faultStruck) DropWaived(counted, [](const sim::ProtocolError& error) { return error.text; });
+  if (faultStruck)
+    DropWaived(counted, KnownProtocolWaivers(), [](const sim::ProtocolError& error) { return error.text; });
   return counted;
 }
 
-std::vector<std::string> UnwaivedFindings(std::vector<std::string> findings, bool faultStruck) {
-  if (faultStruck) DropWaived(findings, [](const std::string& finding) { return finding; });
+std::vector<std::string> WithoutRemains(std::vector<std::string> findings) {
+  DropWaived(findings, KnownRemains(), [](const std::string& finding) { return finding; });
   return findings;
 }
 

@@ -22,7 +22,11 @@ std::vector<ProtocolWaiver> KnownProtocolWaivers();
 // The complaints that count: all of them, unless a fault has struck in this run; then all that no waiver covers.
 std::vector<sim::ProtocolError> UnwaivedErrors(const std::vector<sim::ProtocolError>& errors, bool faultStruck);
 
-// The same for what the oracle finds.
-std::vector<std::string> UnwaivedFindings(std::vector<std::string> findings, bool faultStruck);
+// What a fault that struck an access leaves in the hardware until its routers are reset. It counts wherever that has
+// been done since, and wherever no access can have failed for good.
+std::vector<ProtocolWaiver> KnownRemains();
+
+// What the oracle finds, without them.
+std::vector<std::string> WithoutRemains(std::vector<std::string> findings);
 
 }  // namespace lab

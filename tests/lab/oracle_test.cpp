@@ -126,6 +126,20 @@ TEST(Oracle, ARouterMayBeMissingWhereSomethingWasMeantToFail) {
   world.ExpectIncomplete();
 }
 
+// A fault that has struck excuses nothing by itself: a run that was healed, or whose accesses all went through in the
+// end, must be as clean as one without faults.
+TEST(Oracle, PassesOverTheRemainsOfAFaultOnlyWhereAsked) {
+  World world("H1:1 - D1:1");
+  ASSERT_EQ(world.Start(), 0);
+  world.Quiet();
+  world.faults().FailFrom("pool.allocate", 1);
+  EXPECT_TRUE(world.faults().Fires("pool.allocate"));
+  world.faults().HealAll();
+  world.fabric().FindAdapter("D1:5")->SetPathEntry(8, {sim::kPathValid | 3 << 11 | 8, 0});
+  EXPECT_EQ(Findings(world), "dangling entry at D1:5 hop 8\n");
+  EXPECT_EQ(Findings(world, {.remains = true}), "");
+}
+
 TEST(Oracle, FailsARunOfAScenarioAndATest) {
   EXPECT_NONFATAL_FAILURE(
       {

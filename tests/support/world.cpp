@@ -161,7 +161,9 @@ void World::CheckLeftovers() {
 
 void World::CheckOracle() {
   if (!verdictExpected_ || leftovers_ || !machine_->Quiet()) return;
-  for (const std::string& finding : lab::OracleFindings(*machine_, {complete_ && !faults().Fired()}))
+  const bool struck = faults().Fired();
+  for (const std::string& finding :
+       lab::OracleFindings(*machine_, {.complete = complete_ && !struck, .remains = struck}))
     ADD_FAILURE() << "oracle: " << finding;
   Check("the oracle");
 }
