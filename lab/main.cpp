@@ -2,7 +2,9 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <cstdio>
 #include <fstream>
+#include <system_error>
 
 #include "lab/console.h"
 #include "lab/decode_drom.h"
@@ -93,12 +95,12 @@ lab::ExitCode RunCommand(Options& options) {
     live = [&console](const lab::LiveEvent& event) { lab::PrintEvent(console, event); };
   }
   const lab::RunReport report = lab::RunScenario(scenario, options.run, live);
-  if (!WriteFile(options.picture, lab::FormatSvg(report.domains))) return lab::ExitCode::InputOutput;
+  const bool drawn = WriteFile(options.picture, lab::FormatSvg(report.domains));
   if (options.json)
     fmt::print("{}", lab::FormatJson(report));
   else
     lab::PrintReport(console, report, options.verbosity, lab::ReplayCommand(scenario.file, options.run));
-  return report.code;
+  return report.code == lab::ExitCode::Held && !drawn ? lab::ExitCode::InputOutput : report.code;
 }
 
 lab::ExitCode ExplainCommand(Options& options) {
@@ -198,16 +200,26 @@ lab::ExitCode Dispatch(int count, char** arguments) {
   return soak->parsed() ? SoakCommand(options) : DecodeCommand(options, drom->parsed());
 }
 
+// A result that nobody can read is none, unless there is worse to report.
+lab::ExitCode WithOutput(lab::ExitCode code) {
+  const bool written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+  if (!written) lab::Console().Message("usb4lab: cannot write the results");
+  return code == lab::ExitCode::Held && !written ? lab::ExitCode::InputOutput : code;
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
   try {
-    return static_cast<int>(Dispatch(count, arguments));
+    return static_cast<int>(WithOutput(Dispatch(count, arguments)));
   } catch (const lab::InputError& error) {
     lab::Console().Message(error.what());
     return static_cast<int>(lab::ExitCode::Usage);
   } catch (const sim::TopologyError& error) {
     lab::Console().Message(std::string("usb4lab: ") + error.what());
     return static_cast<int>(lab::ExitCode::Usage);
+  } catch (const std::system_error& error) {  // what the library for output throws when it cannot write
+    std::fprintf(stderr, "usb4lab: %s\n", error.what());
+    return static_cast<int>(lab::ExitCode::InputOutput);
   }
 }

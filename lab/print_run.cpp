@@ -4,6 +4,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+
 #include "lab/duration.h"
 #include "lab/tree.h"
 
@@ -54,6 +58,14 @@ std::string VerdictText(const RunReport& report) {
   return "fail";
 }
 
+std::string ForShell(const std::string& word) {
+  const auto plain = [](unsigned char c) { return std::isalnum(c) || std::strchr("_./-+=:,@%", c) != nullptr; };
+  if (std::all_of(word.begin(), word.end(), plain)) return word;
+  std::string quoted = "'";
+  for (const char c : word) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + "'";
+}
+
 }  // namespace
 
 void PrintEvent(const Console& console, const LiveEvent& event) {
@@ -78,7 +90,7 @@ void PrintReport(const Console& console, const RunReport& report, unsigned verbo
 }
 
 std::string ReplayCommand(const std::string& scenario, const RunOptions& options) {
-  std::string command = "./usb4lab run " + scenario;
+  std::string command = "./usb4lab run " + ForShell(scenario);
   if (options.seed) command += fmt::format(" --seed {}", *options.seed);
   if (options.faults != "none") command += " --faults " + options.faults;
   return command;

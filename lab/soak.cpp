@@ -5,8 +5,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
+#include <stdexcept>
 
+#include "lab/duration.h"
 #include "lab/generate.h"
 #include "lab/print_run.h"
 #include "lab/soak_state.h"
@@ -25,6 +26,20 @@ std::string FirstFinding(const RunReport& report) {
   if (!report.hang.empty()) return "hang: " + report.hang.substr(0, report.hang.find('\n'));
   if (!report.failures.empty()) return report.failures.front();
   return report.protocolErrors.empty() ? "failed" : report.protocolErrors.front().text;
+}
+
+// Where the second run of a seed parts from the first; empty when it does not.
+std::string Difference(const RunReport& first, const RunReport& second) {
+  if (first.traceHash == second.traceHash) return "";
+  const auto text = [](const RunReport& report, std::size_t at) {
+    if (at >= report.events.size()) return std::string("the end");
+    const LiveEvent& event = report.events[at];
+    return fmt::format("{} ms {} {} {}", FormatMs(event.when), event.where, event.event, event.effect);
+  };
+  for (std::size_t at = 0; at < std::max(first.events.size(), second.events.size()); ++at)
+    if (text(first, at) != text(second, at))
+      return fmt::format("the same seed is another run: \"{}\", then \"{}\"", text(first, at), text(second, at));
+  return "the same seed is another run, in nothing that a run shows";
 }
 
 class Campaign {
@@ -84,28 +99,32 @@ class Campaign {
     RunOptions run;
     run.seed = options_.firstSeed + position % Seeds();
     run.faults = options_.faults[position / Seeds() % options_.faults.size()];
-    run.events = false;
+    run.events = *run.seed % kTwiceEvery == 0;
     const std::size_t which = position / Seeds() / options_.faults.size();
-    if (options_.scenarios[which] == kGenerated)
+    ++state_.runs;
+    if (options_.scenarios[which] != kGenerated) return RunOne(scenarios_[which], run);
+    try {
       RunOne(FindScenario(options_.scenarios[which], *run.seed), run);
-    else
-      RunOne(scenarios_[which], run);
+    } catch (const std::runtime_error& error) {  // no scenario, or no machine: one seed's fault, not the campaign's end
+      Failure(options_.scenarios[which], run, ExitCode::Usage, error.what());
+    }
   }
 
   void RunOne(const Scenario& scenario, const RunOptions& run) {
     const RunReport report = RunScenario(scenario, run);
-    ++state_.runs;
     state_.faultsFired += report.faultsFired;
     state_.virtualTime += report.virtualTime;
-    if (report.code != ExitCode::Held) return Failure(scenario, run, report.code, FirstFinding(report));
-    if (*run.seed % kTwiceEvery == 0 && RunScenario(scenario, run).traceHash != report.traceHash)
-      Failure(scenario, run, ExitCode::Failed, "the same seed gave another trace");
+    if (report.code != ExitCode::Held) return Failure(scenario.file, run, report.code, FirstFinding(report));
+    if (*run.seed % kTwiceEvery != 0) return;
+    const std::string difference = Difference(report, RunScenario(scenario, run));
+    if (!difference.empty()) Failure(scenario.file, run, ExitCode::Failed, difference);
   }
 
-  void Failure(const Scenario& scenario, const RunOptions& run, ExitCode code, const std::string& why) {
+  void Failure(const std::string& file, const RunOptions& run, ExitCode code, const std::string& why) {
     if (state_.failed++ == 0) state_.code = static_cast<int>(code);
-    for (const std::string& line : {fmt::format("FAIL {} seed={} faults={}", why, *run.seed, run.faults),
-                                    "  replay: " + ReplayCommand(scenario.file, run)}) {
+    for (const std::string& line :
+         {fmt::format("FAIL {} seed={} faults={}", why.substr(0, why.find('\n')), *run.seed, run.faults),
+          "  replay: " + ReplayCommand(file, run)}) {
       console_.Out(line);
       state_.findings.push_back(line);
     }
@@ -113,7 +132,8 @@ class Campaign {
 
   void Progress() {
     reported_ = Clock::now();
-    const std::uint64_t mine = All() / options_.shards, left = mine - std::min(mine, state_.runs);
+    const std::uint64_t mine = (All() + options_.shards - options_.shard) / options_.shards;
+    const std::uint64_t left = mine - std::min(mine, state_.runs);
     const double rate = static_cast<double>(state_.runs) / std::max(Seconds(), 1e-3);
     console_.Message(fmt::format("{} of {} runs, {} failed, {:.0f} a second, {:.0f} s left", state_.runs, mine,
                                  state_.failed, rate, static_cast<double>(left) / std::max(rate, 1e-3)));

@@ -1,4 +1,4 @@
-// Text, one key a line; findings to the end.
+// Text, one key a line; then the findings, and a last line that says that nothing is missing.
 #include "lab/soak_state.h"
 
 #include <fmt/format.h>
@@ -11,12 +11,18 @@ namespace {
 
 constexpr const char* kFirstWord = "campaign ";
 constexpr const char* kNumbers = "progress ";
+constexpr const char* kLastLine = "end";
 
 }  // namespace
 
 bool LoadSoakState(const std::string& file, SoakState& state, std::string& why) {
-  if (!std::filesystem::exists(file)) return true;
+  std::error_code error;
+  if (std::filesystem::status(file, error).type() == std::filesystem::file_type::not_found) return true;
   std::ifstream in(file);
+  if (!in) {
+    why = "cannot read " + file;
+    return false;
+  }
   std::string campaign, word;
   SoakState read;
   if (!std::getline(in, campaign) || !campaign.starts_with(kFirstWord)) {
@@ -30,12 +36,13 @@ bool LoadSoakState(const std::string& file, SoakState& state, std::string& why) 
   }
   in >> word >> read.next >> read.runs >> read.failed >> read.faultsFired >> read.virtualTime >> read.milliseconds >>
       read.code;
-  if (!in || word + " " != kNumbers) {
+  const bool numbers = in && word + " " == kNumbers;
+  std::getline(in, word);
+  while (std::getline(in, word) && word != kLastLine) read.findings.push_back(word);
+  if (!numbers || word != kLastLine) {
     why = file + " is cut short";
     return false;
   }
-  std::getline(in, word);
-  while (std::getline(in, word)) read.findings.push_back(word);
   state = std::move(read);
   return true;
 }
@@ -47,6 +54,7 @@ bool SaveSoakState(const std::string& file, const SoakState& state) {
   out << fmt::format("{}{} {} {} {} {} {} {}\n", kNumbers, state.next, state.runs, state.failed, state.faultsFired,
                      state.virtualTime, state.milliseconds, state.code);
   for (const std::string& finding : state.findings) out << finding << '\n';
+  out << kLastLine << '\n';
   out.close();
   std::error_code error;
   if (out) std::filesystem::rename(fresh, file, error);

@@ -13,9 +13,9 @@ struct SoakState {
   std::uint64_t next = 0;  // runs of the whole campaign before this one are done, or another shard's
   std::uint64_t runs = 0, failed = 0, faultsFired = 0;
   platform::Time virtualTime = 0;
-  std::uint64_t milliseconds = 0;  // of real time
-  int code = 0;                    // of the first run that failed
-  std::vector<std::string> findings;
+  std::uint64_t milliseconds = 0;     // of real time
+  int code = 0;                       // of the first run that failed
+  std::vector<std::string> findings;  // without line ends
 
   bool operator==(const SoakState&) const = default;
 };
