@@ -89,7 +89,8 @@ void TunnelTracks::Unlisted(const TunnelView& tunnel, platform::Time when) {
 
 void TunnelTracks::Granted(const TunnelView& tunnel, platform::Time when) {
   for (Life& life : lives_)
-    if (life.tunnel.allocated && life.tunnel.source.place.adapter == tunnel.source.place.adapter)
+    if (life.tunnel.allocated && life.tunnel.source.place.route == tunnel.source.place.route &&
+        life.tunnel.source.place.adapter == tunnel.source.place.adapter)
       life.tunnel.allocated = tunnel.allocated;
   Sample(when);
 }
