@@ -1,5 +1,13 @@
-"""Each line of docs/known-behaviour.md that waives a rule is one entry of lab/waivers.cpp, and the other way round."""
+"""Each line of docs/known-behaviour.md that waives a rule is one entry of lab/waivers.cpp, and the other way round.
+
+Each line that waives nothing names the test that shows it.
+"""
 import re
+
+from common import code_files
+
+BEHAVIOUR = "## Behaviour without a rule"
+TEST = re.compile(r"^(?:TEST|TEST_F|TEST_P|WORLD_TEST)\s*\(\s*(\w+),\s*(\w+)\)", re.M)
 
 
 def findings(root):
@@ -17,14 +25,22 @@ def findings(root):
         yield f"the complaint '{complaint}' is not in both lab/waivers.cpp and docs/known-behaviour.md"
     if len(re.findall(r"platform::Rule::\w+,", code)) != len(entries):
         yield "lab/waivers.cpp: an entry that this check cannot read"
+    tests = {f"{group}.{name}" for path in code_files(root, "tests") for group, name in TEST.findall(path.read_text())}
+    for line in re.findall(r"^\| .*\|$", text.partition(BEHAVIOUR)[2], re.M)[1:]:
+        named = re.findall(r"`(\w+\.\w+)`", line.rsplit("|", 2)[1])
+        for missing in [name for name in named if name not in tests] or ([] if named else ["none"]):
+            yield f"docs/known-behaviour.md: no test {missing} shows '{line[2:60]}'"
 
 
 _CODE = 'waivers.push_back({platform::Rule::StallTooLong, "KeStall", 3100, "why"});\n'
 _LINE = "| `StallTooLong` | power-on sequence | 3100 us | why |\n"
-CLEAN = {"lab/waivers.cpp": _CODE, "docs/known-behaviour.md": _LINE}
+_SHOWN = _LINE + BEHAVIOUR + "\n\n| what | why | shown by |\n|---|---|---|\n| odd | so | `A.B` |\n"
+CLEAN = {"lab/waivers.cpp": _CODE, "docs/known-behaviour.md": _SHOWN, "tests/a.cpp": "WORLD_TEST(A, B) {\n"}
 PLANTED = {
     "a waived complaint without its line": {"lab/waivers.cpp": _CODE + '      {"dword 0 changed",\n       "why"},\n', "docs/known-behaviour.md": _LINE},
     "a waiver without its line": {"lab/waivers.cpp": _CODE, "docs/known-behaviour.md": ""},
     "a line without its waiver": {"lab/waivers.cpp": "", "docs/known-behaviour.md": _LINE},
+    "a behaviour whose test is gone": CLEAN | {"tests/a.cpp": "WORLD_TEST(A, C) {\n"},
+    "a behaviour that names no test": CLEAN | {"docs/known-behaviour.md": _SHOWN.replace("`A.B`", "`tests/a`")},
     "a bound that moved": {"lab/waivers.cpp": _CODE.replace("3100", "9000"), "docs/known-behaviour.md": _LINE},
 }

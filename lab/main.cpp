@@ -111,6 +111,9 @@ lab::ExitCode ExplainCommand(Options& options) {
       lab::RunScenario(lab::FindScenario(options.files.front(), options.run.seed.value_or(0)), options.run);
   for (const std::string& text : report.explanations) fmt::print("{}", text);
   for (const std::string& failure : report.failures) console.Message("failed: " + failure);
+  for (const platform::Violation& violation : report.violations)
+    console.Message(fmt::format("violation: {}: {}", platform::RuleName(violation.rule), violation.detail));
+  if (!report.hang.empty()) console.Message("hang: " + report.hang);
   return report.code;
 }
 
