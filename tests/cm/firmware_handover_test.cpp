@@ -81,4 +81,19 @@ WORLD_TEST(FirmwareHandover, AHostThatCannotBeIdentifiedStartsAllTheSame) {
   EXPECT_TRUE(world.Wire().starts_with(kFirstRead));
 }
 
+// Nor can it be asked without memory: the two allocations for the question come after the 18 of channel and domain.
+WORLD_TEST(FirmwareHandover, AHostThatCannotBeAskedStartsAllTheSame) {
+  for (const unsigned allocation : {19u, 20u}) {
+    SCOPED_TRACE(allocation);
+    WorldOptions options;
+    options.configure = [](lab::ControllerConfig& controller) { controller.pciIdentity = 0x12348086; };
+    World world("H1", options);
+    world.fabric().firmware("H1").SetAnswer(FirmwareAnswer::Right);
+    world.faults().FailNth("pool.allocate", allocation);
+    EXPECT_EQ(world.Start(), 0);
+    EXPECT_TRUE(world.faults().Fired());
+    EXPECT_TRUE(world.Wire().starts_with(kFirstRead));
+  }
+}
+
 }  // namespace

@@ -2,8 +2,10 @@
 // one tunnel of each kind in each state before the machine is switched on; the domain after its start.
 #include <gtest/gtest.h>
 
+#include "cm/tunnel_discovery.h"
 #include "sim/firmware_tunnels.h"
 #include "sim/usb3_adapter.h"
+#include "tests/support/step_log.h"
 #include "tests/support/tunnel_bench.h"
 #include "tunnel/tunnel_list.h"
 
@@ -192,6 +194,43 @@ WORLD_TEST(FirmwareTunnels, ADisplayOnASecondLaneIsAdoptedAndDark) {
   bench.Quiet();
   EXPECT_EQ(bench.Tunnels(), "DP 0:6 -> 1:13\n");
   EXPECT_NE(bench.Paths().find("DP video: H1:6 9 -> H1:1 8 | D1:1 8 -> D1:13 9"), std::string::npos);
+}
+
+// One tunnel of each kind is found again; each access, then each allocation, of the search fails in turn.
+TEST(FirmwareTunnels, AreFoundOrForgottenWholeWhenAnyStepOfTheSearchFails) {
+  for (const bool memory : {false, true}) {
+    unsigned kept = 0, dropped = 0;
+    bool failed = true;
+    for (unsigned n = 1; failed; ++n) {
+      SCOPED_TRACE((memory ? "allocation " : "access ") + std::to_string(n));
+      TunnelBench bench("H1:1 - D1:1", {.usb3 = true, .pcie = true});
+      bench.ExpectLeftovers();
+      bench.StartQuietly();
+      bench.fabric().PlugDisplay("D1:13");
+      bench.Quiet();
+      ASSERT_EQ(bench.Counts(), "total 3, USB3 1, PCIe 1, DP 1");
+      bench.InRun([&](USB4_DOMAIN& domain) {
+        while (USB4_TUNNEL* tunnel = TunnelsOf(&domain).First())
+          KivUsb4DeactivateAndFreeTunnel(tunnel, {.Unlink = true, .KeepHardware = true});
+        bench.Requests();
+        const std::uint64_t fired = bench.faults().FiredCount();
+        memory ? bench.faults().FailNth("pool.allocate", n) : bench.FailAnswer(n);
+        KivUsb4DiscoverTunnels(domain.HostRouter);
+        failed = memory ? bench.faults().FiredCount() > fired : Count(bench.Requests(), "\n") >= n;
+        bench.faults().HealAll();
+      });
+      const std::string tunnels = bench.Tunnels();
+      ++(Count(tunnels, "\n") == 3 ? kept : dropped);
+      EXPECT_GE(Count(tunnels, "\n"), failed ? 2u : 3u) << tunnels << "a failure costs the tunnel that it strikes";
+      bench.TearDownAll();
+      EXPECT_EQ(bench.HopIds(), "");
+      EXPECT_EQ(bench.InDriver([](USB4_DOMAIN& domain) { return domain.TunnelCount.Load(); }), 0);
+      bench.Finish();
+      if (testing::Test::HasFailure()) return;
+    }
+    EXPECT_GE(kept, 5u);
+    EXPECT_GE(dropped, 20u);
+  }
 }
 
 }  // namespace

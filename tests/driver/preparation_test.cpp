@@ -225,6 +225,14 @@ platform::Status StartWithFailure(const std::string& site, std::uint64_t n) {
   return status;
 }
 
+// One direction is enough to go on with.
+WORLD_TEST(Preparation, DmaFragmentsOfUnknownLengthBothWaysFailTheStart) {
+  World world;
+  world.faults().FailFrom("WdfDmaEnablerGetFragmentLength", 1);
+  EXPECT_EQ(static_cast<std::uint32_t>(world.Start()), 0xC000009Au);
+  EXPECT_EQ(world.faults().FiredCount(), 2u);
+}
+
 TEST(Preparation, EachFailingCallHasItsStatus) {
   const struct {
     const char* site;

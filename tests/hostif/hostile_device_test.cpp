@@ -113,4 +113,17 @@ WORLD_TEST(HostileDevice, AStatusThatIsAlwaysClearLosesNoPacket) {
   for (int i = 0; i < 5; ++i) EXPECT_EQ(ReadFirstWord(world), 0) << i;
 }
 
+// Control transmit completions that are reported by the messages of the network rings, of which there are none.
+WORLD_TEST(HostileDevice, AMessageOfTheNetworkTouchesNothing) {
+  for (const std::uint32_t message : {2u, 3u}) {
+    World world;
+    world.Start();
+    world.Quiet();
+    world.hardware().WriteRegister(0x38C40, message);
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(ReadFirstWord(world), 0) << message << " " << i;
+    world.hardware().WriteRegister(0x38C40, 0);
+    for (int i = 0; i < 20; ++i) EXPECT_EQ(ReadFirstWord(world), 0) << message << " " << i << ", by its own again";
+  }
+}
+
 }  // namespace

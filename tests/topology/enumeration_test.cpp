@@ -96,6 +96,28 @@ WORLD_TEST(Enumeration, ALinkOfOneLaneOrOfTenGigabitStaysWhatItIs) {
   }
 }
 
+// The adapter number in a router's first answer, bits 24:19 of its address word, beyond the 19 that the hub has.
+WORLD_TEST(Enumeration, ARouterThatAnswersThroughAnAdapterItDoesNotHaveIsNotTaken) {
+  for (const std::uint32_t number : {20u, 63u}) {
+    SCOPED_TRACE(number);
+    bool lie = true;  // outlives the wire's listener
+    Bench bench("H1:1 - D1:1");
+    bench.ExpectIncomplete();
+    bench.wire().log().Listen([&](const sim::WireEntry& entry) {
+      if (entry.up || !lie || entry.text.find("READ route=1 ") != 0) return;
+      lie = false;
+      bench.wire().ReplaceAnswer(1, [number](sim::ControlPacket answer) {
+        answer.dwords[2] = (answer.dwords[2] & ~(0x3Fu << 19)) | number << 19;
+        return std::optional(sim::ControlWire::Raw(answer));
+      });
+    });
+    bench.StartQuietly();
+    EXPECT_FALSE(lie);
+    EXPECT_EQ(bench.Routers(), "0 gen4\n");
+    EXPECT_EQ(bench.RequestCounts()[1], 2u) << "which adapter, its header, and no more";
+  }
+}
+
 WORLD_TEST(Enumeration, TheSameRouterAddedTwiceIsListedOnce) {
   Bench bench("H1:1 - D1:1");
   bench.StartQuietly();

@@ -61,6 +61,28 @@ WORLD_TEST(Queries, OnlyTheSecondControllerMarksItsDisplayInputs) {
   }
 }
 
+// The version, bits 15:8 of the type, says nothing about the name.
+TEST(Queries, NamesOfAdaptersGoByProtocolAndOfRoutersByGeneration) {
+  const struct {
+    std::uint32_t type;
+    const char* name;
+  } kTypes[] = {{0x000000, "Inactive"}, {0x000001, "Port"},     {0x000101, "Port"},  {0x000002, "NHI"},
+                {0x000003, "unknown"},  {0x020001, "Ethernet"}, {0x080002, "SATA"},  {0x0E0101, "DP/HDMI"},
+                {0x0E0202, "DP/HDMI"},  {0x100100, "PCIe"},     {0x200101, "USB"},   {0x210101, "unknown"},
+                {0x010001, "unknown"},  {0xFFFFFF, "unknown"},  {0xAB000001, "Port"}};
+  USB4_PORT adapter{};
+  for (const auto& test : kTypes) {
+    adapter.Header[2] = test.type;
+    EXPECT_STREQ(KivUsb4PortTypeName(&adapter), test.name) << std::hex << test.type;
+  }
+  const char* kGenerations[] = {"Unknown", "Thunderbolt 1", "Thunderbolt 2", "Thunderbolt 3", "USB4", "Unknown"};
+  USB4_SWITCH router{};
+  for (const char* name : kGenerations) {
+    EXPECT_STREQ(KivUsb4SwitchGenerationName(&router), name);
+    ++router.Generation;
+  }
+}
+
 WORLD_TEST(PlugEvents, Usb4RoutersNeedNoSwitching) {
   Bench bench("H1:1 - D1:1, D1:3 - T3:1");
   bench.StartQuietly();

@@ -70,6 +70,52 @@ WORLD_TEST(Tmu, EveryStateThatFirmwareLeavesEndsInHiFi) {
   }
 }
 
+// A sequence ends at the write that is refused, with the disruption on once the rate is concerned: the time of a router
+// that is half switched over is not to be trusted.
+WORLD_TEST(Tmu, ARefusedWriteEndsTheSequence) {
+  const std::string post = "disruption 48000348, local time, post time, disruption 40000348, ";
+  const struct {
+    unsigned rate;  // as the record has it, uni-directional
+    const char* refused;
+    std::string writes;
+    bool stillOff;
+  } kCases[] = {
+      {16, "WRITE route=0 adapter=1 space=adapter offset=0x00d", "hub mode 00000000, host mode 00000000, ", false},
+      {0, "WRITE route=1 adapter=0 space=router offset=0x03e", "disruption 48000348, local time, disruption 40000348, ",
+       true},
+      {0, "WRITE route=0 adapter=1 space=adapter offset=0x00d", post + "disruption 48000348, host mode 00000000, ",
+       true},
+      {0, "WRITE route=1 adapter=0 space=router offset=0x02b",
+       post + "disruption 48000348, host mode 00000000, rate 00100000, ", true},
+      {0, "WRITE route=1 adapter=1 space=adapter offset=0x00d",
+       post + "disruption 48000348, host mode 00000000, rate 00100000, hub mode 00000000, ", true},
+  };
+  for (const auto& test : kCases) {
+    SCOPED_TRACE(test.refused);
+    bool refuse = false;  // outlives the wire's listener
+    Bench bench("H1:1 - D1:1");
+    bench.wire().log().Listen([&](const sim::WireEntry& entry) {
+      if (entry.up || !refuse || entry.text.find(test.refused) != 0) return;
+      refuse = false;
+      bench.wire().ReplaceAnswer(1, [](const sim::ControlPacket& packet) {
+        return std::optional(sim::ControlWire::Raw(sim::ErrorPacket(packet.Route(), 0, sim::ErrorCode::NoSuchAddress)));
+      });
+    });
+    bench.StartQuietly();
+    bench.Requests();
+    bench.WithRouter(1, [&](USB4_SWITCH& router) {
+      router.TmuRate = test.rate;
+      router.TmuUniMode = 1;
+      refuse = true;
+      EXPECT_LT(KivUsb4EnableTmu(&router), 0);
+      EXPECT_EQ(KivUsb4SwitchTmuIsHiFiBidirectional(&router), false);
+      EXPECT_EQ(router.TmuRate == 0, test.stillOff);
+    });
+    EXPECT_FALSE(refuse);
+    EXPECT_EQ(TimeWrites(bench), test.writes);
+  }
+}
+
 TEST(Tmu, ATimeTakenAtTheHundredthPollIsTooLate) {
   // Each poll follows a sleep of 10 ms and takes its round trip.
   const struct {

@@ -448,33 +448,5 @@ WORLD_TEST(Displays, OfTheSecondControllerCarryItsMark) {
   }
 }
 
-// A lost answer to a reservation leaves the router and the driver of two minds about it; nothing else is left.
-TEST(Displays, EndConnectedOrWithNothingLeftWhenAnyAccessFails) {
-  DisplayBench bench;
-  bench.StartQuietly();
-  unsigned connected = 0, refused = 0;
-  for (unsigned access = 1;; ++access) {
-    SCOPED_TRACE("access " + std::to_string(access));
-    bench.Requests();
-    bench.FailAnswer(access);
-    bench.PlugDisplay("D1:13");
-    if (Count(bench.Requests(), "\n") < access) break;
-    const bool shown = bench.Tunnels() == "DP 0:5 -> 1:13\n";
-    ++(shown ? connected : refused);
-    const std::string books = bench.Books();
-    EXPECT_TRUE(books.empty() ||
-                books == (shown ? "H1:5 carries video and is not reserved\n" : "H1:5 is reserved without video\n"))
-        << books;
-    bench.UnplugDisplay("D1:13");
-    EXPECT_EQ(bench.HopIds(), "");
-    EXPECT_EQ(bench.Programmed(), "");
-    EXPECT_EQ(bench.Counts(), "total 0, USB3 0, PCIe 0, DP 0");
-    if (testing::Test::HasFailure()) return;
-  }
-  EXPECT_GE(connected, 20u);
-  EXPECT_GE(refused, 20u);
-  bench.ForgiveProtocolErrors("router operation started while another one runs");
-}
-
 }  // namespace
 }  // namespace tests
