@@ -192,6 +192,28 @@ WORLD_TEST(Preparation, AFunctionThatNeverPowersUpCostsASecondAndNoMore) {
   EXPECT_FALSE(world.hardware().pci().commandEchoed());
 }
 
+// Nothing is served yet; a client is told so at once, whatever it sends and whoever it is.
+WORLD_TEST(Preparation, EachRequestOfAClientIsRefused) {
+  World world;
+  world.Start();
+  for (const platform::IoRequest::Kind kind :
+       {platform::IoRequest::Kind::DeviceControl, platform::IoRequest::Kind::InternalDeviceControl,
+        platform::IoRequest::Kind::Read, platform::IoRequest::Kind::Write}) {
+    for (const bool kernelMode : {true, false}) {
+      const auto sent = world.kernel().Send(world.machine().device(),
+                                            {.kind = kind,
+                                             .code = 0x00220004,
+                                             .input = std::vector<std::byte>(8),
+                                             .outputBytes = 8,
+                                             .kernelMode = kernelMode},
+                                            platform::kSecond);
+      EXPECT_TRUE(sent->completed) << static_cast<int>(kind);
+      EXPECT_EQ(static_cast<std::uint32_t>(sent->status), 0xC0000010u) << static_cast<int>(kind);
+      EXPECT_EQ(sent->information, 0u) << static_cast<int>(kind);
+    }
+  }
+}
+
 // --- failures of platform calls
 
 // Every call that may fail, failed once while the device is added and started. The hardware is whole, so sites of the

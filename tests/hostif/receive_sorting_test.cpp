@@ -18,7 +18,8 @@ using tests::World;
 constexpr KIV_RESULT kUnanswered = -258;
 
 // Sends a read that no router answers and waits for a packet of type `pdf` instead, 16 bytes long.
-KIV_RESULT WaitForType(USB4_DOMAIN& domain, std::uint32_t pdf) {
+KIV_RESULT WaitForType(USB4_DOMAIN& domain, std::uint32_t pdf,
+                       bool (*copy)(USB4_CFG_REQUEST*, const USB4_CTL_PKG*) = KivUsb4CfgRequestCopy) {
   USB4_CFG_REQUEST* request = AllocateRequest();
   request->RequestWords[2] = 0x04002000;
   request->RequestBytes = 12;
@@ -26,7 +27,7 @@ KIV_RESULT WaitForType(USB4_DOMAIN& domain, std::uint32_t pdf) {
   request->ResponseBytes = 16;
   request->ResponsePdf = pdf;
   request->Match = KivUsb4CfgMatch;
-  request->Copy = KivUsb4CfgRequestCopy;
+  request->Copy = copy;
   const USB4_CFG_RESULT result = KivUsb4CfgRequestSync(domain.ControlChannel, request, 200);
   EXPECT_EQ(request->ResponseWords[3], result.Err == 0 ? 0xC0FFEE00u : 0u);
   KivUsb4CfgRequestDequeue(domain.ControlChannel, request);
@@ -96,6 +97,26 @@ WORLD_TEST(ReceiveSorting, AnAnswerAtTheEndOfTheWaitIsTakenWholeOrNotAtAll) {
     });
     EXPECT_EQ(result.Err, 0) << offset;
   }
+}
+
+// Who waits must not go while its answer is being copied: the copy takes longer than what is left of the wait.
+bool CopySlowly(USB4_CFG_REQUEST* request, const USB4_CTL_PKG* packet) {
+  LARGE_INTEGER pause;
+  pause.QuadPart = -30 * 10000;
+  KeDelayExecutionThread(KernelMode, FALSE, &pause);
+  return KivUsb4CfgRequestCopy(request, packet);
+}
+
+WORLD_TEST(ReceiveSorting, AnAnswerThatIsBeingCopiedAtTheEndOfTheWaitIsWaitedFor) {
+  World world;
+  world.Start();
+  world.Quiet();
+  world.wire().ReplaceAnswer(1, [](const ControlPacket&) { return std::nullopt; });
+  const sim::RawPacket late = ControlWire::Raw({sim::Pdf::Read, {0x80000000, 0, 0x04002000, 0xC0FFEE00}});
+  world.At(190 * kMillisecond, [&world, late] { world.wire().Inject(late); });
+  const platform::Time before = world.simulation().Now();
+  EXPECT_EQ(world.InDriver([](USB4_DOMAIN& domain) { return WaitForType(domain, 1, CopySlowly); }), 0);
+  EXPECT_GE(world.simulation().Now() - before, 210 * kMillisecond);
 }
 
 }  // namespace

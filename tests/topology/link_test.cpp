@@ -96,6 +96,29 @@ WORLD_TEST(Link, EachChangeTouchesItsOwnBits) {
   }
 }
 
+// The mark, bit 3, goes at both ends, and at the one that can be reached when the other cannot.
+WORLD_TEST(Link, ALinkThatGoesLosesItsMarkAtBothEnds) {
+  for (const std::uint64_t failing : {0u, 1u, 3u}) {  // the access that fails: none, and the first one of either end
+    SCOPED_TRACE(failing);
+    Bench bench("H1:1 - D1:1");
+    bench.StartQuietly();
+    const auto marked = [&bench](const char* port) { return (bench.adapter(port).space().Get(0xAF) & 8) != 0; };
+    EXPECT_TRUE(marked("H1:1"));
+    EXPECT_TRUE(marked("D1:1"));
+    bench.WithRouter(1, [&bench, failing](USB4_SWITCH& router) {
+      if (failing != 0) {
+        bench.wire().ReplaceAnswer(failing, [](const sim::ControlPacket& packet) {
+          return std::optional(
+              sim::ControlWire::Raw(sim::ErrorPacket(packet.Route(), 0, sim::ErrorCode::NoSuchAddress)));
+        });
+      }
+      EXPECT_EQ(KivUsb4SwitchUnconfigureLink(&router), 0);
+    });
+    EXPECT_EQ(marked("D1:1"), failing == 1);
+    EXPECT_EQ(marked("H1:1"), failing == 3);
+  }
+}
+
 TEST(Link, AnAdapterThatDoesNotSettleIsGivenTenPolls) {
   Hub hub;
   const struct {

@@ -5,6 +5,7 @@
 
 #include "tests/support/step_log.h"
 #include "tests/support/tunnel_bench.h"
+#include "tunnel/tunnel_list.h"
 #include "tunnel/usb3_adapter.h"
 
 namespace tests {
@@ -68,6 +69,25 @@ TEST(Displays, EndConnectedOrWithNothingLeftWhenAnyStepFails) {
       {"allocation", false, true, "total 0, USB3 0, PCIe 0, DP 0"},
   };
   for (const StepFailure& test : kCases) ExpectConnectedOrNothingLeft(test);
+}
+
+// As firmware may set them up. The end of the video path is looked for in all three, and must be there.
+WORLD_TEST(Displays, AreNotSwitchedOnByPathsOfDifferentLengths) {
+  for (const unsigned shorter : {1u, 2u}) {  // AUX, either way
+    TunnelBench bench("H1:1 - D1:1");
+    bench.StartQuietly();
+    bench.fabric().PlugDisplay("D1:13");
+    bench.Quiet();
+    bench.InRun([shorter](USB4_DOMAIN& domain) {
+      USB4_TUNNEL* tunnel = TunnelsOf(&domain).First();
+      ASSERT_NE(tunnel, nullptr);
+      ASSERT_EQ(tunnel->Paths[shorter]->HopCount, 2u);
+      tunnel->Paths[shorter]->HopCount = 1;
+      EXPECT_EQ(tunnel->Activate(tunnel, true), -1) << shorter;
+      tunnel->Paths[shorter]->HopCount = 2;
+    });
+    bench.Finish();
+  }
 }
 
 }  // namespace
