@@ -27,11 +27,16 @@ constexpr unsigned kDisplayRates[] = {1620, 2700, 5400, 8100};
 // get lost; nothing happens for most of it.
 constexpr std::int64_t kCalmMs = 600'000;
 constexpr std::int64_t kSleepMs = 300'000;
+constexpr unsigned kNotificationMs[] = {10, 50, 255};
+constexpr std::size_t kImpatientRouters = 8;  // in larger trees routers take their time
 
 class Generator {
  public:
   explicit Generator(std::uint64_t seed)
-      : random_(seed, "generated-scenario"), tree_(random_), pressed_(random_.Chance(1, 2)) {
+      : random_(seed, "generated-scenario"),
+        tree_(random_),
+        pressed_(random_.Chance(1, 2)),
+        narrow_(random_.Chance(1, 4)) {
     Put("name = \"generated from seed {}, {}\"\n\n[[host]]\n", seed, pressed_ ? "pressed" : "calm");
   }
 
@@ -85,15 +90,17 @@ class Generator {
 
   void Cable(std::size_t node) {
     Put("{}", tree_.Cable(node));
-    const bool oneLane = random_.Chance(1, 8), slow = random_.Chance(1, 8);
+    const bool oneLane = narrow_ && random_.Chance(1, 3), slow = random_.Chance(1, 8);
     if (oneLane) Put("lanes = 1\n");
     if (slow) Put("gbpsPerLane = 10\n");
     poorCables_ = poorCables_ || oneLane || slow;
   }
 
   void Routers() {
+    const unsigned notificationMs = tree_.nodes().size() > kImpatientRouters ? 255 : One(kNotificationMs);
     for (std::size_t node = hosts_; node < tree_.nodes().size(); ++node)
-      Put("\n[[router]]\nname = \"{}\"\nmodel = \"{}\"\n", Node(node).name, Node(node).model->name);
+      Put("\n[[router]]\nname = \"{}\"\nmodel = \"{}\"\nnotificationMs = {}\n", Node(node).name, Node(node).model->name,
+          notificationMs);
     for (std::size_t node = hosts_; node < tree_.nodes().size(); ++node) {
       Put("\n[[link]]\n");
       Cable(node);
@@ -109,6 +116,7 @@ class Generator {
   void Furniture() {
     for (std::size_t node = 0; node < tree_.nodes().size(); ++node) {
       for (const unsigned adapter : AdaptersOfType(*Node(node).model, sim::kTypeDpOut)) {
+        if (narrow_) break;
         displayPlaces_.push_back(fmt::format("{}:{}", Node(node).name, adapter));
         if (!random_.Chance(1, 8)) continue;
         Put("\n[[display]]\n");
@@ -267,7 +275,7 @@ class Generator {
 
   platform::RandomStream random_;
   DrawnTree tree_;
-  const bool pressed_;
+  const bool pressed_, narrow_;  // narrow: some cables have one lane, and there are no displays
   std::string text_;
   std::size_t hosts_ = 0;
   bool pcie_[2] = {}, usb3_[2] = {};

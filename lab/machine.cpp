@@ -72,9 +72,17 @@ Machine::Machine(MachineConfig config)
     hosts_.back().controllers.resize(config_.hosts[host].controllers.size());
     for (std::size_t i = 0; i < hosts_.back().controllers.size(); ++i) BuildController({host, i});
   }
-  for (const RouterConfig& router : config_.routers) fabric_->AddRouter(router.model, router.name);
+  for (const RouterConfig& router : config_.routers) BuildRouter(router);
   for (const CableConfig& cable : config_.cables) fabric_->Connect(cable.first, cable.second, cable.options);
   Furnish();
+}
+
+void Machine::BuildRouter(const RouterConfig& config) {
+  const sim::RouterModel* named = sim::FindModel(config.model);
+  if (named == nullptr) throw sim::TopologyError("no model \"" + config.model + "\"");
+  sim::RouterModel& model = *routerModels_.emplace_back(std::make_unique<sim::RouterModel>(*named));
+  if (config.notificationMs) model.notificationMs = *config.notificationMs;
+  fabric_->AddRouter(model, config.name);
 }
 
 // What stood at the adapters, and what firmware had done, when the machine was switched on.
@@ -195,6 +203,7 @@ bool Machine::Added(Place place) const {
 
 void Machine::RemoveAndUnload() {
   for (Place place : Places()) {
+    if (!simulation_.Stopped() && kernel(place.host).SystemAsleep()) kernel(place.host).SystemResume();
     if (simulation_.Stopped()) return;
     if (Added(place)) kernel(place.host).Remove(device(place));
   }

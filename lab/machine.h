@@ -90,11 +90,13 @@ class Machine {
   const Controller& At(Place place) const { return hosts_[place.host].controllers[place.controller]; }
   std::string RouterName(Place place) const { return HostRouterName(config_, place); }
   void BuildController(Place place);
+  void BuildRouter(const RouterConfig& config);
   void Furnish();
   void StartController(Place place);
 
   MachineConfig config_;
   platform::Simulation simulation_;
+  std::vector<std::unique_ptr<sim::RouterModel>> routerModels_;  // the named ones with what the configuration overrides
   std::unique_ptr<sim::Fabric> fabric_;
   std::vector<Host> hosts_;
 };

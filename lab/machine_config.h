@@ -40,6 +40,7 @@ struct HostConfig {
 struct RouterConfig {
   std::string name;  // unique among all routers of the machine
   std::string model;
+  std::optional<unsigned> notificationMs;  // between two sendings of an event; the model's own where not set
 };
 
 // Ports as "D1:3": router name and lane adapter. The cable was there before the machine was switched on.

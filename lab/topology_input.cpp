@@ -57,6 +57,8 @@ RouterConfig TopologyInput::ReadRouter(TableReader& table) {
                                     router.model, Suggestion(router.model, DeviceModelNames())));
   table.Choice("model", DeviceModelNames(), "");
   router.name = table.Text("name", router.model);
+  if (table.Has("notificationMs"))
+    router.notificationMs = static_cast<unsigned>(table.Number("notificationMs", 10, 1, 255));
   if (router.name.empty() || router.name.find_first_of(":/") != std::string::npos)
     table.Fail("name",
                fmt::format("\"{}\" is no name for a router: it may not be empty or contain : or /", router.name));

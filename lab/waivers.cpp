@@ -29,6 +29,13 @@ std::vector<ProtocolWaiver> KnownProtocolWaivers() {
        "the second lane of a port whose first lane could not be read is taken for a port of its own"},
       {"configured with upstream adapter",
        "the second lane of a port whose first lane could not be read is taken for a port of its own"},
+      {"of adapter dword 57 changed",
+       "an answer about another adapter that a fault has put in the right one's place makes it one of another type for "
+       "the driver, which switches it on by the bits of that type"},
+      {"leaves with a hop ID above the limit of",
+       "an answer about another adapter that a fault has put in the right one's place gives it that one's limits"},
+      {"of adapter dword 2 changed",
+       "a DP IN whose capability could not be found is taken to have it at offset 0, where the header stands"},
       {"display resource of adapter",
        "an answer about another adapter that a fault has put in the right one's place makes it a DP IN for the driver"},
       {"router operation started while another one runs",

@@ -100,11 +100,13 @@ void HostKernel::SurpriseRemove(DeviceId id) {
 }
 
 void HostKernel::SystemSleep(SystemPowerAction action) {
-  RunVerb("system sleep", [this, action] { pnp_->SystemSleep(action); });
+  pnp_->RequestSleep(action);
+  RunVerb("system sleep", [this] { pnp_->RunSystemRequests(); });
 }
 
 void HostKernel::SystemResume() {
-  RunVerb("system resume", [this] { pnp_->SystemResume(); });
+  pnp_->RequestResume();
+  RunVerb("system resume", [this] { pnp_->RunSystemRequests(); });
 }
 
 void HostKernel::RemoveAsync(DeviceId id) {
@@ -117,11 +119,17 @@ void HostKernel::SurpriseRemoveAsync(DeviceId id) {
 }
 
 void HostKernel::SystemSleepAsync(SystemPowerAction action) {
-  BeginVerb("system sleep", [this, action] { pnp_->SystemSleep(action); });
+  pnp_->RequestSleep(action);
+  BeginVerb("system sleep", [this] { pnp_->RunSystemRequests(); });
 }
 
 void HostKernel::SystemResumeAsync() {
-  BeginVerb("system resume", [this] { pnp_->SystemResume(); });
+  pnp_->RequestResume();
+  BeginVerb("system resume", [this] { pnp_->RunSystemRequests(); });
+}
+
+bool HostKernel::SystemAsleep() const {
+  return pnp_->SystemAsleep();
 }
 
 bool HostKernel::Busy() const {

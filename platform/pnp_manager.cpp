@@ -1,6 +1,7 @@
 #include "platform/pnp_manager.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/power_transition.h"
 #include "platform/wdf_driver.h"
@@ -27,6 +28,25 @@ class TransitionScope {
 
 }  // namespace
 
+// Holds the system awake.
+class PnpManager::AwakeScope {
+ public:
+  explicit AwakeScope(PnpManager& pnp) : pnp_(pnp), scheduler_(pnp.kernel_.simulation().scheduler()) {
+    for (pnp_.systemTransition_.Acquire(scheduler_); pnp_.systemAsleep_; pnp_.systemTransition_.Acquire(scheduler_)) {
+      pnp_.systemTransition_.Release(scheduler_);
+      pnp_.waitingForResume_.push_back(Scheduler::Current());
+      while (pnp_.systemAsleep_) scheduler_.Park("the system sleeps", &pnp_);
+    }
+  }
+  ~AwakeScope() { pnp_.systemTransition_.Release(scheduler_); }
+  AwakeScope(const AwakeScope&) = delete;
+  AwakeScope& operator=(const AwakeScope&) = delete;
+
+ private:
+  PnpManager& pnp_;
+  Scheduler& scheduler_;
+};
+
 DeviceNode& PnpManager::Add(const DeviceConfig& config) {
   nodes_.push_back(std::make_unique<DeviceNode>(kernel_, static_cast<DeviceId>(nodes_.size() + 1), config));
   nodes_.back()->Attach();
@@ -46,6 +66,7 @@ bool PnpManager::Busy() const {
 // --- start ---
 
 Status PnpManager::Start(DeviceNode& node) {
+  AwakeScope awake(*this);
   TransitionScope scope(kernel_, node.transition);
   if (node.state == PnpState::Started) return STATUS_SUCCESS;
   node.Appear();
@@ -141,10 +162,11 @@ void PnpManager::TearDown(DeviceNode& node, PnpState endState) {
 }
 
 void PnpManager::Remove(DeviceNode& node) {
+  AwakeScope awake(*this);
   TransitionScope scope(kernel_, node.transition);
   if (node.state == PnpState::Started) {
     // A device that idles is brought to D0 first, so that its driver can take leave of the hardware.
-    if (node.policy.phase() == PowerPhase::Dx && !systemAsleep_) Resume(node);
+    if (node.policy.phase() == PowerPhase::Dx) Resume(node);
     if (node.state != PnpState::Started) return;
     node.device->acceptsRequests = false;
     if (node.policy.phase() == PowerPhase::D0) LeaveD0(*node.device, WdfPowerDeviceD3Final);
@@ -194,8 +216,16 @@ void PnpManager::Resume(DeviceNode& node) {
   if (!NT_SUCCESS(EnterD0(*node.device, WdfPowerDeviceD3))) TearDown(node, PnpState::Failed);
 }
 
-void PnpManager::SystemSleep(SystemPowerAction action) {
+void PnpManager::RunSystemRequests() {
   TransitionScope system(kernel_, systemTransition_);
+  while (!systemRequests_.empty()) {
+    const std::optional<SystemPowerAction> sleep = systemRequests_.front();
+    systemRequests_.pop_front();
+    sleep ? SystemSleep(*sleep) : SystemResume();
+  }
+}
+
+void PnpManager::SystemSleep(SystemPowerAction action) {
   if (systemAsleep_) return;
   systemAsleep_ = true;
   for (auto node = nodes_.rbegin(); node != nodes_.rend(); ++node) {
@@ -213,9 +243,9 @@ void PnpManager::SystemSleep(SystemPowerAction action) {
 }
 
 void PnpManager::SystemResume() {
-  TransitionScope system(kernel_, systemTransition_);
   if (!systemAsleep_) return;
   systemAsleep_ = false;
+  for (Task* task : std::exchange(waitingForResume_, {})) kernel_.simulation().scheduler().Wake(*task);
   for (const auto& node : nodes_) {
     TransitionScope scope(kernel_, node->transition);
     if (node->policy.phase() == PowerPhase::Dx) Resume(*node);

@@ -84,6 +84,10 @@ bool ControlWire::Spared(const Passage& passage) const {
   return (pdf == Pdf::Read || pdf == Pdf::Write) && decoded->packet.Address().sequence == *spared_;
 }
 
+bool ControlWire::EventThatMayOnlyBeLost(const Passage& passage) const {
+  return spared_ && passage.packet.pdf == static_cast<std::uint8_t>(Pdf::HotPlug);
+}
+
 // The damage that a fault does to an answer's content. True when the packet is late as well.
 bool ControlWire::BendAnswer(Passage& passage) {
   platform::FaultPlan& faults = simulation_.faults();
@@ -117,7 +121,7 @@ bool ControlWire::BendAnswer(Passage& passage) {
 void ControlWire::BreakBoth(Passage& passage, bool& lost) {
   platform::FaultPlan& faults = simulation_.faults();
   platform::RandomStream& random = simulation_.Random("sim.wire.break");
-  if (!passage.packet.bytes.empty() && faults.Fires("wire.corrupt")) {
+  if (!EventThatMayOnlyBeLost(passage) && !passage.packet.bytes.empty() && faults.Fires("wire.corrupt")) {
     passage.packet.bytes[random.Below(passage.packet.bytes.size())] ^= static_cast<std::uint8_t>(1u << random.Below(8));
     passage.damaged = true;
     passage.note += " fault=wire.corrupt";
@@ -155,7 +159,7 @@ void ControlWire::Pass(Passage passage) {
   if (late) {
     passage.note += " fault=wire.late";
     ForwardLater(timing_.Draw(kLate), std::move(passage));
-  } else if (faults.Fires("wire.delay")) {
+  } else if (!EventThatMayOnlyBeLost(passage) && faults.Fires("wire.delay")) {
     passage.note += " fault=wire.delay";
     ForwardLater(timing_.Draw(kDelay), std::move(passage));
   } else {

@@ -46,8 +46,10 @@ class ControlWire final : public FramePort {
   // A router's packet arrives at the host interface.
   void PacketToHost(const ControlPacket& packet);
   bool Quiet() const { return inFlight_ == 0; }
-  // Faults leave requests with this sequence number alone, and their answers: an access that is repeated gets through.
-  void SpareSequence(std::uint32_t sequence) { spared_ = sequence; }
+  // From now on faults only take what comes again. Requests with this sequence number and their answers pass, so that
+  // an access that is repeated gets through. Events are lost and nothing else: nobody checks their CRC, so a damaged
+  // one is another event, and a delayed one may overtake the next.
+  void OnlyLose(std::uint32_t sparedSequence) { spared_ = sparedSequence; }
 
   // --- scripted hardware
   // Runs `action` just before packet `number` (as the log counts, both directions) is passed on, or lost.
@@ -75,6 +77,7 @@ class ControlWire final : public FramePort {
   void Forward(Passage passage);
   void ForwardLater(platform::Time delay, Passage passage);
   bool Spared(const Passage& passage) const;
+  bool EventThatMayOnlyBeLost(const Passage& passage) const;
   bool BendAnswer(Passage& passage);
   void BreakBoth(Passage& passage, bool& lost);
   void Log(const Passage& passage, std::uint64_t number);

@@ -84,12 +84,14 @@ class HostKernel {
   // --------------------------------------------------------------------------------------------------- Device add,
   // prepare hardware, D0 entry, interrupts connected, post-interrupts-enabled. The status of the first failure.
   Status AddAndStart(const DeviceConfig& config, DeviceId* id);
+  // Orderly removal, and enabling, wait while the system sleeps.
   void Remove(DeviceId id);                    // orderly: D0 exit to D3Final, release hardware, delete
   void SurpriseRemove(DeviceId id);            // registers read all ones at once; then the documented callbacks
   void Disable(DeviceId id);                   // as Remove but the device stays known
   Status Enable(DeviceId id);                  // as AddAndStart
   void SystemSleep(SystemPowerAction action);  // every device to Dx, deepest child first
   void SystemResume();                         // every device to D0
+  bool SystemAsleep() const;                   // or on the way there
 
   // The same verbs, begun now and run by later RunUntil/RunFor calls; Busy() until ended.
   void RemoveAsync(DeviceId id);

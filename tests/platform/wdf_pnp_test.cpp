@@ -111,6 +111,35 @@ TEST_P(WdfPnp, VerbsOfOneDeviceNeverOverlap) {
   EXPECT_EQ(Log().find("pre-interrupts to"), 0u);
 }
 
+// Whichever task gets to run first: asked for in this order, the system is awake in the end.
+TEST_P(WdfPnp, SleepAndResumeKeepTheOrderInWhichTheyWereAskedFor) {
+  ASSERT_EQ(Start(), 0);
+  Log();
+  host.SystemSleepAsync(SystemPowerAction::Sleep);
+  host.SystemResumeAsync();
+  Settle();
+  EXPECT_FALSE(host.SystemAsleep());
+  EXPECT_EQ(Log(),
+            "pre-interrupts to 4\nD0 exit to 4\nfunction D3hot\n"
+            "function D0\nD0 entry from 4\npost-interrupts from 4\n");
+}
+
+TEST_P(WdfPnp, RemovalWaitsWhileTheSystemSleepsUnlessItSurprises) {
+  for (const bool surprise : {false, true}) {
+    ASSERT_EQ(surprise ? host.Enable(id) : Start(), 0);
+    host.SystemSleep(SystemPowerAction::Sleep);
+    Log();
+    surprise ? host.SurpriseRemoveAsync(id) : host.RemoveAsync(id);
+    simulation.RunFor(60 * kSecond);
+    EXPECT_EQ(Log(), surprise ? "function off\nsurprise removal\nrelease\ndevice cleanup\n" : "");
+    host.SystemResume();
+    Settle();
+    EXPECT_EQ(Log(), surprise ? ""
+                              : "function D0\nD0 entry from 4\npost-interrupts from 4\n"
+                                "pre-interrupts to 5\nD0 exit to 5\nrelease\ndevice cleanup\nfunction D3hot\n");
+  }
+}
+
 TEST_P(WdfPnp, TwoDevicesOfOneDriverAreIndependent) {
   ASSERT_EQ(Start(), 0);
   PlainFunction second(script.log);

@@ -109,6 +109,24 @@ TEST(WireFaults, BentAnswersHaveAGoodCrcAndOneThingWrong) {
   }
 }
 
+// A request that is asked for the last time gets through, and an event is never another one or a late one.
+TEST(WireFaults, CanBeToldToTakeOnlyWhatComesAgain) {
+  FaultBench rig;
+  rig.fabric.wire("H1").OnlyLose(0);
+  for (const char* site : {"wire.lose", "wire.corrupt", "wire.delay", "wire.truncate"})
+    rig.faults().FailWithChance(site, 1, 1);
+  EXPECT_EQ(rig.OneRead(), std::string(kRequest) + "\n" + kAnswer + "\n");
+  rig.Write(0, 1, Space::Adapter, 5, {rig.Value(0, 1, Space::Adapter, 5) & 0x7FFFFFFF});
+  rig.Wire();
+  rig.fabric.AddRouter("D1", "D1");
+  rig.fabric.Plug("H1:1", "D1:1");
+  rig.Run(200 * kMs);
+  EXPECT_EQ(rig.Wire().substr(0, 42), "<- PLUG route=0 adapter=1 fault=wire.lose\n");
+  rig.faults().Heal("wire.lose");
+  rig.Run(10 * kMs);
+  EXPECT_EQ(rig.Wire(), "<- PLUG route=0 adapter=1\n");
+}
+
 TEST(WireFaults, UnsolicitedPacketsAndStormsComeOnTop) {
   FaultBench rig(5);
   rig.faults().FailNth("wire.unsolicited", 1);
