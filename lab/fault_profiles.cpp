@@ -67,14 +67,16 @@ bool ArmFaults(std::string_view profile, std::uint64_t seed, platform::FaultPlan
   const bool light = profile == kLightFaults, drawn = light || profile == "heavy";
   const std::uint32_t divisor =
       (light ? kLightDivisor : 1) * static_cast<std::uint32_t>(1 + routers / kRoutersPerDivisor);
-  bool known = drawn;
-  for (const Fault& fault : Faults()) {
-    // Always on in every run finds less than some of them on in some runs.
-    const bool on = drawn ? random.Chance(1, 3) && (fault.light || !light) : profile == fault.name;
-    known = known || profile == fault.name;
-    if (on) Arm(fault, divisor, random, plan);
-  }
-  return known;
+  bool armed = false;
+  do {
+    for (const Fault& fault : Faults()) {
+      // Always on in every run finds less than some of them on in some runs.
+      const bool on = drawn ? random.Chance(1, 3) && (fault.light || !light) : profile == fault.name;
+      if (on) Arm(fault, divisor, random, plan);
+      armed = armed || on;
+    }
+  } while (drawn && !armed);
+  return armed;
 }
 
 }  // namespace lab

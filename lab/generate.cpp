@@ -12,6 +12,7 @@
 
 #include <fmt/format.h>
 
+#include <bit>
 #include <iterator>
 #include <set>
 
@@ -64,11 +65,14 @@ class Generator {
     return list[random_.Below(std::size(list))];
   }
 
-  // 1 .. most; each doubling is as likely as the next.
+  // 1 .. most; each doubling is as likely as the next, up to where the last one is cut off.
   unsigned LogUniform(unsigned most) {
-    std::uint64_t high = 2;
-    while (high <= most && random_.Chance(5, 6)) high *= 2;
-    return static_cast<unsigned>(random_.Between(1, static_cast<std::int64_t>(high <= most ? high - 1 : most)));
+    unsigned drawn = 0;
+    do {
+      const unsigned low = 1u << random_.Below(static_cast<std::uint64_t>(std::bit_width(most)));
+      drawn = low + static_cast<unsigned>(random_.Below(low));
+    } while (drawn > most);
+    return drawn;
   }
 
   void Hosts() {
@@ -234,7 +238,8 @@ class Generator {
 
   void Remove() {
     removed_ = random_.Below(hosts_);
-    Do("surprise-remove");
+    removedBySurprise_ = random_.Chance(1, 2);
+    Do(removedBySurprise_ ? "surprise-remove" : "remove");
     Put("controller = \"{}\"\n", Node(removed_).name);
   }
 
@@ -253,7 +258,7 @@ class Generator {
     for (std::size_t host = 0; host < hosts_; ++host) {
       Put("\n[[expect]]\ncontroller = \"{}\"\n", Node(host).name);
       if (host == removed_) {
-        Put("state = \"surprise-removed\"\n");
+        Put("state = \"{}\"\n", removedBySurprise_ ? "surprise-removed" : "removed");
         continue;
       }
       unsigned routers = 1, pcie = 0, usb3 = 0;
@@ -283,6 +288,7 @@ class Generator {
   std::set<std::string> displays_;
   std::vector<std::string> displayPlaces_, usb3Places_;
   std::size_t removed_ = DrawnTree::kNone;
+  bool removedBySurprise_ = false;
   std::int64_t now_ = 0;
 };
 

@@ -286,7 +286,8 @@ Lines AllFindings(Machine& machine, const OracleOptions& options) {
 
 std::vector<std::string> OracleFindings(Machine& machine, const OracleOptions& options) {
   Lines found = AllFindings(machine, options);
-  return options.remains ? WithoutRemains(std::move(found)) : found;
+  if (options.remains) return Without(KnownRemains(), std::move(found));
+  return options.lostGrants ? Without(LostGrants(), std::move(found)) : found;
 }
 
 }  // namespace lab

@@ -11,7 +11,9 @@ namespace lab {
 struct OracleOptions {
   bool complete = true;   // every router that can be reached must be listed; not so after a failure
   bool wreckage = false;  // firmware has left half-built tunnels, parts of which stay: docs/known-behaviour.md
-  bool remains = false;   // faults have struck and nothing was reset since: lab/waivers.h, KnownRemains
+  // Faults have struck and nothing was reset since (lab/waivers.h): answers got lost, or accesses failed for good.
+  bool lostGrants = false;
+  bool remains = false;
 };
 
 // Those for a machine of this configuration.

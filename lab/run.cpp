@@ -46,6 +46,7 @@ class Run {
   void Heal();
   void ReplugRoots();
   void Judge(const Expectation& expectation);
+  void JudgeHardware();
   void JudgeEnd();
   void Removal();
   void AddLeftovers();
@@ -257,6 +258,12 @@ void Run::Judge(const Expectation& expectation) {
     Fail(fmt::format("{}:{}:{}: {}", scenario_.file, expectation.line, expectation.column, text));
 }
 
+void Run::JudgeHardware() {
+  OracleOptions options = OracleOptionsFor(scenario_.machine);
+  options.lostGrants = options_.faults == kLightFaults;
+  for (const std::string& finding : OracleFindings(machine_, options)) Fail("oracle: " + finding);
+}
+
 void Run::JudgeEnd() {
   const platform::Outcome outcome = machine_.WaitQuiet(kQuietWithin);
   Note(outcome);
@@ -270,9 +277,7 @@ void Run::JudgeEnd() {
     if (options_.explain) report_.explanations.push_back(Explain(report_.domains.back(), machine_, place));
     if (options_.registers && !Over()) machine_.ReadRegisters(place, report_.domains.back());
   }
-  if (machine_.Quiet())
-    for (const std::string& finding : OracleFindings(machine_, OracleOptionsFor(scenario_.machine)))
-      Fail("oracle: " + finding);
+  if (machine_.Quiet()) JudgeHardware();
   for (const Expectation& expectation : scenario_.expectations)
     if (expectation.at == platform::kNever && !Over()) Judge(expectation);
 }

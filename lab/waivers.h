@@ -22,11 +22,14 @@ std::vector<ProtocolWaiver> KnownProtocolWaivers();
 // The complaints that count: all of them, unless a fault has struck in this run; then all that no waiver covers.
 std::vector<sim::ProtocolError> UnwaivedErrors(const std::vector<sim::ProtocolError>& errors, bool faultStruck);
 
-// What a fault that struck an access leaves in the hardware until its routers are reset. It counts wherever that has
-// been done since, and wherever no access can have failed for good.
+// What a lost answer leaves in a host router until it is reset, although the question is asked again: the first one has
+// been granted, so the second is not.
+std::vector<ProtocolWaiver> LostGrants();
+
+// That, and what an access that failed for good leaves until its routers are reset.
 std::vector<ProtocolWaiver> KnownRemains();
 
-// What the oracle finds, without them.
-std::vector<std::string> WithoutRemains(std::vector<std::string> findings);
+// What the oracle finds, without what these waivers cover.
+std::vector<std::string> Without(const std::vector<ProtocolWaiver>& waivers, std::vector<std::string> findings);
 
 }  // namespace lab
