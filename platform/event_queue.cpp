@@ -28,8 +28,9 @@ EventId EventQueue::Insert(Time when, const char* name, Task* task, std::functio
   slot.name = name;
   slot.task = task;
   slot.action = std::move(action);
-  heap_.push_back({when, order_++, index, slot.generation});
-  std::push_heap(heap_.begin(), heap_.end(), std::greater<>());
+  std::vector<Entry>& entries = Of(task != nullptr).entries;
+  entries.push_back({when, order_++, index, slot.generation});
+  std::push_heap(entries.begin(), entries.end(), std::greater<>());
   return (static_cast<EventId>(slot.generation) << 32) | (index + 1u);
 }
 
@@ -38,8 +39,9 @@ void EventQueue::Cancel(EventId id) {
   if (id == 0 || index >= slots_.size()) return;
   Slot& slot = slots_[index];
   if (!slot.live || slot.generation != static_cast<std::uint32_t>(id >> 32)) return;
+  Heap& heap = Of(slot.task != nullptr);
   Release(index);
-  if (++dead_ > 64 && dead_ > heap_.size() / 2) Compact();
+  if (++heap.dead > 64 && heap.dead > heap.entries.size() / 2) Compact(heap);
 }
 
 void EventQueue::Release(std::uint32_t index) {
@@ -48,42 +50,41 @@ void EventQueue::Release(std::uint32_t index) {
   freeSlots_.push_back(index);
 }
 
-void EventQueue::Compact() {
-  std::erase_if(heap_, [this](const Entry& entry) { return !Live(entry); });
-  std::make_heap(heap_.begin(), heap_.end(), std::greater<>());
-  dead_ = 0;
+void EventQueue::Compact(Heap& heap) {
+  std::erase_if(heap.entries, [this](const Entry& entry) { return !Live(entry); });
+  std::make_heap(heap.entries.begin(), heap.entries.end(), std::greater<>());
+  heap.dead = 0;
 }
 
-void EventQueue::DropDead() {
-  while (!heap_.empty() && !Live(heap_.front())) {
-    std::pop_heap(heap_.begin(), heap_.end(), std::greater<>());
-    heap_.pop_back();
-    --dead_;
+bool EventQueue::Front(Heap& heap) {
+  while (!heap.entries.empty() && !Live(heap.entries.front())) {
+    std::pop_heap(heap.entries.begin(), heap.entries.end(), std::greater<>());
+    heap.entries.pop_back();
+    --heap.dead;
   }
+  return !heap.entries.empty();
 }
 
 bool EventQueue::Empty() {
-  DropDead();
-  return heap_.empty();
+  return !Front(heaps_[0]) && !Front(heaps_[1]);
 }
 
 Time EventQueue::NextTime() {
-  return Empty() ? kNever : heap_.front().when;
+  return std::min(NextTimeOf(false), NextTimeOf(true));
 }
 
-Time EventQueue::NextTimeOf(bool timeouts) const {
-  Time first = kNever;
-  for (const Entry& entry : heap_) {
-    if (Live(entry) && (slots_[entry.slot].task != nullptr) == timeouts) first = std::min(first, entry.when);
-  }
-  return first;
+Time EventQueue::NextTimeOf(bool timeouts) {
+  Heap& heap = Of(timeouts);
+  return Front(heap) ? heap.entries.front().when : kNever;
 }
 
 EventQueue::Due EventQueue::Pop() {
-  DropDead();
-  const Entry entry = heap_.front();
-  std::pop_heap(heap_.begin(), heap_.end(), std::greater<>());
-  heap_.pop_back();
+  const bool action = Front(heaps_[0]), timeout = Front(heaps_[1]);
+  const bool timeoutFirst = timeout && (!action || heaps_[0].entries.front() > heaps_[1].entries.front());
+  std::vector<Entry>& entries = Of(timeoutFirst).entries;
+  const Entry entry = entries.front();
+  std::pop_heap(entries.begin(), entries.end(), std::greater<>());
+  entries.pop_back();
   Slot& slot = slots_[entry.slot];
   Due due{entry.when, slot.name, slot.task, std::move(slot.action)};
   Release(entry.slot);

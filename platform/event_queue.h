@@ -21,10 +21,10 @@ class EventQueue {
   EventId AddTimeout(Time when, Task& task);
   void Cancel(EventId id);
 
-  bool Empty();                          // nothing but cancelled entries left
-  Time NextTime();                       // of the first live entry; kNever when empty
-  Time NextTimeOf(bool timeouts) const;  // of the first live time-out, or of the first live action
-  Due Pop();                             // the first live entry; the queue must not be empty
+  bool Empty();                    // nothing but cancelled entries left
+  Time NextTime();                 // of the first live entry; kNever when empty
+  Time NextTimeOf(bool timeouts);  // of the first live time-out, or of the first live action
+  Due Pop();                       // the first live entry; the queue must not be empty
 
  private:
   struct Slot {
@@ -44,15 +44,20 @@ class EventQueue {
   bool Live(const Entry& entry) const {
     return slots_[entry.slot].live && slots_[entry.slot].generation == entry.generation;
   }
+  // Time-outs apart from actions: most of them are cancelled, and who wants the next action must not look through them.
+  struct Heap {
+    std::vector<Entry> entries;  // smallest first
+    std::size_t dead = 0;        // cancelled ones among them
+  };
+  Heap& Of(bool timeouts) { return heaps_[timeouts ? 1 : 0]; }
+  bool Front(Heap& heap);  // drops what is dead before it; false when nothing is left
   void Release(std::uint32_t slot);
-  void DropDead();
-  void Compact();
+  void Compact(Heap& heap);
 
   std::vector<Slot> slots_;
   std::vector<std::uint32_t> freeSlots_;
-  std::vector<Entry> heap_;  // smallest first
+  Heap heaps_[2];
   std::uint64_t order_ = 0;
-  std::size_t dead_ = 0;  // cancelled entries still in the heap
 };
 
 }  // namespace platform

@@ -22,9 +22,9 @@ std::uint64_t Simulation::TraceHash() const {
   return scheduler_->traceHash();
 }
 
-RandomStream& Simulation::Random(std::string_view name) {
-  auto it = streams_.find(name);
-  if (it == streams_.end()) it = streams_.emplace(std::string(name), RandomStream(options_.seed, name)).first;
+RandomStream& Simulation::Random(SiteName name) {
+  const auto [it, inserted] = streams_.try_emplace(name.hash);
+  if (inserted) it->second = RandomStream(options_.seed, name.text);
   return it->second;
 }
 

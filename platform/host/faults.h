@@ -13,15 +13,6 @@
 
 namespace platform {
 
-// A name with its hash, computed by the compiler where the name is a literal.
-struct SiteName {
-  std::string_view text;
-  std::uint64_t hash;
-  // NOLINTNEXTLINE(google-explicit-constructor): a literal is a name.
-  consteval SiteName(const char* literal) : text(literal), hash(HashText(literal)) {}
-  constexpr explicit SiteName(std::string_view name) : text(name), hash(HashText(name)) {}
-};
-
 class FaultPlan {
  public:
   explicit FaultPlan(std::uint64_t rootSeed) : seed_(rootSeed) {}

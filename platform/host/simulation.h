@@ -6,10 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/host/faults.h"
@@ -86,7 +86,7 @@ class Simulation {
   std::uint64_t TraceHash() const;  // of every platform call, switch and event so far; equal for equal seeds
 
   // A random stream of its own for `name`; the same object on every call.
-  RandomStream& Random(std::string_view name);
+  RandomStream& Random(SiteName name);
   FaultPlan& faults() { return faults_; }
 
   // --- events: run on the scheduler's stack when the clock reaches them, in (time, insertion) order
@@ -133,7 +133,7 @@ class Simulation {
   friend class Scheduler;
   SimulationOptions options_;
   FaultPlan faults_;
-  std::map<std::string, RandomStream, std::less<>> streams_;
+  std::unordered_map<std::uint64_t, RandomStream> streams_;  // by the hash of the name
   std::vector<Violation> violations_;
   std::vector<Waiver> waivers_;
   std::vector<TraceSink*> sinks_;

@@ -22,11 +22,12 @@ bool Wants(std::uint32_t flags, std::uint32_t source) {
 }
 
 // Connect is armed only where nothing is configured behind the port, disconnect and USB4 wake only where something is.
-// The way up always carries a wake.
+// A mark with no router behind it is of one that was pulled while the host slept: nobody took it off, and with it the
+// next plug could not wake. The way up always carries a wake.
 KIV_RESULT ArmPort(const USB4_PORT* adapter, std::uint32_t flags) {
   return ModifyRegister<PortCs19>(adapter, adapter->Usb4PortCapability, [adapter, flags](PortCs19::Value& cs19) {
     const bool upstream = KivUsb4PortIsUpstream(adapter);
-    const bool configured = cs19.IsSet<PortCs19::PortConfigured>();
+    const bool configured = cs19.IsSet<PortCs19::PortConfigured>() && adapter->Remote != nullptr;
     cs19.Set<PortCs19::WakeOnConnect>(!upstream && !configured && Wants(flags, kWakeOnConnect));
     cs19.Set<PortCs19::WakeOnDisconnect>(!upstream && configured && Wants(flags, kWakeOnDisconnect));
     cs19.Set<PortCs19::WakeOnUsb4>(upstream || (configured && Wants(flags, kWakeOnUsb4)));
