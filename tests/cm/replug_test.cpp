@@ -35,6 +35,24 @@ WORLD_TEST(Replug, TheNextRouterWakesTheDeviceThatTheLastOneLetIdle) {
   }
 }
 
+// The start after it finds no router, and a mark at the port that nobody has taken off.
+WORLD_TEST(Replug, ARouterThatIsPulledWhileTheDeviceIdlesWakesItAndSoDoesTheNext) {
+  Bench bench("H1:1 - D1:1");
+  bench.StartQuietly();
+  const auto idles = [&] { return bench.kernel().Power(bench.machine().device()) == platform::DevicePower::D3; };
+  bench.Pass(20 * kSecond);
+  EXPECT_TRUE(idles()) << "there is no tunnel";
+  bench.Unplug("D1");
+  bench.Pass(3 * kSecond);
+  EXPECT_FALSE(idles());
+  bench.Pass(20 * kSecond);
+  EXPECT_TRUE(idles());
+  bench.fabric().Plug("H1:1", "D1:1");
+  bench.Pass(3 * kSecond);
+  EXPECT_FALSE(idles());
+  EXPECT_EQ(bench.Routers(), "0 gen4\n1 gen4 20G bonded\n");
+}
+
 // Nothing arms the link controller of a Thunderbolt 3 host but its firmware, and this model's has armed nothing.
 WORLD_TEST(Replug, AThunderbolt3HostWakesOnWhatItsFirmwareHasArmed) {
   Bench bench("HT:1 - T3:1");
