@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Seeds of the host under each fault, and of generated domains under drawn ones: soak.py TOOL FIRST LAST.
+"""Seeds of the host under each fault, of the gallery and of generated domains under drawn ones: soak.py TOOL FIRST LAST.
 
 Two processes for each processor. Failing seeds come out as the commands that replay them; the last line is
 'N passed, N failed'.
 """
+import glob
 import os
 import re
 import subprocess
@@ -16,10 +17,11 @@ FAULTS = ("none", "lose", "delay", "duplicate", "reorder", "corrupt", "truncate"
 def main():
     tool, first, last = sys.argv[1:4]
     shards = os.cpu_count() or 1
+    drawn = sorted(glob.glob("scenarios/*.toml")) + ["generated"]
     processes = [
-        subprocess.Popen([tool, "soak", scenario, "--seeds", f"{first}..{last}", "--shard", f"{i + 1}/{shards}",
+        subprocess.Popen([tool, "soak", *scenarios, "--seeds", f"{first}..{last}", "--shard", f"{i + 1}/{shards}",
                           "--faults", *faults], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-        for scenario, faults in (("scenarios/host.toml", FAULTS), ("generated", ("none", "light", "heavy")))
+        for scenarios, faults in ((["scenarios/host.toml"], FAULTS), (drawn, ("none", "light", "heavy")))
         for i in range(shards)
     ]
     passed = failed = 0

@@ -11,7 +11,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 // Additions raise the number behind the point, anything else the one before it.
-constexpr const char* kFormatVersion = "1.1";
+constexpr const char* kFormatVersion = "1.2";
 
 double Milliseconds(platform::Time time) {
   return static_cast<double>(time) / static_cast<double>(platform::kMillisecond);
@@ -114,10 +114,32 @@ Json Violations(const RunReport& report) {
   return list;
 }
 
-Json ProtocolErrors(const RunReport& report) {
+Json ProtocolErrors(const std::vector<sim::ProtocolError>& errors) {
   Json list = Json::array();
-  for (const sim::ProtocolError& error : report.protocolErrors)
+  for (const sim::ProtocolError& error : errors)
     list.push_back(Json{{"timeMs", Milliseconds(error.when)}, {"text", error.text}, {"count", error.count}});
+  return list;
+}
+
+Json Waivers(const RunReport& report) {
+  Json list = Json::array();
+  for (const platform::Waiver& waiver : report.waivers)
+    list.push_back(Json{{"rule", platform::RuleName(waiver.rule)},
+                        {"where", waiver.where},
+                        {"count", waiver.hits},
+                        {"reason", waiver.reason}});
+  return list;
+}
+
+Json LeftOver(const RunReport& report) {
+  Json list = Json::array();
+  for (const Leftovers& left : report.leftovers)
+    list.push_back(Json{{"host", left.host},
+                        {"poolBytes", left.poolBytes},
+                        {"handles", left.objects},
+                        {"mappings", left.mappings},
+                        {"buffers", left.buffers},
+                        {"references", left.references}});
   return list;
 }
 
@@ -143,7 +165,16 @@ std::string FormatJson(const RunReport& report) {
   json["tunnels"] = Tunnels(report);
   json["peers"] = Json::array();
   json["violations"] = Violations(report);
-  json["protocolErrors"] = ProtocolErrors(report);
+  json["protocolErrors"] = ProtocolErrors(report.protocolErrors);
+  json["failures"] = report.failures;
+  json["hang"] = report.hang.empty() ? Json(nullptr) : Json(report.hang);
+  json["waived"] = Waivers(report);
+  json["excused"] = ProtocolErrors(report.waivedErrors);
+  json["leftovers"] = LeftOver(report);
+  json["choices"] = report.step;
+  json["failedAtChoice"] = report.failedStep == 0 ? Json(nullptr) : Json(report.failedStep);
+  json["faults"] = report.faultsFired;
+  json["traceHash"] = fmt::format("{:016x}", report.traceHash);
   json["events"] = Events(report);
   return json.dump(2) + "\n";
 }

@@ -99,7 +99,8 @@ lab::ExitCode RunCommand(Options& options) {
   if (options.json)
     fmt::print("{}", lab::FormatJson(report));
   else
-    lab::PrintReport(console, report, options.verbosity, lab::ReplayCommand(scenario.file, options.run));
+    lab::PrintReport(console, report, options.verbosity,
+                     lab::ReplayCommand(scenario.file, options.run, report.failedStep));
   return report.code == lab::ExitCode::Held && !drawn ? lab::ExitCode::InputOutput : report.code;
 }
 

@@ -32,6 +32,9 @@ void PrintFindings(const Console& console, const RunReport& report) {
     console.Out(
         console.Paint(Style::Faint, fmt::format("waived     {} in {}, {} times: {}", platform::RuleName(waiver.rule),
                                                 waiver.where, waiver.hits, waiver.reason)));
+  for (const sim::ProtocolError& error : report.waivedErrors)
+    console.Out(console.Paint(
+        Style::Faint, fmt::format("excused    {} ({} times): a fault has struck before", error.text, error.count)));
   for (const std::string& failure : report.failures) console.Out(console.Paint(Style::Bad, "failed     ") + failure);
   for (const sim::ProtocolError& error : report.protocolErrors)
     console.Out(fmt::format("{}{} ({} times, first at {} ms)", console.Paint(Style::Bad, "protocol   "), error.text,
@@ -89,10 +92,11 @@ void PrintReport(const Console& console, const RunReport& report, unsigned verbo
   if (!good) console.Message("replay: " + replay);
 }
 
-std::string ReplayCommand(const std::string& scenario, const RunOptions& options) {
+std::string ReplayCommand(const std::string& scenario, const RunOptions& options, std::uint64_t step) {
   std::string command = "./usb4lab run " + ForShell(scenario);
   if (options.seed) command += fmt::format(" --seed {}", *options.seed);
   if (options.faults != "none") command += " --faults " + options.faults;
+  if (step != 0) command += fmt::format(" --stop-at {}", step);
   return command;
 }
 

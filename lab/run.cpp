@@ -101,6 +101,7 @@ void Run::Say(std::string where, std::string event, std::string effect) {
 
 void Run::Fail(std::string text) {
   Say("", "expectation failed", text);
+  if (report_.failures.empty()) report_.failedStep = machine_.simulation().Step();
   report_.failures.push_back(std::move(text));
 }
 
@@ -330,7 +331,9 @@ RunReport Run::Execute() {
   simulation.RemoveSink(&events_);
   report_.violations = simulation.violations();
   report_.hang = simulation.HangReport();
-  report_.protocolErrors = UnwaivedErrors(machine_.fabric().errors().list(), heals && machine_.faults().Fired());
+  for (const sim::ProtocolError& error : machine_.fabric().errors().list())
+    (heals && machine_.faults().Fired() && Excused(error) ? report_.waivedErrors : report_.protocolErrors)
+        .push_back(error);
   report_.virtualTime = simulation.Now();
   report_.step = simulation.Step();
   report_.stopReached = stopReached_;
@@ -341,6 +344,7 @@ RunReport Run::Execute() {
   report_.captured = capture_ && capture_->Close();
   report_.traced = timeline_ && timeline_->Close();
   report_.code = Code();
+  if (report_.code != ExitCode::Held && report_.failedStep == 0) report_.failedStep = report_.step;
   report_.events = events_.events();
   return std::move(report_);
 }

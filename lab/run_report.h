@@ -33,6 +33,7 @@ struct RunReport {
   bool seeded = false;
   std::uint64_t seed = 0;
   std::uint64_t step = 0;
+  std::uint64_t failedStep = 0;  // when the first failure showed; 0: none has
   std::uint64_t traceHash = 0;
   platform::Time virtualTime = 0;
   std::vector<DomainView> domains;        // after the last event, once quiet, before the removal
@@ -42,7 +43,8 @@ struct RunReport {
   std::vector<std::string> failures;  // expectations and oracles that did not hold, one line each
   std::vector<platform::Violation> violations;
   std::vector<sim::ProtocolError> protocolErrors;
-  std::vector<platform::Waiver> waivers;  // those that were hit
+  std::vector<platform::Waiver> waivers;         // those that were hit
+  std::vector<sim::ProtocolError> waivedErrors;  // complaints of the hardware that a fault excuses
   std::string hang;
   std::uint64_t faultsFired = 0;
   bool captured = false;     // the capture was written to its end

@@ -106,7 +106,7 @@ class Campaign {
     try {
       RunOne(FindScenario(options_.scenarios[which], *run.seed), run);
     } catch (const std::runtime_error& error) {  // no scenario, or no machine: one seed's fault, not the campaign's end
-      Failure(options_.scenarios[which], run, ExitCode::Usage, error.what());
+      Failure(options_.scenarios[which], run, ExitCode::Usage, error.what(), 0);
     }
   }
 
@@ -114,17 +114,19 @@ class Campaign {
     const RunReport report = RunScenario(scenario, run);
     state_.faultsFired += report.faultsFired;
     state_.virtualTime += report.virtualTime;
-    if (report.code != ExitCode::Held) return Failure(scenario.file, run, report.code, FirstFinding(report));
+    if (report.code != ExitCode::Held)
+      return Failure(scenario.file, run, report.code, FirstFinding(report), report.failedStep);
     if (*run.seed % kTwiceEvery != 0) return;
     const std::string difference = Difference(report, RunScenario(scenario, run));
-    if (!difference.empty()) Failure(scenario.file, run, ExitCode::Failed, difference);
+    if (!difference.empty()) Failure(scenario.file, run, ExitCode::Failed, difference, 0);
   }
 
-  void Failure(const std::string& file, const RunOptions& run, ExitCode code, const std::string& why) {
+  void Failure(const std::string& file, const RunOptions& run, ExitCode code, const std::string& why,
+               std::uint64_t step) {
     if (state_.failed++ == 0) state_.code = static_cast<int>(code);
     for (const std::string& line :
-         {fmt::format("FAIL {} seed={} faults={}", why.substr(0, why.find('\n')), *run.seed, run.faults),
-          "  replay: " + ReplayCommand(file, run)}) {
+         {fmt::format("FAIL {} seed={} faults={} step={}", why.substr(0, why.find('\n')), *run.seed, run.faults, step),
+          "  replay: " + ReplayCommand(file, run, step)}) {
       console_.Out(line);
       state_.findings.push_back(line);
     }

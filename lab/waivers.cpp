@@ -70,26 +70,19 @@ std::vector<ProtocolWaiver> KnownRemains() {
 
 namespace {
 
-template <class Finding, class TextOf>
-void DropWaived(std::vector<Finding>& findings, const std::vector<ProtocolWaiver>& waivers, TextOf textOf) {
-  std::erase_if(findings, [&](const Finding& finding) {
-    return std::any_of(waivers.begin(), waivers.end(), [&](const ProtocolWaiver& waiver) {
-      return textOf(finding).find(waiver.text) != std::string::npos;
-    });
-  });
+bool Covers(const std::vector<ProtocolWaiver>& waivers, const std::string& text) {
+  return std::any_of(waivers.begin(), waivers.end(),
+                     [&](const ProtocolWaiver& waiver) { return text.find(waiver.text) != std::string::npos; });
 }
 
 }  // namespace
 
-std::vector<sim::ProtocolError> UnwaivedErrors(const std::vector<sim::ProtocolError>& errors, bool faultStruck) {
-  std::vector<sim::ProtocolError> counted = errors;
-  if (faultStruck)
-    DropWaived(counted, KnownProtocolWaivers(), [](const sim::ProtocolError& error) { return error.text; });
-  return counted;
+bool Excused(const sim::ProtocolError& error) {
+  return Covers(KnownProtocolWaivers(), error.text);
 }
 
 std::vector<std::string> Without(const std::vector<ProtocolWaiver>& waivers, std::vector<std::string> findings) {
-  DropWaived(findings, waivers, [](const std::string& finding) { return finding; });
+  std::erase_if(findings, [&](const std::string& finding) { return Covers(waivers, finding); });
   return findings;
 }
 

@@ -19,8 +19,8 @@ struct ProtocolWaiver {
 
 std::vector<ProtocolWaiver> KnownProtocolWaivers();
 
-// The complaints that count: all of them, unless a fault has struck in this run; then all that no waiver covers.
-std::vector<sim::ProtocolError> UnwaivedErrors(const std::vector<sim::ProtocolError>& errors, bool faultStruck);
+// Whether a fault that has struck in this run excuses the complaint.
+bool Excused(const sim::ProtocolError& error);
 
 // What a lost answer leaves in a host router until it is reset, although the question is asked again: the first one has
 // been granted, so the second is not.

@@ -115,8 +115,16 @@ TEST(Json, OneDocumentWithEveryKeyInOrder) {
   report.domains[0].tunnels = {Usb3Tunnel(), Usb3Tunnel()};
   report.domains[0].tunnels[1].listed = false;
   report.events.push_back({5'000, "host", "sleep", "asked"});
+  report.failures = {"routers is 1, expected 2"};
+  report.waivers = {{platform::Rule::StallTooLong, "KeStall", 3100, "power-on", 2}};
+  report.waivedErrors = {{1, "write refused", 3}};
+  report.leftovers = {{"host", 1, 2, 3, 4, 5}};
+  report.step = 99;
+  report.failedStep = 98;
+  report.faultsFired = 7;
+  report.traceHash = 0xAB;
   EXPECT_EQ(Unbroken(lab::FormatJson(report)), Unbroken(R"({
-    "format_version": "1.1","verdict": "pass","seed": "18446744073709551615","virtualTimeMs": 12.3456,
+    "format_version": "1.2","verdict": "pass","seed": "18446744073709551615","virtualTimeMs": 12.3456,
     "routers": [{
       "route": "0","name": "0-0","generation": 4,"vendorName": null,"deviceName": null,"uid": null,
       "depth": 0,"upstreamAdapter": 2,"adapters": [[1,"lane",1],[2,"host interface",2]],"link": null,"tmu": null
@@ -135,6 +143,11 @@ TEST(Json, OneDocumentWithEveryKeyInOrder) {
       ]}]
     }],
     "peers": [],"violations": [],"protocolErrors": [],
+    "failures": ["routers is 1, expected 2"],"hang": null,"waived": [{"rule": "stall-too-long",
+      "where": "KeStall","count": 2,"reason": "power-on"}],
+    "excused": [{"timeMs": 0.0001,"text": "write refused","count": 3}],
+    "leftovers": [{"host": "host","poolBytes": 1,"handles": 2,"mappings": 3,"buffers": 4,"references": 5}],
+    "choices": 99,"failedAtChoice": 98,"faults": 7,"traceHash": "00000000000000ab",
     "events": [{"timeMs": 0.5,"where": "host","event": "sleep","effect": "asked"}]
   })"));
 }
