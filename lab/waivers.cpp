@@ -33,6 +33,8 @@ std::vector<ProtocolWaiver> KnownProtocolWaivers() {
       {"of adapter dword 57 changed",
        "an answer about another adapter that a fault has put in the right one's place makes it one of another type for "
        "the driver, which switches it on by the bits of that type"},
+      {"write to unknown path dword",
+       "an answer about another adapter that a fault has put in the right one's place makes it one with paths"},
       {"leaves with a hop ID above the limit of",
        "an answer about another adapter that a fault has put in the right one's place gives it that one's limits"},
       {"of adapter dword 2 changed",
