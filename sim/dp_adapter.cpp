@@ -139,6 +139,7 @@ void LearnDisplayAtOnce(Adapter& dpIn) {
 void WatchDisplayPort(Adapter& adapter) {
   const unsigned at = adapter.protocolCapability;
   adapter.space().OnWrite(at, [&adapter](const ConfigSpace::Access& access) {
+    CheckSwitchedOn(adapter, access);
     if (((access.old ^ access.now) & (kVideo | kAux)) != 0) DisplaysChanged(adapter.router().fabric());
   });
   adapter.space().OnWrite(at + 6, [&adapter](const ConfigSpace::Access& access) {

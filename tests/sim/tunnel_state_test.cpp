@@ -123,5 +123,37 @@ TEST(TunnelState, ADeviceThatLendsDisplaySourcesForgetsWithItsSupply) {
   }
 }
 
+// The whole dword is written, as a manager does.
+TEST(TunnelState, AnAdapterIsSwitchedOnBehindAPathThatBeginsAtIt) {
+  const struct {
+    FirmwareTunnel tunnel;
+    unsigned offset;
+    std::uint32_t on;
+    const char* blamed;
+  } kCases[] = {
+      {{FirmwareKind::Pcie, "H1:3", "D1:9", FirmwareState::Off}, 0x39, 0x80000000, "adapter 3"},
+      {{FirmwareKind::Usb3, "H1:4", "D1:16", FirmwareState::Off, 1000, 1000}, 0x0A, 0xC0000000, "adapter 4"},
+      {{FirmwareKind::Dp, "H1:5", "D1:13", FirmwareState::Off}, 0x39, 0xC009048F, "adapter 5"},
+  };
+  for (const auto& test : kCases) {
+    for (const char* lead : {"path", "no path", "fault"}) {
+      SCOPED_TRACE(std::string(test.blamed) + ", " + lead);
+      Rig rig("H1");
+      rig.Build("H1:1 D1:1");
+      rig.Manage();
+      if (std::string(lead) == "path") SetUpFirmwareTunnel(rig.fabric, test.tunnel);
+      if (std::string(lead) == "fault") {
+        rig.simulation.faults().FailNth("wire.duplicate", 1);
+        rig.Value(0, 0, Space::Router, 0);
+      }
+      const Adapter& adapter = rig.adapter(test.tunnel.from.c_str());
+      for (int times = 0; times < 2; ++times) rig.Write(0, adapter.number(), Space::Adapter, test.offset, {test.on});
+      const std::string error =
+          std::string("router 0 ") + test.blamed + ": is switched on before a path begins at it\n";
+      EXPECT_EQ(rig.Errors(), std::string(lead) == "no path" ? error : "");
+    }
+  }
+}
+
 }  // namespace
 }  // namespace sim::test

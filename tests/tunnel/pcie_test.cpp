@@ -245,6 +245,7 @@ WORLD_TEST(PcieTunnels, SwitchOnlyAdaptersOfTheirKind) {
     EXPECT_FALSE(KivUsb4PciPortIsEnabled(chain.Port(domain, "H1:3")));
   });
   EXPECT_EQ(chain.HopIds(), "");
+  EXPECT_EQ(chain.TakeProtocolErrors(), "router 0 adapter 3: is switched on before a path begins at it\n");
 }
 
 }  // namespace
