@@ -175,12 +175,14 @@ void Run::Play(const ScenarioEvent& event) {
       return kernel.SystemResumeAsync();
     case Verb::Wake:
       return machine_.hostInterface(event.place).SignalWake();
-    case Verb::Disable:
-      return kernel.Disable(device);
-    case Verb::Enable:
-      Say(machine_.DomainName(event.place), "enable",
-          fmt::format("status 0x{:08X}", static_cast<std::uint32_t>(kernel.Enable(device))));
-      return;
+    case Verb::Disable:  // takes its time; asleep, it waits for the resume, which is an event of its own
+      return kernel.SystemAsleep() ? kernel.RemoveAsync(device) : kernel.Disable(device);
+    case Verb::Enable: {
+      const auto done = [this, place = event.place](platform::Status status) {
+        Say(machine_.DomainName(place), "enable", fmt::format("status 0x{:08X}", static_cast<std::uint32_t>(status)));
+      };
+      return kernel.SystemAsleep() ? kernel.EnableAsync(device, done) : done(kernel.Enable(device));
+    }
     case Verb::SurpriseRemove:
       return kernel.SurpriseRemoveAsync(device);
     case Verb::Remove:

@@ -113,6 +113,10 @@ void HostKernel::RemoveAsync(DeviceId id) {
   BeginVerb("remove device", [this, id] { pnp_->Remove(*pnp_->Find(id)); });
 }
 
+void HostKernel::EnableAsync(DeviceId id, std::function<void(Status)> done) {
+  BeginVerb("start device", [this, id, done = std::move(done)] { done(pnp_->Start(*pnp_->Find(id))); });
+}
+
 void HostKernel::SurpriseRemoveAsync(DeviceId id) {
   pnp_->BeginSurpriseRemoval(*pnp_->Find(id));
   BeginVerb("surprise removal", [this, id] { pnp_->FinishSurpriseRemoval(*pnp_->Find(id)); });

@@ -5,6 +5,7 @@
 // overlap.
 #pragma once
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -95,6 +96,7 @@ class HostKernel {
 
   // The same verbs, begun now and run by later RunUntil/RunFor calls; Busy() until ended.
   void RemoveAsync(DeviceId id);
+  void EnableAsync(DeviceId id, std::function<void(Status)> done);
   void SurpriseRemoveAsync(DeviceId id);
   void SystemSleepAsync(SystemPowerAction action);
   void SystemResumeAsync();

@@ -74,6 +74,22 @@ TEST(DeviceEvents, AtAPacketOfTheScan) {
   }
 }
 
+// What a sleeping system is asked to do with a device happens once it is awake, in the order of the asking.
+TEST(DeviceEvents, WhileTheSystemSleeps) {
+  const std::string sleep = "[[event]]\nat = \"1 s\"\ndo = \"sleep\"\n";
+  const std::string disable = "[[event]]\nat = \"20 s\"\ndo = \"disable\"\n";
+  const std::string enable = "[[event]]\nat = \"25 s\"\ndo = \"enable\"\n";
+  const std::string resume = "[[event]]\nat = \"30 s\"\ndo = \"resume\"\n";
+  const auto expect = [](const char* state) { return "[[expect]]\nstate = \"" + std::string(state) + "\"\n"; };
+  for (const std::string& events :
+       {sleep + disable + resume + expect("removed"), sleep + disable + enable + resume + expect("started"),
+        // Nobody resumes it; the end of the run does.
+        sleep + expect("started")}) {
+    const lab::RunReport report = Play(kHub + events);
+    EXPECT_EQ(report.code, lab::ExitCode::Held) << events << Failures(report) << report.hang;
+  }
+}
+
 TEST(CableEvents, WhatCannotHappenFailsTheRun) {
   EXPECT_EQ(Failures(Play(kHub + "[[event]]\ndo = \"unplug\"\nwhat = \"D1:5\"\npacket = 20\n")),
             ":5:1: no cable at \"D1:5\"\n");
