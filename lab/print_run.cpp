@@ -33,8 +33,8 @@ void PrintFindings(const Console& console, const RunReport& report) {
         console.Paint(Style::Faint, fmt::format("waived     {} in {}, {} times: {}", platform::RuleName(waiver.rule),
                                                 waiver.where, waiver.hits, waiver.reason)));
   for (const sim::ProtocolError& error : report.waivedErrors)
-    console.Out(console.Paint(
-        Style::Faint, fmt::format("excused    {} ({} times): a fault has struck before", error.text, error.count)));
+    console.Out(console.Paint(Style::Faint, fmt::format("excused    {} ({} times): a fault has struck in this run",
+                                                        error.text, error.count)));
   for (const std::string& failure : report.failures) console.Out(console.Paint(Style::Bad, "failed     ") + failure);
   for (const sim::ProtocolError& error : report.protocolErrors)
     console.Out(fmt::format("{}{} ({} times, first at {} ms)", console.Paint(Style::Bad, "protocol   "), error.text,

@@ -133,7 +133,7 @@ void HostKernel::SystemResumeAsync() {
 }
 
 bool HostKernel::SystemAsleep() const {
-  return pnp_->SystemAsleep();
+  return pnp_->SleepIsAhead();
 }
 
 bool HostKernel::Busy() const {

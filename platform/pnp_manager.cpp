@@ -34,8 +34,9 @@ class PnpManager::AwakeScope {
   explicit AwakeScope(PnpManager& pnp) : pnp_(pnp), scheduler_(pnp.kernel_.simulation().scheduler()) {
     for (pnp_.systemTransition_.Acquire(scheduler_); pnp_.systemAsleep_; pnp_.systemTransition_.Acquire(scheduler_)) {
       pnp_.systemTransition_.Release(scheduler_);
+      // Woken once for each resume, also when the next sleep has begun before this task gets to run.
       pnp_.waitingForResume_.push_back(Scheduler::Current());
-      while (pnp_.systemAsleep_) scheduler_.Park("the system sleeps", &pnp_);
+      while (Waits(*Scheduler::Current())) scheduler_.Park("the system sleeps", &pnp_);
     }
   }
   ~AwakeScope() { pnp_.systemTransition_.Release(scheduler_); }
@@ -43,6 +44,11 @@ class PnpManager::AwakeScope {
   AwakeScope& operator=(const AwakeScope&) = delete;
 
  private:
+  bool Waits(const Task& task) const {
+    return std::find(pnp_.waitingForResume_.begin(), pnp_.waitingForResume_.end(), &task) !=
+           pnp_.waitingForResume_.end();
+  }
+
   PnpManager& pnp_;
   Scheduler& scheduler_;
 };
@@ -164,10 +170,9 @@ void PnpManager::TearDown(DeviceNode& node, PnpState endState) {
 void PnpManager::Remove(DeviceNode& node) {
   AwakeScope awake(*this);
   TransitionScope scope(kernel_, node.transition);
+  // A device that idles is brought to D0 first, so that its driver can take leave of the hardware.
+  if (node.state == PnpState::Started && node.policy.phase() == PowerPhase::Dx) Resume(node);
   if (node.state == PnpState::Started) {
-    // A device that idles is brought to D0 first, so that its driver can take leave of the hardware.
-    if (node.policy.phase() == PowerPhase::Dx) Resume(node);
-    if (node.state != PnpState::Started) return;
     node.device->acceptsRequests = false;
     if (node.policy.phase() == PowerPhase::D0) LeaveD0(*node.device, WdfPowerDeviceD3Final);
     TearDown(node, PnpState::Removed);

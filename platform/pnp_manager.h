@@ -29,6 +29,8 @@ class PnpManager {
   void RequestSleep(SystemPowerAction action) { systemRequests_.push_back(action); }
   void RequestResume() { systemRequests_.push_back(std::nullopt); }
   void RunSystemRequests();
+  // Asleep once these have happened.
+  bool SleepIsAhead() const { return systemRequests_.empty() ? systemAsleep_ : systemRequests_.back().has_value(); }
   void IdleDown(DeviceNode& node);  // to Dx when still nobody holds it
   void WakeUp(DeviceNode& node);    // from runtime idle to D0
 

@@ -46,9 +46,9 @@ class ControlWire final : public FramePort {
   // A router's packet arrives at the host interface.
   void PacketToHost(const ControlPacket& packet);
   bool Quiet() const { return inFlight_ == 0; }
-  // From now on faults only take what comes again. Requests with this sequence number and their answers pass, so that
-  // an access that is repeated gets through. Events are lost and nothing else: nobody checks their CRC, so a damaged
-  // one is another event, and a delayed one may overtake the next.
+  // Requests with this sequence number and their answers pass whole from now on, so that an access that is repeated
+  // gets through. "wire.corrupt" and "wire.delay" leave events alone: nobody checks their CRC, so a damaged one is
+  // another event, and a delayed one may be overtaken by the next. A lost one comes again.
   void OnlyLose(std::uint32_t sparedSequence) { spared_ = sparedSequence; }
 
   // --- scripted hardware

@@ -92,7 +92,7 @@ class HostKernel {
   Status Enable(DeviceId id);                  // as AddAndStart
   void SystemSleep(SystemPowerAction action);  // every device to Dx, deepest child first
   void SystemResume();                         // every device to D0
-  bool SystemAsleep() const;                   // or on the way there
+  bool SystemAsleep() const;                   // or will be, once all that was asked for has happened
 
   // The same verbs, begun now and run by later RunUntil/RunFor calls; Busy() until ended.
   void RemoveAsync(DeviceId id);

@@ -116,7 +116,9 @@ TEST_P(WdfPnp, SleepAndResumeKeepTheOrderInWhichTheyWereAskedFor) {
   ASSERT_EQ(Start(), 0);
   Log();
   host.SystemSleepAsync(SystemPowerAction::Sleep);
+  EXPECT_TRUE(host.SystemAsleep());
   host.SystemResumeAsync();
+  EXPECT_FALSE(host.SystemAsleep());
   Settle();
   EXPECT_FALSE(host.SystemAsleep());
   EXPECT_EQ(Log(),
@@ -138,6 +140,31 @@ TEST_P(WdfPnp, RemovalWaitsWhileTheSystemSleepsUnlessItSurprises) {
                               : "function D0\nD0 entry from 4\npost-interrupts from 4\n"
                                 "pre-interrupts to 5\nD0 exit to 5\nrelease\ndevice cleanup\nfunction D3hot\n");
   }
+}
+
+// A resume that the next sleep follows at once may be over before the removal gets to run.
+TEST_P(WdfPnp, RemovalThatMissesAResumeHappensAfterTheNext) {
+  ASSERT_EQ(Start(), 0);
+  host.SystemSleep(SystemPowerAction::Sleep);
+  host.RemoveAsync(id);
+  simulation.RunFor(kSecond);
+  host.SystemResumeAsync();
+  host.SystemSleepAsync(SystemPowerAction::Sleep);
+  simulation.RunFor(60 * kSecond);
+  if (host.State(id) == PnpState::Started) host.SystemResume();
+  Settle();
+  EXPECT_EQ(host.State(id), PnpState::Removed);
+  EXPECT_FALSE(host.Busy());
+}
+
+TEST_P(WdfPnp, ADeviceThatDoesNotComeToD0ForItsRemovalIsRemoved) {
+  script.onAdd = [](WDFDEVICE device) { AssignIdle(device); };
+  ASSERT_EQ(Start(), 0);
+  RunToIdle();
+  script.entryFromD3 = STATUS_DEVICE_NOT_READY;
+  host.Remove(id);
+  EXPECT_EQ(Log(), "function D0\nD0 entry from 4\nrelease\ndevice cleanup\nfunction D3hot\n");
+  EXPECT_EQ(host.State(id), PnpState::Removed);
 }
 
 TEST_P(WdfPnp, TwoDevicesOfOneDriverAreIndependent) {

@@ -81,10 +81,11 @@ TEST(DeviceEvents, WhileTheSystemSleeps) {
   const std::string enable = "[[event]]\nat = \"25 s\"\ndo = \"enable\"\n";
   const std::string resume = "[[event]]\nat = \"30 s\"\ndo = \"resume\"\n";
   const auto expect = [](const char* state) { return "[[expect]]\nstate = \"" + std::string(state) + "\"\n"; };
-  for (const std::string& events :
-       {sleep + disable + resume + expect("removed"), sleep + disable + enable + resume + expect("started"),
-        // Nobody resumes it; the end of the run does.
-        sleep + expect("started")}) {
+  for (const std::string& events : {sleep + disable + resume + expect("removed"),
+                                    sleep + "[[event]]\nat = \"1 s\"\ndo = \"disable\"\n" + resume + expect("removed"),
+                                    sleep + disable + enable + resume + expect("started"),
+                                    // Nobody resumes it; the end of the run does.
+                                    sleep + expect("started")}) {
     const lab::RunReport report = Play(kHub + events);
     EXPECT_EQ(report.code, lab::ExitCode::Held) << events << Failures(report) << report.hang;
   }
