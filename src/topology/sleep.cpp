@@ -22,8 +22,8 @@ bool Wants(std::uint32_t flags, std::uint32_t source) {
 }
 
 // Connect is armed only where nothing is configured behind the port, disconnect and USB4 wake only where something is.
-// A mark with no router behind it is of one that was pulled while the host slept: nobody took it off, and with it the
-// next plug could not wake. The way up always carries a wake.
+// A mark without a router behind it is left over, of one that was pulled while the host slept or that the start could
+// not read: nobody took it off, and with it the next plug could not wake. The way up always carries a wake.
 KIV_RESULT ArmPort(const USB4_PORT* adapter, std::uint32_t flags) {
   return ModifyRegister<PortCs19>(adapter, adapter->Usb4PortCapability, [adapter, flags](PortCs19::Value& cs19) {
     const bool upstream = KivUsb4PortIsUpstream(adapter);
