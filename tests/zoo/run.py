@@ -15,6 +15,7 @@ from pathlib import Path
 
 SEEDS = 500
 CHUNK = 50
+USAGE = 2  # exit code of the tool: nothing has run, so nothing was caught
 TOOL = "build/release/lab/usb4lab"
 UNPATCHED = "build/release/usb4lab-unpatched"
 
@@ -49,11 +50,13 @@ def build(tree):
 def soak(tree, tool, scenario, faults, first, last):
     """(seed, what) of the first run that fails, or None."""
     done = run(tool, "soak", scenario, "--seeds", f"{first}..{last}", "--faults", faults, cwd=tree)
-    failure = re.search(r"^FAIL (.*) seed=(\d+) faults=\S+$", done.stdout, re.M)
+    failure = re.search(r"^FAIL (.*) seed=(\d+) faults=\S+ step=\d+$", done.stdout, re.M)
     if failure:
         return int(failure.group(2)), failure.group(1)
     if done.returncode == 0:
         return None
+    if done.returncode == USAGE:
+        sys.exit(f"{scenario}, faults {faults}: {done.stderr}")
     if first == last:
         return first, f"the process ended with {done.returncode}"
     # One that crashes does not say in which run.
