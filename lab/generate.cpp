@@ -8,6 +8,10 @@
 // long back takes its records and leaves its hardware as it was, in use for the driver that finds it again, and a sleep
 // in the middle of a tear-down leaves what it had not reached. So a pressed scenario ends with a hibernation, over
 // which host routers lose everything, and with their cables pulled and plugged.
+//
+// Two things are kept apart, since together they take the driver hours: a display and a one-lane cable, on which it
+// gets a tunnel that leads nowhere and has every later display wait 14 s for it; and a large tree and routers that
+// repeat each event every 10 ms until the driver, busy with the tree, gets to it.
 #include "lab/generate.h"
 
 #include <fmt/format.h>

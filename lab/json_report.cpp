@@ -100,57 +100,52 @@ Json Tunnels(const RunReport& report) {
   return list;
 }
 
-Json Violations(const RunReport& report) {
+template <class Item, class Describe>
+Json List(const std::vector<Item>& items, Describe describe) {
   Json list = Json::array();
-  for (const platform::Violation& violation : report.violations) {
-    list.push_back(Json{{"rule", platform::RuleName(violation.rule)},
-                        {"call", violation.call},
-                        {"task", violation.task},
-                        {"irql", violation.irql},
-                        {"detail", violation.detail},
-                        {"timeMs", Milliseconds(violation.when)},
-                        {"stack", violation.stack}});
-  }
+  for (const Item& item : items) list.push_back(describe(item));
   return list;
+}
+
+Json Violations(const RunReport& report) {
+  return List(report.violations, [](const platform::Violation& violation) {
+    return Json{{"rule", platform::RuleName(violation.rule)},
+                {"call", violation.call},
+                {"task", violation.task},
+                {"irql", violation.irql},
+                {"detail", violation.detail},
+                {"timeMs", Milliseconds(violation.when)},
+                {"stack", violation.stack}};
+  });
 }
 
 Json ProtocolErrors(const std::vector<sim::ProtocolError>& errors) {
-  Json list = Json::array();
-  for (const sim::ProtocolError& error : errors)
-    list.push_back(Json{{"timeMs", Milliseconds(error.when)}, {"text", error.text}, {"count", error.count}});
-  return list;
+  return List(errors, [](const sim::ProtocolError& error) {
+    return Json{{"timeMs", Milliseconds(error.when)}, {"text", error.text}, {"count", error.count}};
+  });
 }
 
 Json Waivers(const RunReport& report) {
-  Json list = Json::array();
-  for (const platform::Waiver& waiver : report.waivers)
-    list.push_back(Json{{"rule", platform::RuleName(waiver.rule)},
-                        {"where", waiver.where},
-                        {"count", waiver.hits},
-                        {"reason", waiver.reason}});
-  return list;
+  return List(report.waivers, [](const platform::Waiver& waiver) {
+    return Json{{"rule", platform::RuleName(waiver.rule)},
+                {"where", waiver.where},
+                {"count", waiver.hits},
+                {"reason", waiver.reason}};
+  });
 }
 
 Json LeftOver(const RunReport& report) {
-  Json list = Json::array();
-  for (const Leftovers& left : report.leftovers)
-    list.push_back(Json{{"host", left.host},
-                        {"poolBytes", left.poolBytes},
-                        {"handles", left.objects},
-                        {"mappings", left.mappings},
-                        {"buffers", left.buffers},
-                        {"references", left.references}});
-  return list;
+  return List(report.leftovers, [](const Leftovers& left) {
+    return Json{{"host", left.host},         {"poolBytes", left.poolBytes}, {"handles", left.objects},
+                {"mappings", left.mappings}, {"buffers", left.buffers},     {"references", left.references}};
+  });
 }
 
 Json Events(const RunReport& report) {
-  Json list = Json::array();
-  for (const LiveEvent& event : report.events)
-    list.push_back(Json{{"timeMs", Milliseconds(event.when)},
-                        {"where", event.where},
-                        {"event", event.event},
-                        {"effect", event.effect}});
-  return list;
+  return List(report.events, [](const LiveEvent& event) {
+    return Json{
+        {"timeMs", Milliseconds(event.when)}, {"where", event.where}, {"event", event.event}, {"effect", event.effect}};
+  });
 }
 
 }  // namespace

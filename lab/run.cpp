@@ -323,7 +323,7 @@ RunReport Run::Execute() {
   if (!ArmFaults(options_.faults, report_.seed, machine_.faults(), scenario_.machine.routers.size()))
     Fail("unknown fault profile " + options_.faults);
   if (options_.faults == kLightFaults)
-    for (Place place : machine_.Places()) machine_.wire(place).OnlyLose(kLastAttempt);
+    for (Place place : machine_.Places()) machine_.wire(place).LetRepeatsThrough(kLastAttempt);
   Start();
   if (!Over()) PlayUntil(platform::kNever);
   if (!Over() && heals) Heal();

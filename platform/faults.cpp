@@ -4,7 +4,7 @@
 
 namespace platform {
 
-FaultPlan::Site& FaultPlan::Find(SiteName name) {
+FaultPlan::Site& FaultPlan::Find(HashedName name) {
   auto [it, inserted] = sites_.try_emplace(name.hash);
   if (inserted) {
     it->second.name = name.text;
@@ -19,23 +19,23 @@ const FaultPlan::Site* FaultPlan::Known(std::string_view name) const {
 }
 
 void FaultPlan::FailNth(std::string_view name, std::uint64_t n) {
-  Site& site = Find(SiteName(name));
+  Site& site = Find(HashedName(name));
   site.failAt = site.passed + n;
 }
 
 void FaultPlan::FailFrom(std::string_view name, std::uint64_t n) {
-  Site& site = Find(SiteName(name));
+  Site& site = Find(HashedName(name));
   site.failFrom = site.passed + n;
 }
 
 void FaultPlan::FailWithChance(std::string_view name, std::uint32_t numerator, std::uint32_t denominator) {
-  Site& site = Find(SiteName(name));
+  Site& site = Find(HashedName(name));
   site.numerator = numerator;
   site.denominator = denominator;
 }
 
 void FaultPlan::Heal(std::string_view name) {
-  Site& site = Find(SiteName(name));
+  Site& site = Find(HashedName(name));
   site.failAt = site.failFrom = 0;
   site.numerator = 0;
 }
@@ -47,7 +47,7 @@ void FaultPlan::HealAll() {
   }
 }
 
-bool FaultPlan::Fires(SiteName name) {
+bool FaultPlan::Fires(HashedName name) {
   Site& site = Find(name);
   ++site.passed;
   bool fires = site.passed == site.failAt || (site.failFrom != 0 && site.passed >= site.failFrom);

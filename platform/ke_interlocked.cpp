@@ -8,7 +8,7 @@ using namespace platform;
 namespace {
 
 template <class Operation>
-LONG Atomically(SiteName name, Operation operation) {
+LONG Atomically(HashedName name, Operation operation) {
   if (!Scheduler::Current()) return operation();
   KernelCall call(name, HIGH_LEVEL);
   const LONG result = operation();

@@ -34,7 +34,7 @@ Task& CallingTask(const char* name) {
 
 }  // namespace
 
-KernelCall::KernelCall(SiteName name, unsigned maxIrql, Kind kind)
+KernelCall::KernelCall(HashedName name, unsigned maxIrql, Kind kind)
     : scheduler_(RunningScheduler(name.text.data())),
       task_(CallingTask(name.text.data())),
       name_(name),

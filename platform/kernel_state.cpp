@@ -57,7 +57,7 @@ namespace {
 // Hosts have been up for different times, between one and two hours, so that two of them never count alike.
 Time UpTime(Simulation& simulation, const std::string& kernelName) {
   constexpr Time kHour = 3600 * kSecond;
-  return kHour + static_cast<Time>(simulation.Random(SiteName(std::string_view("up-time." + kernelName))).Next() %
+  return kHour + static_cast<Time>(simulation.Random(HashedName(std::string_view("up-time." + kernelName))).Next() %
                                    static_cast<std::uint64_t>(kHour));
 }
 

@@ -26,7 +26,7 @@ bool IsMarkedLinked(const LIST_ENTRY* entry) {
   return pool.Owns(entry) && pool.MarkOf(entry) == Pool::LinkedEntry;
 }
 
-[[gnu::cold]] void Complain(SiteName function, Rule rule, const char* detail) {
+[[gnu::cold]] void Complain(HashedName function, Rule rule, const char* detail) {
   if (!Scheduler::Current()) {
     std::fprintf(stderr, "%s: %s\n", function.text.data(), detail);
     std::abort();
@@ -35,7 +35,7 @@ bool IsMarkedLinked(const LIST_ENTRY* entry) {
   call.Report(rule, detail);
 }
 
-bool CheckHead(SiteName function, const LIST_ENTRY* head) {
+bool CheckHead(HashedName function, const LIST_ENTRY* head) {
   if (head->Flink == nullptr || head->Blink == nullptr) [[unlikely]] {
     Complain(function, Rule::ObjectUninitialised, "the list head was never initialised");
     return false;
@@ -55,7 +55,7 @@ void InsertBetween(PLIST_ENTRY before, PLIST_ENTRY entry, PLIST_ENTRY after) {
   SetMark(entry, Pool::LinkedEntry);
 }
 
-bool CheckNotLinked(SiteName function, const LIST_ENTRY* entry) {
+bool CheckNotLinked(HashedName function, const LIST_ENTRY* entry) {
   if (!IsMarkedLinked(entry)) return true;
   Complain(function, Rule::ListEntryLinked, "the entry is on a list already");
   return false;

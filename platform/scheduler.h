@@ -116,7 +116,7 @@ class Scheduler {
 class KernelCall {
  public:
   enum Kind { SwitchPoint, Silent };  // Silent: observation only; neither a switch point nor part of the trace hash
-  KernelCall(SiteName name, unsigned maxIrql, Kind kind = SwitchPoint);
+  KernelCall(HashedName name, unsigned maxIrql, Kind kind = SwitchPoint);
   ~KernelCall();
   KernelCall(const KernelCall&) = delete;
   KernelCall& operator=(const KernelCall&) = delete;
@@ -134,7 +134,7 @@ class KernelCall {
  private:
   Scheduler& scheduler_;
   Task& task_;
-  SiteName name_;
+  HashedName name_;
   const char* outer_;
 };
 

@@ -49,7 +49,7 @@ class ControlWire final : public FramePort {
   // Requests with this sequence number and their answers pass whole from now on, so that an access that is repeated
   // gets through. "wire.corrupt" and "wire.delay" leave events alone: nobody checks their CRC, so a damaged one is
   // another event, and a delayed one may be overtaken by the next. A lost one comes again.
-  void OnlyLose(std::uint32_t sparedSequence) { spared_ = sparedSequence; }
+  void LetRepeatsThrough(std::uint32_t lastSequence) { spared_ = lastSequence; }
 
   // --- scripted hardware
   // Runs `action` just before packet `number` (as the log counts, both directions) is passed on, or lost.

@@ -148,7 +148,7 @@ void Router::ScheduleStartEvents() {
   }
 }
 
-void Router::SetBitLater(const DelayRange& delay, platform::SiteName fault, unsigned offset, std::uint32_t bit) {
+void Router::SetBitLater(const DelayRange& delay, platform::HashedName fault, unsigned offset, std::uint32_t bit) {
   if (fabric_.simulation().faults().Fires(fault)) return;
   fabric_.simulation().After(fabric_.timing().Draw(delay), "router status", [this, life = life_, offset, bit] {
     if (life == life_) space_.SetBits(offset, bit, bit);

@@ -101,7 +101,7 @@ class Router {
   void ForgetWakes();
   void CheckTopologyWritten();
   void ScheduleStartEvents();
-  void SetBitLater(const DelayRange& delay, platform::SiteName fault, unsigned offset, std::uint32_t bit);
+  void SetBitLater(const DelayRange& delay, platform::HashedName fault, unsigned offset, std::uint32_t bit);
 
   std::optional<ControlPacket> HandleAccess(const ControlPacket& packet, unsigned arrival);
   void HandleAcknowledge(const ControlPacket& packet);

@@ -8,7 +8,7 @@ platform::Time Timing::Draw(const DelayRange& range) const {
   return simulation_.Random(range.stream).Between(range.low, range.high);
 }
 
-unsigned Timing::DrawCount(platform::SiteName stream, unsigned typical, unsigned low, unsigned high) const {
+unsigned Timing::DrawCount(platform::HashedName stream, unsigned typical, unsigned low, unsigned high) const {
   if (!seeded()) return typical;
   return static_cast<unsigned>(simulation_.Random(stream).Between(low, high));
 }

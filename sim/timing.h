@@ -8,7 +8,7 @@ namespace sim {
 
 // One kind of delay, in units of platform::Time. `stream` names the random stream that it is drawn from.
 struct DelayRange {
-  platform::SiteName stream;
+  platform::HashedName stream;
   platform::Time typical;
   platform::Time low;
   platform::Time high;
@@ -20,7 +20,7 @@ class Timing {
 
   platform::Time Draw(const DelayRange& range) const;
   // A count in low .. high (reads until a bit clears, say).
-  unsigned DrawCount(platform::SiteName stream, unsigned typical, unsigned low, unsigned high) const;
+  unsigned DrawCount(platform::HashedName stream, unsigned typical, unsigned low, unsigned high) const;
   bool seeded() const { return simulation_.options().policy != platform::Policy::FirstCome; }
 
  private:

@@ -28,8 +28,8 @@ class FaultPlan {
   void HealAll();
 
   // Called at the site: true when it must fail now. A name that is no literal is spelled
-  // SiteName(std::string_view(name)).
-  [[nodiscard]] bool Fires(SiteName site);
+  // HashedName(std::string_view(name)).
+  [[nodiscard]] bool Fires(HashedName site);
 
   bool Fired() const { return fired_ != 0; }  // has any site fired since construction?
   std::uint64_t FiredCount() const { return fired_; }
@@ -47,7 +47,7 @@ class FaultPlan {
     std::uint32_t numerator = 0, denominator = 0;
     RandomStream random;
   };
-  Site& Find(SiteName name);
+  Site& Find(HashedName name);
   const Site* Known(std::string_view name) const;
 
   std::uint64_t seed_;

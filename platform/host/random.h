@@ -14,12 +14,12 @@ constexpr std::uint64_t HashText(std::string_view text) {
 }
 
 // A name with its hash, computed by the compiler where the name is a literal.
-struct SiteName {
+struct HashedName {
   std::string_view text;
   std::uint64_t hash;
   // NOLINTNEXTLINE(google-explicit-constructor): a literal is a name.
-  consteval SiteName(const char* literal) : text(literal), hash(HashText(literal)) {}
-  constexpr explicit SiteName(std::string_view name) : text(name), hash(HashText(name)) {}
+  consteval HashedName(const char* literal) : text(literal), hash(HashText(literal)) {}
+  constexpr explicit HashedName(std::string_view name) : text(name), hash(HashText(name)) {}
 };
 
 // SplitMix64: tiny, seedable from any number, the same on every compiler.

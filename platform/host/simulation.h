@@ -86,7 +86,7 @@ class Simulation {
   std::uint64_t TraceHash() const;  // of every platform call, switch and event so far; equal for equal seeds
 
   // A random stream of its own for `name`; the same object on every call.
-  RandomStream& Random(SiteName name);
+  RandomStream& Random(HashedName name);
   FaultPlan& faults() { return faults_; }
 
   // --- events: run on the scheduler's stack when the clock reaches them, in (time, insertion) order

@@ -110,9 +110,9 @@ TEST(WireFaults, BentAnswersHaveAGoodCrcAndOneThingWrong) {
 }
 
 // A request that is asked for the last time gets through, and an event is never another one or a late one.
-TEST(WireFaults, CanBeToldToTakeOnlyWhatComesAgain) {
+TEST(WireFaults, CanBeToldToLetRepeatsThrough) {
   FaultBench rig;
-  rig.fabric.wire("H1").OnlyLose(0);
+  rig.fabric.wire("H1").LetRepeatsThrough(0);
   for (const char* site : {"wire.lose", "wire.corrupt", "wire.delay", "wire.truncate"})
     rig.faults().FailWithChance(site, 1, 1);
   EXPECT_EQ(rig.OneRead(), std::string(kRequest) + "\n" + kAnswer + "\n");
