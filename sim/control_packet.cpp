@@ -11,20 +11,28 @@ constexpr std::uint32_t kPolynomial = 0x82F63B78;
 constexpr std::uint32_t kUpHeaderBits = 0x200;
 constexpr std::uint32_t kRouteHighMask = 0x3FFFFF;
 
-constexpr std::array<std::uint32_t, 256> MakeTable() {
-  std::array<std::uint32_t, 256> table{};
+using Tables = std::array<std::array<std::uint32_t, 256>, 4>;
+
+// tables[k][b]: what byte b does to the remainder after k more bytes of zero.
+constexpr Tables MakeTables() {
+  Tables tables{};
   for (std::uint32_t i = 0; i < 256; ++i) {
     std::uint32_t crc = i;
     for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1) != 0 ? kPolynomial : 0);
-    table[i] = crc;
+    tables[0][i] = crc;
   }
-  return table;
+  for (std::size_t k = 1; k < 4; ++k)
+    for (std::size_t i = 0; i < 256; ++i) tables[k][i] = tables[k - 1][i] >> 8 ^ tables[0][tables[k - 1][i] & 0xFF];
+  return tables;
 }
 
-constexpr std::array<std::uint32_t, 256> kTable = MakeTable();
+constexpr Tables kTables = MakeTables();
 
-void AppendBig(std::vector<std::uint8_t>& bytes, std::uint32_t word) {
-  for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back(static_cast<std::uint8_t>(word >> shift));
+void StoreBig(std::uint8_t* bytes, std::uint32_t word) {
+  bytes[0] = static_cast<std::uint8_t>(word >> 24);
+  bytes[1] = static_cast<std::uint8_t>(word >> 16);
+  bytes[2] = static_cast<std::uint8_t>(word >> 8);
+  bytes[3] = static_cast<std::uint8_t>(word);
 }
 
 std::uint32_t LoadBig(const std::uint8_t* bytes) {
@@ -87,20 +95,38 @@ std::uint32_t ControlPacket::HeaderBits() const {
 
 std::uint32_t Crc32c(std::span<const std::uint8_t> bytes) {
   std::uint32_t crc = ~0u;
-  for (std::uint8_t byte : bytes) crc = (crc >> 8) ^ kTable[(crc ^ byte) & 0xFF];
+  const std::uint8_t* next = bytes.data();
+  std::size_t left = bytes.size();
+  for (; left >= 4; left -= 4, next += 4)
+    crc = kTables[3][(crc ^ next[0]) & 0xFF] ^ kTables[2][(crc >> 8 ^ next[1]) & 0xFF] ^
+          kTables[1][(crc >> 16 ^ next[2]) & 0xFF] ^ kTables[0][crc >> 24 ^ next[3]];
+  for (; left != 0; --left, ++next) crc = (crc >> 8) ^ kTables[0][(crc ^ *next) & 0xFF];
   return ~crc;
 }
 
-std::vector<std::uint32_t> RouteHeader(std::uint64_t route, bool up) {
+std::vector<std::uint32_t> RouteHeader(std::uint64_t route, bool up, std::size_t room) {
   const std::uint32_t high = static_cast<std::uint32_t>(route >> 32) & kRouteHighMask;
-  return {high | (up ? kUpHeaderBits << 22 : 0), static_cast<std::uint32_t>(route)};
+  std::vector<std::uint32_t> dwords;
+  dwords.reserve(room);
+  dwords.push_back(high | (up ? kUpHeaderBits << 22 : 0));
+  dwords.push_back(static_cast<std::uint32_t>(route));
+  return dwords;
 }
 
 std::vector<std::uint8_t> EncodePacket(const ControlPacket& packet) {
-  std::vector<std::uint8_t> bytes;
-  for (std::uint32_t word : packet.dwords) AppendBig(bytes, word);
-  AppendBig(bytes, Crc32c(bytes));
+  std::vector<std::uint8_t> bytes(4 * packet.dwords.size() + 4);
+  std::uint8_t* next = bytes.data();
+  for (std::uint32_t word : packet.dwords) StoreBig(next, word), next += 4;
+  StoreBig(next, Crc32c({bytes.data(), next}));
   return bytes;
+}
+
+bool HasHeader(std::span<const std::uint8_t> bytes) {
+  return bytes.size() >= 4 * (kHeaderDwords + 1) && bytes.size() % 4 == 0;
+}
+
+std::uint32_t PeekWord(std::span<const std::uint8_t> bytes, std::size_t index) {
+  return LoadBig(bytes.data() + 4 * index);
 }
 
 std::optional<DecodedPacket> DecodePacket(Pdf pdf, std::span<const std::uint8_t> bytes) {
@@ -108,13 +134,16 @@ std::optional<DecodedPacket> DecodePacket(Pdf pdf, std::span<const std::uint8_t>
   DecodedPacket decoded;
   decoded.packet.pdf = pdf;
   const std::size_t length = bytes.size() - 4;
-  for (std::size_t at = 0; at < length; at += 4) decoded.packet.dwords.push_back(LoadBig(bytes.data() + at));
+  decoded.packet.dwords.resize(length / 4);
+  const std::uint8_t* next = bytes.data();
+  for (std::uint32_t& word : decoded.packet.dwords) word = LoadBig(next), next += 4;
   decoded.crcGood = LoadBig(bytes.data() + length) == Crc32c(bytes.first(length));
   return decoded;
 }
 
 ControlPacket ReadResponse(std::uint64_t route, AddressWord address, std::span<const std::uint32_t> data) {
-  ControlPacket packet{Pdf::Read, RouteHeader(route, true)};
+  ControlPacket packet{Pdf::Read, {}};
+  packet.dwords = RouteHeader(route, true, kHeaderDwords + data.size());
   packet.dwords.push_back(address.Encode());
   packet.dwords.insert(packet.dwords.end(), data.begin(), data.end());
   return packet;

@@ -70,7 +70,8 @@ struct ControlPacket {
 std::uint32_t Crc32c(std::span<const std::uint8_t> bytes);
 
 // Header dwords of `route`. `up` marks a packet towards the manager (0x200 in bits 31:22 of route high).
-std::vector<std::uint32_t> RouteHeader(std::uint64_t route, bool up);
+// Room for `room` dwords is set aside at once.
+std::vector<std::uint32_t> RouteHeader(std::uint64_t route, bool up, std::size_t room = kHeaderDwords);
 
 std::vector<std::uint8_t> EncodePacket(const ControlPacket& packet);
 
@@ -78,6 +79,10 @@ struct DecodedPacket {
   ControlPacket packet;
   bool crcGood = false;
 };
+// True for a whole number of dwords, at least the header's three, and a CRC.
+bool HasHeader(std::span<const std::uint8_t> bytes);
+// Dword `index` of a packet that has it, without decoding the rest.
+std::uint32_t PeekWord(std::span<const std::uint8_t> bytes, std::size_t index);
 // None when the bytes are fewer than a CRC or no whole number of dwords.
 std::optional<DecodedPacket> DecodePacket(Pdf pdf, std::span<const std::uint8_t> bytes);
 

@@ -78,10 +78,9 @@ void ControlWire::Inject(const RawPacket& packet) {
 
 bool ControlWire::Spared(const Passage& passage) const {
   if (!spared_) return false;
-  const auto decoded = DecodePacket(static_cast<Pdf>(passage.packet.pdf), passage.packet.bytes);
-  if (!decoded || decoded->packet.dwords.size() < kHeaderDwords) return false;
-  const Pdf pdf = decoded->packet.pdf;
-  return (pdf == Pdf::Read || pdf == Pdf::Write) && decoded->packet.Address().sequence == *spared_;
+  const Pdf pdf = static_cast<Pdf>(passage.packet.pdf);
+  return (pdf == Pdf::Read || pdf == Pdf::Write) && HasHeader(passage.packet.bytes) &&
+         AddressWord::Decode(PeekWord(passage.packet.bytes, 2)).sequence == *spared_;
 }
 
 bool ControlWire::EventThatMayOnlyBeLost(const Passage& passage) const {
@@ -90,38 +89,42 @@ bool ControlWire::EventThatMayOnlyBeLost(const Passage& passage) const {
 
 // The damage that a fault does to an answer's content. True when the packet is late as well.
 bool ControlWire::BendAnswer(Passage& passage) {
+  const Pdf pdf = static_cast<Pdf>(passage.packet.pdf);
+  if (!passage.up || !IsAnswer(pdf) || !HasHeader(passage.packet.bytes)) return false;
   platform::FaultPlan& faults = simulation_.faults();
-  const auto decoded = DecodePacket(static_cast<Pdf>(passage.packet.pdf), passage.packet.bytes);
-  if (!passage.up || !decoded || !IsAnswer(decoded->packet.pdf) || decoded->packet.dwords.size() < kHeaderDwords)
-    return false;
-  ControlPacket packet = decoded->packet;
-  platform::RandomStream& random = simulation_.Random("sim.wire.bend");
-  if (packet.pdf != Pdf::Notification && faults.Fires("wire.wrong-sequence")) {
-    AddressWord address = packet.Address();
-    address.sequence += 1 + static_cast<std::uint32_t>(random.Below(3));
-    packet.dwords[2] = address.Encode();
+  std::optional<ControlPacket> bent;  // most packets pass as they are
+  const auto packet = [&]() -> ControlPacket& {
+    if (!bent) bent = DecodePacket(pdf, passage.packet.bytes)->packet;
+    return *bent;
+  };
+  const auto random = [this]() -> platform::RandomStream& { return simulation_.Random("sim.wire.bend"); };
+  if (pdf != Pdf::Notification && faults.Fires("wire.wrong-sequence")) {
+    AddressWord address = packet().Address();
+    address.sequence += 1 + static_cast<std::uint32_t>(random().Below(3));
+    packet().dwords[2] = address.Encode();
     passage.note += " fault=wire.wrong-sequence";
   }
   if (faults.Fires("wire.wrong-route")) {
-    packet.dwords[1] ^= 1u << random.Below(32);
+    packet().dwords[1] ^= 1u << random().Below(32);
     passage.note += " fault=wire.wrong-route";
   }
   if (faults.Fires("wire.error-packet")) {
-    packet = ErrorPacket(packet.Route(), packet.Address().adapter, static_cast<ErrorCode>(random.Below(16)));
+    const auto code = static_cast<ErrorCode>(random().Below(16));
+    bent = ErrorPacket(packet().Route(), packet().Address().adapter, code);
     passage.note += " fault=wire.error-packet";
   }
   if (faults.Fires("wire.truncate")) {
-    packet.dwords.resize(random.Below(packet.dwords.size()));
+    packet().dwords.resize(random().Below(packet().dwords.size()));
     passage.note += " fault=wire.truncate";
   }
-  if (!passage.note.empty()) passage.packet = Raw(packet);
+  if (bent) passage.packet = Raw(*bent);
   return faults.Fires("wire.late");
 }
 
 void ControlWire::BreakBoth(Passage& passage, bool& lost) {
   platform::FaultPlan& faults = simulation_.faults();
-  platform::RandomStream& random = simulation_.Random("sim.wire.break");
   if (!EventThatMayOnlyBeLost(passage) && !passage.packet.bytes.empty() && faults.Fires("wire.corrupt")) {
+    platform::RandomStream& random = simulation_.Random("sim.wire.break");
     passage.packet.bytes[random.Below(passage.packet.bytes.size())] ^= static_cast<std::uint8_t>(1u << random.Below(8));
     passage.damaged = true;
     passage.note += " fault=wire.corrupt";
@@ -183,6 +186,7 @@ void ControlWire::ForwardLater(platform::Time delay, Passage passage) {
 // What is lost has a number too, and what waits for that number happens.
 std::uint64_t ControlWire::NextPacket() {
   const std::uint64_t number = log_.NextNumber();
+  if (atPacket_.empty()) return number;
   const auto range = atPacket_.equal_range(number);
   std::vector<std::function<void()>> actions;
   for (auto it = range.first; it != range.second; ++it) actions.push_back(it->second);
@@ -194,7 +198,8 @@ std::uint64_t ControlWire::NextPacket() {
 void ControlWire::Forward(Passage passage) {
   const std::uint64_t number = NextPacket();
   if (passage.up) {
-    const Frame frame{passage.packet.startPdf, passage.packet.pdf, passage.packet.bytes};
+    const Frame frame{passage.packet.startPdf, passage.packet.pdf,
+                      log_.Wanted() ? passage.packet.bytes : std::move(passage.packet.bytes)};
     if (!host_.Receive(kControlRing, frame, passage.packet.forgery)) passage.note += " no-buffer";
     Log(passage, number);
     return;
