@@ -1,11 +1,12 @@
 #include "platform/event_queue.h"
 
 #include <algorithm>
+#include <functional>
 #include <utility>
 
 namespace platform {
 
-EventId EventQueue::Add(Time when, const char* name, std::function<void()> action) {
+EventId EventQueue::Add(Time when, const char* name, Action&& action) {
   return Insert(when, name, nullptr, std::move(action));
 }
 
@@ -13,7 +14,7 @@ EventId EventQueue::AddTimeout(Time when, Task& task) {
   return Insert(when, "time-out", &task, {});
 }
 
-EventId EventQueue::Insert(Time when, const char* name, Task* task, std::function<void()> action) {
+EventId EventQueue::Insert(Time when, const char* name, Task* task, Action&& action) {
   std::uint32_t index;
   if (freeSlots_.empty()) {
     index = static_cast<std::uint32_t>(slots_.size());
@@ -46,7 +47,7 @@ void EventQueue::Cancel(EventId id) {
 
 void EventQueue::Release(std::uint32_t index) {
   slots_[index].live = false;
-  slots_[index].action = {};
+  slots_[index].action.Clear();
   freeSlots_.push_back(index);
 }
 

@@ -1,7 +1,6 @@
 // The simulation's event list: actions and task time-outs in (time, insertion) order; cancelling is lazy.
 #pragma once
 #include <cstdint>
-#include <functional>
 #include <vector>
 
 #include "platform/host/simulation.h"
@@ -14,10 +13,10 @@ class EventQueue {
     Time when = 0;
     const char* name = "";
     Task* task = nullptr;  // a time-out of this task; otherwise `action` is to run
-    std::function<void()> action;
+    Action action;
   };
 
-  EventId Add(Time when, const char* name, std::function<void()> action);
+  EventId Add(Time when, const char* name, Action&& action);
   EventId AddTimeout(Time when, Task& task);
   void Cancel(EventId id);
 
@@ -32,7 +31,7 @@ class EventQueue {
     bool live = false;
     const char* name = "";
     Task* task = nullptr;
-    std::function<void()> action;
+    Action action;
   };
   struct Entry {
     Time when;
@@ -40,7 +39,7 @@ class EventQueue {
     std::uint32_t slot, generation;
     bool operator>(const Entry& other) const { return when != other.when ? when > other.when : order > other.order; }
   };
-  EventId Insert(Time when, const char* name, Task* task, std::function<void()> action);
+  EventId Insert(Time when, const char* name, Task* task, Action&& action);
   bool Live(const Entry& entry) const {
     return slots_[entry.slot].live && slots_[entry.slot].generation == entry.generation;
   }

@@ -61,7 +61,7 @@ struct Scheduler::State {
   std::vector<std::uint32_t> choices;
   EventQueue events;
   ctx::fcontext_t scheduler = nullptr;
-  const std::function<void()>* request = nullptr;  // what a task wants done on the scheduler's stack
+  const ActionRef* request = nullptr;  // what a task wants done on the scheduler's stack
   Task* forced = nullptr;                          // chosen at a switch point
   std::uint32_t nextOrdinal = 1;
   std::uint64_t step = 0;
@@ -191,7 +191,7 @@ Task& Scheduler::Spawn(HostKernel* kernel, std::string name, std::function<void(
   return *task;
 }
 
-void Scheduler::OnSchedulerStack(const std::function<void()>& action) {
+void Scheduler::OnSchedulerStack(ActionRef action) {
   Task* task = currentTask;
   if (task == nullptr) return action();
   state_->request = &action;
@@ -348,7 +348,7 @@ bool Scheduler::RunNextEvent(bool naturally) {
   return true;
 }
 
-EventId Scheduler::After(Time delay, const char* name, std::function<void()> action) {
+EventId Scheduler::After(Time delay, const char* name, Action&& action) {
   return state_->events.Add(now_ + std::max<Time>(0, delay), name, std::move(action));
 }
 
@@ -385,7 +385,7 @@ void Scheduler::RunTask(Task& task) {
   State& state = *state_;
   state.SwitchTo(task);
   while (state.request) {
-    const std::function<void()>* action = std::exchange(state.request, nullptr);
+    const ActionRef* action = std::exchange(state.request, nullptr);
     (*action)();
     if (state.simulation.Stopped()) {
       task.machine_->state = TaskState::Parked;

@@ -72,7 +72,7 @@ class Scheduler {
     if (seeded_) SeededSwitchPoint();
   }
   // Runs `action` on the scheduler's stack while the task stands still: register handlers, sinks, reports.
-  void OnSchedulerStack(const std::function<void()>& action);
+  void OnSchedulerStack(ActionRef action);
   // Ends the calling task's run for good (after a violation); never returns to the task.
   [[noreturn]] void Abandon();
   // Bytes of its stack that the running task uses now.
@@ -80,7 +80,7 @@ class Scheduler {
   std::vector<const Task*> WaitersOn(const void* object) const;  // tasks parked with this object
 
   Task& Spawn(HostKernel* kernel, std::string name, std::function<void()> body);
-  EventId After(Time delay, const char* name, std::function<void()> action);
+  EventId After(Time delay, const char* name, Action&& action);
   void Cancel(EventId id);
   Outcome RunUntil(const std::function<bool()>& done, Time deadline);
   bool QuietUntil(Time horizon) const;

@@ -28,7 +28,7 @@ RandomStream& Simulation::Random(HashedName name) {
   return it->second;
 }
 
-EventId Simulation::After(Time delay, const char* name, std::function<void()> action) {
+EventId Simulation::After(Time delay, const char* name, Action action) {
   return scheduler_->After(delay, name, std::move(action));
 }
 

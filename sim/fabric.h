@@ -99,7 +99,8 @@ class Fabric {
   // Cables have come up or gone down: who is where.
   void PlacesChanged();
   // Runs `action` with the adapter at the other end of `from`'s lane, a hop later, unless the link is lost by then.
-  void Cross(Adapter& from, std::function<void(Adapter&)> action);
+  template <class F>
+  void Cross(Adapter& from, F action);
   void Climb(Router& at, const ControlPacket& packet);
   void HostPowerChanged(Host& host, platform::FunctionPower power);
   void Sleep(Host& host, platform::FunctionPower power);

@@ -43,19 +43,20 @@ void Fabric::HandOver(Router& host, const ControlPacket& packet) {
   if (HostOf(host)->firmware.handOvers() == before) host.Misuse(0, "malformed hand-over request");
   if (!answer) return;
   ++inFlight_;
-  simulation_.After(timing_.Draw(kHandOver), "firmware hands over", [this, &host, answer] {
+  simulation_.After(timing_.Draw(kHandOver), "firmware hands over", [this, &host, answer = answer] {
     --inFlight_;
     Climb(host, *answer);
   });
 }
 
-void Fabric::Cross(Adapter& from, std::function<void(Adapter&)> action) {
+template <class F>
+void Fabric::Cross(Adapter& from, F action) {
   Link* link = from.link;
   Adapter* to = link == nullptr || !link->LaneUp(from) ? nullptr : link->Opposite(from);
   if (to == nullptr) return;
   ++inFlight_;
   simulation_.After(timing_.Draw(kHop), "packet hop",
-                    [this, &from, to, generation = link->generation(), action = std::move(action)] {
+                    [this, &from, to, generation = link->generation(), action = std::move(action)]() mutable {
                       --inFlight_;
                       if (from.link != nullptr && from.link->generation() == generation) action(*to);
                     });
@@ -89,7 +90,7 @@ void Fabric::Forward(Router& at, unsigned depth, const Journey& journey) {
   if (number == at.upstreamAdapter() || adapter->link == nullptr || !adapter->link->LaneUp(*adapter))
     return refuse(ErrorCode::NotConnected);
   if (adapter->locked()) return refuse(ErrorCode::Locked);
-  Cross(*adapter, [this, depth, journey](Adapter& far) { Arrive(far.router(), far.number(), depth + 1, journey); });
+  Cross(*adapter, [this, depth, journey = journey](Adapter& far) { Arrive(far.router(), far.number(), depth + 1, journey); });
 }
 
 // Answers come one after the other. An acknowledgement asks for none and is taken in passing: a manager that has been
@@ -100,7 +101,7 @@ void Fabric::Answer(Router& at, unsigned arrival, const Journey& journey) {
   if (!inPassing) at.busyUntil = std::max(now, at.busyUntil) + timing_.Draw(kProcessing);
   ++inFlight_;
   simulation_.After(inPassing ? timing_.Draw(kHop) : at.busyUntil - now, "router answers",
-                    [this, &at, arrival, journey, life = at.life()] {
+                    [this, &at, arrival, journey = journey, life = at.life()] {
                       --inFlight_;
                       if (life != at.life()) return;
                       // A silent router is one that has hung.
@@ -116,7 +117,7 @@ void Fabric::Refuse(Router& at, unsigned arrival, unsigned adapter, unsigned dep
   const ControlPacket packet = ErrorPacket(Prefix(journey.route, depth), adapter, code);
   const platform::Time delay = timing_.Draw(kProcessing) / 2;
   ++inFlight_;
-  simulation_.After(delay, "router refuses", [this, &at, arrival, packet, life = at.life()] {
+  simulation_.After(delay, "router refuses", [this, &at, arrival, packet = packet, life = at.life()] {
     --inFlight_;
     if (life == at.life()) SendBack(at, arrival, packet);
   });
@@ -132,7 +133,7 @@ void Fabric::SendBack(Router& at, unsigned arrival, const ControlPacket& packet)
     return;
   }
   if (at.adapter(arrival) != nullptr)
-    Cross(*at.adapter(arrival), [this, packet](Adapter& far) { Climb(far.router(), packet); });
+    Cross(*at.adapter(arrival), [this, packet = packet](Adapter& far) { Climb(far.router(), packet); });
 }
 
 // A packet of another host comes in from below: it goes up to this domain's host with the route that leads back.
@@ -157,7 +158,7 @@ void Fabric::Climb(Router& at, const ControlPacket& packet) {
     return;
   }
   Adapter* upstream = at.adapter(at.upstreamAdapter());
-  if (upstream != nullptr) Cross(*upstream, [this, packet](Adapter& far) { Climb(far.router(), packet); });
+  if (upstream != nullptr) Cross(*upstream, [this, packet = packet](Adapter& far) { Climb(far.router(), packet); });
 }
 
 }  // namespace sim

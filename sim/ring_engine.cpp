@@ -122,15 +122,6 @@ void Ring::Reset() {
   baseLow_ = baseHigh_ = index_ = size_ = control_ = pdfMasks_ = 0;
 }
 
-void Ring::Later(platform::Time delay, const char* name, std::function<void()> action) {
-  ++pendingEvents_;
-  bus_.simulation().After(delay, name, [this, epoch = epoch_, action = std::move(action)] {
-    if (epoch != epoch_) return;
-    --pendingEvents_;
-    action();
-  });
-}
-
 void Ring::RaiseLater() {
   Later(bus_.timing().Draw(kMessageDelay), "ring interrupt", [this] { bus_.RaiseRingInterrupt(interrupt_); });
 }

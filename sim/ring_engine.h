@@ -60,7 +60,15 @@ class Ring {
   bool ReadDescriptor(unsigned index, Descriptor& descriptor);
   bool WriteBack(unsigned index, std::uint32_t word2);
   // Runs `action` after `delay` unless the ring has been quiesced by then.
-  void Later(platform::Time delay, const char* name, std::function<void()> action);
+  template <class F>
+  void Later(platform::Time delay, const char* name, F action) {
+    ++pendingEvents_;
+    bus_.simulation().After(delay, name, [this, epoch = epoch_, action = std::move(action)]() mutable {
+      if (epoch != epoch_) return;
+      --pendingEvents_;
+      action();
+    });
+  }
   // Completion interrupt of the ring, after its own short delay.
   void RaiseLater();
   std::string Name() const;

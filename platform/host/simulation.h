@@ -12,6 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/host/action.h"
 #include "platform/host/faults.h"
 #include "platform/host/random.h"
 #include "platform/host/rules.h"
@@ -91,7 +92,7 @@ class Simulation {
 
   // --- events: run on the scheduler's stack when the clock reaches them, in (time, insertion) order
   // -------------------------
-  EventId After(Time delay, const char* name, std::function<void()> action);
+  EventId After(Time delay, const char* name, Action action);
   void Cancel(EventId id);  // of an event that has run or was cancelled: no effect
 
   // --- tasks
