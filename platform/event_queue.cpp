@@ -57,7 +57,7 @@ void EventQueue::Compact(Heap& heap) {
   heap.dead = 0;
 }
 
-bool EventQueue::Front(Heap& heap) {
+bool EventQueue::FrontAfterDead(Heap& heap) {
   while (!heap.entries.empty() && !Live(heap.entries.front())) {
     std::pop_heap(heap.entries.begin(), heap.entries.end(), std::greater<>());
     heap.entries.pop_back();
@@ -68,15 +68,6 @@ bool EventQueue::Front(Heap& heap) {
 
 bool EventQueue::Empty() {
   return !Front(heaps_[0]) && !Front(heaps_[1]);
-}
-
-Time EventQueue::NextTime() {
-  return std::min(NextTimeOf(false), NextTimeOf(true));
-}
-
-Time EventQueue::NextTimeOf(bool timeouts) {
-  Heap& heap = Of(timeouts);
-  return Front(heap) ? heap.entries.front().when : kNever;
 }
 
 EventQueue::Due EventQueue::Pop() {

@@ -21,8 +21,16 @@ class EventQueue {
   void Cancel(EventId id);
 
   bool Empty();                    // nothing but cancelled entries left
-  Time NextTime();                 // of the first live entry; kNever when empty
-  Time NextTimeOf(bool timeouts);  // of the first live time-out, or of the first live action
+  // Of the first live entry; kNever when empty.
+  Time NextTime() {
+    const Time action = NextTimeOf(false), timeout = NextTimeOf(true);
+    return timeout < action ? timeout : action;
+  }
+  // Of the first live time-out, or of the first live action.
+  Time NextTimeOf(bool timeouts) {
+    Heap& heap = Of(timeouts);
+    return Front(heap) ? heap.entries.front().when : kNever;
+  }
   Due Pop();                       // the first live entry; the queue must not be empty
 
  private:
@@ -49,7 +57,12 @@ class EventQueue {
     std::size_t dead = 0;        // cancelled ones among them
   };
   Heap& Of(bool timeouts) { return heaps_[timeouts ? 1 : 0]; }
-  bool Front(Heap& heap);  // drops what is dead before it; false when nothing is left
+  // Drops what is dead before the first live entry; false when nothing is left.
+  bool Front(Heap& heap) {
+    if (heap.entries.empty()) return false;
+    return Live(heap.entries.front()) || FrontAfterDead(heap);
+  }
+  bool FrontAfterDead(Heap& heap);
   void Release(std::uint32_t slot);
   void Compact(Heap& heap);
 

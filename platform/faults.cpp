@@ -4,7 +4,7 @@
 
 namespace platform {
 
-FaultPlan::Site& FaultPlan::Find(HashedName name) {
+FaultPlan::Site& FaultPlan::Look(HashedName name) {
   auto [it, inserted] = sites_.try_emplace(name.hash);
   if (inserted) {
     it->second.name = name.text;
@@ -21,16 +21,19 @@ const FaultPlan::Site* FaultPlan::Known(std::string_view name) const {
 void FaultPlan::FailNth(std::string_view name, std::uint64_t n) {
   Site& site = Find(HashedName(name));
   site.failAt = site.passed + n;
+  site.armed = true;
 }
 
 void FaultPlan::FailFrom(std::string_view name, std::uint64_t n) {
   Site& site = Find(HashedName(name));
   site.failFrom = site.passed + n;
+  site.armed = true;
 }
 
 void FaultPlan::FailWithChance(std::string_view name, std::uint32_t numerator, std::uint32_t denominator) {
   Site& site = Find(HashedName(name));
   site.numerator = numerator;
+  site.armed = true;
   site.denominator = denominator;
 }
 
@@ -38,18 +41,18 @@ void FaultPlan::Heal(std::string_view name) {
   Site& site = Find(HashedName(name));
   site.failAt = site.failFrom = 0;
   site.numerator = 0;
+  site.armed = false;
 }
 
 void FaultPlan::HealAll() {
   for (auto& [hash, site] : sites_) {
     site.failAt = site.failFrom = 0;
     site.numerator = 0;
+    site.armed = false;
   }
 }
 
-bool FaultPlan::Fires(HashedName name) {
-  Site& site = Find(name);
-  ++site.passed;
+bool FaultPlan::FiresArmed(Site& site) {
   bool fires = site.passed == site.failAt || (site.failFrom != 0 && site.passed >= site.failFrom);
   if (site.numerator != 0 && site.random.Chance(site.numerator, site.denominator)) fires = true;
   if (fires) ++site.fired, ++fired_;

@@ -9,21 +9,9 @@
 namespace platform {
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || !defined(__OPTIMIZE__)
-constexpr std::size_t kStackLimit = 64 * 1024;
-#else
-constexpr std::size_t kStackLimit = 16 * 1024;
-#endif
-constexpr std::uint32_t kCallsWithoutProgress = 20'000'000;
-
 [[noreturn]] void OutsideTask(const char* name) {
   std::fprintf(stderr, "%s: %s was called outside a task of a simulation\n", RuleName(Rule::CallOutsideTask), name);
   std::abort();
-}
-
-Scheduler& RunningScheduler(const char* name) {
-  if (Scheduler::Active() == nullptr) OutsideTask(name);
-  return *Scheduler::Active();
 }
 
 Task& CallingTask(const char* name) {
@@ -34,30 +22,22 @@ Task& CallingTask(const char* name) {
 
 }  // namespace
 
-KernelCall::KernelCall(HashedName name, unsigned maxIrql, Kind kind)
-    : scheduler_(RunningScheduler(name.text.data())),
-      task_(CallingTask(name.text.data())),
-      name_(name),
-      outer_(task_.call) {
-  task_.call = name.text.data();
-  if (kind == Silent) return;
-  if (task_.irql > maxIrql) [[unlikely]] {
-    Report(Rule::IrqlTooHigh, std::string(name.text) + " may be called up to IRQL " + std::to_string(maxIrql) +
-                                  ", not at " + std::to_string(task_.irql));
-  }
-  if (const std::size_t bytes = scheduler_.StackInUse(); bytes > kStackLimit) [[unlikely]] {
-    Report(Rule::StackTooDeep, std::to_string(bytes) + " bytes of stack in use, limit " + std::to_string(kStackLimit),
-           static_cast<std::int64_t>(bytes));
-  }
-  if (++scheduler_.callsSinceTimeMoved_ > kCallsWithoutProgress) [[unlikely]] {
-    simulation().ReportHang("task '" + task_.name() + "' spins without virtual time advancing");
-  }
-  scheduler_.Mix(name.hash + task_.ordinal());
-  scheduler_.SwitchPoint();
+void KernelCall::OutsideTask(HashedName name) {
+  platform::OutsideTask(name.text.data());
 }
 
-KernelCall::~KernelCall() {
-  task_.call = outer_;
+void KernelCall::ReportEntry(unsigned maxIrql, std::size_t stack) {
+  if (task_.irql > maxIrql) {
+    Report(Rule::IrqlTooHigh, std::string(name_.text) + " may be called up to IRQL " + std::to_string(maxIrql) +
+                                  ", not at " + std::to_string(task_.irql));
+  }
+  if (stack > kStackLimit) {
+    Report(Rule::StackTooDeep, std::to_string(stack) + " bytes of stack in use, limit " + std::to_string(kStackLimit),
+           static_cast<std::int64_t>(stack));
+  }
+  if (scheduler_.callsSinceTimeMoved_ > kCallsWithoutProgress) {
+    simulation().ReportHang("task '" + task_.name() + "' spins without virtual time advancing");
+  }
 }
 
 Simulation& KernelCall::simulation() {

@@ -6,7 +6,6 @@
 #include <boost/context/detail/fcontext.hpp>
 #include <cstdio>
 #include <cstdlib>
-#include <deque>
 #include <utility>
 
 #include "platform/event_queue.h"
@@ -22,9 +21,6 @@ namespace platform {
 namespace ctx = boost::context::detail;
 
 namespace {
-
-constinit thread_local Task* currentTask = nullptr;
-constinit thread_local Scheduler* activeScheduler = nullptr;
 
 constexpr std::uint32_t kEventsWithoutProgress = 1'000'000;
 constexpr Time kDriftPerWait = 20 * kMillisecond;
@@ -56,8 +52,7 @@ struct Scheduler::State {
   TaskStackPool stacks;
   std::vector<std::unique_ptr<Task>> tasks;  // every task object, ended ones kept for reuse
   std::vector<Task*> ended;
-  std::deque<Task*> runnable;
-  std::vector<Task*> choice;  // scratch
+  std::vector<Task*> runnable;  // in order of becoming so; few
   std::vector<std::uint32_t> choices;
   EventQueue events;
   ctx::fcontext_t scheduler = nullptr;
@@ -108,12 +103,6 @@ Scheduler::~Scheduler() {
   }
 }
 
-Task* Scheduler::Current() {
-  return currentTask;
-}
-Scheduler* Scheduler::Active() {
-  return activeScheduler;
-}
 std::uint64_t Scheduler::step() const {
   return state_->step;
 }
@@ -141,7 +130,7 @@ void Scheduler::State::SwitchTo(Task& task) {
   Task::Machine& machine = *task.machine_;
   FirstJump first{simulation.scheduler_.get(), &task};
   machine.state = TaskState::Running;
-  currentTask = &task;
+  current_ = &task;
 #if defined(__SANITIZE_ADDRESS__)
   __sanitizer_start_switch_fiber(&schedulerFakeStack, machine.stack.bottom, machine.stack.bytes);
 #endif
@@ -149,7 +138,7 @@ void Scheduler::State::SwitchTo(Task& task) {
 #if defined(__SANITIZE_ADDRESS__)
   __sanitizer_finish_switch_fiber(schedulerFakeStack, nullptr, nullptr);
 #endif
-  currentTask = nullptr;
+  current_ = nullptr;
   machine.context = back.fctx;
 }
 
@@ -181,6 +170,7 @@ Task& Scheduler::Spawn(HostKernel* kernel, std::string name, std::function<void(
   task->body_ = std::move(body);
   task->irql = 0;
   task->call = "";
+  task->stackTop_ = task->machine_->stack.Top();
   task->held.clear();
   task->callbackContext = nullptr;
   Task::Machine& machine = *task->machine_;
@@ -192,23 +182,18 @@ Task& Scheduler::Spawn(HostKernel* kernel, std::string name, std::function<void(
 }
 
 void Scheduler::OnSchedulerStack(ActionRef action) {
-  Task* task = currentTask;
+  Task* task = current_;
   if (task == nullptr) return action();
   state_->request = &action;
   state_->SwitchToScheduler(*task, false);
 }
 
 void Scheduler::Abandon() {
-  Task& task = *currentTask;
+  Task& task = *current_;
   task.machine_->state = TaskState::Parked;
   task.machine_->why = "stopped";
   state_->SwitchToScheduler(task, false);
   std::abort();  // a stopped simulation runs no task
-}
-
-std::size_t Scheduler::StackInUse() const {
-  const std::byte* here = static_cast<const std::byte*>(__builtin_frame_address(0));
-  return static_cast<std::size_t>(currentTask->machine_->stack.Top() - here);
 }
 
 // --- parking and waking
@@ -216,7 +201,7 @@ std::size_t Scheduler::StackInUse() const {
 
 // Only for waits inside a platform call: a worker without work waits for nothing that the driver knows of.
 void Scheduler::EmitWait(const char* why, bool ends) {
-  const Task& task = *currentTask;
+  const Task& task = *current_;
   if (*task.call == '\0' || !state_->simulation.HasSinks()) return;
   TraceRecord record{};
   record.kind = TraceKind::Call;
@@ -231,7 +216,7 @@ void Scheduler::EmitWait(const char* why, bool ends) {
 }
 
 bool Scheduler::Park(const char* why, const void* object, Time deadline) {
-  Task& task = *currentTask;
+  Task& task = *current_;
   EmitWait(why, false);
   Task::Machine& machine = *task.machine_;
   machine.state = TaskState::Parked;
@@ -271,14 +256,14 @@ std::vector<const Task*> Scheduler::WaitersOn(const void* object) const {
 }
 
 void Scheduler::Yield() {
-  Task& task = *currentTask;
+  Task& task = *current_;
   task.machine_->state = TaskState::Runnable;
   state_->runnable.push_back(&task);
   state_->SwitchToScheduler(task, false);
 }
 
 void Scheduler::Stall(Time duration) {
-  Task& task = *currentTask;
+  Task& task = *current_;
   Task::Machine& machine = *task.machine_;
   EmitWait("a stall", false);
   machine.state = TaskState::Parked;
@@ -292,18 +277,18 @@ void Scheduler::Stall(Time duration) {
 
 void Scheduler::SeededSwitchPoint() {
   State& state = *state_;
-  if (currentTask == nullptr) return;
+  if (current_ == nullptr) return;
   if (state.drift.Chance(1, 32)) OnSchedulerStack([this] { DriftToNextDeviceEvent(); });
   if (state.runnable.empty()) return;
-  state.choice.assign(state.runnable.begin(), state.runnable.end());
-  state.choice.push_back(currentTask);
-  const std::uint32_t index = Choose(state.choice);
-  if (index + 1 == state.choice.size()) return;
+  state.runnable.push_back(current_);
+  const std::uint32_t index = Choose(state.runnable);
+  state.runnable.pop_back();
+  if (index == state.runnable.size()) return;
   state.forced = state.runnable[index];
   Yield();
 }
 
-std::uint32_t Scheduler::Choose(const std::vector<Task*>& candidates) {
+std::uint32_t Scheduler::Choose(std::span<Task* const> candidates) {
   ++state_->step;
   const std::uint32_t index = state_->policy->Next(candidates);
   state_->choices.push_back(index);
@@ -368,15 +353,10 @@ Task* Scheduler::TakeRunnable() {
                                      state.runnable.begin());
     state.forced = nullptr;
   } else if (seeded_ && state.runnable.size() > 1) {
-    state.choice.assign(state.runnable.begin(), state.runnable.end());
-    index = Choose(state.choice);
+    index = Choose(state.runnable);
   }
   Task* task = state.runnable[index];
-  if (index == 0) {
-    state.runnable.pop_front();
-  } else {
-    state.runnable.erase(state.runnable.begin() + static_cast<std::ptrdiff_t>(index));
-  }
+  state.runnable.erase(state.runnable.begin() + static_cast<std::ptrdiff_t>(index));
   return task;
 }
 
@@ -401,13 +381,13 @@ void Scheduler::RunTask(Task& task) {
 
 Outcome Scheduler::RunUntil(const std::function<bool()>& done, Time deadline) {
   State& state = *state_;
-  if (currentTask != nullptr || activeScheduler != nullptr) {
+  if (current_ != nullptr || active_ != nullptr) {
     std::fprintf(stderr, "a simulation is run from outside, never from one of its own tasks or events\n");
     std::abort();
   }
   struct Activation {
-    explicit Activation(Scheduler* scheduler) { activeScheduler = scheduler; }
-    ~Activation() { activeScheduler = nullptr; }
+    explicit Activation(Scheduler* scheduler) { active_ = scheduler; }
+    ~Activation() { active_ = nullptr; }
   } activation(this);
   const std::uint64_t stopAt = state.simulation.options().stopAtStep;
   for (;;) {

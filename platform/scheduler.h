@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,8 @@ class Task {
   std::string name_;
   std::uint32_t ordinal_ = 0;
   std::function<void()> body_;
+  friend class KernelCall;
+  const std::byte* stackTop_ = nullptr;
   struct Machine;  // stack, saved context, wait state
   std::unique_ptr<Machine> machine_;
 
@@ -51,8 +54,8 @@ class Scheduler {
   ~Scheduler();
 
   // The task that runs now on this thread; null on the scheduler's own stack and outside a simulation.
-  static Task* Current();
-  static Scheduler* Active();  // the scheduler whose run is in progress on this thread, or null
+  static Task* Current() { return current_; }
+  static Scheduler* Active() { return active_; }  // the scheduler whose run is in progress on this thread, or null
 
   Time Now() const { return now_; }
 
@@ -75,8 +78,6 @@ class Scheduler {
   void OnSchedulerStack(ActionRef action);
   // Ends the calling task's run for good (after a violation); never returns to the task.
   [[noreturn]] void Abandon();
-  // Bytes of its stack that the running task uses now.
-  std::size_t StackInUse() const;
   std::vector<const Task*> WaitersOn(const void* object) const;  // tasks parked with this object
 
   Task& Spawn(HostKernel* kernel, std::string name, std::function<void()> body);
@@ -95,7 +96,7 @@ class Scheduler {
  private:
   friend class KernelCall;
   void SeededSwitchPoint();
-  std::uint32_t Choose(const std::vector<Task*>& candidates);
+  std::uint32_t Choose(std::span<Task* const> candidates);
   std::string OwnerOf(const void* lock) const;
   void DriftToNextDeviceEvent();
   void EmitWait(const char* why, bool ends);
@@ -103,6 +104,8 @@ class Scheduler {
   Task* TakeRunnable();
   void RunTask(Task& task);
   struct State;
+  static inline constinit thread_local Task* current_ = nullptr;
+  static inline constinit thread_local Scheduler* active_ = nullptr;
   std::unique_ptr<State> state_;
   bool seeded_ = false;
   std::uint32_t callsSinceTimeMoved_ = 0;
@@ -116,8 +119,19 @@ class Scheduler {
 class KernelCall {
  public:
   enum Kind { SwitchPoint, Silent };  // Silent: observation only; neither a switch point nor part of the trace hash
-  KernelCall(HashedName name, unsigned maxIrql, Kind kind = SwitchPoint);
-  ~KernelCall();
+  KernelCall(HashedName name, unsigned maxIrql, Kind kind = SwitchPoint)
+      : scheduler_(ActiveOr(name)), task_(CallerOr(name)), name_(name), outer_(task_.call) {
+    task_.call = name.text.data();
+    if (kind == Silent) return;
+    const auto stack =
+        static_cast<std::size_t>(task_.stackTop_ - static_cast<const std::byte*>(__builtin_frame_address(0)));
+    if (task_.irql > maxIrql || stack > kStackLimit || ++scheduler_.callsSinceTimeMoved_ > kCallsWithoutProgress)
+        [[unlikely]]
+      ReportEntry(maxIrql, stack);
+    scheduler_.Mix(name.hash + task_.ordinal());
+    scheduler_.SwitchPoint();
+  }
+  ~KernelCall() { task_.call = outer_; }
   KernelCall(const KernelCall&) = delete;
   KernelCall& operator=(const KernelCall&) = delete;
 
@@ -132,6 +146,24 @@ class KernelCall {
   void Report(Rule rule, std::string detail, std::int64_t measured = 0);  // simulation().Report()
 
  private:
+#if defined(__SANITIZE_ADDRESS__) || !defined(__OPTIMIZE__)
+  static constexpr std::size_t kStackLimit = 64 * 1024;
+#else
+  static constexpr std::size_t kStackLimit = 16 * 1024;
+#endif
+  static constexpr std::uint32_t kCallsWithoutProgress = 20'000'000;
+  [[noreturn]] static void OutsideTask(HashedName name);
+  static Scheduler& ActiveOr(HashedName name) {
+    if (Scheduler::Active() == nullptr) [[unlikely]] OutsideTask(name);
+    return *Scheduler::Active();
+  }
+  static Task& CallerOr(HashedName name) {
+    Task* task = Scheduler::Current();
+    if (task == nullptr || task->kernel() == nullptr) [[unlikely]] OutsideTask(name);
+    return *task;
+  }
+  void ReportEntry(unsigned maxIrql, std::size_t stack);  // what is wrong with the call
+
   Scheduler& scheduler_;
   Task& task_;
   HashedName name_;

@@ -22,7 +22,7 @@ std::uint64_t Simulation::TraceHash() const {
   return scheduler_->traceHash();
 }
 
-RandomStream& Simulation::Random(HashedName name) {
+RandomStream& Simulation::LookForStream(HashedName name) {
   const auto [it, inserted] = streams_.try_emplace(name.hash);
   if (inserted) it->second = RandomStream(options_.seed, name.text);
   return it->second;

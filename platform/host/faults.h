@@ -29,7 +29,12 @@ class FaultPlan {
 
   // Called at the site: true when it must fail now. A name that is no literal is spelled
   // HashedName(std::string_view(name)).
-  [[nodiscard]] bool Fires(HashedName site);
+  [[nodiscard]] bool Fires(HashedName name) {
+    Site& site = Find(name);
+    ++site.passed;
+    if (!site.armed) [[likely]] return false;
+    return FiresArmed(site);
+  }
 
   bool Fired() const { return fired_ != 0; }  // has any site fired since construction?
   std::uint64_t FiredCount() const { return fired_; }
@@ -45,14 +50,28 @@ class FaultPlan {
     std::uint64_t failAt = 0;    // absolute passage number; 0: not armed
     std::uint64_t failFrom = 0;  // absolute passage number; 0: not armed
     std::uint32_t numerator = 0, denominator = 0;
+    bool armed = false;
     RandomStream random;
   };
-  Site& Find(HashedName name);
+  Site& Find(HashedName name) {
+    Known_& known = known_[name.hash % kKnown];
+    if (known.site == nullptr || known.hash != name.hash) [[unlikely]] known = {name.hash, &Look(name)};
+    return *known.site;
+  }
+  Site& Look(HashedName name);
+  bool FiresArmed(Site& site);
   const Site* Known(std::string_view name) const;
 
   std::uint64_t seed_;
   std::uint64_t fired_ = 0;
   std::unordered_map<std::uint64_t, Site> sites_;
+  // Sites passed of late, by the low bits of their hash.
+  struct Known_ {
+    std::uint64_t hash = 0;
+    Site* site = nullptr;
+  };
+  static constexpr std::size_t kKnown = 128;
+  Known_ known_[kKnown];
 };
 
 }  // namespace platform

@@ -87,7 +87,11 @@ class Simulation {
   std::uint64_t TraceHash() const;  // of every platform call, switch and event so far; equal for equal seeds
 
   // A random stream of its own for `name`; the same object on every call.
-  RandomStream& Random(HashedName name);
+  RandomStream& Random(HashedName name) {
+    KnownStream& known = knownStreams_[name.hash % kKnownStreams];
+    if (known.stream == nullptr || known.hash != name.hash) [[unlikely]] known = {name.hash, &LookForStream(name)};
+    return *known.stream;
+  }
   FaultPlan& faults() { return faults_; }
 
   // --- events: run on the scheduler's stack when the clock reaches them, in (time, insertion) order
@@ -134,7 +138,14 @@ class Simulation {
   friend class Scheduler;
   SimulationOptions options_;
   FaultPlan faults_;
+  RandomStream& LookForStream(HashedName name);
   std::unordered_map<std::uint64_t, RandomStream> streams_;  // by the hash of the name
+  struct KnownStream {
+    std::uint64_t hash = 0;
+    RandomStream* stream = nullptr;
+  };
+  static constexpr std::size_t kKnownStreams = 64;
+  KnownStream knownStreams_[kKnownStreams];  // used of late, by the low bits of their hash
   std::vector<Violation> violations_;
   std::vector<Waiver> waivers_;
   std::vector<TraceSink*> sinks_;
