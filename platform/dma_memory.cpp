@@ -1,10 +1,10 @@
 #include "platform/dma_memory.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
 #include <cstring>
 #include <new>
+
+#include "platform/kept_range.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/asan_interface.h>
@@ -53,16 +53,14 @@ struct DmaMemory::Slab {
   std::size_t SlotOffset(std::size_t index) const { return offset + sizeClass->first + index * sizeClass->stride; }
 };
 
-DmaMemory::DmaMemory() : granules_(kRegionBytes / kGranule), small_(kPage / kSmallUnit + 1) {
-  void* region =
-      mmap(nullptr, kRegionBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-  if (region == MAP_FAILED) throw std::bad_alloc();
+DmaMemory::DmaMemory() : small_(kPage / kSmallUnit + 1) {
+  void* region = KeptRanges::Take(kRegionBytes);
   region_ = static_cast<std::byte*>(region);
 }
 
 DmaMemory::~DmaMemory() {
   KIV_UNPOISON(region_, used_);  // the sanitizer would touch its notes on every page of a wider range
-  munmap(region_, kRegionBytes);
+  KeptRanges::Give(region_, kRegionBytes, used_);
 }
 
 DmaMemory::SizeClass& DmaMemory::ClassFor(std::size_t length) {
@@ -86,6 +84,7 @@ DmaMemory::Slab* DmaMemory::NewSlab(SizeClass& sizeClass) {
   slab->bytes = bytes;
   slab->sizeClass = &sizeClass;
   slab->lengths.resize((bytes - sizeClass.first) / sizeClass.stride);
+  granules_.resize((used_ + bytes) / kGranule);
   const auto granule = granules_.begin() + static_cast<std::ptrdiff_t>(used_ / kGranule);
   std::fill(granule, granule + static_cast<std::ptrdiff_t>(bytes / kGranule), slab.get());
   used_ += bytes;
@@ -135,6 +134,7 @@ bool DmaMemory::Free(const Buffer& buffer) {
 std::byte* DmaMemory::Find(std::uint64_t busAddress, std::size_t bytes) const {
   if (busAddress < kBusBase || busAddress - kBusBase >= kRegionBytes) return nullptr;
   const std::size_t offset = static_cast<std::size_t>(busAddress - kBusBase);
+  if (offset / kGranule >= granules_.size()) return nullptr;
   const Slab* slab = granules_[offset / kGranule];
   if (slab == nullptr || offset < slab->offset + slab->sizeClass->first) return nullptr;
   const std::size_t index = (offset - slab->offset - slab->sizeClass->first) / slab->sizeClass->stride;

@@ -2,8 +2,6 @@
 // filled with a pattern, so that a write through a stale pointer shows when the block is used again.
 #include "platform/pool.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
 #include <bit>
 #include <cstdio>
@@ -12,6 +10,7 @@
 
 #include "platform/backtrace.h"
 #include "platform/include/ntdef.h"
+#include "platform/kept_range.h"
 #include "platform/kernel_state.h"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -91,22 +90,15 @@ bool AllBytesAre(const std::byte* from, std::size_t bytes, std::byte value) {
 }  // namespace
 
 Pool::Pool(Simulation& simulation, const WaitList& waits) : simulation_(simulation), waits_(waits) {
-  const auto reserve = [](std::size_t bytes) {
-    void* range = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (range == MAP_FAILED) {
-      std::perror("reserving the pool's address range");
-      std::abort();
-    }
-    return range;
-  };
-  base_ = reinterpret_cast<std::uintptr_t>(reserve(kRangeBytes));
-  marks_ = static_cast<std::uint8_t*>(reserve(kRangeBytes / kGranule));
+  base_ = reinterpret_cast<std::uintptr_t>(KeptRanges::Take(kRangeBytes));
+  marks_ = static_cast<std::uint8_t*>(KeptRanges::Take(kRangeBytes / kGranule));
 }
 
 Pool::~Pool() {
   UNPOISON(reinterpret_cast<void*>(base_), used_);
-  munmap(reinterpret_cast<void*>(base_), kRangeBytes);
-  munmap(marks_, kRangeBytes / kGranule);
+  std::memset(marks_, Unmarked, used_ / kGranule);
+  KeptRanges::Give(reinterpret_cast<void*>(base_), kRangeBytes, used_);
+  KeptRanges::Give(marks_, kRangeBytes / kGranule, used_ / kGranule);
 }
 
 void* Pool::Allocate(std::size_t bytes, std::uint32_t tag, bool zeroed, const void* site) {

@@ -18,16 +18,35 @@ constexpr std::size_t kStackBytes = 1024 * 1024;
 constexpr std::size_t kStackBytes = 256 * 1024;
 #endif
 
+constexpr std::size_t kMostKept = 64;
+
+// Stacks of runs that are over, guard pages and all.
+std::vector<TaskStack>& Kept() {
+  thread_local std::vector<TaskStack> kept;
+  return kept;
+}
+
 }  // namespace
 
 TaskStackPool::~TaskStackPool() {
-  for (TaskStack& stack : free_) munmap(stack.bottom - kGuardBytes, stack.bytes + kGuardBytes);
+  for (TaskStack& stack : free_) {
+    if (Kept().size() < kMostKept) {
+      Kept().push_back(stack);
+    } else {
+      munmap(stack.bottom - kGuardBytes, stack.bytes + kGuardBytes);
+    }
+  }
 }
 
 TaskStack TaskStackPool::Take() {
   if (!free_.empty()) {
     TaskStack stack = free_.back();
     free_.pop_back();
+    return stack;
+  }
+  if (!Kept().empty()) {
+    const TaskStack stack = Kept().back();
+    Kept().pop_back();
     return stack;
   }
   void* base = mmap(nullptr, kStackBytes + kGuardBytes, PROT_READ | PROT_WRITE,

@@ -1,0 +1,51 @@
+// Address ranges that outlive the run that used them: mapping them and touching their pages again costs more than a
+// short run.
+#pragma once
+#include <sys/mman.h>
+
+#include <cstddef>
+#include <new>
+#include <vector>
+
+namespace platform {
+
+class KeptRanges {
+ public:
+  // Readable and writable; zero only where nobody has written before.
+  static void* Take(std::size_t bytes) {
+    std::vector<Range>& kept = Kept();
+    for (std::size_t i = kept.size(); i-- > 0;) {
+      if (kept[i].bytes != bytes) continue;
+      void* start = kept[i].start;
+      kept[i] = kept.back();
+      kept.pop_back();
+      return start;
+    }
+    void* start = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (start == MAP_FAILED) throw std::bad_alloc();
+    return start;
+  }
+  // `touched`: bytes from the start that may have been written; of a large range the pages go back to the system.
+  static void Give(void* start, std::size_t bytes, std::size_t touched) {
+    if (touched > kLargest) madvise(static_cast<std::byte*>(start) + kLargest, touched - kLargest, MADV_DONTNEED);
+    if (Kept().size() < kMost) {
+      Kept().push_back({start, bytes});
+    } else {
+      munmap(start, bytes);
+    }
+  }
+
+ private:
+  static constexpr std::size_t kMost = 96;
+  static constexpr std::size_t kLargest = std::size_t{8} << 20;
+  struct Range {
+    void* start;
+    std::size_t bytes;
+  };
+  static std::vector<Range>& Kept() {
+    thread_local std::vector<Range> kept;
+    return kept;
+  }
+};
+
+}  // namespace platform
