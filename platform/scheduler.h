@@ -146,7 +146,7 @@ class KernelCall {
   void Report(Rule rule, std::string detail, std::int64_t measured = 0);  // simulation().Report()
 
  private:
-#if defined(__SANITIZE_ADDRESS__) || !defined(__OPTIMIZE__)
+#if defined(__SANITIZE_ADDRESS__) || defined(KIVUSB4_SANITIZED) || !defined(__OPTIMIZE__)
   static constexpr std::size_t kStackLimit = 64 * 1024;
 #else
   static constexpr std::size_t kStackLimit = 16 * 1024;

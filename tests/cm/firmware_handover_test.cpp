@@ -65,7 +65,7 @@ WORLD_TEST(FirmwareHandover, IsAskedForAgainAfterEachSleep) {
     world.Sleep();
     world.Wire();
     world.Resume();
-    EXPECT_TRUE(world.Wire().starts_with(std::string(kAskedAndAnswered) + kFirstRead)) << round;
+    EXPECT_TRUE(world.Wire().starts_with(std::string(kAskedAndAnswered).append(kFirstRead))) << round;
     world.Quiet();
   }
 }
