@@ -356,7 +356,15 @@ Task* Scheduler::TakeRunnable() {
     index = Choose(state.runnable);
   }
   Task* task = state.runnable[index];
-  state.runnable.erase(state.runnable.begin() + static_cast<std::ptrdiff_t>(index));
+  // A few at most: no call of the library for them.
+  Task** const runnable = state.runnable.data();
+  const std::size_t last = state.runnable.size() - 1;
+#pragma GCC unroll 1
+  for (std::size_t i = index; i < last; ++i) {
+    runnable[i] = runnable[i + 1];
+    asm volatile("" ::: "memory");
+  }
+  state.runnable.pop_back();
   return task;
 }
 
