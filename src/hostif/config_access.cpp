@@ -7,6 +7,7 @@
 #include "hostif/control_packet.h"
 #include "hostif/run_abort.h"
 #include "include/device_context.h"
+#include "include/locks.h"
 #include "include/trace.h"
 
 namespace {
@@ -91,10 +92,20 @@ void Attempt(Access& access, std::uint32_t attempt, ULONG timeoutMs) {
   ReleaseRequest(request);
 }
 
+// One attempt at a time: answers are told apart by route, size and sequence number alone, so two requests that agree in
+// these would swap their answers. False when the flow must stop; no attempt was made then.
+bool AttemptInTurn(Access& access, std::uint32_t attempt, ULONG timeoutMs) {
+  if (MustStop(access.Channel)) return false;
+  MutexGuard guard(access.Channel->AccessLock);
+  if (MustStop(access.Channel)) return false;  // a power-down may have begun while this flow waited for its turn
+  Attempt(access, attempt, timeoutMs);
+  return true;
+}
+
 USB4_CFG_RESULT Run(Access access, ULONG timeoutMs) {
   std::uint32_t attempts = 0;
-  while (attempts < kMostAttempts && !MustStop(access.Channel)) {
-    Attempt(access, attempts++, timeoutMs);
+  while (attempts < kMostAttempts && AttemptInTurn(access, attempts, timeoutMs)) {
+    ++attempts;
     if (access.Result.Err != kKivNoAnswer) break;
   }
   if (attempts == kMostAttempts) {

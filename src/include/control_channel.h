@@ -86,6 +86,9 @@ struct USB4_CTL {
   SharedFlag Running;
   LIST_ENTRY RequestListHead;  // oldest first; guarded by RequestLock, a leaf
   KSPIN_LOCK RequestLock;
+  // Held for one attempt of a configuration read or write. Requests to a peer host, acknowledgements and events do not
+  // take it; neither does the stop of the channel.
+  KMUTEX AccessLock;
   std::uint8_t XdomainUuid[16];
   std::uint8_t SecondUuid[16];
 

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "hostif/config_request.h"
 #include "hostif/control_channel.h"
 #include "tests/support/world.h"
 
@@ -319,33 +320,70 @@ WORLD_TEST(ConfigAccess, AChannelThatStopsUnderAWaiterLeavesItsRequestAlone) {
   EXPECT_EQ(SequencesOfReads(again.wire), (std::vector<int>{0, 1, 2, 3})) << "three answers were still to be lost";
 }
 
+// Four tasks read the type of four adapters of one router at once: same route, size and sequence number.
+WORLD_TEST(ConfigAccess, ParallelReadersGetTheirOwnAnswers) {
+  const struct {
+    std::uint32_t adapter;
+    std::uint32_t type;
+  } readers[] = {{1, 0x000001}, {3, 0x100101}, {4, 0x200101}, {5, 0x0E0101}};
+  World world;
+  world.Start();
+  world.Quiet();
+  USB4_CTL* channel = world.InDriver([](USB4_DOMAIN& domain) { return domain.ControlChannel; });
+  int running = 0;
+  for (const auto& reader : readers) {
+    ++running;
+    world.simulation().Spawn(&world.kernel(), "reader", [&, reader] {
+      for (int round = 0; round < 3; ++round) {
+        std::uint32_t word = kUntouched;
+        const USB4_CFG_TARGET target = {0, reader.adapter, {USB4_CFG_SPACE_ADAPTER, 2, 1}};
+        EXPECT_EQ(Usb4CfgReadRaw(channel, &word, target, 200).Err, 0) << "adapter " << reader.adapter;
+        EXPECT_EQ(word & 0xFFFFFF, reader.type) << "adapter " << reader.adapter;
+      }
+      --running;
+    });
+  }
+  world.simulation().RunUntil([&] { return running == 0; }, world.simulation().Now() + 10 * platform::kSecond);
+  EXPECT_EQ(running, 0);
+}
+
+// The older request is a configuration read, the younger one a request to a peer host, which waits for no turn.
 WORLD_TEST(ConfigAccess, AnErrorPacketEndsTheOldestOfTwoRequests) {
   World world;
   world.Start();
   world.Quiet();
-  for (unsigned n = 1; n <= 2; ++n) world.wire().ReplaceAnswer(n, [](const ControlPacket&) { return std::nullopt; });
+  world.wire().ReplaceAnswer(1, [](const ControlPacket&) { return std::nullopt; });
   USB4_CTL* channel = world.InDriver([](USB4_DOMAIN& domain) { return domain.ControlChannel; });
-  USB4_CFG_RESULT results[2] = {};
+  USB4_CFG_RESULT read{}, asked{};
   int ended = 0;
-  const auto reader = [&](int which) {
-    world.simulation().Spawn(&world.kernel(), "reader", [&, which] {
-      std::uint32_t word = 0;
-      results[which] = Usb4CfgReadRaw(channel, &word, RouterWord(static_cast<std::uint64_t>(which)), 200);
-      ++ended;
-    });
-    world.Pass(20 * kMillisecond);
-  };
-  reader(0);
-  reader(1);
+  world.simulation().Spawn(&world.kernel(), "reader", [&] {
+    std::uint32_t word = 0;
+    read = Usb4CfgReadRaw(channel, &word, RouterWord(0), 200);
+    ++ended;
+  });
+  world.Pass(20 * kMillisecond);
+  world.simulation().Spawn(&world.kernel(), "peer request", [&] {
+    USB4_CFG_REQUEST* request = AllocateRequest();
+    request->RequestBytes = request->ResponseBytes = 12;
+    request->RequestPdf = USB4_PDF_XDOMAIN_REQUEST;
+    request->ResponsePdf = USB4_PDF_XDOMAIN_RESPONSE;
+    request->Match = KivUsb4CfgMatch;
+    request->Copy = KivUsb4CfgRequestCopy;
+    asked = KivUsb4CfgRequestSync(channel, request, 100);
+    KivUsb4CfgRequestDequeue(channel, request);
+    ReleaseRequest(request);
+    ++ended;
+  });
+  world.Pass(20 * kMillisecond);
   world.wire().Inject(ControlWire::Raw(sim::ErrorPacket(0x303, 5, sim::ErrorCode::NoSuchAdapter)));
   world.Pass(20 * kMillisecond);
   EXPECT_EQ(ended, 1);
-  EXPECT_EQ(results[0].Err, 1);
-  EXPECT_EQ(results[0].Code, 4);
-  EXPECT_EQ(results[0].Route, 0x303u);
+  EXPECT_EQ(read.Err, 1);
+  EXPECT_EQ(read.Code, 4);
+  EXPECT_EQ(read.Route, 0x303u);
   world.Pass(400 * kMillisecond);
   EXPECT_EQ(ended, 2);
-  EXPECT_EQ(results[1].Err, 0) << "asked again after its own time-out";
+  EXPECT_EQ(asked.Err, -258) << "nobody answers it";
 }
 
 }  // namespace
