@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <string>
 
-#include "lab/machine.h"
+#include "lab/machine/machine.h"
 
 namespace {
 

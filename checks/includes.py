@@ -82,17 +82,17 @@ _TREE = {
     "src/hostif/ring.h": '#include "include/status.h"\n#include <ntddk.h>\n#include <array>\n',
     "src/hostif/upcalls.h": "int KivUsb4BusStart(int domain, bool again);  // cm\n",
     "src/cm/bus.h": '#include "hostif/ring.h"\n',
-    "sim/fabric.cpp": '#include "platform/host/host_kernel.h"\n',
+    "sim/fabric/fabric.cpp": '#include "platform/host/host_kernel.h"\n',
 }
 CLEAN = _TREE
 PLANTED = {
     "a room includes one above it": _TREE | {"src/hostif/ring.h": '#include "cm/bus.h"\n'},
-    "the driver includes the model": _TREE | {"src/cm/bus.cpp": '#include "sim/fabric.h"\n', "sim/fabric.h": ""},
+    "the driver includes the model": _TREE | {"src/cm/bus.cpp": '#include "sim/fabric/fabric.h"\n', "sim/fabric/fabric.h": ""},
     "the driver includes a library": _TREE | {"src/cm/bus.cpp": "#include <vector>\n"},
     "the driver includes the platform by path": _TREE | {"src/cm/bus.cpp": '#include "platform/host/host_kernel.h"\n'},
-    "the model includes the driver": _TREE | {"sim/fabric.cpp": '#include "src/hostif/ring.h"\n'},
-    "the model includes the driver by its own path": _TREE | {"sim/fabric.cpp": '#include "hostif/ring.h"\n'},
-    "the platform includes the model": _TREE | {"platform/io.cpp": '#include "sim/fabric.h"\n', "sim/fabric.h": ""},
+    "the model includes the driver": _TREE | {"sim/fabric/fabric.cpp": '#include "src/hostif/ring.h"\n'},
+    "the model includes the driver by its own path": _TREE | {"sim/fabric/fabric.cpp": '#include "hostif/ring.h"\n'},
+    "the platform includes the model": _TREE | {"platform/io.cpp": '#include "sim/fabric/fabric.h"\n', "sim/fabric/fabric.h": ""},
     "a folder that is no room": _TREE | {"src/misc/misc.cpp": ""},
     "one upcall more than stated": _TREE | {"src/topology/upcalls.h": "void KivUsb4XdomainRemove(void* peer);\n"},
 }

@@ -1,7 +1,7 @@
 """docs/scenarios.md lists every key of a scenario file that the tool reads, and no other."""
 import re
 
-READERS = ("lab/scenario.cpp", "lab/topology_input.cpp", "lab/protocol_input.cpp")
+READERS = ("lab/scenario/scenario.cpp", "lab/scenario/topology_input.cpp", "lab/scenario/protocol_input.cpp")
 CALL = re.compile(r'\b(?:Has|Text|RequiredText|Number|Choice|Flag|Duration|TextList|Tables|Table|ReadAdapter|OneOf|Mbps)'
                   r'\((?:table, )?"(\w+)"')
 BY_NAME = re.compile(r'\{"(\w+)", &')  # keys that are read in a loop
@@ -19,8 +19,8 @@ def findings(root):
         yield f"docs/scenarios.md: nothing reads the key {key}"
 
 
-_CODE = {"lab/scenario.cpp": 'table.Text("name", "");\n{"dpTunnels", &expectation.dpTunnels}',
-         "lab/topology_input.cpp": 'table.Number("lanes", 2, 1, 2);\n', "lab/protocol_input.cpp": 'Mbps(table, "up");\n'}
+_CODE = {"lab/scenario/scenario.cpp": 'table.Text("name", "");\n{"dpTunnels", &expectation.dpTunnels}',
+         "lab/scenario/topology_input.cpp": 'table.Number("lanes", 2, 1, 2);\n', "lab/scenario/protocol_input.cpp": 'Mbps(table, "up");\n'}
 _DOCS = "| key |\n|---|\n| `name` | text |\n| `dpTunnels` | number |\n| `lanes`, `up` | number |\n"
 CLEAN = _CODE | {"docs/scenarios.md": _DOCS}
 PLANTED = {

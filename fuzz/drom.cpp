@@ -13,9 +13,9 @@
 #include "fuzz/verdict.h"
 #include "include/device_context.h"
 #include "include/domain.h"
-#include "lab/machine.h"
-#include "sim/control_packet.h"
-#include "sim/drom_image.h"
+#include "lab/machine/machine.h"
+#include "sim/host/wire_packet.h"
+#include "sim/router/drom_writer.h"
 #include "topology/device_list.h"
 #include "topology/drom.h"
 

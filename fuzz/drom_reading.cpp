@@ -3,8 +3,8 @@
 
 #include <fmt/format.h>
 
-#include "sim/control_packet.h"
-#include "sim/drom_image.h"
+#include "sim/host/wire_packet.h"
+#include "sim/router/drom_writer.h"
 
 namespace fuzz {
 namespace {

@@ -12,7 +12,7 @@
 #include "hostif/config_access.h"
 #include "include/device_context.h"
 #include "include/domain.h"
-#include "lab/machine.h"
+#include "lab/machine/machine.h"
 
 namespace fuzz {
 namespace {

@@ -6,18 +6,18 @@
 #include <fstream>
 #include <system_error>
 
-#include "lab/console.h"
-#include "lab/decode_drom.h"
-#include "lab/decode_packet.h"
-#include "lab/fault_profiles.h"
-#include "lab/generate.h"
-#include "lab/json_report.h"
-#include "lab/print_run.h"
-#include "lab/soak.h"
-#include "lab/suggest.h"
-#include "lab/svg.h"
-#include "lab/toml_reader.h"
-#include "sim/fabric.h"
+#include "lab/decode/decode_drom.h"
+#include "lab/decode/decode_packet.h"
+#include "lab/input/console.h"
+#include "lab/input/suggest.h"
+#include "lab/input/toml_reader.h"
+#include "lab/machine/fault_profiles.h"
+#include "lab/report/json_report.h"
+#include "lab/report/svg.h"
+#include "lab/run/print_run.h"
+#include "lab/run/soak.h"
+#include "lab/scenario/generate.h"
+#include "sim/fabric/fabric.h"
 
 namespace {
 

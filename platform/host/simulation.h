@@ -17,7 +17,7 @@
 #include "platform/host/random.h"
 #include "platform/host/rules.h"
 #include "platform/host/time.h"
-#include "platform/host/trace.h"
+#include "platform/host/trace_sink.h"
 
 namespace platform {
 
@@ -89,7 +89,8 @@ class Simulation {
   // A random stream of its own for `name`; the same object on every call.
   RandomStream& Random(HashedName name) {
     KnownStream& known = knownStreams_[name.hash % kKnownStreams];
-    if (known.stream == nullptr || known.hash != name.hash) [[unlikely]] known = {name.hash, &LookForStream(name)};
+    if (known.stream == nullptr || known.hash != name.hash) [[unlikely]]
+      known = {name.hash, &LookForStream(name)};
     return *known.stream;
   }
   FaultPlan& faults() { return faults_; }
@@ -132,7 +133,7 @@ class Simulation {
   bool HasSinks() const { return !sinks_.empty(); }
   void Emit(const TraceRecord& record);  // to every sink; observers change nothing, the trace hash included
 
-  Scheduler& scheduler() { return *scheduler_; }  // platform/scheduler.h; for the platform's own files
+  Scheduler& scheduler() { return *scheduler_; }  // platform/scheduler/scheduler.h; for the platform's own files
 
  private:
   friend class Scheduler;

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "cm/tunnel_discovery.h"
-#include "sim/firmware_tunnels.h"
-#include "sim/usb3_adapter.h"
+#include "sim/dataplane/usb3_function.h"
+#include "sim/firmware/firmware_tunnels.h"
 #include "tests/support/step_log.h"
 #include "tests/support/tunnel_bench.h"
 #include "tunnel/tunnel_list.h"

@@ -9,7 +9,7 @@
 
 #include "cm/bus.h"
 #include "hostif/upcalls.h"
-#include "sim/firmware_tunnels.h"
+#include "sim/firmware/firmware_tunnels.h"
 #include "tests/support/step_log.h"
 #include "tests/support/tunnel_bench.h"
 

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "sim/firmware_tunnels.h"
+#include "sim/firmware/firmware_tunnels.h"
 #include "tests/support/step_log.h"
 #include "tests/support/tunnel_bench.h"
 #include "topology/device_list.h"

@@ -1,10 +1,10 @@
 // Goal: what links are charged, and the picture of who crosses which link, follow from the tunnels' hops. Method: a
 // domain written down by hand: a host, a hub on a bonded link, a dock on one lane of 10 Gb/s behind it.
-#include "lab/bandwidth.h"
+#include "lab/machine/bandwidth.h"
 
 #include <algorithm>
 
-#include "lab/svg.h"
+#include "lab/report/svg.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <array>
 #include <cstdio>
 
-#include "lab/pcapng.h"
-#include "lab/run.h"
+#include "lab/run/run.h"
+#include "lab/timeline/pcapng.h"
 
 namespace {
 
@@ -19,7 +19,7 @@ std::string Output(const std::string& command) {
 }
 
 std::string Tshark(const std::string& file, const std::string& options) {
-  return Output("tshark -X lua_script:" PROJECT_ROOT "/lab/wireshark/usb4_control.lua -r " + file + " " + options);
+  return Output("tshark -X lua_script:" PROJECT_ROOT "/lab/decode/wireshark/usb4_control.lua -r " + file + " " + options);
 }
 
 std::vector<std::uint8_t> Bytes(const std::string& hex) {

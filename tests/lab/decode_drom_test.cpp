@@ -2,7 +2,7 @@
 // bytes, as a hex editor would show them, with one byte changed for each fault.
 #include <fstream>
 
-#include "lab/decode_drom.h"
+#include "lab/decode/decode_drom.h"
 
 namespace {
 

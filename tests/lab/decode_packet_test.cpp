@@ -1,7 +1,7 @@
 // Goal: a dump from the bench is explained right, and what is wrong with it is named. Method: packets as literal bytes.
 #include <algorithm>
 
-#include "lab/decode_packet.h"
+#include "lab/decode/decode_packet.h"
 
 namespace {
 

@@ -4,10 +4,10 @@
 #include <fstream>
 #include <set>
 
-#include "lab/generate.h"
-#include "lab/run.h"
-#include "lab/soak.h"
-#include "lab/soak_state.h"
+#include "lab/run/run.h"
+#include "lab/run/soak.h"
+#include "lab/run/soak_state.h"
+#include "lab/scenario/generate.h"
 #include "tests/support/seeds.h"
 
 namespace {

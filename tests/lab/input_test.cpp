@@ -1,12 +1,12 @@
 // Goal: a person who mistypes gets one line that says where and what. Method: files with one mistake each.
 #include <fstream>
 
-#include "lab/duration.h"
-#include "lab/hex_file.h"
-#include "lab/scenario.h"
-#include "lab/soak.h"
-#include "lab/suggest.h"
-#include "lab/toml_reader.h"
+#include "lab/input/duration.h"
+#include "lab/input/hex_file.h"
+#include "lab/input/suggest.h"
+#include "lab/input/toml_reader.h"
+#include "lab/run/soak.h"
+#include "lab/scenario/scenario.h"
 
 namespace {
 

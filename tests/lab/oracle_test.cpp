@@ -1,13 +1,13 @@
 // Goal: whatever stands wrong between hardware and driver is named when the machine is quiet, and a good domain gives
 // no finding. Method: a chain with PCIe and USB3 tunnels, and one thing at a time broken behind everybody's back.
-#include "lab/oracle.h"
+#include "lab/oracle/oracle.h"
 
 #include <gtest/gtest-spi.h>
 #include <span>
 
 #include "include/switch.h"
 #include "include/tunnel.h"
-#include "sim/path_entry.h"
+#include "sim/registers/hop_entry.h"
 #include "tests/support/world.h"
 
 namespace tests {

@@ -2,12 +2,12 @@
 #include <cstring>
 #include <set>
 
-#include "lab/driver_event.h"
-#include "lab/fault_profiles.h"
-#include "lab/json_report.h"
-#include "lab/run.h"
-#include "lab/tree.h"
-#include "lab/waivers.h"
+#include "lab/machine/fault_profiles.h"
+#include "lab/machine/waivers.h"
+#include "lab/report/driver_event.h"
+#include "lab/report/json_report.h"
+#include "lab/report/tree.h"
+#include "lab/run/run.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
 // Goal: a campaign runs each seed once over all shards, counts what fails as failed, and can be gone on with. Method: a
 // scenario that can never hold, so that every run leaves its command behind in the state file.
-#include "lab/soak.h"
+#include "lab/run/soak.h"
 
 #include <filesystem>
 #include <fstream>
 
-#include "lab/print_run.h"
-#include "lab/soak_state.h"
+#include "lab/run/print_run.h"
+#include "lab/run/soak_state.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Goal: a timeline is one JSON document whose slices nest and whose pairs are whole; it says what crossed the wire and
 // what the links carry; and a run is the same with it and without.
 // Method: the file is read back by a JSON library and judged by a checker that refuses planted flaws.
-#include "lab/timeline.h"
+#include "lab/timeline/timeline.h"
 
 #include <cmath>
 #include <fstream>
@@ -9,7 +9,7 @@
 #include <set>
 #include <sstream>
 
-#include "lab/run.h"
+#include "lab/run/run.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 // with one mistake each, below a head that is right.
 #include <fstream>
 
-#include "lab/scenario.h"
-#include "lab/toml_reader.h"
+#include "lab/input/toml_reader.h"
+#include "lab/scenario/scenario.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <ntddk.h>
 
-#include "platform/scheduler.h"
+#include "platform/scheduler/scheduler.h"
 #include "tests/platform/kernel_verbs.h"
 #include "tests/platform/rule_tests.h"
 

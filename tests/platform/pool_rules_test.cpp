@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <ntstrsafe.h>
 
-#include "platform/registry.h"
+#include "platform/kernel/registry.h"
 #include "tests/platform/kernel_verbs.h"
 #include "tests/platform/rule_tests.h"
 

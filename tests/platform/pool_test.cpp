@@ -7,7 +7,7 @@
 #include <cstring>
 #include <set>
 
-#include "platform/registry.h"
+#include "platform/kernel/registry.h"
 #include "tests/platform/rule_tests.h"
 
 namespace platform {

@@ -1,12 +1,12 @@
 // Goal: tasks, clock and policies behave as every kernel object above them relies on. Method: bare tasks without a
 // kernel.
-#include "platform/scheduler.h"
+#include "platform/scheduler/scheduler.h"
 
 #include <gtest/gtest.h>
 
 #include <set>
 
-#include "platform/event_queue.h"
+#include "platform/scheduler/event_queue.h"
 
 namespace platform {
 namespace {

@@ -2,9 +2,9 @@
 // compared. Method: scenarios as text, run whole.
 #include <fstream>
 
-#include "lab/expectations.h"
-#include "lab/run.h"
-#include "lab/tree.h"
+#include "lab/oracle/expectations.h"
+#include "lab/report/tree.h"
+#include "lab/run/run.h"
 #include "tests/support/world.h"
 
 namespace {

@@ -2,8 +2,8 @@
 // does not depend on the order in which things happened. Method: machines that meet one rule each.
 #include <fstream>
 
-#include "lab/run.h"
-#include "lab/svg.h"
+#include "lab/report/svg.h"
+#include "lab/run/run.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "sim/control_packet.h"
+#include "sim/host/wire_packet.h"
 #include "tests/support/tunnel_bench.h"
 #include "topology/device_list.h"
 #include "tunnel/pcie_tunnel.h"

@@ -3,7 +3,7 @@
 #include <fstream>
 #include <map>
 
-#include "lab/run.h"
+#include "lab/run/run.h"
 #include "tests/support/seeds.h"
 
 namespace {

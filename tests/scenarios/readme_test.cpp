@@ -4,8 +4,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "lab/print_run.h"
-#include "lab/svg.h"
+#include "lab/report/svg.h"
+#include "lab/run/print_run.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Goal: the wire's own codec is right by itself, since every other test reads packets through it.
 // Method: literal bytes and words.
-#include "sim/control_packet.h"
+#include "sim/host/wire_packet.h"
 
 #include <gtest/gtest.h>
 

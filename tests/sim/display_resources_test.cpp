@@ -2,7 +2,7 @@
 // Method: the three router operations over the wire; sinks of a Thunderbolt 3 host.
 #include <gtest/gtest.h>
 
-#include "sim/fabric_books.h"
+#include "sim/fabric/fabric_books.h"
 #include "tests/sim/rig.h"
 
 namespace sim::test {

@@ -1,11 +1,11 @@
 // Goal: a source learns its display through a tunnel that works, and nothing else; handshakes, hot-plug detect and
 // limits show as the registers say. Method: tunnels from the firmware generator, switched and broken over the wire.
-#include "sim/dp_adapter.h"
+#include "sim/dataplane/display_adapter.h"
 
 #include <gtest/gtest.h>
 
-#include "sim/firmware_tunnels.h"
-#include "sim/link.h"
+#include "sim/firmware/firmware_tunnels.h"
+#include "sim/router/cable.h"
 #include "tests/sim/rig.h"
 
 namespace sim::test {

@@ -2,7 +2,7 @@
 // Thunderbolt 3 host, written bit by bit over the wire.
 #include <gtest/gtest.h>
 
-#include "sim/drom_image.h"
+#include "sim/router/drom_writer.h"
 #include "tests/sim/rig.h"
 
 namespace sim::test {

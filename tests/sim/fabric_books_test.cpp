@@ -1,10 +1,10 @@
 // Goal: the books are silent about a domain in order and name each thing that is left over or missing.
 // Method: whole tunnels of every kind, then one register spoiled per row.
-#include "sim/fabric_books.h"
+#include "sim/fabric/fabric_books.h"
 
 #include <gtest/gtest.h>
 
-#include "sim/firmware_tunnels.h"
+#include "sim/firmware/firmware_tunnels.h"
 #include "tests/sim/rig.h"
 
 namespace sim::test {

@@ -2,7 +2,7 @@
 // cables. Method: random plugs, drops, sleeps and accesses from a seed, then a heal that pulls and plugs everything.
 #include <gtest/gtest.h>
 
-#include "sim/link.h"
+#include "sim/router/cable.h"
 #include "tests/sim/rig.h"
 
 namespace sim::test {

@@ -1,11 +1,11 @@
 // Goal: firmware leaves routers as a new manager may find them, and a tunnel that cannot be is refused. Method: tunnels
 // of either generation, registers and the list of paths; one impossible pair of ends per row.
-#include "sim/firmware_tunnels.h"
+#include "sim/firmware/firmware_tunnels.h"
 
 #include <gtest/gtest.h>
 
-#include "sim/fabric_books.h"
-#include "sim/path_probe.h"
+#include "sim/dataplane/path_probe.h"
+#include "sim/fabric/fabric_books.h"
 #include "tests/sim/rig.h"
 
 namespace sim::test {

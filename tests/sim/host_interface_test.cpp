@@ -1,6 +1,6 @@
 // Goal: the host interface's registers are where the driver's tables say, and nothing else is. Method: bare register
 // accesses and raised interrupts on a bench.
-#include "sim/host_interface.h"
+#include "sim/host/host_device.h"
 
 #include <gtest/gtest.h>
 

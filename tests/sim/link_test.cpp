@@ -2,7 +2,7 @@
 // Method: one or two cables, register words as read off real machines.
 #include <gtest/gtest.h>
 
-#include "sim/link.h"
+#include "sim/router/cable.h"
 #include "tests/sim/rig.h"
 
 namespace sim::test {

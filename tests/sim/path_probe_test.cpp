@@ -1,6 +1,6 @@
 // Goal: a packet arrives exactly when every entry, cable and adapter of its way is right, and the list of paths says
 // so. Method: tunnels host - hub - hub written by hand, then broken in one place per row.
-#include "sim/path_probe.h"
+#include "sim/dataplane/path_probe.h"
 
 #include <gtest/gtest.h>
 

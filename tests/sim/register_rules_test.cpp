@@ -1,9 +1,9 @@
 // Goal: each kind of bit stores and blames as its table says. Method: one register of one kind per row, written once.
-#include "sim/register_rules.h"
+#include "sim/registers/register_rules.h"
 
 #include <gtest/gtest.h>
 
-#include "sim/config_space.h"
+#include "sim/registers/register_space.h"
 
 namespace sim {
 namespace {

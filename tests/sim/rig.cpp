@@ -5,7 +5,7 @@
 
 #include <sstream>
 
-#include "sim/link.h"
+#include "sim/router/cable.h"
 
 namespace sim::test {
 namespace {

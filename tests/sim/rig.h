@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/host/simulation.h"
-#include "sim/fabric.h"
+#include "sim/fabric/fabric.h"
 
 namespace sim::test {
 

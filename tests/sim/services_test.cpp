@@ -2,7 +2,7 @@
 // Method: a hub behind a host, driven through its registers.
 #include <gtest/gtest.h>
 
-#include "sim/drom_image.h"
+#include "sim/router/drom_writer.h"
 #include "tests/sim/rig.h"
 
 namespace sim::test {

@@ -2,9 +2,9 @@
 // Method: whole tunnels H1 - D1 with a display, one event per row, then entries, enables, buffers and reservation.
 #include <gtest/gtest.h>
 
-#include "sim/fabric_books.h"
-#include "sim/firmware_tunnels.h"
-#include "sim/link.h"
+#include "sim/fabric/fabric_books.h"
+#include "sim/firmware/firmware_tunnels.h"
+#include "sim/router/cable.h"
 #include "tests/sim/rig.h"
 
 namespace sim::test {

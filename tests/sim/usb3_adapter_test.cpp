@@ -1,10 +1,10 @@
 // Goal: USB3 adapters consent to bandwidth changes, count in their units, and show what the devices behind them do.
 // Method: a host adapter driven over the wire, facts changed from outside.
-#include "sim/usb3_adapter.h"
+#include "sim/dataplane/usb3_function.h"
 
 #include <gtest/gtest.h>
 
-#include "sim/firmware_tunnels.h"
+#include "sim/firmware/firmware_tunnels.h"
 #include "tests/sim/rig.h"
 
 namespace sim::test {

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "lab/driver_event.h"
+#include "lab/report/driver_event.h"
 
 namespace tests {
 namespace {

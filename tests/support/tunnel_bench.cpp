@@ -8,7 +8,7 @@
 
 #include "hostif/power.h"
 #include "hostif/run_abort.h"
-#include "sim/fabric_books.h"
+#include "sim/fabric/fabric_books.h"
 #include "topology/device_list.h"
 #include "topology/router_queries.h"
 #include "tunnel/tunnel_list.h"

@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <sstream>
 
-#include "lab/oracle.h"
-#include "lab/run.h"
-#include "lab/tree.h"
-#include "lab/waivers.h"
-#include "sim/path_probe.h"
+#include "lab/machine/waivers.h"
+#include "lab/oracle/oracle.h"
+#include "lab/report/tree.h"
+#include "lab/run/run.h"
+#include "sim/dataplane/path_probe.h"
 #include "tests/support/topology_text.h"
 
 namespace tests {

@@ -16,7 +16,7 @@
 
 #include "include/device_context.h"
 #include "include/domain.h"
-#include "lab/machine.h"
+#include "lab/machine/machine.h"
 #include "tests/support/seeds.h"
 
 namespace tests {

@@ -10,9 +10,9 @@
 
 #include "cm/tunnel_policy.h"
 #include "platform/host/random.h"
-#include "sim/dp_adapter.h"
-#include "sim/fabric_books.h"
-#include "sim/usb3_adapter.h"
+#include "sim/dataplane/display_adapter.h"
+#include "sim/dataplane/usb3_function.h"
+#include "sim/fabric/fabric_books.h"
 #include "tests/support/step_log.h"
 #include "tests/support/tunnel_bench.h"
 #include "topology/device_list.h"

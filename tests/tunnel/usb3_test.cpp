@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 
 #include "cm/tunnel_policy.h"
-#include "sim/dp_adapter.h"
-#include "sim/usb3_adapter.h"
+#include "sim/dataplane/display_adapter.h"
+#include "sim/dataplane/usb3_function.h"
 #include "tests/support/step_log.h"
 #include "tests/support/tunnel_bench.h"
 #include "topology/device_list.h"

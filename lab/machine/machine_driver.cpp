@@ -1,0 +1,172 @@
+// Looking into the driver: its records as plain data.
+#include <fmt/format.h>
+#include <ntddk.h>
+
+#include <wdf.h>
+
+#include "include/device_context.h"
+#include "include/domain.h"
+#include "include/locks.h"
+#include "include/path.h"
+#include "include/switch.h"
+#include "include/tunnel.h"
+#include "lab/machine/bandwidth.h"
+#include "lab/machine/machine.h"
+#include "topology/device_list.h"
+#include "topology/router_queries.h"
+#include "topology/tmu.h"
+#include "tunnel/dp_resources.h"
+#include "tunnel/tunnel.h"
+
+namespace lab {
+namespace {
+
+using Capabilities = std::vector<std::pair<std::string, unsigned>>;
+
+constexpr std::uint32_t kSearchedInVain = 0xFFFFFFFF;
+
+std::optional<std::string> TextOf(const char* text) {
+  return text ? std::optional<std::string>(text) : std::nullopt;
+}
+
+void AddCapability(Capabilities& list, const char* name, std::uint32_t offset) {
+  if (offset != 0 && offset != kSearchedInVain) list.emplace_back(name, offset);
+}
+
+AdapterPlace PlaceOf(const USB4_PORT& adapter) {
+  return {KivUsb4SwitchRoute(adapter.Router), adapter.Number};
+}
+
+std::vector<unsigned> InUse(const std::uint8_t (&hops)[kHopIdCount]) {
+  std::vector<unsigned> used;
+  for (unsigned hop = 0; hop < kHopIdCount; ++hop)
+    if (hops[hop] != 0) used.push_back(hop);
+  return used;
+}
+
+AdapterView ViewOf(const USB4_PORT& adapter, unsigned number) {
+  AdapterView view;
+  view.number = number;
+  view.type = adapter.Type();
+  view.disabled = adapter.Disabled != 0;
+  view.bonded = adapter.Bonded != 0;
+  view.secondLane = adapter.IsSecondLane();
+  if (adapter.DualLinkPartner != nullptr) view.partner = adapter.DualLinkPartner->Number;
+  if (adapter.Remote != nullptr) view.remote = PlaceOf(*adapter.Remote);
+  view.inputHops = InUse(adapter.InputHops);
+  view.outputHops = InUse(adapter.OutputHops);
+  AddCapability(view.capabilities, "lane", adapter.LaneCapability);
+  AddCapability(view.capabilities, "TMU", adapter.TmuCapability);
+  AddCapability(view.capabilities, "protocol", adapter.ProtocolCapability);
+  AddCapability(view.capabilities, "USB4 port", adapter.Usb4PortCapability);
+  return view;
+}
+
+RouterView ViewOf(const USB4_SWITCH& router) {
+  RouterView view;
+  view.route = KivUsb4SwitchRoute(&router);
+  view.name = router.Info.Name;
+  view.vendorName = TextOf(router.VendorName);
+  view.deviceName = TextOf(router.DeviceName);
+  if (router.Uid != 0) view.uid = fmt::format("{:016x}", router.Uid);
+  view.generation = router.Generation;
+  view.depth = KivUsb4RouteDepth(view.route);
+  view.upstreamAdapter = router.UpstreamAdapter();
+  if (router.TmuCapability != 0) view.tmu = KivUsb4SwitchTmuModeName(&router);
+  view.state = router.Unplugged.IsSet() ? "unplugged" : "ready";
+  AddCapability(view.capabilities, "TMU", router.TmuCapability);
+  AddCapability(view.capabilities, "plug events", router.PlugEventsCapability);
+  AddCapability(view.capabilities, "link controller", router.LinkControllerCapability);
+  if (router.Adapters == nullptr) return view;
+  for (unsigned number = 1; number <= router.MaximumAdapter(); ++number)
+    view.adapters.push_back(ViewOf(router.Adapters[number], number));
+  if (view.depth > 0)
+    view.link = LinkView{router.LinkSpeed, router.LinkWidth, router.Adapters[view.upstreamAdapter].Bonded != 0};
+  return view;
+}
+
+PathView ViewOf(const USB4_PATH& path) {
+  PathView view;
+  view.name = path.Name;
+  view.active = path.Active != 0;
+  view.discovered = path.Discovered != 0;
+  view.nfcCredits = path.NfcCredits;
+  for (std::uint32_t i = 0; i < path.HopCount; ++i) {
+    const USB4_HOP& hop = path.Hops[i];
+    if (hop.InputAdapter == nullptr || hop.OutputAdapter == nullptr) continue;
+    const AdapterPlace in = PlaceOf(*hop.InputAdapter);
+    view.hops.push_back({in.route, in.adapter, hop.InputHopId, hop.OutputAdapter->Number, hop.OutputHopId});
+  }
+  return view;
+}
+
+TunnelEnd EndOf(const USB4_PORT& adapter) {
+  return {PlaceOf(adapter), adapter.Router->Info.Name};
+}
+
+TunnelView ViewOf(const USB4_TUNNEL& tunnel) {
+  TunnelView view;
+  view.kind = static_cast<TunnelKind>(tunnel.Type);
+  if (tunnel.Source != nullptr) view.source = EndOf(*tunnel.Source);
+  if (tunnel.Destination != nullptr) view.destination = EndOf(*tunnel.Destination);
+  view.active = KivUsb4TunnelIsActive(&tunnel);
+  for (std::uint32_t i = 0; i < tunnel.PathCount; ++i)
+    if (tunnel.Paths[i] != nullptr) view.paths.push_back(ViewOf(*tunnel.Paths[i]));
+  view.maximum = {tunnel.Maximum.Upstream, tunnel.Maximum.Downstream};
+  // Bandwidth is managed where there is something to give back.
+  if (tunnel.Type == USB4_TUNNEL_USB3 && tunnel.ReleaseUnusedBandwidth != nullptr)
+    view.allocated = BandwidthView{tunnel.Allocated.Upstream, tunnel.Allocated.Downstream};
+  return view;
+}
+
+void AddTunnels(USB4_DOMAIN* domain, DomainView& view) {
+  const SpinLockGuard guard(domain->TopologyLock);
+  for (USB4_TUNNEL& tunnel : TunnelList(domain->TunnelListHead)) view.tunnels.push_back(ViewOf(tunnel));
+  for (USB4_TUNNEL& tunnel : TunnelList(domain->OrphanTunnelListHead)) {
+    view.tunnels.push_back(ViewOf(tunnel));
+    view.tunnels.back().listed = false;
+  }
+  for (USB4_PORT& adapter : DpResourcesOf(domain)) view.displayResources.push_back(PlaceOf(adapter));
+}
+
+void AddDomain(USB4_DOMAIN* domain, DomainView& view) {
+  view.present = true;
+  view.started = domain->Started.IsSet();
+  view.pcieAllowed = domain->PcieTunnelSupported != 0;
+  view.usb3Allowed = domain->Usb3TunnelSupported != 0;
+  view.counts = {domain->TunnelCount.Load(), domain->PcieTunnelCount.Load(), domain->Usb3TunnelCount.Load(),
+                 domain->DpTunnelCount.Load()};
+  const USB4_SWITCH* host = domain->HostRouter;
+  if (host != nullptr) view.routers.push_back(ViewOf(*host));
+  for (USB4_DEV_ENTRY* entry = NextEntry(domain, nullptr); entry != nullptr; entry = NextEntry(domain, entry))
+    if (entry->Router != nullptr && entry->Router != host) view.routers.push_back(ViewOf(*entry->Router));
+  AddTunnels(domain, view);
+}
+
+}  // namespace
+
+bool Machine::InDriver(Place place, const std::function<void(DEVICE_EXTENSION&)>& look) {
+  bool looked = false;
+  if (!Added(place) || simulation_.Stopped()) return false;
+  const auto outcome = simulation_.RunTask(&kernel(place.host), "look", [&] {
+    void* device = kernel(place.host).FrameworkDevice(this->device(place));
+    DEVICE_EXTENSION* context = device ? DeviceContextOf(static_cast<WDFDEVICE>(device)) : nullptr;
+    if (context == nullptr) return;
+    looked = true;
+    look(*context);
+  });
+  return outcome == platform::Outcome::Done && looked;
+}
+
+DomainView Machine::Domain(Place place) {
+  DomainView view;
+  view.name = DomainName(place);
+  InDriver(place, [&](DEVICE_EXTENSION& context) {
+    if (context.Domain != nullptr) AddDomain(context.Domain, view);
+  });
+  if (const sim::Router* host = fabric_->Find(RouterName(place))) AddConsumption(view, *fabric_, *host);
+  AddAvailable(view);
+  return view;
+}
+
+}  // namespace lab

@@ -1,0 +1,69 @@
+#include "platform/kernel/dispatcher_object.h"
+
+#include "platform/host/host_kernel.h"
+#include "platform/kernel/kernel_state.h"
+
+namespace platform {
+
+// The wait list of a header is not used as one: waits stand in the host's list. Its head only holds its own address.
+void InitialiseObject(DISPATCHER_HEADER& header, ObjectKind kind, LONG signalState) {
+  header.Type = static_cast<UCHAR>(kind);
+  header.Signature[0] = 'K';
+  header.Signature[1] = 'O';
+  header.Signature[2] = 'b';
+  header.SignalState = signalState;
+  header.WaitListHead.Flink = header.WaitListHead.Blink = &header.WaitListHead;
+}
+
+bool CheckEvent(KernelCall& call, const DISPATCHER_HEADER* header) {
+  if (header && IsInitialised(*header) && KindOf(*header) != ObjectKind::Mutex) [[likely]]
+    return true;
+  call.Report(Rule::ObjectUninitialised, "the event was never initialised, or its memory was written over or moved");
+  return false;
+}
+
+bool CheckMutex(KernelCall& call, const DISPATCHER_HEADER* header) {
+  if (header && IsInitialised(*header) && KindOf(*header) == ObjectKind::Mutex) [[likely]]
+    return true;
+  call.Report(Rule::ObjectUninitialised, "the mutex was never initialised, or its memory was written over or moved");
+  return false;
+}
+
+void CheckNobodyWaits(KernelCall& call, const void* object) {
+  if (const Wait* wait = call.kernel().state().waits.OldestOn(object)) {
+    call.Report(Rule::InvalidArgument, "initialised again while task '" + wait->task->name() + "' waits on it");
+  }
+}
+
+bool WaitForGrant(KernelCall& call, const DISPATCHER_HEADER& header, const char* why, Time deadline) {
+  WaitList& waits = call.kernel().state().waits;
+  Wait wait{&call.task(), &header};
+  waits.Add(wait);
+  while (!wait.granted) {
+    if (!call.scheduler().Park(why, &header, deadline)) break;
+  }
+  waits.Remove(wait);
+  return wait.granted;
+}
+
+Task* GrantOldest(KernelCall& call, const DISPATCHER_HEADER& header) {
+  Wait* wait = call.kernel().state().waits.OldestOn(&header);
+  if (!wait) return nullptr;
+  wait->granted = true;
+  call.scheduler().Wake(*wait->task);
+  return wait->task;
+}
+
+void NoteLockTaken(KernelCall& call, const HeldLock& lock) {
+  std::vector<HeldLock>& held = call.task().held;
+  if (!held.empty()) {
+    LockOrder& order = call.kernel().state().lockOrder;
+    for (const HeldLock& outer : held) {
+      std::string cycle = order.Note(outer.id, lock.id);
+      if (!cycle.empty()) call.Report(Rule::LockOrder, std::move(cycle));
+    }
+  }
+  held.push_back(lock);
+}
+
+}  // namespace platform

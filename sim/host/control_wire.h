@@ -1,0 +1,101 @@
+// Between a host interface's ring 0 and its host router: logs every control packet, breaks some on demand, injects
+// others.
+#pragma once
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "platform/host/simulation.h"
+#include "sim/host/frame.h"
+#include "sim/host/host_device.h"
+#include "sim/host/protocol_errors.h"
+#include "sim/host/timing.h"
+#include "sim/host/wire_log.h"
+#include "sim/host/wire_packet.h"
+
+namespace sim {
+
+// Where packets from the host go on: the fabric.
+class PacketSink {
+ public:
+  virtual ~PacketSink() = default;
+  // `damaged`: a fault broke it on the way, so it is nobody's mistake.
+  virtual void PacketFromHost(const DecodedPacket& packet, bool damaged) = 0;
+  virtual void FrameFromNetworkRing(unsigned hop, Frame frame) = 0;
+  virtual void HostPowerChanged(platform::FunctionPower power) = 0;
+};
+
+// A packet that no router sent.
+struct RawPacket {
+  std::uint8_t pdf = 0;
+  std::vector<std::uint8_t> bytes;  // with its CRC, if any
+  std::uint8_t startPdf = 0;        // what the descriptor says; zero for control packets
+  WriteBackForgery forgery;
+};
+
+// Fault sites, asked once for each packet: in both directions "wire.lose", "wire.delay", "wire.duplicate",
+// "wire.reorder", "wire.corrupt"; towards the host also "wire.late" (after the request's time-out),
+// "wire.wrong-sequence", "wire.wrong-route", "wire.error-packet", "wire.truncate", "wire.unsolicited" and "wire.storm".
+class ControlWire final : public FramePort {
+ public:
+  ControlWire(platform::Simulation& simulation, HostInterface& host, PacketSink& sink, ProtocolErrors& errors);
+
+  WireLog& log() { return log_; }
+  // A router's packet arrives at the host interface.
+  void PacketToHost(const ControlPacket& packet);
+  bool Quiet() const { return inFlight_ == 0; }
+  // Requests with this sequence number and their answers pass whole from now on, so that an access that is repeated
+  // gets through. "wire.corrupt" and "wire.delay" leave events alone: nobody checks their CRC, so a damaged one is
+  // another event, and a delayed one may be overtaken by the next. A lost one comes again.
+  void LetRepeatsThrough(std::uint32_t lastSequence) { spared_ = lastSequence; }
+
+  // --- scripted hardware
+  // Runs `action` just before packet `number` (as the log counts, both directions) is passed on, or lost.
+  void AtPacket(std::uint64_t number, std::function<void()> action);
+  // Replaces the n-th answer from now on (1: the next read or write response or error packet); none: it is lost.
+  using Replacement = std::function<std::optional<RawPacket>(const ControlPacket& answer)>;
+  void ReplaceAnswer(std::uint64_t n, Replacement replacement);
+  // Sends any packet to the host, now.
+  void Inject(const RawPacket& packet);
+  static RawPacket Raw(const ControlPacket& packet);  // a proper packet, to be bent
+
+  // FramePort
+  void FrameFromHost(unsigned hop, Frame frame) override;
+  void HostPowerChanged(platform::FunctionPower power) override { sink_.HostPowerChanged(power); }
+
+ private:
+  struct Passage {
+    bool up = false;
+    RawPacket packet;
+    bool damaged = false;
+    std::string note;  // " fault=..." of the log line
+  };
+  void Pass(Passage passage);
+  std::uint64_t NextPacket();
+  void Forward(Passage passage);
+  void ForwardLater(platform::Time delay, Passage passage);
+  bool Spared(const Passage& passage) const;
+  bool EventThatMayOnlyBeLost(const Passage& passage) const;
+  bool BendAnswer(Passage& passage);
+  void BreakBoth(Passage& passage, bool& lost);
+  void Log(const Passage& passage, std::uint64_t number);
+  void Unsolicited();
+  void Storm();
+
+  platform::Simulation& simulation_;
+  HostInterface& host_;
+  PacketSink& sink_;
+  ProtocolErrors& errors_;
+  Timing timing_;
+  WireLog log_;
+  std::multimap<std::uint64_t, std::function<void()>> atPacket_;
+  std::map<std::uint64_t, Replacement> replacements_;  // by answer number
+  std::uint64_t answers_ = 0;
+  std::optional<Passage> held_[2];  // by direction: waiting to be overtaken
+  unsigned inFlight_ = 0;
+  std::optional<std::uint32_t> spared_;
+};
+
+}  // namespace sim
