@@ -4,11 +4,11 @@
 #include <algorithm>
 
 #include "sim/dataplane/display_adapter.h"
+#include "tunnel/link_bandwidth.h"
+#include "tunnel/usb3_tunnel.h"
 
 namespace lab {
 namespace {
-
-constexpr std::int64_t kMbpsPerGbps = 1000;
 
 // A USB4 router's DP IN knows what was agreed on only once it has read the display's capabilities; an older one takes
 // what its manager wrote.
@@ -16,6 +16,12 @@ std::int64_t VideoMbps(const sim::Adapter& dpIn) {
   const sim::DpBook book = sim::ReadDp(dpIn);
   if (!dpIn.router().model().usb4()) return sim::DpMbps(book.remote);
   return book.negotiated ? sim::DpMbps(*book.negotiated) : 0;
+}
+
+BandwidthView ChargeOf(const BandwidthView& grant) {
+  const USB4_BANDWIDTH charge =
+      Usb3ChargeOf({static_cast<std::int32_t>(grant.up), static_cast<std::int32_t>(grant.down)});
+  return {charge.Upstream, charge.Downstream};
 }
 
 bool Crosses(const TunnelView& tunnel, const RouterView& router) {
@@ -35,7 +41,7 @@ bool Crosses(const TunnelView& tunnel, const RouterView& router) {
 
 void AddConsumption(DomainView& domain, const sim::Fabric& fabric, const sim::Router& host) {
   for (TunnelView& tunnel : domain.tunnels) {
-    if (tunnel.allocated) tunnel.consumed = {tunnel.allocated->up * 4 / 3, tunnel.allocated->down * 4 / 3};
+    if (tunnel.allocated) tunnel.consumed = ChargeOf(*tunnel.allocated);
     if (tunnel.kind != TunnelKind::Dp || !tunnel.destination) continue;
     const sim::Router* router = fabric.AtRoute(host, tunnel.source.place.route);
     const RouterView* from = domain.Find(tunnel.source.place.route);
@@ -54,8 +60,10 @@ std::vector<LinkBudget> LinkBudgets(const DomainView& domain) {
     budget.route = router.route;
     budget.lower = {router.route, router.upstreamAdapter};
     budget.upper = router.adapters[router.upstreamAdapter - 1].remote.value_or(AdapterPlace{});
-    budget.capacity = kMbpsPerGbps * router.link->speedGbps * (router.link->bonded ? 2 : 1);
-    budget.usable = budget.capacity - budget.capacity / 10;
+    const std::int32_t capacity =
+        LinkCapacityMbps(static_cast<std::int32_t>(router.link->speedGbps), router.link->bonded);
+    budget.capacity = capacity;
+    budget.usable = LinkUsableMbps(capacity);
     budget.available = {budget.usable, budget.usable};
     for (const TunnelView& tunnel : domain.tunnels) {
       if (!tunnel.active || !Crosses(tunnel, router)) continue;

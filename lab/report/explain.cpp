@@ -10,11 +10,10 @@
 #include "sim/dataplane/display_adapter.h"
 #include "sim/dataplane/usb3_function.h"
 #include "sim/fabric/fabric_books.h"
+#include "tunnel/usb3_tunnel.h"
 
 namespace lab {
 namespace {
-
-constexpr std::int64_t kUsb3Share = 90;  // per cent of the link rate, which a USB3 tunnel wants from each link
 
 std::string At(const AdapterPlace& place) {
   return fmt::format("{:x}:{}", place.route, place.adapter);
@@ -125,14 +124,14 @@ class Explanation {
     }
     const sim::Adapter *from = Hardware(down), *to = Hardware(up);
     if (from == nullptr || to == nullptr) return "its adapters cannot be reached";
-    const std::int64_t rate = std::min(sim::ReadUsb3(*from).maxRateMbps, sim::ReadUsb3(*to).maxRateMbps);
-    const std::int64_t wanted = rate * kUsb3Share / 100;
+    const unsigned rate = std::min(sim::ReadUsb3(*from).maxRateMbps, sim::ReadUsb3(*to).maxRateMbps);
+    const std::int32_t wanted = Usb3UsableMbps(static_cast<std::int32_t>(rate));
     for (const LinkBudget& budget : budgets_) {
       if (budget.route != up.route) continue;
       const BandwidthView left = LeftByDisplays(budget);
       if (std::min(left.up, left.down) < wanted)
         return fmt::format("it wants {} Mb/s ({} % of {}) each way, its link leaves {} up/down after displays", wanted,
-                           kUsb3Share, rate, BandwidthText(left));
+                           kUsb3UsablePercent, rate, BandwidthText(left));
     }
     return "a tunnel was tried and did not come up, or one before it in the tree did not";
   }

@@ -21,10 +21,6 @@
 
 namespace {
 
-DEVICE_EXTENSION* ContextOf(const USB4_DOMAIN* domain) {
-  return domain->HostInterface == nullptr ? nullptr : DeviceContextOf(domain->HostInterface->Device);
-}
-
 // A host router that is found but cannot be used stays stored: the stop that follows removes it.
 KIV_RESULT StartHostRouter(USB4_DOMAIN* domain) {
   KivAssert(domain->HostRouter == nullptr);  // a start without a stop before it would lose a whole tree
@@ -42,7 +38,7 @@ KIV_RESULT StartHostRouter(USB4_DOMAIN* domain) {
 
 // What is programmed already first, new tunnels after it, USB3 before PCIe, displays last. A tree that is not completed
 // is traced where it fails; the domain starts with what there is.
-void SetUpTunnels(USB4_DOMAIN* domain, const DEVICE_EXTENSION* context) {
+void SetUpDomainTunnels(USB4_DOMAIN* domain, const DEVICE_EXTENSION* context) {
   USB4_SWITCH* hostRouter = domain->HostRouter;
   if (context->PreOsCmWorkAroundEnable != 0) KivUsb4TunnelDiscoverandCleanUpUnCompleteDp(domain);
   KivUsb4DiscoverTunnels(hostRouter);
@@ -85,7 +81,7 @@ KIV_RESULT KivUsb4BusStart(USB4_DOMAIN* domain, bool) {
     return result;
   }
   KivUsb4ScanSwitch(domain->HostRouter);
-  SetUpTunnels(domain, context);
+  SetUpDomainTunnels(domain, context);
   domain->Started.Set(true);
   context->BusStartPending.Set(false);
   SetEvent(domain->BusEvent);

@@ -9,12 +9,10 @@
 
 namespace {
 
-constexpr std::uint32_t kRequestPdf = 11;
-constexpr std::uint32_t kResponsePdf = 12;
 constexpr std::uint32_t kTakeOver = 3;
 constexpr std::uint32_t kRequestBytes = 4;
 constexpr std::uint32_t kResponseBytes = 14;
-constexpr ULONG kAnswerMs = 200;
+constexpr ULONG kHandoverAnswerMs = 200;
 
 struct HandoverWord {
   using Command = Bits<0, 8>;
@@ -76,12 +74,12 @@ void KivOtherFirmwareStart(USB4_DOMAIN* domain) {
   }
   request->RequestWords[0] = HandoverWord::Command::Of(kTakeOver);
   request->RequestBytes = kRequestBytes;
-  request->RequestPdf = kRequestPdf;
+  request->RequestPdf = USB4_PDF_FIRMWARE_REQUEST;
   request->ResponseBytes = kResponseBytes;
-  request->ResponsePdf = kResponsePdf;
+  request->ResponsePdf = USB4_PDF_FIRMWARE_RESPONSE;
   request->Match = IsHandoverAnswer;
   request->Copy = CopyHandoverAnswer;
-  const USB4_CFG_RESULT result = KivUsb4CfgRequestSync(domain->ControlChannel, request, kAnswerMs);
+  const USB4_CFG_RESULT result = KivUsb4CfgRequestSync(domain->ControlChannel, request, kHandoverAnswerMs);
   if (result.Err != kKivOk) TraceError("firmware did not hand over", "result", result.Err);
   if (result.Err == kKivNotSent) return;  // the request is gone already
   KivUsb4CfgRequestDequeue(domain->ControlChannel, request);

@@ -7,7 +7,6 @@
 #include "cm/upcalls.h"
 #include "hostif/diagnostics.h"
 #include "include/domain.h"
-#include "include/locks.h"
 #include "include/trace.h"
 #include "topology/device_list.h"
 #include "topology/link.h"
@@ -50,12 +49,6 @@ void ClearSlots(USB4_PORT* adapter) {
   for (void*& slot : adapter->Slots) {
     if (slot == adapter) slot = nullptr;
   }
-}
-
-void ForgetRemote(USB4_PORT* adapter) {
-  const SpinLockGuard guard(adapter->Router->Domain->TopologyLock);
-  adapter->Remote = nullptr;
-  if (adapter->DualLinkPartner != nullptr) adapter->DualLinkPartner->Remote = nullptr;
 }
 
 // Tunnels go first, while the records of the adapters that they hold are there; last, a display that lost its tunnel

@@ -5,7 +5,7 @@
 #include "include/device_context.h"
 
 void RestIfIdle(USB4_DOMAIN* domain) {
-  const DEVICE_EXTENSION* context = DeviceContextOf(domain->HostInterface->Device);
+  const DEVICE_EXTENSION* context = ContextOf(domain);
   if (context == nullptr || context->XDomain != nullptr) return;
   if (domain->TunnelCount.Load() == 0 && PowerReferenceIsHeld(domain)) LetDeviceIdle(domain);
 }

@@ -11,7 +11,6 @@
 #include "topology/router_lifecycle.h"
 #include "topology/router_queries.h"
 #include "topology/tmu.h"
-#include "topology/upcalls.h"
 #include "tunnel/dp_adapter.h"
 #include "tunnel/dp_resources.h"
 #include "tunnel/protocol_adapter.h"
@@ -40,15 +39,6 @@ void UnmarkPeerLink(USB4_PORT* adapter) {
   }
 }
 
-// A host stood here before the router came.
-void RemovePeer(USB4_PORT* adapter) {
-  if (adapter->XDomain == nullptr) return;
-  KivUsb4XdomainRemove(adapter->XDomain);
-  UnmarkPeerLink(adapter);
-  const SpinLockGuard guard(adapter->Router->Domain->TopologyLock);
-  adapter->XDomain = nullptr;
-}
-
 void LinkAdapters(USB4_PORT* down, USB4_PORT* up) {
   const SpinLockGuard guard(down->Router->Domain->TopologyLock);
   down->Remote = up;
@@ -71,7 +61,7 @@ void SetUpLink(USB4_SWITCH* router) {
 }
 
 // 0 or the error is traced: a router stays with what it could get.
-void SetUpTunnels(USB4_SWITCH* router) {
+void SetUpRouterTunnels(USB4_SWITCH* router) {
   USB4_DOMAIN* domain = router->Domain;
   if (domain->Started.IsSet()) {
     if (domain->Usb3TunnelSupported != 0) TraceUnlessOk(router, "USB3 tunnel", KivUsb4TunnelUsb3(domain, router));
@@ -98,7 +88,8 @@ USB4_SWITCH* Enumerate(USB4_PORT* adapter) {
   USB4_SWITCH* router = found.Switch;
   KIV_RESULT result = KivUsb4SwitchConfigure(router);
   if (result == kKivOk) {
-    RemovePeer(adapter);
+    // A host stood here before the router came.
+    if (RemovePeer(adapter)) UnmarkPeerLink(adapter);
     result = KivUsb4SwitchAdd(router);
   }
   if (result != kKivOk) {
@@ -124,7 +115,7 @@ void KivUsb4ScanPort(USB4_PORT* adapter) {
   USB4_SWITCH* router = Enumerate(adapter);
   if (router == nullptr) return;
   SetUpLink(router);
-  SetUpTunnels(router);
+  SetUpRouterTunnels(router);
   KivUsb4ScanSwitch(router);
 }
 

@@ -14,10 +14,6 @@ namespace {
 
 using MakeTunnel = KIV_RESULT (*)(USB4_DOMAIN* domain, USB4_SWITCH* router);
 
-bool IsHostRouter(const USB4_SWITCH* router) {
-  return KivUsb4SwitchRoute(router) == 0;
-}
-
 KIV_RESULT CreateBelow(USB4_SWITCH* router, MakeTunnel makeTunnel) {
   if (!IsHostRouter(router)) {
     const KIV_RESULT result = makeTunnel(router->Domain, router);

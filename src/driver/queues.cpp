@@ -2,6 +2,8 @@
 // perhaps, must not keep the device from idling or leaving D0.
 #include "driver/queues.h"
 
+#include <array>
+
 #include "include/status.h"
 #include "include/trace.h"
 #include "ioctl/device_control.h"
@@ -9,102 +11,84 @@
 
 namespace {
 
-WDF_IO_QUEUE_DISPATCH_TYPE DispatchOf(KIV_QUEUE_KIND kind) {
-  switch (kind) {
-    case KIV_QUEUE_PENDING_CONNECTION:
-    case KIV_QUEUE_PENDING_READ:
-    case KIV_QUEUE_PENDING_SPARE:
-      return WdfIoQueueDispatchManual;
-    default:
-      return WdfIoQueueDispatchParallel;
+// One queue. Requests of a kind that is routed arrive by themselves and in parallel; a queue without such a kind is
+// manual and gets its requests by forwarding.
+struct QueueRow {
+  KIV_QUEUE_KIND Kind;
+  WDFQUEUE DEVICE_EXTENSION::*Field;
+  WDF_REQUEST_TYPE Routed = WdfRequestTypeNoFormat;
+  PFN_WDF_IO_QUEUE_IO_DEVICE_CONTROL Control = nullptr;
+  PFN_WDF_IO_QUEUE_IO_INTERNAL_DEVICE_CONTROL InternalControl = nullptr;
+  PFN_WDF_IO_QUEUE_IO_READ Read = nullptr;
+  PFN_WDF_IO_QUEUE_IO_WRITE Write = nullptr;
+  bool Passive = false;
+};
+
+// In the order of creation.
+constexpr QueueRow kQueues[] = {
+    {.Kind = KIV_QUEUE_DEVICE_CONTROL,
+     .Field = &DEVICE_EXTENSION::IoctlQueue,
+     .Routed = WdfRequestTypeDeviceControl,
+     .Control = KivUsb4EvtIoDeviceControl},
+    {.Kind = KIV_QUEUE_INTERNAL_DEVICE_CONTROL,
+     .Field = &DEVICE_EXTENSION::InternalIoctlQueue,
+     .Routed = WdfRequestTypeDeviceControlInternal,
+     .InternalControl = KivUsb4EvtIoDeviceControl},
+    {.Kind = KIV_QUEUE_READ,
+     .Field = &DEVICE_EXTENSION::ReadQueue,
+     .Routed = WdfRequestTypeRead,
+     .Read = KivUsb4EvtIoRead},
+    {.Kind = KIV_QUEUE_WRITE,
+     .Field = &DEVICE_EXTENSION::WriteQueue,
+     .Routed = WdfRequestTypeWrite,
+     .Write = KivUsb4EvtIoWrite,
+     .Passive = true},
+    {.Kind = KIV_QUEUE_PENDING_READ, .Field = &DEVICE_EXTENSION::PendingQueue1},
+    {.Kind = KIV_QUEUE_PENDING_SPARE, .Field = &DEVICE_EXTENSION::PendingQueue2},
+    {.Kind = KIV_QUEUE_PENDING_CONNECTION, .Field = &DEVICE_EXTENSION::PendingQueue0},
+};
+
+const QueueRow& RowOf(KIV_QUEUE_KIND kind) {
+  std::size_t row = 0;
+  while (kQueues[row].Kind != kind) {
+    ++row;
+    KivAssert(row < std::size(kQueues));
   }
+  return kQueues[row];
 }
 
-void SetHandler(WDF_IO_QUEUE_CONFIG& config, KIV_QUEUE_KIND kind) {
-  switch (kind) {
-    case KIV_QUEUE_DEVICE_CONTROL:
-      config.EvtIoDeviceControl = KivUsb4EvtIoDeviceControl;
-      break;
-    case KIV_QUEUE_INTERNAL_DEVICE_CONTROL:
-      config.EvtIoInternalDeviceControl = KivUsb4EvtIoDeviceControl;
-      break;
-    case KIV_QUEUE_READ:
-      config.EvtIoRead = KivUsb4EvtIoRead;
-      break;
-    case KIV_QUEUE_WRITE:
-      config.EvtIoWrite = KivUsb4EvtIoWrite;
-      break;
-    default:
-      break;
-  }
-}
-
-WDFQUEUE& FieldOf(DEVICE_EXTENSION* context, KIV_QUEUE_KIND kind) {
-  switch (kind) {
-    case KIV_QUEUE_DEVICE_CONTROL:
-      return context->IoctlQueue;
-    case KIV_QUEUE_INTERNAL_DEVICE_CONTROL:
-      return context->InternalIoctlQueue;
-    case KIV_QUEUE_READ:
-      return context->ReadQueue;
-    case KIV_QUEUE_WRITE:
-      return context->WriteQueue;
-    case KIV_QUEUE_PENDING_READ:
-      return context->PendingQueue1;
-    case KIV_QUEUE_PENDING_SPARE:
-      return context->PendingQueue2;
-    case KIV_QUEUE_PENDING_CONNECTION:
-      break;
-  }
-  return context->PendingQueue0;
-}
-
-// The kind of request that is routed to the queue; the manual ones get theirs by forwarding.
-WDF_REQUEST_TYPE RoutedTo(KIV_QUEUE_KIND kind) {
-  switch (kind) {
-    case KIV_QUEUE_DEVICE_CONTROL:
-      return WdfRequestTypeDeviceControl;
-    case KIV_QUEUE_INTERNAL_DEVICE_CONTROL:
-      return WdfRequestTypeDeviceControlInternal;
-    case KIV_QUEUE_READ:
-      return WdfRequestTypeRead;
-    case KIV_QUEUE_WRITE:
-      return WdfRequestTypeWrite;
-    default:
-      return WdfRequestTypeNoFormat;
-  }
+WDF_IO_QUEUE_CONFIG ConfigOf(const QueueRow& row) {
+  const bool routed = row.Routed != WdfRequestTypeNoFormat;
+  WDF_IO_QUEUE_CONFIG config;
+  WDF_IO_QUEUE_CONFIG_INIT(&config, routed ? WdfIoQueueDispatchParallel : WdfIoQueueDispatchManual);
+  config.PowerManaged = WdfFalse;
+  config.EvtIoDeviceControl = row.Control;
+  config.EvtIoInternalDeviceControl = row.InternalControl;
+  config.EvtIoRead = row.Read;
+  config.EvtIoWrite = row.Write;
+  return config;
 }
 
 }  // namespace
 
 NTSTATUS KivUsb4CreateQueue(WDFDEVICE device, DEVICE_EXTENSION* context, KIV_QUEUE_KIND kind) {
-  WDF_IO_QUEUE_CONFIG config;
-  WDF_IO_QUEUE_CONFIG_INIT(&config, DispatchOf(kind));
-  config.PowerManaged = WdfFalse;
-  SetHandler(config, kind);
+  const QueueRow& row = RowOf(kind);
+  WDF_IO_QUEUE_CONFIG config = ConfigOf(row);
   WDF_OBJECT_ATTRIBUTES attributes;
   WDF_OBJECT_ATTRIBUTES_INIT(&attributes);
-  if (kind == KIV_QUEUE_WRITE) attributes.ExecutionLevel = WdfExecutionLevelPassive;
-  WDFQUEUE& queue = FieldOf(context, kind);
+  if (row.Passive) attributes.ExecutionLevel = WdfExecutionLevelPassive;
+  WDFQUEUE& queue = context->*row.Field;
   NTSTATUS status = WdfIoQueueCreate(device, &config, &attributes, &queue);
-  const WDF_REQUEST_TYPE type = RoutedTo(kind);
-  if (NT_SUCCESS(status) && type != WdfRequestTypeNoFormat) {
-    status = WdfDeviceConfigureRequestDispatching(device, queue, type);
+  if (NT_SUCCESS(status) && row.Routed != WdfRequestTypeNoFormat) {
+    status = WdfDeviceConfigureRequestDispatching(device, queue, row.Routed);
   }
   if (!NT_SUCCESS(status)) TraceError("queue not created", "kind", kind, "status", status);
   return status;
 }
 
 NTSTATUS CreateQueues(DEVICE_EXTENSION* context) {
-  constexpr KIV_QUEUE_KIND kOrder[] = {KIV_QUEUE_DEVICE_CONTROL,
-                                       KIV_QUEUE_INTERNAL_DEVICE_CONTROL,
-                                       KIV_QUEUE_READ,
-                                       KIV_QUEUE_WRITE,
-                                       KIV_QUEUE_PENDING_READ,
-                                       KIV_QUEUE_PENDING_SPARE,
-                                       KIV_QUEUE_PENDING_CONNECTION};
-  for (KIV_QUEUE_KIND kind : kOrder) {
-    const NTSTATUS status = KivUsb4CreateQueue(context->Device, context, kind);
+  for (const QueueRow& row : kQueues) {
+    const NTSTATUS status = KivUsb4CreateQueue(context->Device, context, row.Kind);
     if (!NT_SUCCESS(status)) return status;
   }
   return kStatusOk;

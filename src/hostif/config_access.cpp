@@ -34,13 +34,8 @@ struct Access {
 };
 
 bool MustStop(USB4_CTL* channel) {
-  DEVICE_EXTENSION* context = DeviceContextOf(channel->HostInterface->Device);
+  DEVICE_EXTENSION* context = ContextOf(channel->HostInterface);
   return context == nullptr || context->PoweredDown.IsSet() || RunIsAborted(context->Domain);
-}
-
-std::uint32_t ControllerOf(USB4_CTL* channel) {
-  const DEVICE_EXTENSION* context = DeviceContextOf(channel->HostInterface->Device);
-  return context == nullptr ? 0 : context->ControllerIndex;
 }
 
 void FillRequest(USB4_CFG_REQUEST* request, const Access& access, std::uint32_t attempt) {
@@ -81,7 +76,7 @@ void Attempt(Access& access, std::uint32_t attempt, ULONG timeoutMs) {
     return;
   }
   FillRequest(request, access, attempt);
-  TraceStep("configuration access", "controller", ControllerOf(access.Channel), "access",
+  TraceStep("configuration access", "controller", ControllerIndexOf(access.Channel->HostInterface), "access",
             access.WriteData == nullptr ? "read" : "write", "route", access.Target.Route, "adapter",
             access.Target.Adapter, "space", access.Target.Range.Space, "offset", access.Target.Range.Offset, "length",
             access.Dwords(), "sequence", attempt);

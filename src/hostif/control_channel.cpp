@@ -90,7 +90,7 @@ USB4_CTL* KivUSB4CtlAlloc(USB4_HOST_INTERFACE* hostInterface, USB4_EVENT_CALLBAC
     FreeRingsAndPackets(channel.Get());
     return nullptr;
   }
-  CreateWorkItems(DeviceContextOf(hostInterface->Device));
+  CreateWorkItems(ContextOf(hostInterface));
   std::memcpy(channel->XdomainUuid, kXdomainUuid, sizeof kXdomainUuid);
   std::memcpy(channel->SecondUuid, kSecondUuid, sizeof kSecondUuid);
   return channel.Release();

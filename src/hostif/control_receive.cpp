@@ -15,11 +15,11 @@ bool GoesToEventCallback(USB4_CTL* channel, const USB4_CTL_PKG* packet) {
 // Returns true when the packet may answer a request.
 bool SortPacket(USB4_CTL* channel, const USB4_CTL_PKG* packet, bool crcGood) {
   switch (packet->Pdf()) {
-    case 1:
-    case 2:
-    case 3:
-    case 8:
-    case 9:
+    case USB4_PDF_READ:
+    case USB4_PDF_WRITE:
+    case USB4_PDF_NOTIFICATION:
+    case USB4_PDF_ANSWER_8:
+    case USB4_PDF_ANSWER_9:
       if (!crcGood) {
         TraceError("packet dropped for its CRC", "type", packet->Pdf(), "bytes", packet->Bytes());
         return false;
@@ -27,14 +27,15 @@ bool SortPacket(USB4_CTL* channel, const USB4_CTL_PKG* packet, bool crcGood) {
       if (!KivUsb4AsyncError(packet)) return true;
       IgnoreResult(GoesToEventCallback(channel, packet));  // a notification answers nobody, whatever the callback says
       return false;
-    case 5:
-    case 10:
+    case USB4_PDF_HOT_PLUG:
+    case USB4_PDF_EVENT_10:
       // Taken as it is: a notification whose CRC is wrong still says that something changed, and it is looked up
       // anyway.
       return !GoesToEventCallback(channel, packet);
-    case 6:
-    case 7:
-      // A request of this host to its peer is answered with type 7, so the packet is offered to requests in any case.
+    case USB4_PDF_XDOMAIN_REQUEST:
+    case USB4_PDF_XDOMAIN_RESPONSE:
+      // A request of this host to its peer is answered with a response, so the packet is offered to requests in any
+      // case.
       if (crcGood) {
         IgnoreResult(GoesToEventCallback(channel, packet));
       } else {

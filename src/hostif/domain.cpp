@@ -17,7 +17,7 @@ constexpr std::uint8_t kNetworkDirectoryUuid[16] = {0xc6, 0x61, 0x89, 0xca, 0x1c
                                                     0xbd, 0xb8, 0x49, 0x59, 0x2e, 0x5f, 0x5a, 0x4f};
 
 void SetGenericWorkReady(USB4_DOMAIN* domain, bool ready) {
-  DEVICE_EXTENSION* context = DeviceContextOf(domain->HostInterface->Device);
+  DEVICE_EXTENSION* context = ContextOf(domain);
   if (context != nullptr) context->GenericWorkReady.Set(ready);
 }
 

@@ -12,7 +12,7 @@ void KivUsb4HandleEvent(USB4_DOMAIN* domain, std::uint32_t pdf, const std::uint3
     TraceError("hot-plug packet too short", "bytes", bytes);
     return;
   }
-  DEVICE_EXTENSION* context = DeviceContextOf(domain->HostInterface->Device);
+  DEVICE_EXTENSION* context = ContextOf(domain);
   if (context == nullptr || context->Suspending.Load() != 0) return;
   const std::uint32_t word = packet[2];
   KivUsb4QueueHotplug(domain, {.Route = PacketRoute(packet),
@@ -21,7 +21,7 @@ void KivUsb4HandleEvent(USB4_DOMAIN* domain, std::uint32_t pdf, const std::uint3
 }
 
 void KivUsb4QueueHotplug(USB4_DOMAIN* domain, const USB4_HOTPLUG_CHANGE& change) {
-  DEVICE_EXTENSION* context = DeviceContextOf(domain->HostInterface->Device);
+  DEVICE_EXTENSION* context = ContextOf(domain);
   if (context == nullptr) return;
   USB4_HOTPLUG_EVENT* event = PoolNew<USB4_HOTPLUG_EVENT>();
   if (event == nullptr) {

@@ -7,10 +7,6 @@
 
 namespace {
 
-DEVICE_EXTENSION* ContextOf(const USB4_DOMAIN* domain) {
-  return DeviceContextOf(domain->HostInterface->Device);
-}
-
 // The word of a reference that is being taken becomes `settled`, unless somebody has given it back meanwhile: then it
 // becomes none. True when it settled.
 bool Settle(AtomicLong& reference, LONG settled) {

@@ -39,7 +39,7 @@ void WriteRing(const USB4_RING& ring, std::uint32_t which, std::uint32_t value) 
   WriteHostRegister(*ring.HostInterface, RingRegister(ring, which), value);
 }
 
-void WriteControl(const USB4_RING& ring, std::uint32_t which, std::uint32_t value) {
+void WriteRingControl(const USB4_RING& ring, std::uint32_t which, std::uint32_t value) {
   WriteHostRegister(*ring.HostInterface, RingControlRegister(ring, which), value);
 }
 
@@ -56,17 +56,17 @@ void WriteSizeAndMasks(const USB4_RING& ring) {
     masks = RingPdfMaskWord::Start::Of(ring.StartPdfMask) | RingPdfMaskWord::End::Of(ring.EndPdfMask);
   }
   WriteRing(ring, kRingSize, size);
-  WriteControl(ring, kControlPdfMasks, masks);
+  WriteRingControl(ring, kControlPdfMasks, masks);
 }
 
 void WriteControlWord(const USB4_RING& ring) {
   std::uint32_t control = RingControlWord::Valid::Of(1);
   if ((ring.Flags & kRingFrameMode) == 0) control = RingControlWord::RawMode::Put(control, 1);
-  WriteControl(ring, kControlWord, control);
+  WriteRingControl(ring, kControlWord, control);
   if ((ring.Flags & kRingEndToEnd) == 0) return;
   control = RingControlWord::EndToEnd::Put(control, 1);
   if (!ring.IsTransmit) control = RingControlWord::EndToEndHop::Put(control, ring.EndToEndHop);
-  WriteControl(ring, kControlWord, control);
+  WriteRingControl(ring, kControlWord, control);
 }
 
 }  // namespace
@@ -140,7 +140,7 @@ void USb4RingStop(USB4_RING* ring) {
     QueuedSpinLockGuard guard(ring->Lock);
     if (ring->Running) {
       KivUsb4RingInterruptActive(*ring, false);
-      WriteControl(*ring, kControlWord, 0);
+      WriteRingControl(*ring, kControlWord, 0);
       WriteTableAddress(*ring, 0);
       WriteRing(*ring, kRingIndex, 0);
       WriteRing(*ring, kRingSize, 0);

@@ -50,7 +50,7 @@ _IRQL_requires_max_(DISPATCH_LEVEL) void RingRelease(USB4_RING* ring);
 // 0, or -1 when the ring does not run; the caller then keeps the frame.
 _IRQL_requires_max_(DISPATCH_LEVEL) [[nodiscard]] KIV_RESULT
     KivUsb4RingFrameEnqueue(USB4_RING* ring, USB4_RING_FRAME* frame);
-// The same for network transmission, whose completion side takes the lock in its queued form too.
+// The same; network transmission calls it by this name.
 _IRQL_requires_max_(DISPATCH_LEVEL) [[nodiscard]] KIV_RESULT
     KivUsb4RingFrameTxNetEnqueue(USB4_RING* ring, USB4_RING_FRAME* frame);
 // Posts a receive buffer again. -1 on a transmit ring too.

@@ -83,8 +83,7 @@ KIV_RESULT KivUsb4RingFrameEnqueue(USB4_RING* ring, USB4_RING_FRAME* frame) {
 }
 
 KIV_RESULT KivUsb4RingFrameTxNetEnqueue(USB4_RING* ring, USB4_RING_FRAME* frame) {
-  QueuedSpinLockGuard guard(ring->Lock);
-  return EnqueueLocked(*ring, *frame);
+  return KivUsb4RingFrameEnqueue(ring, frame);
 }
 
 KIV_RESULT KivUsb4RingRx(USB4_RING* ring, USB4_RING_FRAME* frame) {

@@ -15,7 +15,7 @@ enum USB4_CFG_SPACE : std::uint32_t {
   USB4_CFG_SPACE_COUNTERS = 3,
 };
 
-// Packet types on the control ring. 8 and 9 are accepted like answers, 10 like a hot-plug event.
+// Packet types on the control ring. Of those without a name each goes to the outstanding requests, and no further.
 enum USB4_PDF : std::uint32_t {
   USB4_PDF_READ = 1,
   USB4_PDF_WRITE = 2,
@@ -23,6 +23,13 @@ enum USB4_PDF : std::uint32_t {
   USB4_PDF_HOT_PLUG = 5,
   USB4_PDF_XDOMAIN_REQUEST = 6,
   USB4_PDF_XDOMAIN_RESPONSE = 7,
+  // Received only: 8 and 9 are taken like answers, 10 like a hot-plug event.
+  USB4_PDF_ANSWER_8 = 8,
+  USB4_PDF_ANSWER_9 = 9,
+  USB4_PDF_EVENT_10 = 10,
+  // Between this driver and a connection manager in the host router's firmware.
+  USB4_PDF_FIRMWARE_REQUEST = 11,
+  USB4_PDF_FIRMWARE_RESPONSE = 12,
 };
 
 // Dword 2 of every read and write request and of their answers.

@@ -6,13 +6,14 @@
 #include <cstdint>
 
 #include "include/atomic.h"
+#include "include/domain.h"
 #include "include/host_interface.h"
 #include "include/work.h"
 
-struct USB4_DOMAIN;
 struct USB4_XDOMAIN;
 
 inline constexpr std::uint32_t kInterruptCount = 4;
+inline constexpr std::uint32_t kSecondController = 1;  // of a machine; its DP IN adapters are marked
 
 struct DEVICE_EXTENSION {
   WDFDEVICE Device;
@@ -50,3 +51,18 @@ struct DEVICE_EXTENSION {
 };
 
 WDF_DECLARE_CONTEXT_TYPE_WITH_NAME(DEVICE_EXTENSION, DeviceContextOf)
+
+// Null without a host interface.
+inline DEVICE_EXTENSION* ContextOf(const USB4_HOST_INTERFACE* hostInterface) {
+  return hostInterface == nullptr ? nullptr : DeviceContextOf(hostInterface->Device);
+}
+
+inline DEVICE_EXTENSION* ContextOf(const USB4_DOMAIN* domain) {
+  return ContextOf(domain->HostInterface);
+}
+
+// 0, or kSecondController; 0 also without a device context.
+inline std::uint32_t ControllerIndexOf(const USB4_HOST_INTERFACE* hostInterface) {
+  const DEVICE_EXTENSION* context = ContextOf(hostInterface);
+  return context == nullptr ? 0 : context->ControllerIndex;
+}

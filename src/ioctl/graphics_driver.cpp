@@ -10,7 +10,7 @@ namespace {
 
 constexpr GUID kGraphicsInterface = {0x52D5F7E0, 0x0786, 0x41EF, {0xA5, 0xD8, 0xF0, 0x3A, 0x2B, 0x29, 0xBA, 0x26}};
 constexpr ULONG kDisplayPowerCode = 0x23202C;
-constexpr LONGLONG kAnswerMs = 2000;
+constexpr LONGLONG kGraphicsAnswerMs = 2000;
 
 // What the graphics driver reads.
 struct DISPLAY_POWER_MESSAGE {
@@ -53,7 +53,7 @@ NTSTATUS Send(WDFIOTARGET target, PWSTR link, DISPLAY_POWER_MESSAGE& message) {
   WDF_MEMORY_DESCRIPTOR_INIT_BUFFER(&input, &message, sizeof message);
   WDF_REQUEST_SEND_OPTIONS options;
   WDF_REQUEST_SEND_OPTIONS_INIT(&options, WDF_REQUEST_SEND_OPTION_TIMEOUT);
-  options.Timeout = WDF_REL_TIMEOUT_IN_MS(kAnswerMs);
+  options.Timeout = WDF_REL_TIMEOUT_IN_MS(kGraphicsAnswerMs);
   status = WdfIoTargetSendIoctlSynchronously(target, nullptr, kDisplayPowerCode, &input, nullptr, &options, nullptr);
   if (!NT_SUCCESS(status)) TraceWarning("graphics driver does not answer", "status", status);
   WdfIoTargetClose(target);

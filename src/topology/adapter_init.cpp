@@ -14,7 +14,7 @@ void StoreOffset(const USB4_PORT* adapter, std::uint32_t id, std::uint32_t& offs
   if (found > 0) offset = static_cast<std::uint32_t>(found);
 }
 
-void FindCapabilities(USB4_PORT* adapter) {
+void FindAdapterCapabilities(USB4_PORT* adapter) {
   if (KivUsb4PortIsLane(adapter)) {
     StoreOffset(adapter, kAdapterCapabilityLane, adapter->LaneCapability);
     StoreOffset(adapter, kAdapterCapabilityUsb4Port, adapter->Usb4PortCapability);
@@ -23,15 +23,15 @@ void FindCapabilities(USB4_PORT* adapter) {
   }
 }
 
-// The second controller of a machine marks its DP IN adapters as its own.
+// The second controller of a machine marks its DP IN adapters.
 void ClaimDpIn(const USB4_PORT* adapter) {
   const USB4_SWITCH* router = adapter->Router;
-  if (KivUsb4SwitchRoute(router) != 0 || adapter->Type() != USB4_ADAPTER_DP_IN) return;
-  const DEVICE_EXTENSION* context = DeviceContextOf(router->Domain->HostInterface->Device);
-  if (context == nullptr || context->ControllerIndex != 1) return;
+  if (!IsHostRouter(router) || adapter->Type() != USB4_ADAPTER_DP_IN) return;
+  const std::uint32_t controller = ControllerIndexOf(router->Domain->HostInterface);
+  if (controller != kSecondController) return;
   DpAdpCs2::Value cs2;
   if (ReadRegister<DpAdpCs2>(adapter, adapter->ProtocolCapability, cs2) == kKivOk) {
-    cs2.Set<DpAdpCs2::Configuration>(cs2.Get<DpAdpCs2::Configuration>() | context->ControllerIndex);
+    cs2.Set<DpAdpCs2::Configuration>(cs2.Get<DpAdpCs2::Configuration>() | controller);
   }
   // Also after a failed read, and without a look at the outcome: the adapter then keeps serving the first controller.
   IgnoreResult(WriteRegister<DpAdpCs2>(adapter, adapter->ProtocolCapability, cs2));
@@ -77,7 +77,7 @@ KIV_RESULT KivUsb4InitPort(USB4_PORT* adapter) {
     return kKivOk;
   }
   if (result != kKivOk) return result;
-  FindCapabilities(adapter);
+  FindAdapterCapabilities(adapter);
   ClaimDpIn(adapter);
   for (std::uint8_t& used : adapter->InputHops) used = 0;
   for (std::uint8_t& used : adapter->OutputHops) used = 0;

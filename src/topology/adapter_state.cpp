@@ -7,8 +7,8 @@
 
 namespace {
 
-constexpr std::uint32_t kPolls = 10;
-constexpr ULONG kPollIntervalMs = 100;
+constexpr std::uint32_t kStatePolls = 10;
+constexpr ULONG kStatePollMs = 100;
 
 }  // namespace
 
@@ -31,13 +31,13 @@ bool KivUsb4LinkIsUsb4(const USB4_PORT* adapter) {
 KIV_RESULT KivUsb4WaitForPort(const USB4_PORT* adapter, bool whileDisconnected) {
   if (adapter->LaneCapability == 0) return kKivFailed;
   if (KivUsb4PortIsUpstream(adapter)) return kKivFailed;
-  for (std::uint32_t poll = 0; poll < kPolls; ++poll) {
+  for (std::uint32_t poll = 0; poll < kStatePolls; ++poll) {
     const KIV_RESULT state = KivUsb4PortState(adapter);
     if (state < 0) return state;
     if (state == kLaneDisabled) return 0;
     if (state == kLaneUp) return 1;
     if (state == kLaneDisconnected && !whileDisconnected) return 0;
-    SleepMs(adapter->Router->Domain, kPollIntervalMs);
+    SleepMs(adapter->Router->Domain, kStatePollMs);
   }
   return 0;
 }

@@ -57,7 +57,7 @@ KIV_RESULT Parse(USB4_SWITCH* router) {
 
 KIV_RESULT KivUsb4DromRead(USB4_SWITCH* router) {
   if (router->Drom != nullptr) return kKivOk;
-  if (KivUsb4SwitchRoute(router) == 0) {
+  if (IsHostRouter(router)) {
     ReadHostDrom(router);
     return kKivOk;
   }

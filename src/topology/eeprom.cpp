@@ -9,11 +9,11 @@ constexpr std::uint8_t kReadCommand = 0x03;
 constexpr std::uint32_t kMostOffset = 0x10000;
 constexpr std::uint32_t kBitsPerByte = 8;
 
-KIV_RESULT ReadControl(const USB4_SWITCH* router, EepromControl::Value& control) {
+KIV_RESULT ReadEepromControl(const USB4_SWITCH* router, EepromControl::Value& control) {
   return ReadRegister<EepromControl>(router, router->PlugEventsCapability, control);
 }
 
-KIV_RESULT WriteControl(const USB4_SWITCH* router, EepromControl::Value control) {
+KIV_RESULT WriteEepromControl(const USB4_SWITCH* router, EepromControl::Value control) {
   return WriteRegister<EepromControl>(router, router->PlugEventsCapability, control);
 }
 
@@ -34,37 +34,37 @@ KIV_RESULT KivUsb4EepromGetDromOffset(const USB4_SWITCH* router, std::uint32_t& 
 
 KIV_RESULT KivUsb4EepromActive(const USB4_SWITCH* router, bool active) {
   EepromControl::Value control;
-  KIV_RESULT result = ReadControl(router, control);
+  KIV_RESULT result = ReadEepromControl(router, control);
   if (result != kKivOk) return result;
   if (active) {
     control.Set<EepromControl::BitBangEnable>(1);
-    result = WriteControl(router, control);
+    result = WriteEepromControl(router, control);
     if (result != kKivOk) return result;
     control.Set<EepromControl::Deselect>(0);
   } else {
     control.Set<EepromControl::Deselect>(1);
-    result = WriteControl(router, control);
+    result = WriteEepromControl(router, control);
     if (result != kKivOk) return result;
     control.Set<EepromControl::BitBangEnable>(0);
   }
-  return WriteControl(router, control);
+  return WriteEepromControl(router, control);
 }
 
 KIV_RESULT KivUsb4EepromTransfer(const USB4_SWITCH* router, EepromControl::Value& control, EepromDirection direction) {
   KIV_RESULT result = kKivOk;
-  if (direction == EepromDirection::kOut) result = WriteControl(router, control);
+  if (direction == EepromDirection::kOut) result = WriteEepromControl(router, control);
   if (result != kKivOk) return result;
   control.Set<EepromControl::Clock>(1);
-  result = WriteControl(router, control);
-  if (result == kKivOk && direction == EepromDirection::kIn) result = ReadControl(router, control);
+  result = WriteEepromControl(router, control);
+  if (result == kKivOk && direction == EepromDirection::kIn) result = ReadEepromControl(router, control);
   if (result != kKivOk) return result;
   control.Set<EepromControl::Clock>(0);
-  return WriteControl(router, control);
+  return WriteEepromControl(router, control);
 }
 
 KIV_RESULT KivUsb4EepromOut(const USB4_SWITCH* router, std::uint8_t byte) {
   EepromControl::Value control;
-  KIV_RESULT result = ReadControl(router, control);
+  KIV_RESULT result = ReadEepromControl(router, control);
   for (std::uint32_t bit = kBitsPerByte; bit > 0 && result == kKivOk; --bit) {
     control.Set<EepromControl::DataOut>(byte >> (bit - 1) & 1u);
     result = KivUsb4EepromTransfer(router, control, EepromDirection::kOut);
@@ -74,7 +74,7 @@ KIV_RESULT KivUsb4EepromOut(const USB4_SWITCH* router, std::uint8_t byte) {
 
 KIV_RESULT KivUsb4EepromIn(const USB4_SWITCH* router, std::uint8_t& byte) {
   EepromControl::Value control;
-  KIV_RESULT result = ReadControl(router, control);
+  KIV_RESULT result = ReadEepromControl(router, control);
   std::uint32_t collected = 0;
   for (std::uint32_t bit = 0; bit < kBitsPerByte && result == kKivOk; ++bit) {
     result = KivUsb4EepromTransfer(router, control, EepromDirection::kIn);

@@ -61,7 +61,7 @@ bool KivUsb4SwitchLaneBondingPossible(const USB4_SWITCH* router) {
 }
 
 KIV_RESULT KivUsb4SwitchLaneBondingEnable(USB4_SWITCH* router) {
-  if (KivUsb4SwitchRoute(router) == 0) return kKivOk;
+  if (IsHostRouter(router)) return kKivOk;
   if (!KivUsb4SwitchLaneBondingPossible(router)) return kKivOk;
   USB4_PORT* up = KivUsb4SwitchUpstreamPort(router);
   USB4_PORT* down = ParentAdapterOf(router);
@@ -83,7 +83,7 @@ KIV_RESULT KivUsb4SwitchLaneBondingEnable(USB4_SWITCH* router) {
 }
 
 void KivUsb4SwitchLaneBondingDisable(USB4_SWITCH* router) {
-  if (KivUsb4SwitchRoute(router) == 0) return;
+  if (IsHostRouter(router)) return;
   USB4_PORT* up = KivUsb4SwitchUpstreamPort(router);
   if (up->Bonded == 0) return;
   KivUsb4PortLaneBondingDisable(up);

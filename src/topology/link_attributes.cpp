@@ -97,7 +97,7 @@ KIV_RESULT KivUsb4SetXdomainConfiguredAny(const USB4_PORT* adapter, bool set) {
 }
 
 KIV_RESULT KivUsb4SwitchUpdateLinkAttributes(USB4_SWITCH* router) {
-  if (KivUsb4SwitchRoute(router) == 0) return kKivOk;
+  if (IsHostRouter(router)) return kKivOk;
   const USB4_PORT* upstream = KivUsb4SwitchUpstreamPort(router);
   const KIV_RESULT speed = KivUsb4PortGetLinkSpeed(upstream);
   if (speed < 0) return speed;
@@ -115,7 +115,7 @@ KIV_RESULT KivUsb4SwitchUpdateLinkAttributes(USB4_SWITCH* router) {
 }
 
 KIV_RESULT KivUsb4SwitchConfigureLink(const USB4_SWITCH* router) {
-  if (KivUsb4SwitchRoute(router) == 0) return kKivOk;
+  if (IsHostRouter(router)) return kKivOk;
   const USB4_PORT* upstream = KivUsb4SwitchUpstreamPort(router);
   const KIV_RESULT result = MarkConfigured(upstream, true);
   if (result != kKivOk || upstream->Remote == nullptr) return result;
@@ -123,7 +123,7 @@ KIV_RESULT KivUsb4SwitchConfigureLink(const USB4_SWITCH* router) {
 }
 
 KIV_RESULT KivUsb4SwitchUnconfigureLink(const USB4_SWITCH* router) {
-  if (KivUsb4SwitchRoute(router) == 0 || router->Unplugged.IsSet()) return kKivOk;
+  if (IsHostRouter(router) || router->Unplugged.IsSet()) return kKivOk;
   const USB4_PORT* upstream = KivUsb4SwitchUpstreamPort(router);
   // The link is going away; an end that cannot be reached loses its mark with it.
   IgnoreResult(MarkConfigured(upstream, false));

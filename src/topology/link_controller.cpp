@@ -7,7 +7,7 @@
 
 namespace {
 
-using Control = LinkControllerPortControl;
+using PortControl = LinkControllerPortControl;
 
 constexpr std::uint32_t kFirstGeneration = 2;
 
@@ -44,7 +44,7 @@ KIV_RESULT ModifyPortControl(const USB4_PORT* adapter, Change change) {
   std::uint64_t block = 0;
   const KIV_RESULT result = FindPortLcCap(adapter, block);
   if (result != kKivOk) return result;
-  return ModifyRegister<Control>(adapter->Router, block, change);
+  return ModifyRegister<PortControl>(adapter->Router, block, change);
 }
 
 }  // namespace
@@ -78,38 +78,38 @@ bool KivUsb4LcLaneBondingPossible(const USB4_SWITCH* router) {
 }
 
 KIV_RESULT KivUsb4LcSetConfigured(const USB4_PORT* adapter, bool on) {
-  return ModifyPortControl(adapter, [adapter, on](Control::Value& control) {
+  return ModifyPortControl(adapter, [adapter, on](PortControl::Value& control) {
     if (IsOdd(adapter)) {
-      control.Set<Control::OddLaneConfigured>(on);
+      control.Set<PortControl::OddLaneConfigured>(on);
     } else {
-      control.Set<Control::EvenLaneConfigured>(on);
+      control.Set<PortControl::EvenLaneConfigured>(on);
     }
-    if (KivUsb4PortIsUpstream(adapter)) control.Set<Control::UpstreamConfigured>(on);
+    if (KivUsb4PortIsUpstream(adapter)) control.Set<PortControl::UpstreamConfigured>(on);
   });
 }
 
 KIV_RESULT KivUsb4LcSetXdomainConfigured(const USB4_PORT* adapter, bool on) {
-  return ModifyPortControl(adapter, [adapter, on](Control::Value& control) {
+  return ModifyPortControl(adapter, [adapter, on](PortControl::Value& control) {
     if (IsOdd(adapter)) {
-      control.Set<Control::OddLaneXdomain>(on);
+      control.Set<PortControl::OddLaneXdomain>(on);
     } else {
-      control.Set<Control::EvenLaneXdomain>(on);
+      control.Set<PortControl::EvenLaneXdomain>(on);
     }
   });
 }
 
 KIV_RESULT KivUsb4LcSetWakeOne(const USB4_SWITCH* router, std::uint64_t block, std::uint32_t flags) {
-  return ModifyRegister<Control>(router, block, [flags](Control::Value& control) {
+  return ModifyRegister<PortControl>(router, block, [flags](PortControl::Value& control) {
     const bool connect = (flags & kWakeOnConnect) != 0;
-    control.Set<Control::WakeOnConnect>(connect);
-    control.Set<Control::WakeOnDisconnect>(connect);
-    control.Set<Control::WakeOnUsb4>((flags & kWakeOnUsb4) != 0);
-    control.Set<Control::WakeOnPcie>((flags & kWakeOnPcie) != 0);
+    control.Set<PortControl::WakeOnConnect>(connect);
+    control.Set<PortControl::WakeOnDisconnect>(connect);
+    control.Set<PortControl::WakeOnUsb4>((flags & kWakeOnUsb4) != 0);
+    control.Set<PortControl::WakeOnPcie>((flags & kWakeOnPcie) != 0);
   });
 }
 
 KIV_RESULT KivUsb4LcSetWake(const USB4_SWITCH* router, std::uint32_t flags) {
-  if (!HasLinkController(router) || KivUsb4SwitchRoute(router) == 0) return kKivOk;
+  if (!HasLinkController(router) || IsHostRouter(router)) return kKivOk;
   return ForEachBlock(router,
                       [router, flags](std::uint64_t block) { return KivUsb4LcSetWakeOne(router, block, flags); });
 }
@@ -117,6 +117,7 @@ KIV_RESULT KivUsb4LcSetWake(const USB4_SWITCH* router, std::uint32_t flags) {
 KIV_RESULT KivUsb4LcSetSleep(const USB4_SWITCH* router) {
   if (!HasLinkController(router)) return kKivOk;
   return ForEachBlock(router, [router](std::uint64_t block) {
-    return ModifyRegister<Control>(router, block, [](Control::Value& control) { control.Set<Control::EnterSleep>(1); });
+    return ModifyRegister<PortControl>(router, block,
+                                       [](PortControl::Value& control) { control.Set<PortControl::EnterSleep>(1); });
   });
 }

@@ -80,8 +80,7 @@ void FindVendorSpecificBlocks(USB4_SWITCH* router) {
 }
 
 void NameRouter(USB4_SWITCH* router) {
-  const DEVICE_EXTENSION* context = DeviceContextOf(router->Domain->HostInterface->Device);
-  const std::uint32_t controller = context == nullptr ? 0 : context->ControllerIndex;
+  const std::uint32_t controller = ControllerIndexOf(router->Domain->HostInterface);
   // 10 digits, a dash and 16 digits always fit.
   IgnoreResult(RtlStringCbPrintfA(router->Info.Name, sizeof router->Info.Name, "%u-%llx", controller,
                                   static_cast<unsigned long long>(KivUsb4SwitchRoute(router))));

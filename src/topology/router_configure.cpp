@@ -43,7 +43,7 @@ KIV_RESULT KivUsb4SwitchConfigure(USB4_SWITCH* router) {
 
 KIV_RESULT KivUsb4SwitchSetup(USB4_SWITCH* router) {
   Usb4SwitchCheckWakes(router);
-  if (KivUsb4SwitchRoute(router) == 0) return kKivOk;
+  if (IsHostRouter(router)) return kKivOk;
   RouterCs6::Value cs6;
   if (ReadRegister<RouterCs6>(router, 0, cs6) != kKivOk) {
     TraceError("router status cannot be read", "name", router->Info.Name);

@@ -39,6 +39,11 @@ void KivUsb4SwitchDefaultLinkPorts(USB4_SWITCH* router);
 
 // Removes the router and everything behind it, deepest first, and frees their records.
 void KivUsb4SwitchRemove(USB4_SWITCH* router);
+// Clears the remote end of both lanes of the adapter's link. The record of the router behind it goes next, or has gone.
+void ForgetRemote(USB4_PORT* adapter);
+// Removes the peer host behind the adapter and detaches it; false when there is none. The marks of the link stay: a
+// caller that puts a router in the peer's place takes them off.
+bool RemovePeer(USB4_PORT* adapter);
 // Marks the router and everything behind it as gone: their accesses fail at once. Not for the host router.
 void KivUsb4SwitchSetUnplugged(USB4_SWITCH* router);
 // Gives up the topology's hold on the record. It is freed, with all it owns but the UUID, once nobody stands on it;

@@ -8,8 +8,8 @@
 
 namespace {
 
-constexpr std::uint32_t kPolls = 11;
-constexpr ULONG kPollIntervalMs = 100;
+constexpr std::uint32_t kConditionPolls = 11;
+constexpr ULONG kConditionPollMs = 100;
 
 }  // namespace
 
@@ -37,12 +37,12 @@ KIV_RESULT Usb4SwitchOp(const USB4_SWITCH* router, std::uint16_t opcode, std::ui
 }
 
 KIV_RESULT Usb4SwitchWaitForBit(const USB4_SWITCH* router, const REGISTER_CONDITION& condition, std::uint32_t) {
-  for (std::uint32_t poll = 0; poll < kPolls; ++poll) {
+  for (std::uint32_t poll = 0; poll < kConditionPolls; ++poll) {
     std::uint32_t word = 0;
     const KIV_RESULT result = KivUsb4SwRead(router, &word, {USB4_CFG_SPACE_ROUTER, condition.Offset, 1});
     if (result != kKivOk) return result;
     if ((word & condition.Mask) == condition.Value) return kKivOk;
-    SleepMs(router->Domain, kPollIntervalMs);
+    SleepMs(router->Domain, kConditionPollMs);
   }
   TraceError("router did not answer", "route", KivUsb4SwitchRoute(router), "offset", condition.Offset, "mask",
              condition.Mask);
@@ -55,8 +55,8 @@ KIV_RESULT Usb4PortWaitForBit(const USB4_PORT* adapter, const REGISTER_CONDITION
     const KIV_RESULT result = KivUsb4PortRead(adapter, &word, {USB4_CFG_SPACE_ADAPTER, condition.Offset, 1});
     if (result != kKivOk) return result;
     if ((word & condition.Mask) == condition.Value) return kKivOk;
-    if (poll == kPolls) break;
-    SleepMs(adapter->Router->Domain, kPollIntervalMs);
+    if (poll == kConditionPolls) break;
+    SleepMs(adapter->Router->Domain, kConditionPollMs);
   }
   TraceError("adapter did not answer", "adapter", adapter->Number, "offset", condition.Offset, "mask", condition.Mask);
   return kKivFailed;

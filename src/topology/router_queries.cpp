@@ -19,6 +19,10 @@ USB4_ROUTE KivUsb4SwitchRoute(const USB4_SWITCH* router) {
   return USB4_ROUTE{high.Get<RouterCs3::RouteHigh>()} << 32 | low.Get<RouterCs2::RouteLow>();
 }
 
+bool IsHostRouter(const USB4_SWITCH* router) {
+  return KivUsb4SwitchRoute(router) == 0;
+}
+
 std::uint32_t KivUsb4RouteDepth(USB4_ROUTE route) {
   return (static_cast<std::uint32_t>(std::bit_width(route)) + kBitsPerLevel - 1) / kBitsPerLevel;
 }

@@ -5,6 +5,7 @@
 
 // The route string, 63 bits: byte k is the downstream adapter taken at depth k; 0 for the host router.
 [[nodiscard]] USB4_ROUTE KivUsb4SwitchRoute(const USB4_SWITCH* router);
+[[nodiscard]] bool IsHostRouter(const USB4_SWITCH* router);
 // How many bytes of the route are significant. Unlike the depth that a router's header holds, it is never cut to 3
 // bits.
 [[nodiscard]] std::uint32_t KivUsb4RouteDepth(USB4_ROUTE route);

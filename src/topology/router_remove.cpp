@@ -33,21 +33,6 @@ USB4_SWITCH* RouterBehind(const USB4_PORT& adapter) {
   return adapter.Remote->Router;
 }
 
-// The other lane's link ends in the same record that is about to go.
-void ForgetRemote(USB4_PORT& adapter) {
-  const SpinLockGuard guard(adapter.Router->Domain->TopologyLock);
-  adapter.Remote = nullptr;
-  if (adapter.DualLinkPartner != nullptr) adapter.DualLinkPartner->Remote = nullptr;
-}
-
-void RemovePeer(USB4_PORT& adapter) {
-  USB4_XDOMAIN* peer = adapter.XDomain;
-  if (peer == nullptr) return;
-  KivUsb4XdomainRemove(peer);
-  const SpinLockGuard guard(adapter.Router->Domain->TopologyLock);
-  adapter.XDomain = nullptr;
-}
-
 }  // namespace
 
 void KivUsb4SwitchRemove(USB4_SWITCH* router) {
@@ -56,9 +41,9 @@ void KivUsb4SwitchRemove(USB4_SWITCH* router) {
   for (USB4_PORT& adapter : AdaptersOf(router)) {
     if (KivUsb4PortHasDownstreamLink(&adapter)) {
       KivUsb4SwitchRemove(RouterBehind(adapter));
-      ForgetRemote(adapter);
+      ForgetRemote(&adapter);
     } else {
-      RemovePeer(adapter);
+      RemovePeer(&adapter);
     }
     if (adapter.Usb4PortCapability == 0) continue;
     for (void*& slot : adapter.Slots) slot = nullptr;
@@ -72,8 +57,23 @@ void KivUsb4SwitchRemove(USB4_SWITCH* router) {
   KivUsb4RemoveSwitchFromDevList(domain, router);
 }
 
+void ForgetRemote(USB4_PORT* adapter) {
+  const SpinLockGuard guard(adapter->Router->Domain->TopologyLock);
+  adapter->Remote = nullptr;
+  if (adapter->DualLinkPartner != nullptr) adapter->DualLinkPartner->Remote = nullptr;
+}
+
+bool RemovePeer(USB4_PORT* adapter) {
+  USB4_XDOMAIN* peer = adapter->XDomain;
+  if (peer == nullptr) return false;
+  KivUsb4XdomainRemove(peer);
+  const SpinLockGuard guard(adapter->Router->Domain->TopologyLock);
+  adapter->XDomain = nullptr;
+  return true;
+}
+
 void KivUsb4SwitchSetUnplugged(USB4_SWITCH* router) {
-  if (router == router->Domain->HostRouter || router->Unplugged.IsSet()) return;
+  if (IsHostRouter(router) || router->Unplugged.IsSet()) return;
   router->Unplugged.Set(true);
   for (USB4_PORT& adapter : AdaptersOf(router)) {
     if (KivUsb4PortHasDownstreamLink(&adapter)) {

@@ -13,10 +13,6 @@ namespace {
 constexpr std::uint32_t kWakeAll = 0x3F;
 constexpr std::uint32_t kWakeForTunnels = kWakeOnUsb4 | kWakeOnUsb3 | kWakeOnPcie;
 
-bool IsHostRouter(const USB4_SWITCH* router) {
-  return KivUsb4SwitchRoute(router) == 0;
-}
-
 bool Wants(std::uint32_t flags, std::uint32_t source) {
   return (flags & source) != 0;
 }

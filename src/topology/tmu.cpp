@@ -8,11 +8,7 @@
 
 namespace {
 
-bool IsHostRouter(const USB4_SWITCH* router) {
-  return KivUsb4SwitchRoute(router) == 0;
-}
-
-void FindCapabilities(USB4_SWITCH* router) {
+void FindTmuCapabilities(USB4_SWITCH* router) {
   const CAPABILITY_OFFSET found = KivUsb4SwitchFindCap(router, kRouterCapabilityTmu);
   if (found > 0) router->TmuCapability = static_cast<std::uint32_t>(found);
   for (USB4_PORT& adapter : AdaptersOf(router)) {
@@ -33,7 +29,7 @@ KIV_RESULT EnableFromUnidirectional(USB4_SWITCH* router) {
 }  // namespace
 
 KIV_RESULT KivUsb4SwitchTmuInit(USB4_SWITCH* router) {
-  FindCapabilities(router);
+  FindTmuCapabilities(router);
   // Also without a capability: the rate then comes from the router space word of the same offset.
   const KIV_RESULT rate = KivUsb4SwitchTmuRateRead(router);
   if (rate < 0) return rate;

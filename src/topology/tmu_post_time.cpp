@@ -7,8 +7,8 @@
 
 namespace {
 
-constexpr ULONG kPollIntervalMs = 10;
-constexpr std::uint32_t kPolls = 100;
+constexpr ULONG kPostPollMs = 10;
+constexpr std::uint32_t kPostPolls = 100;
 
 KIV_RESULT ReadHostTime(const USB4_SWITCH* host, std::uint64_t& time) {
   std::uint32_t words[RouterTmuLocalTime::kCount] = {};
@@ -28,8 +28,8 @@ KIV_RESULT WriteTime(const USB4_SWITCH* router, std::uint64_t time) {
 }
 
 KIV_RESULT WaitUntilTaken(const USB4_SWITCH* router) {
-  for (std::uint32_t left = kPolls;;) {
-    SleepMs(router->Domain, kPollIntervalMs);
+  for (std::uint32_t left = kPostPolls;;) {
+    SleepMs(router->Domain, kPostPollMs);
     std::uint32_t words[RouterTmuPostTime::kCount] = {};
     const KIV_RESULT result = ReadArray<RouterTmuPostTime>(router, router->TmuCapability, words);
     if (result != kKivOk) return result;
@@ -50,7 +50,7 @@ KIV_RESULT Post(const USB4_SWITCH* router, std::uint64_t time) {
 
 KIV_RESULT KivUsb4SwitchTmuPostTime(const USB4_SWITCH* router) {
   const USB4_SWITCH* host = router->Domain->HostRouter;
-  if (!KivUsb4SwitchIsUsb4(router) || KivUsb4SwitchRoute(router) == 0) return kKivOk;
+  if (!KivUsb4SwitchIsUsb4(router) || IsHostRouter(router)) return kKivOk;
   if (host == nullptr || host->TmuCapability == 0) return kKivOk;
   std::uint64_t time = 0;
   KIV_RESULT result = ReadHostTime(host, time);

@@ -6,12 +6,12 @@
 
 namespace {
 
-struct Control {
+struct DpControl {
   DpAdpCs0::Value Cs0;
   DpAdpCs1::Value Cs1;
 };
 
-KIV_RESULT ReadControl(const USB4_PORT* adapter, Control& control) {
+KIV_RESULT ReadDpControl(const USB4_PORT* adapter, DpControl& control) {
   if (adapter->ProtocolCapability == 0) return kKivFailed;
   std::uint32_t words[DpAdpControl::kCount] = {};
   const KIV_RESULT result = ReadArray<DpAdpControl>(adapter, adapter->ProtocolCapability, words);
@@ -21,9 +21,9 @@ KIV_RESULT ReadControl(const USB4_PORT* adapter, Control& control) {
 
 // Both words in one access, like the read: switching on is atomic with the hop IDs.
 template <class Change>
-KIV_RESULT ModifyControl(const USB4_PORT* adapter, Change change) {
-  Control control;
-  const KIV_RESULT result = ReadControl(adapter, control);
+KIV_RESULT ModifyDpControl(const USB4_PORT* adapter, Change change) {
+  DpControl control;
+  const KIV_RESULT result = ReadDpControl(adapter, control);
   if (result != kKivOk) return result;
   change(control);
   return WriteArray<DpAdpControl>(adapter, adapter->ProtocolCapability, {control.Cs0.Word(), control.Cs1.Word()});
@@ -32,15 +32,15 @@ KIV_RESULT ModifyControl(const USB4_PORT* adapter, Change change) {
 }  // namespace
 
 KIV_RESULT KivUsb4DpPortEnable(const USB4_PORT* adapter, bool enable) {
-  return ModifyControl(adapter, [enable](Control& control) {
+  return ModifyDpControl(adapter, [enable](DpControl& control) {
     control.Cs0.Set<DpAdpCs0::VideoEnable>(enable);
     control.Cs0.Set<DpAdpCs0::AuxEnable>(enable);
   });
 }
 
 bool KivUsb4DpPortIsEnabled(const USB4_PORT* adapter) {
-  Control control;
-  if (ReadControl(adapter, control) != kKivOk) return false;
+  DpControl control;
+  if (ReadDpControl(adapter, control) != kKivOk) return false;
   return control.Cs0.IsSet<DpAdpCs0::VideoEnable>() || control.Cs0.IsSet<DpAdpCs0::AuxEnable>();
 }
 
@@ -58,7 +58,7 @@ KIV_RESULT KivUsb4DpPortHpdIsActive(const USB4_PORT* adapter) {
 
 KIV_RESULT KivUsb4DpPortSetHops(const USB4_PORT* adapter, const DP_HOP_IDS& hops) {
   if (KivUsb4SwitchIsUsb4(adapter->Router)) return kKivOk;
-  return ModifyControl(adapter, [&hops](Control& control) {
+  return ModifyDpControl(adapter, [&hops](DpControl& control) {
     control.Cs0.Set<DpAdpCs0::VideoHop>(hops.Video);
     control.Cs1.Set<DpAdpCs1::AuxReceiveHop>(hops.AuxReceive);
     // The transmit field is not cleared first: the ID is added to what stands there. These adapters come with their

@@ -85,7 +85,7 @@ KIV_RESULT KivUsb4DpXchgCaps(USB4_TUNNEL* tunnel) {
   result = FitToMaximum(tunnel, dpInLocal.Word(), offered);
   if (result != kKivOk) return result;
   DpAdpCs5::Value remote(offered);
-  if (KivUsb4SwitchRoute(dpOut->Router) != 0 && IsLateThunderbolt3(dpOut->Router)) {
+  if (!IsHostRouter(dpOut->Router) && IsLateThunderbolt3(dpOut->Router)) {
     remote.Set<DpAdpCs5::LongTrainingSupport>(1);
   }
   return WriteProtocolRegister<DpAdpCs5>(dpIn, remote);

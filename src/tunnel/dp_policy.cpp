@@ -17,16 +17,10 @@
 
 namespace {
 
-constexpr std::uint32_t kMarkedController = 1;
-
-DEVICE_EXTENSION* ContextOf(const USB4_DOMAIN* domain) {
-  return DeviceContextOf(domain->HostInterface->Device);
-}
-
 // The host router's adapter towards a device router; null for the host router itself.
 const USB4_PORT* BranchOf(const USB4_DOMAIN* domain, const USB4_SWITCH* router) {
-  const USB4_ROUTE route = KivUsb4SwitchRoute(router);
-  return route == 0 ? nullptr : KivUsb4SwitchPortForRoute(domain->HostRouter, route);
+  if (IsHostRouter(router)) return nullptr;
+  return KivUsb4SwitchPortForRoute(domain->HostRouter, KivUsb4SwitchRoute(router));
 }
 
 bool IsFree(const USB4_PORT& adapter, USB4_ADAPTER_TYPE type) {
@@ -49,20 +43,20 @@ void GiveBackDpIn(const USB4_PORT* dpIn) {
 }
 
 // A reservation left over from an earlier life is given back first: a router grants what is free, not what is ours.
-KIV_RESULT Reserve(const USB4_PORT* dpIn) {
+KIV_RESULT ReserveDpIn(const USB4_PORT* dpIn) {
   GiveBackDpIn(dpIn);
   return KivUsb4SwitchAllocDpResource(dpIn->Router, dpIn);
 }
 
 // The second controller of a machine marks the DP IN as its own.
 void MarkController(const USB4_DOMAIN* domain, const USB4_PORT* dpIn) {
-  const DEVICE_EXTENSION* context = ContextOf(domain);
-  if (context == nullptr || context->ControllerIndex != kMarkedController) return;
+  const std::uint32_t controller = ControllerIndexOf(domain->HostInterface);
+  if (controller != kSecondController) return;
   DpAdpCs2::Value cs2;
   KIV_RESULT result = ReadProtocolRegister<DpAdpCs2>(dpIn, cs2);
   if (result != kKivOk) TraceError("DP IN not read", "adapter", dpIn->Number, "result", result);
   // Also after a failed read: the mark counts more than what else stands in the register.
-  cs2 = DpAdpCs2::Value(cs2.Word() | DpAdpCs2::Configuration::Of(context->ControllerIndex));
+  cs2 = DpAdpCs2::Value(cs2.Word() | DpAdpCs2::Configuration::Of(controller));
   result = WriteProtocolRegister<DpAdpCs2>(dpIn, cs2);
   if (result != kKivOk) TraceError("DP IN not marked", "adapter", dpIn->Number, "result", result);
 }
@@ -101,7 +95,7 @@ USB4_PORT* KivUsb4FindDpOut(USB4_DOMAIN* domain, const USB4_PORT* dpIn) {
   const USB4_PORT* branch = BranchOf(domain, dpIn->Router);
   for (USB4_PORT& dpOut : DpResourcesOf(domain)) {
     if (!IsFree(dpOut, USB4_ADAPTER_DP_OUT)) continue;
-    if (branch == nullptr || KivUsb4SwitchRoute(dpOut.Router) == 0) return &dpOut;
+    if (branch == nullptr || IsHostRouter(dpOut.Router)) return &dpOut;
     if (BranchOf(domain, dpOut.Router) == branch) return &dpOut;
   }
   return nullptr;
@@ -111,7 +105,7 @@ void KivUsb4TunnelDp(USB4_DOMAIN* domain) {
   const USB4_ENDS pair = ChoosePair(domain);
   if (pair.Source == nullptr) return;
   TraceStep("connect display", "in", pair.Source->Number, "out", pair.Destination->Number);
-  KIV_RESULT result = Reserve(pair.Source);
+  KIV_RESULT result = ReserveDpIn(pair.Source);
   if (result != kKivOk) {
     TraceWarning("DP IN not granted", "adapter", pair.Source->Number, "result", result);
     return;

@@ -13,10 +13,6 @@
 
 namespace {
 
-bool IsOnHostRouter(const USB4_PORT* adapter) {
-  return KivUsb4SwitchRoute(adapter->Router) == 0;
-}
-
 void AppendOnce(USB4_DOMAIN* domain, USB4_PORT* adapter) {
   if (!DpResourcesOf(domain).Contains(*adapter)) DpResourcesOf(domain).Append(*adapter);
 }
@@ -34,13 +30,13 @@ void TearDownTunnelOf(USB4_DOMAIN* domain, USB4_PORT* adapter) {
 void KivUsb4SwitchAddDpInResources(const USB4_SWITCH* router) {
   for (USB4_PORT& adapter : AdaptersOf(router)) {
     if (adapter.Type() != USB4_ADAPTER_DP_IN || !KivUsb4SwitchQueryDpResource(router, &adapter)) continue;
-    if (IsOnHostRouter(&adapter)) AppendOnce(router->Domain, &adapter);
+    if (IsHostRouter(router)) AppendOnce(router->Domain, &adapter);
   }
 }
 
 void KivUsb4DpResourceAvailable(USB4_DOMAIN* domain, USB4_PORT* adapter) {
   if (KivUsb4PortIsTunnelEnabled(adapter) || DpResourcesOf(domain).Contains(*adapter)) return;
-  const bool onHost = IsOnHostRouter(adapter);
+  const bool onHost = IsHostRouter(adapter->Router);
   const bool isDpIn = adapter->Type() == USB4_ADAPTER_DP_IN;
   if (onHost && isDpIn) {
     TraceInfo("DP IN plugged", "adapter", adapter->Number, "free",

@@ -18,7 +18,7 @@ constexpr std::uint32_t kDpLinkNumber = 1;
 
 constexpr std::uint32_t kNegotiationPolls = 16;
 constexpr std::uint32_t kCapabilityPolls = 10;
-constexpr ULONG kPollIntervalMs = 100;
+constexpr ULONG kNegotiationPollMs = 100;
 
 bool BuildPaths(USB4_TUNNEL* tunnel) {
   const USB4_PATH_END videoIn = {tunnel->Source, kVideoHopId};
@@ -85,7 +85,7 @@ KIV_RESULT WaitForCapabilities(const USB4_PORT* dpIn, std::uint32_t polls, DpAdp
     const KIV_RESULT result = ReadProtocolRegister<DpAdpCs7>(dpIn, negotiated);
     if (result != kKivOk) return result;
     if (negotiated.IsSet<DpAdpCs7::ReadDone>()) break;
-    SleepMs(dpIn->Router->Domain, kPollIntervalMs);
+    SleepMs(dpIn->Router->Domain, kNegotiationPollMs);
   }
   return kKivOk;
 }

@@ -11,7 +11,7 @@
 namespace {
 
 constexpr std::int32_t kMbpsPerGbps = 1000;
-constexpr std::int32_t kReservedShare = 10;  // a tenth of every link carries what no tunnel owns
+constexpr std::int32_t kReservedShare = 10;
 constexpr std::int32_t kMostMbps = 40000;
 
 void Subtract(USB4_BANDWIDTH& from, const USB4_BANDWIDTH& what) {
@@ -33,8 +33,7 @@ KIV_RESULT SpeedOf(const USB4_PORT* adapter) {
 KIV_RESULT BudgetOf(USB4_DOMAIN* domain, const USB4_PORT* adapter, USB4_BANDWIDTH& budget) {
   const KIV_RESULT speed = SpeedOf(adapter);
   if (speed < 0) return speed;
-  const std::int32_t capacity = speed * (adapter->Bonded != 0 ? 2 : 1) * kMbpsPerGbps;
-  budget.Upstream = budget.Downstream = capacity - capacity / kReservedShare;
+  budget.Upstream = budget.Downstream = LinkUsableMbps(LinkCapacityMbps(speed, adapter->Bonded != 0));
   for (USB4_TUNNEL& tunnel : TunnelsOf(domain)) {
     if (!KivUsb4TunnelIsDp(&tunnel) || !KivUsb4TunnelUsesPort(&tunnel, adapter)) continue;
     USB4_BANDWIDTH consumed = {};
@@ -52,6 +51,14 @@ const USB4_SWITCH* DeeperRouter(const USB4_ENDS& ends) {
 }
 
 }  // namespace
+
+std::int32_t LinkCapacityMbps(std::int32_t gbpsPerLane, bool bonded) {
+  return gbpsPerLane * (bonded ? 2 : 1) * kMbpsPerGbps;
+}
+
+std::int32_t LinkUsableMbps(std::int32_t capacityMbps) {
+  return capacityMbps - capacityMbps / kReservedShare;
+}
 
 USB4_TUNNEL* KivUsb4FindFirstUsb3Tunnel(USB4_DOMAIN* domain, const USB4_ENDS& ends) {
   const USB4_SWITCH* router = DeeperRouter(ends);

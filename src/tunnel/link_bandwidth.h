@@ -5,6 +5,10 @@
 #include "include/status.h"
 #include "include/tunnel.h"
 
+// Mb/s each way of a link, and the part of them that tunnels may take: a tenth carries what no tunnel owns.
+[[nodiscard]] std::int32_t LinkCapacityMbps(std::int32_t gbpsPerLane, bool bonded);
+[[nodiscard]] std::int32_t LinkUsableMbps(std::int32_t capacityMbps);
+
 // The listed USB3 tunnel that starts at the host router towards the deeper of the two ends, or null.
 [[nodiscard]] USB4_TUNNEL* KivUsb4FindFirstUsb3Tunnel(USB4_DOMAIN* domain, const USB4_ENDS& ends);
 

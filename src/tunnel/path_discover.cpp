@@ -92,7 +92,7 @@ USB4_PATH* NewDiscoveredPath(USB4_DOMAIN* owner, const char* name, std::uint32_t
 }
 
 // Reserves both hop IDs of a step, or none.
-bool Reserve(const Step& step, USB4_HOP& hop) {
+bool ReserveStep(const Step& step, USB4_HOP& hop) {
   if (KivUsb4PortAllocInHopid(step.Adapter, ExactHopId(static_cast<std::int32_t>(step.HopId))) < 0) return false;
   if (KivUsb4PortAllocOutHopid(step.Output, ExactHopId(static_cast<std::int32_t>(step.OutputHopId))) < 0) {
     KivUsb4PortReleaseInHopid(step.Adapter, step.HopId);
@@ -107,7 +107,7 @@ bool AdoptHops(USB4_PATH* path, const USB4_PATH_END& source) {
   Step step = {source.Adapter, static_cast<std::uint32_t>(source.HopId), nullptr, 0};
   for (std::uint32_t i = 0; i < path->HopCount; ++i) {
     if (step.Adapter == nullptr || Follow(step) != StepResult::Taken) return false;
-    if (!Reserve(step, path->Hops[i])) return false;
+    if (!ReserveStep(step, path->Hops[i])) return false;
     step.Adapter = step.Output->Remote;
     step.HopId = step.OutputHopId;
   }

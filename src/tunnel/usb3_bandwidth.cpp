@@ -90,7 +90,7 @@ std::uint32_t KivUsb4Usb3MbpsToBw(std::int32_t mbps, std::uint32_t scale) {
 }
 
 KIV_RESULT Usb4Usb3PortCmRequest(const USB4_PORT* adapter, bool request) {
-  if (!PortIs(adapter, USB4_ADAPTER_USB3_DOWNSTREAM) || KivUsb4SwitchRoute(adapter->Router) != 0) return kKivFailed;
+  if (!PortIs(adapter, USB4_ADAPTER_USB3_DOWNSTREAM) || !IsHostRouter(adapter->Router)) return kKivFailed;
   const KIV_RESULT result = ModifyProtocolRegister<Usb3AdpCs2>(
       adapter, [request](Usb3AdpCs2::Value& cs2) { cs2.Set<Usb3AdpCs2::ManagerRequest>(request); });
   if (result != kKivOk) return result;

@@ -21,15 +21,6 @@ struct Usb3 {
   static KIV_RESULT Activate(USB4_TUNNEL* tunnel, bool enable) { return KivUsb4Usb3Activate(tunnel, enable); }
 };
 
-bool StartsAtHost(const USB4_PORT* downstream) {
-  return KivUsb4SwitchRoute(downstream->Router) == 0;
-}
-
-// The largest grant that a link of this rate can use.
-std::int32_t UsableOf(KIV_RESULT rateMbps) {
-  return rateMbps * 90 / 100;
-}
-
 void ManageBandwidth(USB4_TUNNEL* tunnel) {
   tunnel->Init = KivUsb4Usb3Init;
   tunnel->ConsumedBandwidth = KivUsb4Usb3ConsumedBandwidth;
@@ -42,7 +33,7 @@ std::int32_t InitialGrant(const USB4_ENDS& ends, const USB4_BANDWIDTH& maximum) 
   if (maximum.Upstream <= 0 && maximum.Downstream < 1) return 0;
   const KIV_RESULT rate = KivUsb4Usb3MaxLinkRate(ends);
   if (rate < 0) return rate;
-  const std::int32_t grant = UsableOf(rate);
+  const std::int32_t grant = Usb3UsableMbps(rate);
   if (grant <= maximum.Upstream && grant <= maximum.Downstream) return grant;
   TraceWarning("too little bandwidth", "wanted", grant, "upstream", maximum.Upstream, "downstream", maximum.Downstream);
   return kKivFailed;
@@ -55,13 +46,21 @@ std::int32_t Raised(std::int32_t allocated, std::int32_t available, std::int32_t
 
 }  // namespace
 
+std::int32_t Usb3UsableMbps(std::int32_t rateMbps) {
+  return rateMbps * kUsb3UsablePercent / 100;
+}
+
+USB4_BANDWIDTH Usb3ChargeOf(const USB4_BANDWIDTH& grant) {
+  return {grant.Upstream * 4 / 3, grant.Downstream * 4 / 3};
+}
+
 USB4_TUNNEL* KivUsb4TunnelAllocUsb3(USB4_DOMAIN* owner, const USB4_ENDS& ends, const USB4_BANDWIDTH& maximum) {
   const std::int32_t grant = InitialGrant(ends, maximum);
   if (grant < 0) return nullptr;
   USB4_TUNNEL* tunnel = BuildTwoWayTunnel<Usb3>(owner, ends);
   if (tunnel == nullptr) return nullptr;
   tunnel->Maximum = maximum;
-  if (StartsAtHost(ends.Source)) {
+  if (IsHostRouter(ends.Source->Router)) {
     tunnel->Allocated = {grant, grant};
     ManageBandwidth(tunnel);
   }
@@ -70,7 +69,7 @@ USB4_TUNNEL* KivUsb4TunnelAllocUsb3(USB4_DOMAIN* owner, const USB4_ENDS& ends, c
 
 USB4_TUNNEL* KivUsb4TunnelDiscoverUsb3(USB4_DOMAIN* domain, USB4_PORT* downstream) {
   USB4_TUNNEL* tunnel = DiscoverTwoWayTunnel<Usb3>(domain, downstream);
-  if (tunnel == nullptr || !StartsAtHost(downstream)) return tunnel;
+  if (tunnel == nullptr || !IsHostRouter(downstream->Router)) return tunnel;
   const KIV_RESULT result = Usb4Usb3PortAllocatedBandwidth(downstream, tunnel->Allocated);
   if (result != kKivOk) {
     TraceError("grant not read", "adapter", downstream->Number, "result", result);
@@ -91,8 +90,7 @@ KIV_RESULT KivUsb4Usb3Activate(USB4_TUNNEL* tunnel, bool enable) {
 }
 
 KIV_RESULT KivUsb4Usb3ConsumedBandwidth(USB4_TUNNEL* tunnel, USB4_BANDWIDTH& consumed) {
-  consumed.Upstream = tunnel->Allocated.Upstream * 4 / 3;
-  consumed.Downstream = tunnel->Allocated.Downstream * 4 / 3;
+  consumed = Usb3ChargeOf(tunnel->Allocated);
   return kKivOk;
 }
 
@@ -104,7 +102,7 @@ void KivUsb4Usb3ReclaimAvailableBandwidth(USB4_TUNNEL* tunnel, USB4_BANDWIDTH& a
   KIV_RESULT rate = KivUsb4Usb3PortActualLinkRate(tunnel->Source);
   if (rate == 0) rate = KivUsb4Usb3PortMaxLinkRate(tunnel->Source);
   if (rate < 0) return;
-  const std::int32_t most = UsableOf(rate);
+  const std::int32_t most = Usb3UsableMbps(rate);
   USB4_BANDWIDTH& allocated = tunnel->Allocated;
   if (allocated.Upstream >= most && allocated.Downstream >= most) return;
   USB4_BANDWIDTH wanted = {Raised(allocated.Upstream, available.Upstream, most),

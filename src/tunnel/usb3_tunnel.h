@@ -6,6 +6,12 @@
 #include "include/switch.h"
 #include "include/tunnel.h"
 
+// The largest grant that a USB3 link of this rate can use, in per cent of the rate and in Mb/s.
+inline constexpr std::int32_t kUsb3UsablePercent = 90;
+[[nodiscard]] std::int32_t Usb3UsableMbps(std::int32_t rateMbps);
+// What a grant costs the links that it crosses: a third more, for what the link carries besides the payload.
+[[nodiscard]] USB4_BANDWIDTH Usb3ChargeOf(const USB4_BANDWIDTH& grant);
+
 // `ends`: the USB3 downstream adapter, and the upstream adapter of a router further down. With a maximum above 0 the
 // tunnel wants 90 % of the smaller link rate in each direction and is refused when a maximum is below that; with 0 and
 // 0 it starts with nothing. Null also when a rate cannot be read or a path cannot be had.
@@ -18,7 +24,7 @@
 // The callbacks: init writes the grant, activate switches the downstream adapter first, on and off.
 [[nodiscard]] KIV_RESULT KivUsb4Usb3Init(USB4_TUNNEL* tunnel);
 [[nodiscard]] KIV_RESULT KivUsb4Usb3Activate(USB4_TUNNEL* tunnel, bool enable);
-// A third more than the grant: what the link carries besides the payload.
+// Usb3ChargeOf the grant.
 [[nodiscard]] KIV_RESULT KivUsb4Usb3ConsumedBandwidth(USB4_TUNNEL* tunnel, USB4_BANDWIDTH& consumed);
 [[nodiscard]] KIV_RESULT KivUsb4Usb3ReleaseUnusedBandwidth(USB4_TUNNEL* tunnel);
 // Raises the grant to what is available, at most 90 % of the link rate, and takes it off `available`.
