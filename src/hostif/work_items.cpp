@@ -13,6 +13,18 @@ namespace {
 
 constexpr ULONG kFlushMs = 5000;
 
+// WorkDoneEvent says that some run has ended, perhaps an earlier one, and not that none is left: the flag decides.
+// False when a run is still queued or at work after `ms`.
+bool RunsEndWithin(DEVICE_EXTENSION* context, ULONG ms) {
+  const Deadline deadline(ms);
+  while (context->WorkItemQueued.Load() != 0) {
+    const ULONG left = deadline.RemainingMs();
+    if (left == 0) return false;
+    IgnoreResult(WaitForEventMs(context->WorkDoneEvent, left));
+  }
+  return true;
+}
+
 void FlushAndDelete(WDFWORKITEM& item) {
   WDFWORKITEM taken = std::exchange(item, nullptr);
   if (taken == nullptr) return;
@@ -74,13 +86,11 @@ NTSTATUS KivUsb4QueueXDomainGenericWorkItemData(WDFWORKITEM workItem, DEVICE_EXT
 }
 
 void KivUsb4FlushOrFreeWorkItem(DEVICE_EXTENSION* context, bool) {
-  if (context->WorkItemQueued.Load() != 0) {
-    if (WaitForEventMs(context->WorkDoneEvent, kFlushMs) != kStatusOk) {
-      TraceError("the work loop did not end in time", "events left", context->QueuedEventCount);
-      // The run that is left behind must let go of the topology: from here on its accesses and sleeps fail.
-      if (context->Domain != nullptr) context->Domain->RunAborted.Set(true);
-      context->WorkItemQueued.Store(0);
-    }
+  if (!RunsEndWithin(context, kFlushMs)) {
+    TraceError("the work loop did not end in time", "events left", context->QueuedEventCount);
+    // The run that is left behind must let go of the topology: from here on its accesses and sleeps fail.
+    if (context->Domain != nullptr) context->Domain->RunAborted.Set(true);
+    context->WorkItemQueued.Store(0);
   }
   MutexGuard guard(context->WorkListMutex);
   context->QueuedEventCount = 0;

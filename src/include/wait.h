@@ -16,6 +16,26 @@ inline LARGE_INTEGER RelativeMs(ULONG ms) {
   return KeWaitForSingleObject(&event, Executive, KernelMode, FALSE, &due);
 }
 
+// A point in time from which waits count down.
+class Deadline {
+ public:
+  explicit Deadline(ULONG ms) {
+    LARGE_INTEGER frequency;
+    const LONGLONG now = KeQueryPerformanceCounter(&frequency).QuadPart;
+    ticksPerSecond_ = frequency.QuadPart;
+    end_ = now + ticksPerSecond_ * ms / 1000;
+  }
+  // Rounded up; 0 once it has passed.
+  ULONG RemainingMs() const {
+    const LONGLONG left = end_ - KeQueryPerformanceCounter(nullptr).QuadPart;
+    return left <= 0 ? 0 : static_cast<ULONG>((left * 1000 + ticksPerSecond_ - 1) / ticksPerSecond_);
+  }
+
+ private:
+  LONGLONG ticksPerSecond_;
+  LONGLONG end_;
+};
+
 inline void InitialiseAutoResetEvent(KEVENT& event) {
   KeInitializeEvent(&event, SynchronizationEvent, FALSE);
 }

@@ -5,6 +5,7 @@
 
 #include "hostif/notifications.h"
 #include "hostif/run_abort.h"
+#include "hostif/work_items.h"
 #include "tests/support/step_log.h"
 #include "topology/device_list.h"
 
@@ -170,6 +171,34 @@ WORLD_TEST(WorkLoopTiming, APowerDownWaitsForTheEventInProgressAndDropsTheRest) 
   world.Resume();
   world.Quiet();
   EXPECT_TRUE(world.InDriver([](USB4_DOMAIN& domain) { return KivUsb4DomainGetSwitch(&domain, 1) != nullptr; }));
+}
+
+// A signal says that some run has ended: it may be an older one's, while the next one is queued or at work. The order
+// is the producer's: an event, a power-down that begins while its run goes on, an event that was let in just before.
+WORLD_TEST(WorkLoopTiming, AFlushOutlastsTheRunThatIsQueuedBehindTheOneThatSignals) {
+  World world;
+  world.Start();
+  world.Quiet();
+  platform::RandomStream& random = world.simulation().Random("test.steps");
+  int leftBehind = 0;
+  world.InDevice([&](DEVICE_EXTENSION& context) {
+    const auto steps = [&](std::uint64_t most) {
+      for (std::uint64_t n = random.Below(most); n > 0; --n) context.WorkItemQueued.Load();
+    };
+    for (int round = 0; round < 200 && leftBehind == 0; ++round) {
+      KivUsb4QueueHotplug(context.Domain, {.Route = 0, .Adapter = 3, .Unplug = false});
+      steps(60);
+      context.Suspending.Store(1);
+      steps(20);
+      KivUsb4QueueHotplug(context.Domain, {.Route = 0, .Adapter = 4, .Unplug = true});
+      KivUsb4FlushOrFreeWorkItem(&context, false);
+      if (context.WorkItemQueued.Load() != 0) ++leftBehind;
+      SleepMs(context.Domain, 30);
+      context.Suspending.Store(0);
+      KeClearEvent(&context.WorkDoneEvent);
+    }
+  });
+  EXPECT_EQ(leftBehind, 0) << "a run was queued or at work when the flush returned";
 }
 
 }  // namespace
