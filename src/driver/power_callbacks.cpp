@@ -120,6 +120,7 @@ NTSTATUS USB4WdfDeviceD0ExitPreInterruptsDisabled(WDFDEVICE device, WDF_POWER_DE
 }
 
 NTSTATUS USB4EvtDeviceD0Exit(WDFDEVICE device, WDF_POWER_DEVICE_STATE targetState) {
+  TraceInfo("out of D0", "to", KivUsb4DevicePowerStateString(targetState));
   DEVICE_EXTENSION* context = UsableContext(device);
   if (context == nullptr || context->Domain == nullptr) return kStatusOk;
   if (targetState < WdfPowerDeviceD1 || targetState > WdfPowerDeviceD3) return kStatusOk;

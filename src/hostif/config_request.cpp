@@ -32,17 +32,16 @@ bool GiveUp(USB4_CFG_REQUEST* request) {
   }
 }
 
+// A wait that ends in any other way than with an answer or the time-out leaves the result as it stands.
 void WaitForAnswer(USB4_CFG_REQUEST* request, ULONG timeoutMs) {
-  NTSTATUS status = WaitForEventMs(request->Done, timeoutMs);
-  if (status == kStatusOk) return;
-  const bool timedOut = status == kStatusWaitTimedOut;
-  if (!GiveUp(request)) return;
-  if (timedOut) {
+  const NTSTATUS status = WaitForEventMs(request->Done, timeoutMs);
+  if (status == kStatusOk || !GiveUp(request)) return;
+  if (status == kStatusWaitTimedOut) {
     TraceError("CMD_TIMEOUT", "route", RouteOfRequest(request), "type", request->RequestPdf, "ms", timeoutMs);
+    request->Result.Err = kKivNoAnswer;
   } else {
     TraceError("OTHER ERROR", "route", RouteOfRequest(request), "type", request->RequestPdf, "status", status);
   }
-  request->Result.Err = kKivNoAnswer;
 }
 
 }  // namespace

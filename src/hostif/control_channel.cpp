@@ -113,6 +113,7 @@ void KivUsb4CtlStart(USB4_CTL* channel) {
     }
   }
   channel->Running.Set(true);
+  TraceInfo("control channel started");
 }
 
 void KivUsb4CtlStop(USB4_CTL* channel) {
@@ -121,6 +122,7 @@ void KivUsb4CtlStop(USB4_CTL* channel) {
   USb4RingStop(channel->ReceiveRing);
   USb4RingStop(channel->TransmitRing);
   DropOutstandingRequests(channel);
+  TraceInfo("control channel stopped");
 }
 
 USB4_CTL_PKG* KivUsb4CtlPkgAlloc(USB4_CTL* channel, USB4_RING* ring) {

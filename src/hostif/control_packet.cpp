@@ -16,6 +16,10 @@ KIV_RESULT CheckField(const char* field, std::uint64_t expected, std::uint64_t f
   return kKivIoError;
 }
 
+void TraceUnlessZero(const char* bits, std::uint32_t found) {
+  if (found != 0) TraceWarning("bits of the error word should be zero", "bits", bits, "found", found);
+}
+
 KIV_RESULT CheckAddressField(const char* field, std::uint64_t asked, std::uint64_t found) {
   if (asked == found) return kKivOk;
   TraceError("address word does not echo the request", "field", field, "asked", asked, "found", found);
@@ -61,9 +65,9 @@ USB4_CFG_RESULT KivUsb4DecodeError(const USB4_CTL_PKG* packet) {
   const KIV_RESULT header = KivUsb4CheckHeader(packet, {kControlHeaderBytes, USB4_PDF_NOTIFICATION, route});
   if (header != kKivOk) return {route, 0, header, 0};
   const std::uint32_t word = packet->Buffer[2];
-  if ((word & (ErrorWord::Zero1::kMask | ErrorWord::Zero2::kMask | ErrorWord::Zero3::kMask)) != 0) {
-    TraceWarning("error word has bits set that should be zero", "word", word);
-  }
+  TraceUnlessZero("4 to 7", ErrorWord::Zero1::Get(word));
+  TraceUnlessZero("14 to 15", ErrorWord::Zero2::Get(word));
+  TraceUnlessZero("16 to 29", ErrorWord::Zero3::Get(word));
   // Codes 8 to 15 come out negative: whoever compares a code compares it as signed.
   return {route, ErrorWord::Adapter::Get(word), kKivErrorPacket, SignExtend4(ErrorWord::Code::Get(word))};
 }

@@ -39,6 +39,7 @@ USB4_DOMAIN* KivUSB4DomainAlloc(USB4_HOST_INTERFACE* hostInterface, std::uint32_
   InitialiseAutoResetEvent(domain->BusEvent);
   KeInitializeSpinLock(&domain->TopologyLock);
   KeInitializeMutex(&domain->RunLock, 0);
+  TraceInfo("domain allocated", "kind", kind);
   return domain;
 }
 
@@ -55,6 +56,7 @@ void KivUSB4DomainFree(USB4_DOMAIN* domain) {
   if (domain == nullptr) return;
   PoolDeleteArray(domain->ComputerName, USB4_DOMAIN::kComputerNameTag);
   PoolDelete(domain);
+  TraceInfo("domain released");
 }
 
 void StartControlChannel(USB4_DOMAIN* domain) {

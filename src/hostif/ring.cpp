@@ -122,17 +122,20 @@ KIV_RESULT KivUsb4AllocHop(USB4_HOST_INTERFACE* hostInterface, USB4_RING* ring) 
 }
 
 void Usb4RingStart(USB4_RING* ring) {
-  QueuedSpinLockGuard guard(ring->Lock);
-  if (ring->Running) return;
-  if (!ring->Claimed) {
-    TraceError("ring without a hop not started", "hop", ring->Hop);
-    return;
+  {
+    QueuedSpinLockGuard guard(ring->Lock);
+    if (ring->Running) return;
+    if (!ring->Claimed) {
+      TraceError("ring without a hop not started", "hop", ring->Hop);
+      return;
+    }
+    WriteTableAddress(*ring, ring->DescriptorsBusAddress);
+    WriteSizeAndMasks(*ring);
+    WriteControlWord(*ring);
+    KivUsb4RingInterruptActive(*ring, true);
+    ring->Running = 1;
   }
-  WriteTableAddress(*ring, ring->DescriptorsBusAddress);
-  WriteSizeAndMasks(*ring);
-  WriteControlWord(*ring);
-  KivUsb4RingInterruptActive(*ring, true);
-  ring->Running = 1;
+  TraceInfo("ring started", "hop", ring->Hop, "transmit", ring->IsTransmit);
 }
 
 void USb4RingStop(USB4_RING* ring) {
@@ -152,6 +155,7 @@ void USb4RingStop(USB4_RING* ring) {
   // Only the control channel wants its packets back at once: it frees or keeps them. A network ring's buffers belong to
   // the data path, which takes them back itself when it tears down.
   if (ring->Hop == 0) ProcessRingData(ring);
+  TraceInfo("ring stopped", "hop", ring->Hop, "transmit", ring->IsTransmit);
 }
 
 void Usb4RingFree(USB4_RING* ring) {
