@@ -127,7 +127,19 @@ void Link::StopLanes() {
   bondingPending_ = false;
   generation_ = fabric_.NewGeneration();
   if (bonded_) SetBonded(false);
+  ClearMarks();
   Show();
+}
+
+// A port forgets that its link is configured when the link goes down other than by sleep.
+void Link::ClearMarks() {
+  for (unsigned end = 0; end < 2; ++end) {
+    for (unsigned lane = 0; lane < 2; ++lane) {
+      Adapter* adapter = LaneAdapter(end, lane);
+      if (adapter == nullptr || adapter->usb4Capability == 0) continue;
+      adapter->space().SetBits(adapter->usb4Capability + kPortCs19, kPortConfigured, 0);
+    }
+  }
 }
 
 void Link::TakeDown() {

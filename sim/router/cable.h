@@ -67,6 +67,7 @@ class Link {
   void StartTraining(unsigned lane);
   void LaneCameUp(unsigned lane);
   void StopLanes();
+  void ClearMarks();
   void TakeDown();  // all lanes, then tells the fabric once
   void Release();
   void BringUp();

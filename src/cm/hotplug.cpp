@@ -65,8 +65,6 @@ void RemoveBehind(USB4_PORT* adapter) {
   KivUsb4SwitchLaneBondingDisable(router);
   KivUsb4SwitchRemove(router);
   ForgetRemote(adapter);
-  const KIV_RESULT unmarked = UnmarkNearEnd(adapter);
-  if (unmarked != kKivOk) TraceWarning("port still marked configured", "adapter", adapter->Number, "result", unmarked);
   KivUsb4TunnelDp(domain);
   RestIfIdle(domain);
 }

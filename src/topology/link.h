@@ -43,7 +43,3 @@ void KivUsb4SwitchLaneBondingDisable(USB4_SWITCH* router);
 [[nodiscard]] KIV_RESULT KivUsb4SwitchConfigureLink(const USB4_SWITCH* router);
 // Takes the marks away at both ends, but touches neither for a router that is marked unplugged. Always 0.
 [[nodiscard]] KIV_RESULT KivUsb4SwitchUnconfigureLink(const USB4_SWITCH* router);
-// Takes the mark away at the near end of a link whose far end is gone. A port that still counts as configured is not
-// armed to wake on a connect, and a device that idles would sleep through the next plug. 0 without an access when a
-// USB4 router's adapter has no port capability.
-[[nodiscard]] KIV_RESULT UnmarkNearEnd(const USB4_PORT* adapter);

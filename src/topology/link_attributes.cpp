@@ -130,8 +130,3 @@ KIV_RESULT KivUsb4SwitchUnconfigureLink(const USB4_SWITCH* router) {
   if (upstream->Remote != nullptr) IgnoreResult(MarkConfigured(upstream->Remote, false));
   return kKivOk;
 }
-
-KIV_RESULT UnmarkNearEnd(const USB4_PORT* adapter) {
-  if (KivUsb4SwitchIsUsb4(adapter->Router) && adapter->Usb4PortCapability == 0) return kKivOk;
-  return MarkConfigured(adapter, false);
-}

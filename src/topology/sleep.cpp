@@ -18,12 +18,12 @@ bool Wants(std::uint32_t flags, std::uint32_t source) {
 }
 
 // Connect is armed only where nothing is configured behind the port, disconnect and USB4 wake only where something is.
-// A mark without a router behind it is left over, of one that was pulled while the host slept or that the start could
-// not read: nobody took it off, and with it the next plug could not wake. The way up always carries a wake.
+// The upstream adapter always passes wakes on. The hardware takes the mark off when the link goes down other than by
+// sleep, so that a port from which a router was pulled can wake on the next plug.
 KIV_RESULT ArmPort(const USB4_PORT* adapter, std::uint32_t flags) {
   return ModifyRegister<PortCs19>(adapter, adapter->Usb4PortCapability, [adapter, flags](PortCs19::Value& cs19) {
     const bool upstream = KivUsb4PortIsUpstream(adapter);
-    const bool configured = cs19.IsSet<PortCs19::PortConfigured>() && adapter->Remote != nullptr;
+    const bool configured = cs19.IsSet<PortCs19::PortConfigured>();
     cs19.Set<PortCs19::WakeOnConnect>(!upstream && !configured && Wants(flags, kWakeOnConnect));
     cs19.Set<PortCs19::WakeOnDisconnect>(!upstream && configured && Wants(flags, kWakeOnDisconnect));
     cs19.Set<PortCs19::WakeOnUsb4>(upstream || (configured && Wants(flags, kWakeOnUsb4)));

@@ -25,13 +25,15 @@ struct TunnelBench : Rig {
     adapter("H1:1").space().SetBits(5, 0x7Fu << 22, 2u << 22);
     StartControlRing();
   }
-  void Cycle(bool handshake, FunctionPower power) {
+  void Cycle(
+      bool handshake, FunctionPower power, const std::function<void()>& asleep = [] {}) {
     for (std::uint64_t route : {1, 0}) {
       const std::uint32_t cs5 = Value(route, 0, Space::Router, 5);
       if (handshake) Write(route, 0, Space::Router, 5, {cs5 | 1});
       Run(25 * kMs);
     }
     host.SetPower(power);
+    asleep();
     Run(100 * kMs);
     host.SetPower(FunctionPower::D0);
     Run(200 * kMs);
@@ -62,7 +64,7 @@ struct TunnelBench : Rig {
 TEST(TunnelState, IsKeptAndLostAsTheTableSays) {
   constexpr const char* kAll =
       "configured entries pcie usb3 dp 5 2 x2 open 14 reserved |configured entries pcie usb3 dp 12 3 x2 open 14";
-  const std::string nearSide = "configured entries pcie usb3 dp 5 2 x1 locked 14 reserved |";
+  const std::string nearSide = "configured entries pcie usb3 dp 5 2 x1 locked 6 reserved |";
   constexpr const char* kNothing = " 0 0 x1 locked 6 | 0 0 x1 open 6";
   struct Case {
     const char* what;
@@ -83,6 +85,9 @@ TEST(TunnelState, IsKeptAndLostAsTheTableSays) {
        },
        nearSide + " 0 0 x1 open 6", false},
       {"unplug", [](TunnelBench& rig) { rig.fabric.Unplug("D1"); }, nearSide + " 0 0 x1 locked 6", false},
+      {"unplug while asleep",
+       [](TunnelBench& rig) { rig.Cycle(true, FunctionPower::D3Hot, [&rig] { rig.fabric.Unplug("D1"); }); },
+       nearSide + " 0 0 x1 locked 6", false},
   };
   for (const Case& c : cases) {
     TunnelBench rig;
