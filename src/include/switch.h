@@ -31,6 +31,7 @@ struct USB4_PATH_TEXT {
 };
 
 inline constexpr std::uint8_t kPortSecondLane = 1;
+inline constexpr std::uint8_t kPortLaneEntry = 2;
 
 struct USB4_PORT {
   static constexpr ULONG kPoolTag = PoolTag("POR1");
@@ -44,10 +45,11 @@ struct USB4_PORT {
   std::uint32_t TmuCapability;
   std::uint32_t ProtocolCapability;
   std::uint32_t Usb4PortCapability;
-  std::uint8_t Disabled;                // by the router's DROM, or because its header cannot be read
-  std::uint8_t Bonded;                  // on both lane adapters of a link while its lanes are bonded
-  USB4_PORT* DualLinkPartner;           // the other lane adapter of the link, or null
-  std::uint8_t Flags;                   // kPortSecondLane: lane 1 of its link
+  std::uint8_t Disabled;       // by the router's DROM, or because its header cannot be read
+  std::uint8_t Bonded;         // on both lane adapters of a link while its lanes are bonded
+  USB4_PORT* DualLinkPartner;  // the other lane adapter of the link, or null
+  // kPortSecondLane: lane 1 of its link; kPortLaneEntry: so its DROM entry says, not the default
+  std::uint8_t Flags;
   std::uint8_t InputHops[kHopIdCount];  // 1: in use; both maps are changed under the topology lock
   std::uint8_t OutputHops[kHopIdCount];
   LIST_ENTRY DpResourceLink;
@@ -59,6 +61,7 @@ struct USB4_PORT {
 
   std::uint32_t Type() const { return AdpCs2::Value(Header[AdpCs2::kOffset]).Get<AdpCs2::Type>(); }
   bool IsSecondLane() const { return (Flags & kPortSecondLane) != 0; }
+  bool HasLaneEntry() const { return (Flags & kPortLaneEntry) != 0; }
 };
 
 // Copied as one block into the device list.

@@ -46,21 +46,52 @@ void AllocateTexts(USB4_PORT* adapter) {
   }
 }
 
-// What DROM entries say about `adapter` and its partner holds for both of them: each is the other's, one is the second.
-// An entry may speak for both. Anything else is no pair: a link of which one adapter leads up and the other down would
-// send every walk over the topology in a circle.
-void SettleNamedPartner(USB4_PORT* adapter) {
-  USB4_PORT* partner = adapter->DualLinkPartner;
-  if (partner == nullptr) return;
-  const bool lanes = KivUsb4PortIsLane(adapter) && KivUsb4PortIsLane(partner) && partner != adapter;
-  if (lanes && partner->DualLinkPartner == nullptr) {
-    partner->DualLinkPartner = adapter;
-    partner->Flags = adapter->IsSecondLane() ? 0 : kPortSecondLane;
+bool NamesOther(const USB4_PORT* adapter, const USB4_PORT* partner) {
+  return adapter->DualLinkPartner != nullptr && adapter->DualLinkPartner != partner;
+}
+
+// Whether the DROM makes a pair of `adapter` and the partner that its entry names: two lane adapters, one of them the
+// second, and no entry puts either of them into another pair. The partner's entry may be silent about the pair, or
+// missing.
+bool NamesWholePair(const USB4_PORT* adapter) {
+  const USB4_PORT* partner = adapter->DualLinkPartner;
+  if (partner == adapter || !KivUsb4PortIsLane(adapter) || !KivUsb4PortIsLane(partner)) return false;
+  if (NamesOther(partner, adapter)) return false;
+  for (const USB4_PORT& other : AdaptersOf(adapter->Router)) {
+    if (&other == adapter || &other == partner) continue;
+    if (other.DualLinkPartner == adapter || other.DualLinkPartner == partner) return false;
   }
-  if (lanes && partner->DualLinkPartner == adapter && partner->IsSecondLane() != adapter->IsSecondLane()) return;
-  TraceError("no partner by the DROM", "name", adapter->Router->Info.Name, "adapter", adapter->Number);
-  if (partner->DualLinkPartner == adapter) partner->DualLinkPartner = nullptr;
-  adapter->DualLinkPartner = nullptr;
+  return !partner->HasLaneEntry() || partner->IsSecondLane() != adapter->IsSecondLane();
+}
+
+void Pair(USB4_PORT* first, USB4_PORT* second) {
+  first->DualLinkPartner = second;
+  first->Flags &= static_cast<std::uint8_t>(~kPortSecondLane);
+  second->DualLinkPartner = first;
+  second->Flags |= kPortSecondLane;
+}
+
+// All pairs are judged before the first one is changed, so that the order of the adapters decides nothing. A link of
+// which one adapter leads up and the other down would send every walk over the topology in a circle.
+void SettleNamedPairs(USB4_SWITCH* router) {
+  std::uint64_t whole = 0;  // by adapter number, of those whose entries name a whole pair
+  for (const USB4_PORT& adapter : AdaptersOf(router)) {
+    if (adapter.DualLinkPartner == nullptr) continue;
+    if (NamesWholePair(&adapter)) {
+      whole |= std::uint64_t{1} << adapter.Number;
+    } else {
+      TraceError("no partner by the DROM", "name", router->Info.Name, "adapter", adapter.Number);
+    }
+  }
+  const auto isWhole = [whole](const USB4_PORT& adapter) { return (whole >> adapter.Number & 1) != 0; };
+  for (USB4_PORT& adapter : AdaptersOf(router)) {
+    if (!isWhole(adapter)) adapter.DualLinkPartner = nullptr;
+  }
+  for (USB4_PORT& adapter : AdaptersOf(router)) {
+    if (!isWhole(adapter)) continue;
+    USB4_PORT* partner = adapter.DualLinkPartner;
+    adapter.IsSecondLane() ? Pair(partner, &adapter) : Pair(&adapter, partner);
+  }
 }
 
 }  // namespace
@@ -87,15 +118,11 @@ KIV_RESULT KivUsb4InitPort(USB4_PORT* adapter) {
 }
 
 void KivUsb4SwitchDefaultLinkPorts(USB4_SWITCH* router) {
-  for (USB4_PORT& adapter : AdaptersOf(router)) SettleNamedPartner(&adapter);
+  SettleNamedPairs(router);
   for (std::uint32_t number = 1; number < router->MaximumAdapter(); ++number) {
     USB4_PORT* first = &router->Adapters[number];
     USB4_PORT* second = first + 1;
     if (!KivUsb4PortIsLane(first) || !KivUsb4PortIsLane(second)) continue;
-    if (first->DualLinkPartner != nullptr || second->DualLinkPartner != nullptr) continue;
-    first->DualLinkPartner = second;
-    first->Flags &= static_cast<std::uint8_t>(~kPortSecondLane);
-    second->DualLinkPartner = first;
-    second->Flags |= kPortSecondLane;
+    if (first->DualLinkPartner == nullptr && second->DualLinkPartner == nullptr) Pair(first, second);
   }
 }

@@ -136,7 +136,7 @@ KIV_RESULT KivUsb4DromParseEntryPort(USB4_SWITCH* router, std::uint32_t entry) {
   if (result != kKivOk) return result;
   if (cs2.Get<AdpCs2::Type>() != USB4_ADAPTER_LANE) return kKivOk;
   if (bytes[0] != kLaneEntryBytes) return kKivFailed;
-  adapter->Flags = LaneEntry::SecondLane::Get(bytes[2]) != 0 ? kPortSecondLane : 0;
+  adapter->Flags = LaneEntry::SecondLane::Get(bytes[2]) != 0 ? kPortLaneEntry | kPortSecondLane : kPortLaneEntry;
   if (LaneEntry::HasPartner::Get(bytes[2]) != 0) {
     const std::uint32_t partner = LaneEntry::Partner::Get(bytes[3]);
     // No record exists for a partner that the router does not have.

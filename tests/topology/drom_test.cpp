@@ -207,6 +207,13 @@ Bytes Lane(unsigned number, bool second, unsigned partner) {
           0};
 }
 
+// Says which lane it is, and nothing of a partner.
+Bytes LaneAlone(unsigned number, bool second) {
+  Bytes entry = Lane(number, second, 0);
+  entry[2] &= 0x10;
+  return entry;
+}
+
 // "1-2 3-4": the pairs, first lane in front; adapters without a partner are left out.
 std::string Pairs(const USB4_SWITCH& router) {
   std::string text;
@@ -234,8 +241,13 @@ TEST(Drom, OnlyWholePairsOfLanesHold) {
       {"the partner is disabled", {{2, 0xC0 | 2}, Lane(1, false, 2)}, "3-4 5-6 7-8"},
       {"both are second", {Lane(1, true, 2), Lane(2, true, 1)}, "1-2 3-4 5-6 7-8"},
       {"neither is second", {Lane(3, false, 4), Lane(4, false, 3)}, "1-2 3-4 5-6 7-8"},
-      {"in a row", {Lane(1, false, 3), Lane(3, true, 5)}, "1-2 5-3 6-7"},
-      {"all in a ring", {Lane(1, false, 3), Lane(3, false, 5), Lane(5, true, 1)}, "1-5 2-3 6-7"},
+      {"in a row", {Lane(1, false, 3), Lane(3, true, 5)}, "1-2 3-4 5-6 7-8"},
+      {"in a row, told from its end", {Lane(5, false, 3), Lane(3, true, 1)}, "1-2 3-4 5-6 7-8"},
+      {"all in a ring", {Lane(1, false, 3), Lane(3, false, 5), Lane(5, true, 1)}, "1-2 3-4 5-6 7-8"},
+      {"two name the same partner", {Lane(5, false, 3), Lane(1, false, 3)}, "1-2 3-4 5-6 7-8"},
+      {"a third names one of a pair", {Lane(1, false, 4), Lane(4, true, 1), Lane(6, true, 1)}, "1-2 3-4 5-6 7-8"},
+      {"the partner knows its own lane", {LaneAlone(3, true), Lane(4, false, 3)}, "1-2 4-3 5-6 7-8"},
+      {"the partner knows better", {LaneAlone(3, false), Lane(4, false, 3)}, "1-2 3-4 5-6 7-8"},
   };
   for (const auto& test : kCases) {
     SCOPED_TRACE(test.what);
