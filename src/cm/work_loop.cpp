@@ -48,23 +48,18 @@ void HandleAndFree(DEVICE_EXTENSION* context, USB4_EVENT_NODE* node) {
   PoolDelete(node);
 }
 
-bool EventsWait(DEVICE_EXTENSION* context) {
-  MutexGuard guard(context->WorkListMutex);
-  return !context->Events().IsEmpty();
-}
-
 void Drain(DEVICE_EXTENSION* context, USB4_DOMAIN* domain) {
-  do {
-    while (USB4_EVENT_NODE* node = TakeEvent(context)) HandleAndFree(context, node);
-    RestIfIdle(domain);
-  } while (EventsWait(context));
+  while (USB4_EVENT_NODE* node = TakeEvent(context)) HandleAndFree(context, node);
+  RestIfIdle(domain);
 }
 
-// True when the loop must go on: an event came between the last look at the list and the flag's fall, and whoever
-// queued it saw the flag still up.
-bool ReclaimRun(DEVICE_EXTENSION* context) {
+// False while events wait. The flag falls under the mutex: an event that is queued later finds it down and enqueues the
+// next run, and a flush never finds it down while this run goes on.
+bool EndRun(DEVICE_EXTENSION* context) {
+  MutexGuard guard(context->WorkListMutex);
+  if (!context->Events().IsEmpty()) return false;
   context->WorkItemQueued.Exchange(0);
-  return EventsWait(context) && context->WorkItemQueued.ChangeFrom(0, 1);
+  return true;
 }
 
 }  // namespace
@@ -80,6 +75,6 @@ void KivUsb4WorkItemCallback(WDFWORKITEM workItem) {
   }
   do {
     Drain(context, domain);
-  } while (ReclaimRun(context));
+  } while (!EndRun(context));
   if (context->Suspending.Load() != 0) SetEvent(context->WorkDoneEvent);
 }
