@@ -7,7 +7,7 @@
 #include "hostif/config_access.h"
 #include "hostif/host_interface.h"
 #include "hostif/ring.h"
-#include "hostif/run_abort.h"
+#include "hostif/abort.h"
 #include "include/device_context.h"
 #include "include/domain.h"
 #include "lab/machine/machine.h"

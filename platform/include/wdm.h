@@ -66,6 +66,15 @@ NTSTATUS KeWaitForSingleObject(PVOID Object, KWAIT_REASON WaitReason, KPROCESSOR
                                PLARGE_INTEGER Timeout);
 #define KeWaitForMutexObject KeWaitForSingleObject
 
+// Without wait blocks of the caller's, up to THREAD_WAIT_OBJECTS objects.
+#define THREAD_WAIT_OBJECTS 3
+#define MAXIMUM_WAIT_OBJECTS 64
+typedef enum _WAIT_TYPE { WaitAll, WaitAny } WAIT_TYPE;
+typedef struct _KWAIT_BLOCK KWAIT_BLOCK, *PKWAIT_BLOCK;
+NTSTATUS KeWaitForMultipleObjects(ULONG Count, PVOID Object[], WAIT_TYPE WaitType, KWAIT_REASON WaitReason,
+                                  KPROCESSOR_MODE WaitMode, BOOLEAN Alertable, PLARGE_INTEGER Timeout,
+                                  PKWAIT_BLOCK WaitBlockArray);
+
 // --- spin locks ---
 typedef ULONG_PTR KSPIN_LOCK, *PKSPIN_LOCK;
 

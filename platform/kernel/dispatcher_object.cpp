@@ -1,5 +1,7 @@
 #include "platform/kernel/dispatcher_object.h"
 
+#include <array>
+
 #include "platform/host/host_kernel.h"
 #include "platform/kernel/kernel_state.h"
 
@@ -46,10 +48,35 @@ bool WaitForGrant(KernelCall& call, const DISPATCHER_HEADER& header, const char*
   return wait.granted;
 }
 
+std::optional<std::size_t> WaitForAnyGrant(KernelCall& call, std::span<void* const> objects, const char* why,
+                                           Time deadline) {
+  WaitList& list = call.kernel().state().waits;
+  std::array<Wait, kMostWaitObjects> waits{};
+  for (std::size_t i = 0; i < objects.size(); ++i) {
+    waits[i].task = &call.task();
+    waits[i].object = objects[i];
+    waits[i].sibling = &waits[(i + 1) % objects.size()];
+    list.Add(waits[i]);
+  }
+  std::optional<std::size_t> granted;
+  const auto look = [&] {
+    for (std::size_t i = 0; i < objects.size(); ++i)
+      if (waits[i].granted) granted = i;
+    return granted.has_value();
+  };
+  while (!look()) {
+    if (!call.scheduler().Park(why, objects.front(), deadline)) break;
+  }
+  look();
+  for (std::size_t i = 0; i < objects.size(); ++i) list.Remove(waits[i]);
+  return granted;
+}
+
 Task* GrantOldest(KernelCall& call, const DISPATCHER_HEADER& header) {
   Wait* wait = call.kernel().state().waits.OldestOn(&header);
   if (!wait) return nullptr;
   wait->granted = true;
+  for (Wait* other = wait->sibling; other && other != wait; other = other->sibling) other->over = true;
   call.scheduler().Wake(*wait->task);
   return wait->task;
 }

@@ -3,6 +3,9 @@
 // The signature also binds the object to its address, so that a copied or moved one is as uninitialised as one that
 // never saw its init call.
 #pragma once
+#include <optional>
+#include <span>
+
 #include "platform/include/wdm.h"
 #include "platform/scheduler/scheduler.h"
 
@@ -30,6 +33,10 @@ void CheckNobodyWaits(KernelCall& call, const void* object);
 
 // Parks the running task until it is granted the object or the deadline is reached. True when granted.
 bool WaitForGrant(KernelCall& call, const DISPATCHER_HEADER& header, const char* why, Time deadline);
+// The same for the first of several objects that is granted, each in the place of one wait; its index.
+inline constexpr std::size_t kMostWaitObjects = THREAD_WAIT_OBJECTS;
+std::optional<std::size_t> WaitForAnyGrant(KernelCall& call, std::span<void* const> objects, const char* why,
+                                           Time deadline);
 // Grants the object to the waiter that has waited longest. Null when nobody waits.
 Task* GrantOldest(KernelCall& call, const DISPATCHER_HEADER& header);
 

@@ -18,7 +18,7 @@ void WaitList::Remove(Wait& wait) {
 
 Wait* WaitList::OldestOn(const void* object) const {
   for (Wait* wait = first_; wait; wait = wait->next) {
-    if (wait->object == object && !wait->granted) return wait;
+    if (wait->object == object && !wait->granted && !wait->over) return wait;
   }
   return nullptr;
 }
@@ -26,7 +26,7 @@ Wait* WaitList::OldestOn(const void* object) const {
 const Wait* WaitList::InRange(const void* start, std::size_t bytes) const {
   const auto from = reinterpret_cast<std::uintptr_t>(start);
   for (const Wait* wait = first_; wait; wait = wait->next) {
-    if (reinterpret_cast<std::uintptr_t>(wait->object) - from < bytes && !wait->granted) return wait;
+    if (reinterpret_cast<std::uintptr_t>(wait->object) - from < bytes && !wait->granted && !wait->over) return wait;
   }
   return nullptr;
 }

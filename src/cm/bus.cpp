@@ -6,7 +6,7 @@
 #include "cm/tunnel_discovery.h"
 #include "cm/tunnel_policy.h"
 #include "hostif/power.h"
-#include "hostif/run_abort.h"
+#include "hostif/abort.h"
 #include "hostif/upcalls.h"
 #include "include/device_context.h"
 #include "include/trace.h"

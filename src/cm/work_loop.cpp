@@ -6,7 +6,7 @@
 #include "cm/idle.h"
 #include "hostif/control_channel.h"
 #include "hostif/power.h"
-#include "hostif/run_abort.h"
+#include "hostif/abort.h"
 #include "hostif/upcalls.h"
 #include "include/device_context.h"
 #include "include/locks.h"
@@ -30,9 +30,7 @@ void Handle(const USB4_HOTPLUG_EVENT& event) {
   USB4_DOMAIN* domain = event.Domain;
   RunGuard guard(*domain);
   TraceStep("handle hot-plug", "route", event.Route, "adapter", event.Adapter, "unplug", event.Unplug);
-  domain->EventThread = PsGetCurrentThreadId();
   KivUsb4HandleHotplug(event);
-  domain->EventThread = nullptr;
   const KIV_RESULT sent = KivUsb4CfgAckPlug(domain->ControlChannel, event.Route, event.Adapter, event.Unplug != 0);
   TraceInfo("event handled", "route", event.Route, "adapter", event.Adapter, "unplug", event.Unplug, "acknowledged",
             sent);
@@ -70,7 +68,7 @@ void KivUsb4WorkItemCallback(WDFWORKITEM workItem) {
   if (context == nullptr || context->Domain == nullptr) return;
   USB4_DOMAIN* domain = context->Domain;
   TakePowerReference(domain, {.WaitForD0 = false, .OnlyIfGranted = false});
-  if (!domain->Started.IsSet() && WaitForEventMs(domain->BusEvent, kBusStartMs) != kStatusOk) {
+  if (!domain->Started.IsSet() && WaitForEventOrAbort(domain, domain->BusEvent, kBusStartMs) != kStatusOk) {
     TraceWarning("the bus has not started in time", "ms", kBusStartMs);
   }
   do {

@@ -3,6 +3,7 @@
 #include "driver/power_callbacks.h"
 
 #include "cm/bus.h"
+#include "hostif/abort.h"
 #include "hostif/domain.h"
 #include "hostif/host_interface.h"
 #include "hostif/work_items.h"
@@ -45,6 +46,7 @@ void EndSuspending(DEVICE_EXTENSION* context) {
 }
 
 void EnterD3(DEVICE_EXTENSION* context) {
+  const PowerDownScope powerDown(*context->Domain);
   context->Suspending.Store(1);
   KivUsb4NotifyGfxDpTunnels(context, context->Domain, kDisplayEntersD3);
   KivUsb4FlushOrFreeWorkItem(context, false);
@@ -54,6 +56,7 @@ void EnterD3(DEVICE_EXTENSION* context) {
 }
 
 void EnterD3Final(DEVICE_EXTENSION* context) {
+  const PowerDownScope powerDown(*context->Domain);
   context->Suspending.Store(1);
   KivUsb4FlushOrFreeWorkItem(context, false);
   context->PoweredDown.Set(false);
@@ -124,6 +127,7 @@ NTSTATUS USB4EvtDeviceD0Exit(WDFDEVICE device, WDF_POWER_DEVICE_STATE targetStat
   DEVICE_EXTENSION* context = UsableContext(device);
   if (context == nullptr || context->Domain == nullptr) return kStatusOk;
   if (targetState < WdfPowerDeviceD1 || targetState > WdfPowerDeviceD3) return kStatusOk;
+  const PowerDownScope powerDown(*context->Domain);
   StopControlChannel(context->Domain);
   KivUsb4BusStop(context->Domain, true);
   KivUsb4MaskInterrupts(*context->HostInterface);

@@ -3,6 +3,7 @@
 
 #include "driver/bar_mapping.h"
 #include "driver/prepare_hardware.h"
+#include "hostif/abort.h"
 #include "hostif/control_channel.h"
 #include "hostif/domain.h"
 #include "hostif/host_interface.h"
@@ -11,17 +12,21 @@
 #include "include/device_context.h"
 #include "include/status.h"
 #include "include/trace.h"
-#include "include/wait.h"
 #include "xdomain/host_properties.h"
 
 namespace {
 
-// The work items go first: while one runs, it may still want the channel and the domain.
+// While a work item runs, it may still want the channel and the domain. What it waits for is not worth the time.
+void EndWork(DEVICE_EXTENSION* context) {
+  const PowerDownScope powerDown(*context->Domain);
+  AbortOtherFlows(*context->Domain);
+  DeleteSharedWorkItems(context);
+}
+
 void TearDownDomain(DEVICE_EXTENSION* context) {
   USB4_DOMAIN* domain = context->Domain;
   context->GenericWorkReady.Set(false);
-  SetEvent(domain->BusEvent);  // nobody starts the bus any more: a run that waits for it need not wait out its time
-  DeleteSharedWorkItems(context);
+  EndWork(context);
   // A domain with tunnels has kept the device awake until now; the next preparation builds a domain that knows nothing
   // of it.
   GiveBackPowerReference(domain);

@@ -3,9 +3,9 @@
 
 #include <cstring>
 
+#include "hostif/abort.h"
 #include "hostif/config_request.h"
 #include "hostif/control_packet.h"
-#include "hostif/run_abort.h"
 #include "include/device_context.h"
 #include "include/locks.h"
 #include "include/trace.h"
@@ -35,7 +35,7 @@ struct Access {
 
 bool MustStop(USB4_CTL* channel) {
   DEVICE_EXTENSION* context = ContextOf(channel->HostInterface);
-  return context == nullptr || context->PoweredDown.IsSet() || RunIsAborted(context->Domain);
+  return context == nullptr || context->PoweredDown.IsSet() || IsAborted(context->Domain);
 }
 
 void FillRequest(USB4_CFG_REQUEST* request, const Access& access, std::uint32_t attempt) {

@@ -3,8 +3,10 @@
 
 #include <cstring>
 
+#include "hostif/abort.h"
 #include "hostif/control_channel.h"
 #include "hostif/control_packet.h"
+#include "include/device_context.h"
 #include "include/locks.h"
 #include "include/trace.h"
 #include "include/wait.h"
@@ -32,13 +34,21 @@ bool GiveUp(USB4_CFG_REQUEST* request) {
   }
 }
 
-// A wait that ends in any other way than with an answer or the time-out leaves the result as it stands.
+USB4_DOMAIN* DomainOf(const USB4_CTL* channel) {
+  const DEVICE_EXTENSION* context = ContextOf(channel->HostInterface);
+  return context == nullptr ? nullptr : context->Domain;
+}
+
+// A wait that the platform ends in any other way leaves the result as it stands.
 void WaitForAnswer(USB4_CFG_REQUEST* request, ULONG timeoutMs) {
-  const NTSTATUS status = WaitForEventMs(request->Done, timeoutMs);
+  const NTSTATUS status = WaitForEventOrAbort(DomainOf(request->Channel), request->Done, timeoutMs);
   if (status == kStatusOk || !GiveUp(request)) return;
   if (status == kStatusWaitTimedOut) {
     TraceError("CMD_TIMEOUT", "route", RouteOfRequest(request), "type", request->RequestPdf, "ms", timeoutMs);
     request->Result.Err = kKivNoAnswer;
+  } else if (status == kStatusAborted) {
+    TraceWarning("answer not waited for", "route", RouteOfRequest(request), "type", request->RequestPdf);
+    request->Result.Err = kKivFailed;
   } else {
     TraceError("OTHER ERROR", "route", RouteOfRequest(request), "type", request->RequestPdf, "status", status);
   }

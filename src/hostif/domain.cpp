@@ -37,6 +37,7 @@ USB4_DOMAIN* KivUSB4DomainAlloc(USB4_HOST_INTERFACE* hostInterface, std::uint32_
   InitializeListHead(&domain->DeviceListHead);
   std::memcpy(domain->NetworkDirectoryUuid, kNetworkDirectoryUuid, sizeof kNetworkDirectoryUuid);
   InitialiseAutoResetEvent(domain->BusEvent);
+  InitialiseManualResetEvent(domain->Aborted);
   KeInitializeSpinLock(&domain->TopologyLock);
   KeInitializeMutex(&domain->RunLock, 0);
   TraceInfo("domain allocated", "kind", kind);

@@ -2,6 +2,8 @@
 // WorkItemQueued changes only atomically, so each busy period has one enqueue.
 #include "hostif/work_items.h"
 
+#include "hostif/abort.h"
+
 #include <utility>
 
 #include "include/domain.h"
@@ -88,8 +90,7 @@ NTSTATUS KivUsb4QueueXDomainGenericWorkItemData(WDFWORKITEM workItem, DEVICE_EXT
 void KivUsb4FlushOrFreeWorkItem(DEVICE_EXTENSION* context, bool) {
   if (!RunsEndWithin(context, kFlushMs)) {
     TraceError("the work loop did not end in time", "events left", context->QueuedEventCount);
-    // The run that is left behind must let go of the topology: from here on its accesses and sleeps fail.
-    if (context->Domain != nullptr) context->Domain->RunAborted.Set(true);
+    if (context->Domain != nullptr) AbortOtherFlows(*context->Domain);
     context->WorkItemQueued.Store(0);
   }
   MutexGuard guard(context->WorkListMutex);

@@ -37,7 +37,8 @@ _IRQL_requires_max_(DISPATCH_LEVEL) [[nodiscard]] NTSTATUS
     KivUsb4QueueXDomainGenericWorkItemData(WDFWORKITEM workItem, DEVICE_EXTENSION* object, void* data,
                                            KIV_WORK_KIND kind);
 
-// Waits for a running main work item, 5 s at most, then declares it gone. `free` is not looked at.
+// Waits until no main work item is queued or runs, 5 s at most, then declares it gone and aborts every other flow.
+// `free` is not looked at.
 _IRQL_requires_max_(PASSIVE_LEVEL) void KivUsb4FlushOrFreeWorkItem(DEVICE_EXTENSION* context, bool free);
 
 // Flushes and deletes the three items that the control channel created. Nothing queues to them any more.

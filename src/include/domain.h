@@ -41,8 +41,6 @@ struct USB4_DOMAIN {
   KSPIN_LOCK TopologyLock;
   // Held while one event is handled, and by start, stop and suspend: the topology changes only under it.
   KMUTEX RunLock;
-  // Set when a power-down gave up waiting for the work loop. Until the power-down has the run lock, every access and
-  // sleep of the thread that handles events fails at once, so that the lock comes free.
-  SharedFlag RunAborted;
-  volatile HANDLE EventThread;  // identifier of the thread that handles events, or null
+  KEVENT Aborted;  // stays signalled while every flow but that of PowerDownThread has to give up; hostif/abort.h
+  volatile HANDLE PowerDownThread;  // identifier of the thread that powers the device down, or null
 };

@@ -39,6 +39,7 @@ inline constexpr NTSTATUS kStatusNoContextInPrepare = static_cast<NTSTATUS>(0xC0
 inline constexpr NTSTATUS kStatusNoContextInRelease = static_cast<NTSTATUS>(0xC0000017u);
 inline constexpr NTSTATUS kStatusNoDescriptor = static_cast<NTSTATUS>(0xC0000182u);
 inline constexpr NTSTATUS kStatusNoDomain = static_cast<NTSTATUS>(0xC0000206u);  // context or domain missing at D0
+inline constexpr NTSTATUS kStatusAborted = static_cast<NTSTATUS>(0xC0000120u);  // of a wait: a power-down wants its end
 inline constexpr NTSTATUS kStatusNotReady = static_cast<NTSTATUS>(0xC0000033u);  // generic work refused
 inline constexpr NTSTATUS kStatusInvalidRequest = static_cast<NTSTATUS>(0xC0000010u);
 inline constexpr NTSTATUS kStatusNotFound = static_cast<NTSTATUS>(0xC0000034u);

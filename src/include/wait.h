@@ -40,6 +40,10 @@ inline void InitialiseAutoResetEvent(KEVENT& event) {
   KeInitializeEvent(&event, SynchronizationEvent, FALSE);
 }
 
+inline void InitialiseManualResetEvent(KEVENT& event) {
+  KeInitializeEvent(&event, NotificationEvent, FALSE);
+}
+
 inline void SetEvent(KEVENT& event) {
   KeSetEvent(&event, IO_NO_INCREMENT, FALSE);
 }

@@ -1,7 +1,7 @@
 // Lane adapter states, link mode, lock bit.
 #include "topology/adapter_state.h"
 
-#include "hostif/run_abort.h"
+#include "hostif/abort.h"
 #include "topology/router_access.h"
 #include "topology/router_queries.h"
 

@@ -1,7 +1,7 @@
 // Reading, checking and keeping a router's DROM.
 #include "topology/drom.h"
 
-#include "hostif/run_abort.h"
+#include "hostif/abort.h"
 #include "include/trace.h"
 #include "topology/drom_image.h"
 #include "topology/router_queries.h"

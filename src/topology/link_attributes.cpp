@@ -1,5 +1,5 @@
 // Speed and width of links, and the marks of their ends.
-#include "hostif/run_abort.h"
+#include "hostif/abort.h"
 #include "include/trace.h"
 #include "topology/link.h"
 #include "topology/link_controller.h"

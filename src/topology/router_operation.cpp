@@ -1,7 +1,7 @@
 // Router operations by opcode, and the polls for register conditions.
 #include "topology/router_operation.h"
 
-#include "hostif/run_abort.h"
+#include "hostif/abort.h"
 #include "include/trace.h"
 #include "topology/router_access.h"
 #include "topology/router_queries.h"

@@ -1,5 +1,5 @@
 // Posting the host router's time into a device router.
-#include "hostif/run_abort.h"
+#include "hostif/abort.h"
 #include "include/domain.h"
 #include "topology/router_access.h"
 #include "topology/router_queries.h"

@@ -1,6 +1,7 @@
 // Notifications to the graphics driver.
 #include "tunnel/display_power.h"
 
+#include "hostif/abort.h"
 #include "include/locks.h"
 #include "include/trace.h"
 #include "tunnel/tunnel.h"
@@ -36,6 +37,7 @@ void KivUsb4NotifyGfxDpTunnels(DEVICE_EXTENSION* context, USB4_DOMAIN* domain, s
   std::uint32_t count = 0;
   for (std::uint32_t done = 0; (count = CopyDpInNumbers(domain, done, numbers)) != 0; done += count) {
     for (std::uint32_t i = 0; i < count; ++i) {
+      if (IsAborted(domain)) return;
       const NTSTATUS status = KivUsb4SendIoctlToGFXDriver(context, numbers[i], event);
       if (!NT_SUCCESS(status)) TraceWarning("graphics driver not told", "adapter", numbers[i], "status", status);
     }

@@ -1,7 +1,7 @@
 // Building and switching DisplayPort tunnels, and what they consume.
 #include "tunnel/dp_tunnel.h"
 
-#include "hostif/run_abort.h"
+#include "hostif/abort.h"
 #include "include/trace.h"
 #include "topology/router_queries.h"
 #include "tunnel/dp_adapter.h"

@@ -1,5 +1,5 @@
 // Programming a path into the routers along it, and taking it out again.
-#include "hostif/run_abort.h"
+#include "hostif/abort.h"
 #include "include/trace.h"
 #include "topology/router_access.h"
 #include "tunnel/path.h"

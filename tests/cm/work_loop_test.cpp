@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "hostif/notifications.h"
-#include "hostif/run_abort.h"
+#include "hostif/abort.h"
 #include "hostif/work_items.h"
 #include "tests/support/step_log.h"
 #include "topology/device_list.h"

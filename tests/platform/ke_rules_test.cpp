@@ -174,6 +174,20 @@ BREAKS(AbsoluteTimeOut, NotModelled, "KeWaitForSingleObject") {
   (void)KeWaitForSingleObject(&event, Executive, KernelMode, FALSE, &tomorrow);
 }
 
+BREAKS(WaitForAllObjects, NotModelled, "KeWaitForMultipleObjects") {
+  KEVENT event;
+  KeInitializeEvent(&event, NotificationEvent, TRUE);
+  PVOID events[] = {&event};
+  (void)KeWaitForMultipleObjects(1, events, WaitAll, Executive, KernelMode, FALSE, nullptr, nullptr);
+}
+
+BREAKS(WaitForFourObjects, InvalidArgument, "KeWaitForMultipleObjects") {
+  KEVENT event;
+  KeInitializeEvent(&event, NotificationEvent, TRUE);
+  PVOID events[] = {&event, &event, &event, &event};
+  (void)KeWaitForMultipleObjects(4, events, WaitAny, Executive, KernelMode, FALSE, nullptr, nullptr);
+}
+
 BREAKS(AssertionOfTheDriver, BugCheck, "KeBugCheckEx") {
   KeBugCheckEx(0x1234, 1, 2, 3, 4);
 }

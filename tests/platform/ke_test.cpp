@@ -89,6 +89,29 @@ TEST_F(Ke, ATimeOutIsExactAndATimedOutWaiterTakesNoLaterSignal) {
   });
 }
 
+// The signal of one event ends the wait for both: a signal of the other one before the waiter has run again is not
+// lost.
+TEST_F(Ke, AWaitForEitherOfTwoEventsUsesUpOneSignal) {
+  OnTask([&] {
+    KEVENT other;
+    KeInitializeEvent(&event_, SynchronizationEvent, FALSE);
+    KeInitializeEvent(&other, SynchronizationEvent, FALSE);
+    EXPECT_EQ(WaitForEither(&event_, &other, 0), STATUS_TIMEOUT);
+    EXPECT_EQ(WaitForEither(&event_, &other, 20), STATUS_TIMEOUT);
+    EXPECT_EQ(Now(), 20 * kMillisecond);
+    rig_.Beside("a", [&] { EXPECT_EQ(WaitForEither(&event_, &other, 500), STATUS_WAIT_0 + 1); });
+    DelayMs(1);
+    KeSetEvent(&other, IO_NO_INCREMENT, FALSE);
+    KeSetEvent(&event_, IO_NO_INCREMENT, FALSE);
+    DelayMs(1);
+    EXPECT_EQ(KeReadStateEvent(&event_), 1);
+    EXPECT_EQ(KeReadStateEvent(&other), 0);
+    KeSetEvent(&other, IO_NO_INCREMENT, FALSE);
+    EXPECT_EQ(WaitForEither(&event_, &other, 500), STATUS_WAIT_0) << "of two that are signalled, the first";
+    EXPECT_EQ(WaitForEither(&event_, &other, 500), STATUS_WAIT_0 + 1);
+  });
+}
+
 TEST_F(Ke, AMutexIsRecursiveAndPassesToTheOldestWaiter) {
   OnTask([&] {
     KeInitializeMutex(&mutex_, 0);

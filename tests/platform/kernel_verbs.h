@@ -25,6 +25,13 @@ inline void WaitForEver(void* object) {
   (void)KeWaitForSingleObject(object, Executive, KernelMode, FALSE, nullptr);
 }
 
+// The index of the event that ended the wait.
+inline NTSTATUS WaitForEither(KEVENT* first, KEVENT* second, LONGLONG ms) {
+  LARGE_INTEGER due = RelativeMs(ms);
+  PVOID events[] = {first, second};
+  return KeWaitForMultipleObjects(2, events, WaitAny, Executive, KernelMode, FALSE, &due, nullptr);
+}
+
 inline void Raise(KIRQL level) {
   KIRQL before;
   KeRaiseIrql(level, &before);

@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <sstream>
 
+#include "hostif/abort.h"
 #include "hostif/power.h"
-#include "hostif/run_abort.h"
 #include "sim/fabric/fabric_books.h"
 #include "topology/device_list.h"
 #include "topology/router_queries.h"
