@@ -86,7 +86,7 @@ class Hub {
   bool Look(const std::function<void(USB4_SWITCH& hub)>& look) {
     bool found = false;
     machine_.InDriver({}, [&](DEVICE_EXTENSION& context) {
-      USB4_SWITCH* hub = KivUsb4DevListFindSwitch(context.Domain, 1);
+      const RouterReference hub = KivUsb4DevListFindSwitch(context.Domain, 1);
       found = hub != nullptr;
       if (found) look(*hub);
     });

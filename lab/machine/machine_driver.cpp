@@ -136,10 +136,11 @@ void AddDomain(USB4_DOMAIN* domain, DomainView& view) {
   view.usb3Allowed = domain->Usb3TunnelSupported != 0;
   view.counts = {domain->TunnelCount.Load(), domain->PcieTunnelCount.Load(), domain->Usb3TunnelCount.Load(),
                  domain->DpTunnelCount.Load()};
-  const USB4_SWITCH* host = domain->HostRouter;
-  if (host != nullptr) view.routers.push_back(ViewOf(*host));
-  for (USB4_DEV_ENTRY* entry = NextEntry(domain, nullptr); entry != nullptr; entry = NextEntry(domain, entry))
-    if (entry->Router != nullptr && entry->Router != host) view.routers.push_back(ViewOf(*entry->Router));
+  const RouterReference host = KivUsb4DomainGetSwitch(domain, 0);
+  if (host) view.routers.push_back(ViewOf(*host));
+  DeviceWalk walk(domain);
+  while (const USB4_DEV_ENTRY* entry = walk.Next())
+    if (entry->Router != nullptr && entry->Router != host.Get()) view.routers.push_back(ViewOf(*entry->Router));
   AddTunnels(domain, view);
 }
 

@@ -76,8 +76,8 @@ void Machine::ReadRegisters(Place place, DomainView& view) {
     if (domain == nullptr) return;
     KeWaitForSingleObject(&domain->RunLock, Executive, KernelMode, FALSE, nullptr);
     for (RouterView& router : view.routers) {
-      const USB4_SWITCH* known = KivUsb4DomainGetSwitch(domain, router.route);
-      if (known != nullptr) ReadRouter(*known, router);
+      const RouterReference known = KivUsb4DomainGetSwitch(domain, router.route);
+      if (known) ReadRouter(*known, router);
     }
     KeReleaseMutex(&domain->RunLock, FALSE);
   });

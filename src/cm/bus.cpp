@@ -5,10 +5,11 @@
 #include "cm/scan.h"
 #include "cm/tunnel_discovery.h"
 #include "cm/tunnel_policy.h"
-#include "hostif/power.h"
 #include "hostif/abort.h"
+#include "hostif/power.h"
 #include "hostif/upcalls.h"
 #include "include/device_context.h"
+#include "include/locks.h"
 #include "include/trace.h"
 #include "include/wait.h"
 #include "topology/router_lifecycle.h"
@@ -21,13 +22,18 @@
 
 namespace {
 
+void StoreHostRouter(USB4_DOMAIN* domain, USB4_SWITCH* router) {
+  const SpinLockGuard guard(domain->TopologyLock);
+  domain->HostRouter = router;
+}
+
 // A host router that is found but cannot be used stays stored: the stop that follows removes it.
 KIV_RESULT StartHostRouter(USB4_DOMAIN* domain) {
   KivAssert(domain->HostRouter == nullptr);  // a start without a stop before it would lose a whole tree
   const ROUTER_OR_ERROR found = KivUsb4SwitchAlloc(domain, nullptr, 0);
   if (found.Error != kKivOk) return kKivFailed;
   USB4_SWITCH* router = found.Switch;
-  domain->HostRouter = router;
+  StoreHostRouter(domain, router);
   domain->HostRouterIsUsb4 = KivUsb4SwitchIsUsb4(router);
   if (KivUsb4SwitchConfigure(router) != kKivOk) return kKivFailed;
   if (KivUsb4SwitchAdd(router) != kKivOk) return kKivFailed;
@@ -95,7 +101,6 @@ void KivUsb4BusStop(USB4_DOMAIN* domain, bool keepHardware) {
   FreeTunnels(domain, keepHardware);
   EmptyDpResources(domain);
   if (domain->HostRouter != nullptr) KivUsb4SwitchRemove(domain->HostRouter);
-  domain->HostRouter = nullptr;
   domain->Started.Set(false);
   ForgetCounts(domain);
 }

@@ -19,10 +19,10 @@
 
 namespace {
 
-// The adapter that an event is about; null when the event is to be ignored.
+// The adapter that an event is about; null when the event is to be ignored. The run lock keeps its router.
 USB4_PORT* AdapterOf(const USB4_HOTPLUG_EVENT& event) {
-  const USB4_SWITCH* router = KivUsb4DomainGetSwitch(event.Domain, event.Route);
-  if (router == nullptr || event.Adapter > router->MaximumAdapter()) return nullptr;
+  const RouterReference router = KivUsb4DomainGetSwitch(event.Domain, event.Route);
+  if (!router || event.Adapter > router->MaximumAdapter()) return nullptr;
   USB4_PORT* adapter = &router->Adapters[event.Adapter];
   return KivUsb4PortIsUpstream(adapter) ? nullptr : adapter;
 }
@@ -64,7 +64,6 @@ void RemoveBehind(USB4_PORT* adapter) {
   IgnoreResult(KivUsb4SwitchUnconfigureLink(router));
   KivUsb4SwitchLaneBondingDisable(router);
   KivUsb4SwitchRemove(router);
-  ForgetRemote(adapter);
   KivUsb4TunnelDp(domain);
   RestIfIdle(domain);
 }

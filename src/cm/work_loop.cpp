@@ -4,9 +4,9 @@
 // off the list and freed unhandled.
 #include "cm/hotplug.h"
 #include "cm/idle.h"
+#include "hostif/abort.h"
 #include "hostif/control_channel.h"
 #include "hostif/power.h"
-#include "hostif/abort.h"
 #include "hostif/upcalls.h"
 #include "include/device_context.h"
 #include "include/locks.h"

@@ -17,7 +17,7 @@ struct USB4_DOMAIN {
 
   USB4_HOST_INTERFACE* HostInterface;
   USB4_CTL* ControlChannel;
-  USB4_SWITCH* HostRouter;
+  USB4_SWITCH* HostRouter;  // changed under the run lock and TopologyLock
   std::uint8_t HostRouterIsUsb4;
   std::uint32_t Kind;               // always 0
   LIST_ENTRY TunnelListHead;        // guarded by TopologyLock

@@ -66,7 +66,7 @@ struct USB4_PORT {
 
 // Copied as one block into the device list.
 struct USB4_SWITCH_INFO {
-  USB4_SWITCH* Parent;  // one level nearer the host, or null
+  USB4_SWITCH* Parent;  // one level nearer the host, or null; whose record this is in holds a reference
   char Name[kRouterNameChars];
 };
 
@@ -103,14 +103,17 @@ struct USB4_SWITCH {
   USB4_PATH_TEXT* RegistersText;    // diagnostics: router registers
   USB4_PATH_TEXT* MiscText;
   std::uint8_t OnFirmwarePcieTunnel;
-  AtomicLong References;  // the topology's, and one for each entry of the device list that names it
+  AtomicLong References;        // who holds the record: topology/router_reference.h
+  std::uint32_t Readers;        // with the next two guarded by the topology lock
+  USB4_SWITCH* KeptForReaders;  // routers that were behind this one and have left while it had readers, by NextKept
+  USB4_SWITCH* NextKept;
 
   std::uint32_t MaximumAdapter() const { return RouterCs1::Value(Header[1]).Get<RouterCs1::MaximumAdapter>(); }
   std::uint32_t UpstreamAdapter() const { return RouterCs1::Value(Header[1]).Get<RouterCs1::UpstreamAdapter>(); }
   std::uint32_t Depth() const { return RouterCs1::Value(Header[1]).Get<RouterCs1::Depth>(); }
 };
 
-// One router that has been added, or one peer host. Stays on the list, marked removed, while a reader stands on it.
+// One router that has been added, or one peer host. Stays on the list, marked removed, while a walk stands on it.
 struct USB4_DEV_ENTRY {
   static constexpr ULONG kPoolTag = PoolTag("DEV2");
 
@@ -122,7 +125,7 @@ struct USB4_DEV_ENTRY {
   LIST_ENTRY Link;
   std::uint8_t DirectoryCreated;  // the router's diagnostics directory exists
   std::uint8_t Removed;           // gone for every lookup
-  std::uint32_t Readers;          // how many walks stand here; guarded by the topology lock like the two above
+  std::uint32_t Walks;            // how many stand here; guarded by the topology lock like the two above
 };
 
 using DeviceList = ListView<USB4_DEV_ENTRY, offsetof(USB4_DEV_ENTRY, Link)>;

@@ -1,8 +1,9 @@
-// The device list. Each entry holds a reference to its router; readers hold the entry, so that the connection manager
-// may remove a router while the control interface looks at it.
+// The device list. Each entry holds references to its router and its parent; a walk stands on an entry, so that the
+// connection manager may remove a router while the control interface looks at it.
 #include "topology/device_list.h"
 
 #include <cstring>
+#include <utility>
 
 #include "hostif/diagnostics.h"
 #include "include/host_interface.h"
@@ -27,18 +28,18 @@ USB4_DEV_ENTRY* FindLocked(USB4_DOMAIN* domain, Test test) {
   return nullptr;
 }
 
-// The same for a caller without the lock, who then stands on the entry like a reader.
+// The same for a caller without the lock, who then stands on the entry like a walk.
 template <class Test>
 USB4_DEV_ENTRY* FindAndEnter(USB4_DOMAIN* domain, Test test) {
   const SpinLockGuard guard(domain->TopologyLock);
   USB4_DEV_ENTRY* entry = FindLocked(domain, test);
-  if (entry != nullptr) ++entry->Readers;
+  if (entry != nullptr) ++entry->Walks;
   return entry;
 }
 
-// Unlinks an entry that is removed and read by nobody; the caller frees it once the topology lock is dropped.
+// Unlinks an entry that is removed and that nobody stands on; the caller frees it once the topology lock is dropped.
 USB4_DEV_ENTRY* UnlinkIfUnused(USB4_DEV_ENTRY* entry) {
-  if (entry->Removed == 0 || entry->Readers != 0) return nullptr;
+  if (entry->Removed == 0 || entry->Walks != 0) return nullptr;
   DeviceList::Remove(*entry);
   return entry;
 }
@@ -46,8 +47,19 @@ USB4_DEV_ENTRY* UnlinkIfUnused(USB4_DEV_ENTRY* entry) {
 void FreeEntry(USB4_DEV_ENTRY* entry) {
   if (entry == nullptr) return;
   if (entry->Router != nullptr) DereferenceRouter(entry->Router);
+  if (entry->Info.Parent != nullptr) DereferenceRouter(entry->Info.Parent);
   PoolDeleteArray(entry->Uuid, kUuidTag);
   PoolDelete(entry);
+}
+
+void LeaveEntry(USB4_DOMAIN* domain, USB4_DEV_ENTRY* entry) {
+  USB4_DEV_ENTRY* unused = nullptr;
+  {
+    const SpinLockGuard guard(domain->TopologyLock);
+    --entry->Walks;
+    unused = UnlinkIfUnused(entry);
+  }
+  FreeEntry(unused);
 }
 
 // `entry` is one that the caller stands on; it leaves it.
@@ -66,35 +78,29 @@ bool StandsFor(const USB4_DEV_ENTRY& entry, const USB4_DEV_DESCRIPTION& device) 
 
 }  // namespace
 
-USB4_DEV_ENTRY* NextEntry(USB4_DOMAIN* domain, USB4_DEV_ENTRY* previous) {
-  USB4_DEV_ENTRY* found = nullptr;
-  USB4_DEV_ENTRY* unused = nullptr;
-  {
-    const SpinLockGuard guard(domain->TopologyLock);
-    LIST_ENTRY* const head = &domain->DeviceListHead;
-    LIST_ENTRY* link = previous == nullptr ? head->Flink : previous->Link.Flink;
-    for (; link != head && found == nullptr; link = link->Flink) {
-      USB4_DEV_ENTRY* entry = CONTAINING_RECORD(link, USB4_DEV_ENTRY, Link);
-      if (entry->Removed == 0) found = entry;
-    }
-    if (found != nullptr) ++found->Readers;
-    if (previous != nullptr) {
-      --previous->Readers;
-      unused = UnlinkIfUnused(previous);
-    }
-  }
-  FreeEntry(unused);
-  return found;
+DeviceWalk::~DeviceWalk() {
+  if (entry_ != nullptr) LeaveEntry(domain_, entry_);
 }
 
-void LeaveEntry(USB4_DOMAIN* domain, USB4_DEV_ENTRY* entry) {
-  USB4_DEV_ENTRY* unused = nullptr;
+USB4_DEV_ENTRY* DeviceWalk::Next() {
+  USB4_DEV_ENTRY* const previous = entry_;
+  const RouterReference left = std::move(router_);
+  entry_ = nullptr;
   {
-    const SpinLockGuard guard(domain->TopologyLock);
-    --entry->Readers;
-    unused = UnlinkIfUnused(entry);
+    const SpinLockGuard guard(domain_->TopologyLock);
+    LIST_ENTRY* const head = &domain_->DeviceListHead;
+    LIST_ENTRY* link = previous == nullptr ? head->Flink : previous->Link.Flink;
+    for (; link != head && entry_ == nullptr; link = link->Flink) {
+      USB4_DEV_ENTRY* entry = CONTAINING_RECORD(link, USB4_DEV_ENTRY, Link);
+      if (entry->Removed == 0) entry_ = entry;
+    }
+    if (entry_ != nullptr) {
+      ++entry_->Walks;
+      router_ = RouterReference(entry_->Router);
+    }
   }
-  FreeEntry(unused);
+  if (previous != nullptr) LeaveEntry(domain_, previous);
+  return entry_;
 }
 
 void KivUsb4UpdateSwitchInfoToList(USB4_DOMAIN* domain, const USB4_DEV_DESCRIPTION& device) {
@@ -111,7 +117,8 @@ void KivUsb4UpdateSwitchInfoToList(USB4_DOMAIN* domain, const USB4_DEV_DESCRIPTI
     entry->Uuid = PoolNewArray<std::uint8_t>(kUuidBytes, kUuidTag);
     if (entry->Uuid != nullptr) std::memcpy(entry->Uuid, device.Uuid, kUuidBytes);
   }
-  if (device.Router != nullptr) ReferenceRouter(device.Router);
+  if (entry->Router != nullptr) ReferenceRouter(entry->Router);
+  if (entry->Info.Parent != nullptr) ReferenceRouter(entry->Info.Parent);
   {
     const SpinLockGuard guard(domain->TopologyLock);
     const auto same = [&device](const USB4_DEV_ENTRY& other) { return StandsFor(other, device); };
@@ -148,13 +155,15 @@ void KivUsb4GetDevFromSwitchToUpdate(USB4_DOMAIN* domain, const USB4_SWITCH* rou
   if (entry != nullptr) entry->DirectoryCreated = 1;
 }
 
-USB4_SWITCH* KivUsb4DevListFindSwitch(USB4_DOMAIN* domain, std::uint64_t route) {
+RouterReference KivUsb4DevListFindSwitch(USB4_DOMAIN* domain, std::uint64_t route) {
   const SpinLockGuard guard(domain->TopologyLock);
   const USB4_DEV_ENTRY* entry =
       FindLocked(domain, [route](const USB4_DEV_ENTRY& other) { return other.Route == route; });
-  return entry == nullptr ? nullptr : entry->Router;
+  return RouterReference(entry == nullptr ? nullptr : entry->Router);
 }
 
-USB4_SWITCH* KivUsb4DomainGetSwitch(USB4_DOMAIN* domain, std::uint64_t route) {
-  return route == 0 ? domain->HostRouter : KivUsb4DevListFindSwitch(domain, route);
+RouterReference KivUsb4DomainGetSwitch(USB4_DOMAIN* domain, std::uint64_t route) {
+  if (route != 0) return KivUsb4DevListFindSwitch(domain, route);
+  const SpinLockGuard guard(domain->TopologyLock);
+  return RouterReference(domain->HostRouter);
 }

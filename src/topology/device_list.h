@@ -1,8 +1,9 @@
 // The domain's device list: one entry for each router that has been added and for each peer host. PASSIVE_LEVEL.
-// Entries are made and removed under the run lock; reading needs only NextEntry, which keeps what it returns alive.
+// Entries are made and removed under the run lock; readers need no lock: a walk and a reference keep what they give.
 #pragma once
 #include "include/domain.h"
 #include "include/switch.h"
+#include "topology/router_reference.h"
 
 struct USB4_DEV_DESCRIPTION {
   const USB4_SWITCH_INFO* Info;
@@ -12,11 +13,23 @@ struct USB4_DEV_DESCRIPTION {
   USB4_XDOMAIN* XDomain;     // null for a router
 };
 
-// The entry after `previous`, or the first one after null; null at the end. The caller stands on what it gets: the
-// entry and its router stay allocated, though they may have left the domain meanwhile (every access to such a router
-// fails). Passing an entry as `previous` leaves it; a walk that stops early leaves its last entry with LeaveEntry.
-[[nodiscard]] USB4_DEV_ENTRY* NextEntry(USB4_DOMAIN* domain, USB4_DEV_ENTRY* previous);
-void LeaveEntry(USB4_DOMAIN* domain, USB4_DEV_ENTRY* entry);
+// Goes over the entries from the first to the last. What it stands on stays allocated, entry, router and parent, though
+// they may leave the domain meanwhile.
+class DeviceWalk {
+ public:
+  explicit DeviceWalk(USB4_DOMAIN* domain) : domain_(domain) {}
+  ~DeviceWalk();
+  DeviceWalk(const DeviceWalk&) = delete;
+  DeviceWalk& operator=(const DeviceWalk&) = delete;
+
+  // Leaves the entry that it stands on. Null at the end.
+  [[nodiscard]] USB4_DEV_ENTRY* Next();
+
+ private:
+  USB4_DOMAIN* domain_;
+  USB4_DEV_ENTRY* entry_ = nullptr;
+  RouterReference router_;  // of the entry, if it has one
+};
 
 // Adds an entry, unless one stands for the device already: one with this route, if a router is given, or one with this
 // UUID. An existing entry is never changed. Without memory the device stays unlisted.
@@ -28,7 +41,7 @@ void KivUsb4RemoveXDomainFromDevList(USB4_DOMAIN* domain, const USB4_XDOMAIN* xd
 // Notes that the router's diagnostics directory exists.
 void KivUsb4GetDevFromSwitchToUpdate(USB4_DOMAIN* domain, const USB4_SWITCH* router);
 
-// The router of the first entry with this route, or null. For callers under the run lock.
-[[nodiscard]] USB4_SWITCH* KivUsb4DevListFindSwitch(USB4_DOMAIN* domain, std::uint64_t route);
+// The router of the first entry with this route, or none.
+[[nodiscard]] RouterReference KivUsb4DevListFindSwitch(USB4_DOMAIN* domain, std::uint64_t route);
 // The same, with the host router at route 0.
-[[nodiscard]] USB4_SWITCH* KivUsb4DomainGetSwitch(USB4_DOMAIN* domain, std::uint64_t route);
+[[nodiscard]] RouterReference KivUsb4DomainGetSwitch(USB4_DOMAIN* domain, std::uint64_t route);

@@ -10,6 +10,7 @@
 #include "topology/capabilities.h"
 #include "topology/router_lifecycle.h"
 #include "topology/router_queries.h"
+#include "topology/router_reference.h"
 
 namespace {
 
@@ -125,6 +126,7 @@ ROUTER_OR_ERROR KivUsb4SwitchAlloc(USB4_DOMAIN* domain, USB4_SWITCH* parent, USB
   ReferenceRouter(router);
   router->Domain = domain;
   router->Info.Parent = parent;
+  if (parent != nullptr) ReferenceRouter(parent);
   const USB4_CFG_TARGET header = {route, 0, {USB4_CFG_SPACE_ROUTER, 0, kRouterHeaderDwords}};
   KIV_RESULT result = KivUsb4CfgRead(domain->ControlChannel, router->Header, header);
   result = result == kKivOk ? Describe(router, route, static_cast<std::uint32_t>(upstreamAdapter)) : kKivNoMemory;

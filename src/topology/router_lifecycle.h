@@ -37,20 +37,15 @@ void KivUsb4SwitchDefaultLinkPorts(USB4_SWITCH* router);
 // 0, or -1 without memory, or the error of a failed access. Does nothing for a router that has a UUID.
 [[nodiscard]] KIV_RESULT KivUsb4SwitchSetUuid(USB4_SWITCH* router);
 
-// Removes the router and everything behind it, deepest first, and frees their records.
+// Removes the router and everything behind it, deepest first: out of the links of their neighbours, and of the domain
+// if it is the host router, then out of the device list. Their records are freed once nobody refers to them.
 void KivUsb4SwitchRemove(USB4_SWITCH* router);
-// Clears the remote end of both lanes of the adapter's link. The record of the router behind it goes next, or has gone.
-void ForgetRemote(USB4_PORT* adapter);
 // Removes the peer host behind the adapter and detaches it; false when there is none. The marks of the link stay: a
 // caller that puts a router in the peer's place takes them off.
 bool RemovePeer(USB4_PORT* adapter);
 // Marks the router and everything behind it as gone: their accesses fail at once. Not for the host router.
 void KivUsb4SwitchSetUnplugged(USB4_SWITCH* router);
-// Gives up the topology's hold on the record. It is freed, with all it owns but the UUID, once nobody stands on it;
-// until then every access through it fails.
+// Gives up the topology's hold on the record, with all it owns but the UUID. From now on every access through it fails.
 void KivUsb4SwitchRelease(USB4_SWITCH* router);
 // Releases a router and its UUID: the end of one that leaves the device list, or that never came onto it.
 void DiscardRouter(USB4_SWITCH* router);
-
-void ReferenceRouter(USB4_SWITCH* router);
-void DereferenceRouter(USB4_SWITCH* router);

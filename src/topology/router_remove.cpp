@@ -1,4 +1,4 @@
-// Taking routers out of the topology, and freeing their records once nobody stands on them.
+// Taking routers out of the topology.
 #include <utility>
 
 #include "include/locks.h"
@@ -8,29 +8,24 @@
 #include "topology/plug_events.h"
 #include "topology/router_lifecycle.h"
 #include "topology/router_queries.h"
+#include "topology/router_reference.h"
 #include "topology/upcalls.h"
 
 namespace {
 
-void FreeRouter(USB4_SWITCH* router) {
-  if (router->Adapters != nullptr) {
-    for (const USB4_PORT& adapter : AdaptersOf(router)) {
-      PoolDelete(adapter.RegistersText);
-      PoolDelete(adapter.PathsText);
-      PoolDelete(adapter.CountersText);
-    }
-    PoolDeleteArray(router->Adapters, USB4_PORT::kPoolTag);
-  }
-  PoolDelete(router->RegistersText);
-  PoolDelete(router->MiscText);
-  PoolDeleteArray(router->DeviceName, USB4_SWITCH::kDeviceNameTag);
-  PoolDeleteArray(router->VendorName, USB4_SWITCH::kVendorNameTag);
-  PoolDeleteArray(router->Drom, USB4_SWITCH::kDromTag);
-  PoolDelete(router);
-}
-
 USB4_SWITCH* RouterBehind(const USB4_PORT& adapter) {
   return adapter.Remote->Router;
+}
+
+// The links go before the record does: whoever follows one takes the topology lock, or is a reader of the parent.
+void LeaveTopology(USB4_SWITCH* router) {
+  USB4_DOMAIN* domain = router->Domain;
+  const SpinLockGuard guard(domain->TopologyLock);
+  if (domain->HostRouter == router) domain->HostRouter = nullptr;
+  for (USB4_PORT& adapter : AdaptersOf(router)) {
+    if (adapter.Remote != nullptr && adapter.Remote->Remote == &adapter) adapter.Remote->Remote = nullptr;
+  }
+  KeepForReadersOfParent(router);
 }
 
 }  // namespace
@@ -41,7 +36,6 @@ void KivUsb4SwitchRemove(USB4_SWITCH* router) {
   for (USB4_PORT& adapter : AdaptersOf(router)) {
     if (KivUsb4PortHasDownstreamLink(&adapter)) {
       KivUsb4SwitchRemove(RouterBehind(adapter));
-      ForgetRemote(&adapter);
     } else {
       RemovePeer(&adapter);
     }
@@ -54,13 +48,8 @@ void KivUsb4SwitchRemove(USB4_SWITCH* router) {
   }
   TraceInfo("router removed", "name", router->Info.Name);
   KivUsb4FreeOrphanTunnels(router);
+  LeaveTopology(router);
   KivUsb4RemoveSwitchFromDevList(domain, router);
-}
-
-void ForgetRemote(USB4_PORT* adapter) {
-  const SpinLockGuard guard(adapter->Router->Domain->TopologyLock);
-  adapter->Remote = nullptr;
-  if (adapter->DualLinkPartner != nullptr) adapter->DualLinkPartner->Remote = nullptr;
 }
 
 bool RemovePeer(USB4_PORT* adapter) {
@@ -97,12 +86,4 @@ void DiscardRouter(USB4_SWITCH* router) {
   }
   PoolDeleteArray(uuid, kUuidTag);
   KivUsb4SwitchRelease(router);
-}
-
-void ReferenceRouter(USB4_SWITCH* router) {
-  router->References.Increment();
-}
-
-void DereferenceRouter(USB4_SWITCH* router) {
-  if (router->References.Decrement() == 0) FreeRouter(router);
 }

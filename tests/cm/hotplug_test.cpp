@@ -14,7 +14,8 @@ namespace {
 std::string Routes(World& world) {
   return world.InDriver([](USB4_DOMAIN& domain) {
     std::string routes;
-    for (USB4_DEV_ENTRY* entry = NextEntry(&domain, nullptr); entry != nullptr; entry = NextEntry(&domain, entry)) {
+    DeviceWalk walk(&domain);
+    while (USB4_DEV_ENTRY* entry = walk.Next()) {
       char text[20];
       std::snprintf(text, sizeof text, "%llx ", static_cast<unsigned long long>(entry->Route));
       routes += text;

@@ -48,7 +48,7 @@ void Bench::ForgiveProtocolErrors(const std::string& text) {
 void Bench::WithRouter(std::uint64_t route, const std::function<void(USB4_SWITCH& router)>& look) {
   bool found = false;
   InDriver([&](USB4_DOMAIN& domain) {
-    USB4_SWITCH* known = KivUsb4DomainGetSwitch(&domain, route);
+    const RouterReference known = KivUsb4DomainGetSwitch(&domain, route);
     found = known != nullptr;
     if (found) look(*known);
   });
@@ -58,7 +58,8 @@ void Bench::WithRouter(std::uint64_t route, const std::function<void(USB4_SWITCH
 std::string Bench::Routers() {
   std::string text;
   InDriver([&](USB4_DOMAIN& domain) {
-    for (USB4_DEV_ENTRY* entry = NextEntry(&domain, nullptr); entry != nullptr; entry = NextEntry(&domain, entry)) {
+    DeviceWalk walk(&domain);
+    while (USB4_DEV_ENTRY* entry = walk.Next()) {
       const USB4_SWITCH* listed = entry->Router;
       text += fmt::format("{:x} gen{}", entry->Route, listed->Generation);
       if (entry->Route != 0)

@@ -66,7 +66,7 @@ void TunnelBench::InRun(const std::function<void(USB4_DOMAIN& domain)>& look) {
 
 USB4_PORT* TunnelBench::Port(USB4_DOMAIN& domain, const std::string& port) {
   const sim::Adapter& known = adapter(port);
-  USB4_SWITCH* listed = KivUsb4DomainGetSwitch(&domain, known.router().place().route);
+  const RouterReference listed = KivUsb4DomainGetSwitch(&domain, known.router().place().route);
   if (listed != nullptr) return &listed->Adapters[known.number()];
   ADD_FAILURE() << "no record of " << port;
   return nullptr;
@@ -96,7 +96,8 @@ std::string TunnelBench::TextOf(const USB4_PATH* path) {
 std::string TunnelBench::HopIds() {
   return InDriver([this](USB4_DOMAIN& domain) {
     std::string text;
-    for (USB4_DEV_ENTRY* entry = NextEntry(&domain, nullptr); entry != nullptr; entry = NextEntry(&domain, entry)) {
+    DeviceWalk walk(&domain);
+    while (USB4_DEV_ENTRY* entry = walk.Next()) {
       if (entry->Router == nullptr) continue;
       for (const USB4_PORT& adapter : AdaptersOf(entry->Router)) {
         const std::string held = Reserved("in", adapter.InputHops) + Reserved("out", adapter.OutputHops);

@@ -1,5 +1,5 @@
-// Goal: whoever walks the device list may take as long as he likes while routers go. Method: a reader that stands on an
-// entry across the removal of its router.
+// Goal: readers may take as long as they like while routers go and come. Method: readers that stand on an entry or a
+// router across its removal, in one step and beside the connection manager.
 #include "topology/device_list.h"
 
 #include <gtest/gtest.h>
@@ -7,29 +7,34 @@
 #include "tests/support/bench.h"
 #include "topology/router_access.h"
 #include "topology/router_lifecycle.h"
+#include "topology/router_queries.h"
 
 namespace tests {
 namespace {
+
+using platform::kMillisecond;
+using platform::kSecond;
 
 WORLD_TEST(DeviceList, AReaderKeepsARouterThatGoesAndGetsNothingOutOfIt) {
   Bench bench("H1:1 - D1:1, D1:3 - D2:1");
   bench.ExpectIncomplete();
   bench.StartQuietly();
   bench.InDriver([&bench](USB4_DOMAIN& domain) {
-    USB4_DEV_ENTRY* host = NextEntry(&domain, nullptr);
-    USB4_DEV_ENTRY* hub = NextEntry(&domain, host);
+    DeviceWalk walk(&domain);
+    ASSERT_NE(walk.Next(), nullptr);
+    const USB4_DEV_ENTRY* hub = walk.Next();
     ASSERT_EQ(hub->Route, 1u);
     USB4_PORT& port = domain.HostRouter->Adapters[1];
     KivUsb4SwitchRemove(port.Remote->Router);
-    port.Remote = nullptr;
-    port.DualLinkPartner->Remote = nullptr;
+    EXPECT_EQ(port.Remote, nullptr);
+    EXPECT_EQ(port.DualLinkPartner->Remote, nullptr);
     EXPECT_EQ(KivUsb4DevListFindSwitch(&domain, 1), nullptr);
     bench.Requests();
     std::uint32_t word = 0;
     EXPECT_EQ(KivUsb4SwRead(hub->Router, &word, {USB4_CFG_SPACE_ROUTER, 0, 1}), -1);
     EXPECT_EQ(bench.Requests(), "");
     EXPECT_STREQ(hub->Info.Name, "0-1");
-    EXPECT_EQ(NextEntry(&domain, hub), nullptr) << "the router behind it is gone as well";
+    EXPECT_EQ(walk.Next(), nullptr) << "the router behind it is gone as well";
   });
 }
 
@@ -39,14 +44,54 @@ WORLD_TEST(DeviceList, AnEntryIsFoundByRouteAndMarkedByRouter) {
   bench.InDriver([](USB4_DOMAIN& domain) {
     EXPECT_EQ(KivUsb4DomainGetSwitch(&domain, 0), domain.HostRouter);
     EXPECT_EQ(KivUsb4DevListFindSwitch(&domain, 0x301), nullptr);
-    USB4_SWITCH* hub = KivUsb4DomainGetSwitch(&domain, 1);
-    KivUsb4GetDevFromSwitchToUpdate(&domain, hub);
-    USB4_DEV_ENTRY* host = NextEntry(&domain, nullptr);
-    EXPECT_EQ(host->DirectoryCreated, 0);
-    USB4_DEV_ENTRY* entry = NextEntry(&domain, host);
-    EXPECT_EQ(entry->DirectoryCreated, 1);
-    LeaveEntry(&domain, entry);
+    KivUsb4GetDevFromSwitchToUpdate(&domain, KivUsb4DomainGetSwitch(&domain, 1).Get());
+    DeviceWalk walk(&domain);
+    EXPECT_EQ(walk.Next()->DirectoryCreated, 0);
+    EXPECT_EQ(walk.Next()->DirectoryCreated, 1);
   });
+}
+
+// What a reader does with a router that it has found: it follows the parents up and every link one router far, with an
+// access in between, in which anything may happen.
+void LookAround(USB4_SWITCH& router) {
+  const USB4_ROUTE route = KivUsb4SwitchRoute(&router);
+  for (const USB4_PORT& adapter : AdaptersOf(&router)) {
+    const USB4_PORT* remote = adapter.Remote;
+    std::uint32_t word = 0;
+    if (KivUsb4PortRead(&adapter, &word, {USB4_CFG_SPACE_ADAPTER, 2, 1}) != 0) word = 0;
+    for (const USB4_SWITCH* above = router.Info.Parent; above != nullptr; above = above->Info.Parent) {
+      EXPECT_TRUE(KivUsb4SwitchRouteMatches(above, &router)) << std::hex << route;
+    }
+    if (remote == nullptr) continue;
+    const bool up = KivUsb4SwitchRoute(remote->Router) < route;
+    EXPECT_EQ(KivUsb4SwitchRoute(up ? remote->Router : &router),
+              KivUsb4SwitchRoute((up ? &router : remote->Router)->Info.Parent));
+  }
+}
+
+WORLD_TEST(DeviceList, ReadersBesideUnplugsFindWholeRecordsOnly) {
+  Bench bench("H1:1 - D1:1, D1:3 - D2:1, D2:3 - T3:1");
+  bench.StartQuietly();
+  for (int i = 0; i < 6; ++i) {
+    bench.At((i * 900 + 50) * kMillisecond, [&bench, i] { bench.fabric().Unplug(i % 2 == 0 ? "D2" : "D1"); });
+    bench.At((i * 900 + 350) * kMillisecond,
+             [&bench, i] { i % 2 == 0 ? bench.fabric().Plug("D1:3", "D2:1") : bench.fabric().Plug("H1:1", "D1:1"); });
+  }
+  unsigned looks = 0;
+  bench.InDriver([&](USB4_DOMAIN& domain) {
+    const platform::Time end = bench.simulation().Now() + 7 * kSecond;
+    while (bench.simulation().Now() < end) {
+      for (const USB4_ROUTE route : {0x1, 0x301, 0x30301}) {
+        if (const RouterReference router = KivUsb4DomainGetSwitch(&domain, route)) LookAround(*router), ++looks;
+      }
+      DeviceWalk walk(&domain);
+      while (const USB4_DEV_ENTRY* entry = walk.Next()) LookAround(*entry->Router);
+    }
+  });
+  EXPECT_GT(looks, 20u);
+  bench.Quiet(60 * kSecond);
+  EXPECT_EQ(bench.Routers(), "0 gen4\n1 gen4 20G bonded\n301 gen4 20G bonded\n30301 gen3 20G bonded\n");
+  bench.TakeProtocolErrors();  // accesses of the readers to routers that are not configured again yet
 }
 
 }  // namespace

@@ -45,7 +45,8 @@ void ExpectStartsWithoutEachAnswer(const char* topology, std::uint64_t answers, 
     bench.Quiet(60 * platform::kSecond);
     bench.InDriver([](USB4_DOMAIN& domain) {
       unsigned listed = 0;
-      for (USB4_DEV_ENTRY* entry = NextEntry(&domain, nullptr); entry != nullptr; entry = NextEntry(&domain, entry)) {
+      DeviceWalk walk(&domain);
+      while (USB4_DEV_ENTRY* entry = walk.Next()) {
         ++listed;
         EXPECT_EQ(entry->Router->Unplugged.IsSet(), false);
       }

@@ -174,7 +174,7 @@ WORLD_TEST(Displays, TakeTheSecondOfTwoSingleLanes) {
   bench.WithRouter(1, [](USB4_SWITCH& router) { KivUsb4SwitchLaneBondingDisable(&router); });
   bench.Pass(platform::kSecond);
   bench.InRun(
-      [](USB4_DOMAIN& domain) { EXPECT_EQ(KivUsb4TunnnelPcie(&domain, KivUsb4DomainGetSwitch(&domain, 1)), 0); });
+      [](USB4_DOMAIN& domain) { EXPECT_EQ(KivUsb4TunnnelPcie(&domain, KivUsb4DomainGetSwitch(&domain, 1).Get()), 0); });
   bench.PlugDisplay("D1:13");
   EXPECT_EQ(bench.Paths(),
             "PCIe: H1:3 8 -> H1:1 8 | D1:1 8 -> D1:9 8\n"

@@ -186,7 +186,7 @@ WORLD_TEST(PathSwitching, BuffersOfThunderboltRoutersChangeAtEveryAdapter) {
     bench.FailAnswer(1);
     EXPECT_EQ(KivUsb4PortAddNfcCredits(bench.Port(domain, "D1:5"), 1), -1);
     bench.Requests();
-    USB4_SWITCH* gone = KivUsb4DomainGetSwitch(&domain, 1);
+    USB4_SWITCH* gone = KivUsb4DomainGetSwitch(&domain, 1).Get();
     gone->Unplugged.Set(true);
     EXPECT_EQ(KivUsb4PortAddNfcCredits(bench.Port(domain, "D1:5"), 1), 0);
     EXPECT_EQ(bench.Requests(), "");
@@ -213,8 +213,9 @@ WORLD_TEST(PathSwitching, AWaitWithoutEndIsCutShort) {
     TunnelBench bench("H1:1 - D1:1, D1:3 - D2:1");
     bench.ExpectLeftovers();  // whoever gives a wait up leaves the hops after it
     bench.StartQuietly();
-    bench.InRun(
-        [](USB4_DOMAIN& domain) { EXPECT_EQ(KivUsb4TunnnelPcie(&domain, KivUsb4DomainGetSwitch(&domain, 0x301)), 0); });
+    bench.InRun([](USB4_DOMAIN& domain) {
+      EXPECT_EQ(KivUsb4TunnnelPcie(&domain, KivUsb4DomainGetSwitch(&domain, 0x301).Get()), 0);
+    });
     bench.faults().FailFrom("path.never-drains", 1);
     bench.Unplug("D2");
     bench.Pass(3 * platform::kSecond);

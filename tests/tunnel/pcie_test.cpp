@@ -113,7 +113,9 @@ struct Chain : TunnelBench {
   // Builds the tunnel of the router at `route`.
   KIV_RESULT Build(std::uint64_t route) {
     KIV_RESULT result = -99;
-    InRun([&](USB4_DOMAIN& domain) { result = KivUsb4TunnnelPcie(&domain, KivUsb4DomainGetSwitch(&domain, route)); });
+    InRun([&](USB4_DOMAIN& domain) {
+      result = KivUsb4TunnnelPcie(&domain, KivUsb4DomainGetSwitch(&domain, route).Get());
+    });
     return result;
   }
 };
@@ -160,7 +162,7 @@ TEST(PcieTunnels, LeaveNothingWhenAnyAllocationFails) {
     const std::uint64_t fired = chain.faults().FiredCount();
     KIV_RESULT result = 0;
     chain.InRun([&](USB4_DOMAIN& domain) {
-      USB4_SWITCH* dock = KivUsb4DomainGetSwitch(&domain, 0x301);
+      USB4_SWITCH* dock = KivUsb4DomainGetSwitch(&domain, 0x301).Get();
       chain.faults().FailNth("pool.allocate", n);
       result = KivUsb4TunnnelPcie(&domain, dock);
       chain.faults().HealAll();

@@ -189,8 +189,9 @@ WORLD_TEST(Usb3Tunnels, AnAdapterThatDoesNotAcknowledgeIsLeftAlone) {
   });
   EXPECT_EQ(Count(bench.Requests(0), "READ adapter=4 space=adapter offset=0x00b length=1"), 11u);
   EXPECT_EQ(sim::ReadUsb3(bench.adapter("H1:4")).allocatedUpUnits, 0u);
-  bench.InRun(
-      [&](USB4_DOMAIN& domain) { EXPECT_EQ(KivUsb4TunnelUsb3(&domain, KivUsb4DomainGetSwitch(&domain, 1)), -1); });
+  bench.InRun([&](USB4_DOMAIN& domain) {
+    EXPECT_EQ(KivUsb4TunnelUsb3(&domain, KivUsb4DomainGetSwitch(&domain, 1).Get()), -1);
+  });
   EXPECT_EQ(bench.Programmed(), "");
   EXPECT_EQ(bench.HopIds(), "");
   EXPECT_EQ(bench.Counts(), "total 0, USB3 0, PCIe 0, DP 0");
@@ -308,7 +309,7 @@ WORLD_TEST(Usb3Tunnels, FurtherDownHaveNoGrantAndNeedOneAbove) {
     // Without one itself the hub gives none to the dock.
     while (USB4_TUNNEL* tunnel = TunnelsOf(&domain).First())
       KivUsb4DeactivateAndFreeTunnel(tunnel, {.Unlink = true, .KeepHardware = false});
-    EXPECT_EQ(KivUsb4TunnelUsb3(&domain, KivUsb4DomainGetSwitch(&domain, 0x301)), 0);
+    EXPECT_EQ(KivUsb4TunnelUsb3(&domain, KivUsb4DomainGetSwitch(&domain, 0x301).Get()), 0);
     EXPECT_TRUE(TunnelsOf(&domain).IsEmpty());
   });
 }
@@ -324,7 +325,8 @@ WORLD_TEST(Usb3Tunnels, LeaveTheFabricAsItWasWhenAnyAccessFails) {
     SCOPED_TRACE("access " + std::to_string(++access));
     bench.FailAnswer(access);
     bench.Requests();
-    bench.InRun([&](USB4_DOMAIN& domain) { result = KivUsb4TunnelUsb3(&domain, KivUsb4DomainGetSwitch(&domain, 1)); });
+    bench.InRun(
+        [&](USB4_DOMAIN& domain) { result = KivUsb4TunnelUsb3(&domain, KivUsb4DomainGetSwitch(&domain, 1).Get()); });
     all = Count(bench.Requests(), "\n") < access;
     if (result == 0) {
       EXPECT_EQ(bench.Counts(), "total 1, USB3 1, PCIe 0, DP 0");
