@@ -98,6 +98,21 @@ WORLD_TEST(Power, EventsAroundAPowerDownAreDroppedOrHandledNeverLost) {
   }
 }
 
+WORLD_TEST(Power, AReleaseLeavesNothingOfADomainWithTunnels) {
+  World world("H1:1 - D1:1", {.registry = {{"PCIETunnel\\PCIETunnelSupported", 1}}});
+  world.Start();
+  world.Quiet();
+  ASSERT_EQ(world.Tunnels(), "PCIe 0:3 -> 1:9\n");
+  const platform::DeviceId device = world.machine().device();
+  EXPECT_EQ(world.kernel().References(device).held, 1);
+  EXPECT_GT(world.kernel().LiveMappings(), 0u);
+  world.Stop();
+  EXPECT_EQ(world.kernel().References(device).held, 0);
+  EXPECT_EQ(world.kernel().References(device).leftAtRemoval, 0);
+  EXPECT_EQ(world.kernel().LiveMappings(), 0u);
+  EXPECT_EQ(world.kernel().ObjectsByType().count("WDFWORKITEM"), 0u);
+}
+
 // Every access needs a second attempt, so the enumeration of a hub takes most of a minute. A power-down gives it five
 // seconds, then makes it let go within one access, and goes on. A signal that an earlier run has left changes nothing.
 WORLD_TEST(Power, AnEventThatTakesTooLongIsLeftBehindAfterFiveSeconds) {

@@ -188,6 +188,24 @@ WORLD_TEST(Displays, TakeTheSecondOfTwoSingleLanes) {
   EXPECT_EQ(bench.Negotiated("H1:6"), "2700x4");
 }
 
+// The hub's DROM leaves its first port without a second lane: there the way would turn back.
+WORLD_TEST(Displays, NeedASecondLaneWhereLanesAreSingle) {
+  sim::RouterModel oneLane = *sim::FindModel("D1");
+  oneLane.adapters[0].pair = 0;
+  oneLane.adapters[1].pair = 0;
+  oneLane.adapters[1].presence = sim::AdapterPresence::DisabledByDrom;
+  DisplayBench bench("H1");
+  bench.fabric().AddRouter(oneLane, "X");
+  bench.Wire("H1:1", "X:1");
+  bench.StartQuietly();
+  ASSERT_EQ(bench.Routers(), "0 gen4\n1 gen4 20G single\n");
+  bench.PlugDisplay("X:13");
+  EXPECT_EQ(bench.Tunnels(), "");
+  EXPECT_EQ(bench.Paths(), "");
+  EXPECT_EQ(bench.HopIds(), "");
+  EXPECT_EQ(Reserved(bench), "");
+}
+
 // 25920 of 36000, and what is left; 17280 of 18000, and nothing that any mode fits into.
 WORLD_TEST(Displays, ShareALinkInTheOrderInWhichTheyCome) {
   const struct {
