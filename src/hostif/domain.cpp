@@ -37,8 +37,8 @@ USB4_DOMAIN* KivUSB4DomainAlloc(USB4_HOST_INTERFACE* hostInterface, std::uint32_
   InitializeListHead(&domain->DeviceListHead);
   std::memcpy(domain->NetworkDirectoryUuid, kNetworkDirectoryUuid, sizeof kNetworkDirectoryUuid);
   InitialiseAutoResetEvent(domain->BusEvent);
-  KeInitializeSpinLock(&domain->TopologyLock);
-  KeInitializeMutex(&domain->RunLock, 0);
+  domain->TopologyLock.Initialise();
+  domain->RunLock.Initialise();
   return domain;
 }
 

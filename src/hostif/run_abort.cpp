@@ -14,11 +14,6 @@ void SleepMs(const USB4_DOMAIN* domain, ULONG ms) {
   IgnoreResult(KeDelayExecutionThread(KernelMode, FALSE, &due));  // not alertable: it ends only with the time
 }
 
-RunGuard::RunGuard(USB4_DOMAIN& domain) : domain_(domain) {
-  IgnoreResult(KeWaitForSingleObject(&domain_.RunLock, Executive, KernelMode, FALSE, nullptr));
-  domain_.RunAborted.Set(false);
-}
-
-RunGuard::~RunGuard() {
-  KeReleaseMutex(&domain_.RunLock, FALSE);
+RunGuard::RunGuard(USB4_DOMAIN& domain) : guard_(domain.RunLock) {
+  domain.RunAborted.Set(false);
 }

@@ -15,10 +15,9 @@ _IRQL_requires_max_(PASSIVE_LEVEL) void SleepMs(const USB4_DOMAIN* domain, ULONG
 class RunGuard {
  public:
   explicit RunGuard(USB4_DOMAIN& domain);
-  ~RunGuard();
   RunGuard(const RunGuard&) = delete;
   RunGuard& operator=(const RunGuard&) = delete;
 
  private:
-  USB4_DOMAIN& domain_;
+  MutexGuard guard_;
 };

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "include/atomic.h"
+#include "include/locks.h"
 #include "include/pool.h"
 
 struct USB4_CTL;
@@ -38,9 +39,9 @@ struct USB4_DOMAIN {
   AtomicLong PcieTunnelCount;
   AtomicLong DpTunnelCount;
   // Held for pointer work only, never over register access, a wait or a callback.
-  KSPIN_LOCK TopologyLock;
+  SpinLock<LockPlace::Topology> TopologyLock;
   // Held while one event is handled, and by start, stop and suspend: the topology changes only under it.
-  KMUTEX RunLock;
+  Mutex<LockPlace::Run> RunLock;
   // Set when a power-down gave up waiting for the work loop. Until the power-down has the run lock, every access and
   // sleep of the thread that handles events fails at once, so that the lock comes free.
   SharedFlag RunAborted;
