@@ -6,6 +6,7 @@
 
 #include "include/device_context.h"
 #include "include/domain.h"
+#include "include/locks.h"
 #include "include/switch.h"
 #include "lab/machine/machine.h"
 #include "lab/machine/register_table.h"
@@ -74,12 +75,11 @@ void Machine::ReadRegisters(Place place, DomainView& view) {
   InDriver(place, [&](DEVICE_EXTENSION& context) {
     USB4_DOMAIN* domain = context.Domain;
     if (domain == nullptr) return;
-    KeWaitForSingleObject(&domain->RunLock, Executive, KernelMode, FALSE, nullptr);
+    const MutexGuard guard(domain->RunLock);
     for (RouterView& router : view.routers) {
       const RouterReference known = KivUsb4DomainGetSwitch(domain, router.route);
       if (known) ReadRouter(*known, router);
     }
-    KeReleaseMutex(&domain->RunLock, FALSE);
   });
 }
 

@@ -13,6 +13,7 @@ namespace platform {
   X(LockNotOwned, "lock-not-owned")                          \
   X(LockTakenTwice, "lock-taken-twice")                      \
   X(LockOrder, "lock-order")                                 \
+  X(LockOutOfPlace, "lock-out-of-place")                     \
   X(LockFormsMixed, "lock-forms-mixed")                      \
   X(PoolBadFree, "pool-bad-free")                            \
   X(PoolWrongTag, "pool-wrong-tag")                          \

@@ -1,4 +1,5 @@
-// Annotations that analysis tools read. Here they say nothing.
+// Annotations that analysis tools read. Here most of them say nothing; the verifier checks what the last ones say of
+// locks while the driver runs.
 #pragma once
 
 #define _In_
@@ -78,3 +79,13 @@
 #define __drv_allocatesMem(kind)
 #define __drv_freesMem(kind)
 #define __drv_aliasesMem
+
+// Annotations that stand in code: what a tool takes for granted, the verifier checks (platform/kernel/verified_locks.cpp).
+extern "C" {
+// The lock, which has just been initialised, stands at this place of the order, outermost first. No lock is taken while
+// a leaf is held. `name` is kept, not copied.
+void VerifierPlaceLock(void* lock, unsigned place, bool leaf, const char* name);
+}
+// Not among the published ones; a driver defines it as nothing where the platform does not.
+#define _Lock_order_place_(lock, place, leaf, name) \
+  VerifierPlaceLock(&(lock), static_cast<unsigned>(place) + 1, leaf, name)

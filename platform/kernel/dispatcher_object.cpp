@@ -81,11 +81,29 @@ Task* GrantOldest(KernelCall& call, const DISPATCHER_HEADER& header) {
   return wait->task;
 }
 
+HeldLock HeldLockOf(KernelCall& call, const void* lock, bool spin, LockId id) {
+  const LockOrder& order = call.kernel().state().lockOrder;
+  return {.lock = lock, .spin = spin, .id = id, .place = order.PlaceOf(id), .leaf = order.IsLeaf(id)};
+}
+
+namespace {
+
+bool IsOutOfPlace(const HeldLock& outer, const HeldLock& inner) {
+  return outer.place != 0 && inner.place != 0 && (outer.leaf || outer.place >= inner.place);
+}
+
+}  // namespace
+
 void NoteLockTaken(KernelCall& call, const HeldLock& lock) {
   std::vector<HeldLock>& held = call.task().held;
   if (!held.empty()) {
     LockOrder& order = call.kernel().state().lockOrder;
     for (const HeldLock& outer : held) {
+      if (IsOutOfPlace(outer, lock)) [[unlikely]] {
+        call.Report(Rule::LockOutOfPlace, "takes the " + order.NameOf(lock.id) + " while it holds the " +
+                                              order.NameOf(outer.id) +
+                                              (outer.leaf ? ", which is a leaf" : ", which stands below it"));
+      }
       std::string cycle = order.Note(outer.id, lock.id);
       if (!cycle.empty()) call.Report(Rule::LockOrder, std::move(cycle));
     }

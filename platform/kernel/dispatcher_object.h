@@ -7,6 +7,7 @@
 #include <span>
 
 #include "platform/include/wdm.h"
+#include "platform/kernel/lock_order.h"
 #include "platform/scheduler/scheduler.h"
 
 namespace platform {
@@ -40,7 +41,9 @@ std::optional<std::size_t> WaitForAnyGrant(KernelCall& call, std::span<void* con
 // Grants the object to the waiter that has waited longest. Null when nobody waits.
 Task* GrantOldest(KernelCall& call, const DISPATCHER_HEADER& header);
 
-// Checks the order of `id` against every lock that the task holds, and adds it to them.
+// What a task that takes this lock holds then.
+HeldLock HeldLockOf(KernelCall& call, const void* lock, bool spin, LockId id);
+// Checks the lock's place and order against every lock that the task holds, and adds it to them.
 void NoteLockTaken(KernelCall& call, const HeldLock& lock);
 
 }  // namespace platform

@@ -17,8 +17,9 @@ _KTHREAD* AsThread(Task* task) {
   return reinterpret_cast<_KTHREAD*>(task);
 }
 
-HeldLock HeldOf(const KMUTEX& mutex) {
-  return {&mutex, false, 0, static_cast<LockId>(reinterpret_cast<std::uintptr_t>(mutex.MutantListEntry.Flink))};
+HeldLock HeldOf(KernelCall& call, const KMUTEX& mutex) {
+  return HeldLockOf(call, &mutex, false,
+                    static_cast<LockId>(reinterpret_cast<std::uintptr_t>(mutex.MutantListEntry.Flink)));
 }
 
 // The new owner may not run yet, but the mutex is its own from now on.
@@ -37,7 +38,7 @@ VOID KeInitializeMutex(PRKMUTEX Mutex, ULONG Level) {
   if (Level != 0) call.Report(Rule::InvalidArgument, "Level is reserved and must be 0");
   CheckNobodyWaits(call, Mutex);
   InitialiseObject(Mutex->Header, ObjectKind::Mutex, 1);
-  const LockId id = call.kernel().state().lockOrder.NewLock("mutex", call.task().name());
+  const LockId id = call.kernel().state().lockOrder.NewLock(Mutex, "mutex", call.task().name());
   Mutex->MutantListEntry.Flink = reinterpret_cast<LIST_ENTRY*>(static_cast<std::uintptr_t>(id));
   Mutex->MutantListEntry.Blink = nullptr;
   Mutex->OwnerThread = nullptr;
@@ -80,9 +81,9 @@ bool platform::AcquireMutex(KernelCall& call, KMUTEX& mutex, Time deadline) {
     return false;
   }
   if (polls) {
-    task.held.push_back(HeldOf(mutex));  // who only tries can't be part of a deadlock
+    task.held.push_back(HeldOf(call, mutex));  // who only tries can't be part of a deadlock
   } else {
-    NoteLockTaken(call, HeldOf(mutex));
+    NoteLockTaken(call, HeldOf(call, mutex));
   }
   return true;
 }

@@ -62,7 +62,9 @@ void Acquire(KernelCall& call, PKSPIN_LOCK lock, KSPIN_LOCK form, unsigned irqlB
   if (*lock & kHeld) [[unlikely]]
     SpinUntilFree(call, lock, form == kQueuedForm);
   *lock |= kHeld;
-  NoteLockTaken(call, {lock, true, static_cast<std::uint8_t>(irqlBefore), static_cast<LockId>(*lock)});
+  HeldLock held = HeldLockOf(call, lock, true, static_cast<LockId>(*lock));
+  held.irqlBefore = static_cast<std::uint8_t>(irqlBefore);
+  NoteLockTaken(call, held);
 }
 
 // Hands the lock to a queued waiter, or frees it and lets a plain waiter look again.
@@ -116,7 +118,7 @@ VOID KeInitializeSpinLock(PKSPIN_LOCK SpinLock) {
   KernelCall call("KeInitializeSpinLock", HIGH_LEVEL);
   if (!SpinLock) return call.Report(Rule::InvalidArgument, "no spin lock");
   CheckNobodyWaits(call, SpinLock);
-  *SpinLock = kSignature | call.kernel().state().lockOrder.NewLock("spin lock", call.task().name());
+  *SpinLock = kSignature | call.kernel().state().lockOrder.NewLock(SpinLock, "spin lock", call.task().name());
 }
 
 // Up to DISPATCH_LEVEL; raises to it.

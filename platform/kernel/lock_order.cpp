@@ -1,11 +1,22 @@
 #include "platform/kernel/lock_order.h"
 
+#include <algorithm>
+
 namespace platform {
 
-LockId LockOrder::NewLock(const char* kind, const std::string& task) {
-  const LockId id = static_cast<LockId>(names_.size() + 1);
-  names_.push_back(std::string(kind) + " " + std::to_string(id) + ", initialised by task '" + task + "'");
+LockId LockOrder::NewLock(const void* lock, const char* kind, const std::string& task) {
+  const LockId id = static_cast<LockId>(locks_.size() + 1);
+  locks_.push_back({lock, std::string(kind) + " " + std::to_string(id) + ", initialised by task '" + task + "'"});
   return id;
+}
+
+bool LockOrder::SetPlace(const void* lock, std::uint16_t place, bool leaf, const char* name) {
+  const auto found = std::find_if(locks_.rbegin(), locks_.rend(), [&](const Lock& one) { return one.address == lock; });
+  if (found == locks_.rend()) return false;
+  found->place = place;
+  found->leaf = leaf;
+  found->name = std::string(name) + " (" + found->name + ")";
+  return true;
 }
 
 std::string LockOrder::NoteEdge(LockId held, LockId taken) {
@@ -17,7 +28,7 @@ std::string LockOrder::NoteEdge(LockId held, LockId taken) {
   std::unordered_set<LockId> seen;
   if (PathFrom(taken, held, path, seen)) {
     std::string text =
-        "takes " + names_[taken - 1] + " while it holds " + names_[held - 1] + "; the other way round was seen before:";
+        "takes " + NameOf(taken) + " while it holds " + NameOf(held) + "; the other way round was seen before:";
     for (LockId id : path) text += " " + std::to_string(id);
     return text;
   }

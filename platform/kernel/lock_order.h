@@ -13,8 +13,14 @@ using LockId = std::uint32_t;
 
 class LockOrder {
  public:
-  // A number for a lock that is being initialised by `where` (task and call, for reports).
-  LockId NewLock(const char* kind, const std::string& task);
+  // A number for a lock that is being initialised at this address. `kind` and `task` are for reports.
+  LockId NewLock(const void* lock, const char* kind, const std::string& task);
+
+  // The driver's own order: the lock's place in it, and a name for reports. False when no lock was initialised there.
+  bool SetPlace(const void* lock, std::uint16_t place, bool leaf, const char* name);
+  std::uint16_t PlaceOf(LockId id) const { return locks_[id - 1].place; }
+  bool IsLeaf(LockId id) const { return locks_[id - 1].leaf; }
+  const std::string& NameOf(LockId id) const { return locks_[id - 1].name; }
 
   // Notes that `taken` is taken while `held` is held. Returns the path taken -> ... -> held when it was seen the other
   // way round before, one lock a line; empty when all is well.
@@ -31,7 +37,13 @@ class LockOrder {
 
   static constexpr std::size_t kRecent = 251;  // direct-mapped memory of edges that are known to be fine
   std::uint64_t recent_[kRecent] = {};
-  std::vector<std::string> names_;  // lock n stands at n - 1
+  struct Lock {
+    const void* address;
+    std::string name;
+    std::uint16_t place = 0;  // 0: none was told
+    bool leaf = false;
+  };
+  std::vector<Lock> locks_;  // lock n stands at n - 1
   std::unordered_map<LockId, std::vector<LockId>> after_;
 };
 

@@ -18,6 +18,8 @@ struct HeldLock {
   bool spin;
   std::uint8_t irqlBefore = 0;  // spin locks: what the release must go back to
   std::uint32_t id = 0;         // in the lock order
+  std::uint16_t place = 0;      // in the driver's own order, from 1; 0: none was told
+  bool leaf = false;
 };
 
 class Task {

@@ -35,8 +35,8 @@ NTSTATUS AllocateHostInterface(DEVICE_EXTENSION* context) {
   context->HostInterface = hostInterface;
   context->InterruptCount = 0;
   InitialiseAutoResetEvent(context->DeviceEvent);
-  KeInitializeMutex(&context->HandlerMutex, 0);
-  KeInitializeMutex(&context->XDomainMutex, 0);
+  context->HandlerMutex.Initialise();
+  context->XDomainMutex.Initialise();
   return kStatusOk;
 }
 
@@ -91,7 +91,7 @@ NTSTATUS BuildDomain(DEVICE_EXTENSION* context, const TUNNEL_POLICY_NAMES& names
   domain->PcieTunnelSupported =
       static_cast<std::uint8_t>(KivUsb4ReadTunnelSupportFromRegistry(context->Device, names.Pcie));
   InitialiseAutoResetEvent(context->WorkDoneEvent);
-  KeInitializeMutex(&context->WorkListMutex, 0);
+  context->WorkListMutex.Initialise();
   context->Domain = domain;
   context->PoweredDown.Set(false);
   const NTSTATUS status = KivUsb4ReadActiveComputerNameFromRegistry(domain);

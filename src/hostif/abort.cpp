@@ -62,9 +62,9 @@ void TakeFlowLock(USB4_DOMAIN& domain, KMUTEX& lock) {
 }
 
 RunGuard::RunGuard(USB4_DOMAIN& domain) : domain_(domain) {
-  TakeFlowLock(domain_, domain_.RunLock);
+  TakeFlowLock(domain_, domain_.RunLock.Object);
 }
 
 RunGuard::~RunGuard() {
-  KeReleaseMutex(&domain_.RunLock, FALSE);
+  KeReleaseMutex(&domain_.RunLock.Object, FALSE);
 }

@@ -83,8 +83,8 @@ USB4_CTL* KivUSB4CtlAlloc(USB4_HOST_INTERFACE* hostInterface, USB4_EVENT_CALLBAC
   channel->EventCallback = eventCallback;
   channel->EventContext = eventContext;
   channel->Requests().Initialise();
-  KeInitializeSpinLock(&channel->RequestLock);
-  KeInitializeMutex(&channel->AccessLock, 0);
+  channel->RequestLock.Initialise();
+  channel->AccessLock.Initialise();
   if (!AllocateRings(channel.Get()) || !AllocateReceivePackets(channel.Get())) {
     TraceError("control rings or packets not allocated");
     FreeRingsAndPackets(channel.Get());

@@ -38,8 +38,8 @@ USB4_DOMAIN* KivUSB4DomainAlloc(USB4_HOST_INTERFACE* hostInterface, std::uint32_
   std::memcpy(domain->NetworkDirectoryUuid, kNetworkDirectoryUuid, sizeof kNetworkDirectoryUuid);
   InitialiseAutoResetEvent(domain->BusEvent);
   InitialiseManualResetEvent(domain->Aborted);
-  KeInitializeSpinLock(&domain->TopologyLock);
-  KeInitializeMutex(&domain->RunLock, 0);
+  domain->TopologyLock.Initialise();
+  domain->RunLock.Initialise();
   TraceInfo("domain allocated", "kind", kind);
   return domain;
 }

@@ -59,8 +59,8 @@ void ProgramThrottling(const USB4_HOST_INTERFACE& hostInterface) {
 }
 
 NTSTATUS KivUsb4HostInterfaceRingAlloc(USB4_HOST_INTERFACE* hostInterface) {
-  KeInitializeSpinLock(&hostInterface->HopLock);
-  KeInitializeSpinLock(&hostInterface->InterruptLock);
+  hostInterface->HopLock.Initialise();
+  hostInterface->InterruptLock.Initialise();
   hostInterface->TransmitRings = PoolNewArray<USB4_RING*>(hostInterface->HopCount, USB4_HOST_INTERFACE::kRingArrayTag);
   hostInterface->ReceiveRings = PoolNewArray<USB4_RING*>(hostInterface->HopCount, USB4_HOST_INTERFACE::kRingArrayTag);
   if (hostInterface->TransmitRings != nullptr && hostInterface->ReceiveRings != nullptr) return kStatusOk;

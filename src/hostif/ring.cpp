@@ -90,8 +90,8 @@ USB4_RING* Usb4_ring_alloc(USB4_HOST_INTERFACE* hostInterface, const USB4_RING_P
   ring->DescriptorTable = table.Handle;
   ring->Queued().Initialise();
   ring->Posted().Initialise();
-  KeInitializeSpinLock(&ring->Lock);
-  KeInitializeMutex(&ring->Mutex, 0);
+  ring->Lock.Initialise();
+  ring->Mutex.Initialise();
   ring->References.Store(1);
   if (KIV_RESULT err = KivUsb4AllocHop(hostInterface, ring.Get())) {
     TraceError("hop not claimed", "hop", parameters.Hop, "transmit", parameters.IsTransmit, "err", err);

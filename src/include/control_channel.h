@@ -8,6 +8,7 @@
 
 #include "include/atomic.h"
 #include "include/config_space.h"
+#include "include/locks.h"
 #include "include/pool.h"
 #include "include/ring.h"
 
@@ -84,11 +85,11 @@ struct USB4_CTL {
   USB4_EVENT_CALLBACK EventCallback;
   void* EventContext;  // the domain
   SharedFlag Running;
-  LIST_ENTRY RequestListHead;  // oldest first; guarded by RequestLock, a leaf
-  KSPIN_LOCK RequestLock;
+  LIST_ENTRY RequestListHead;  // oldest first; guarded by RequestLock
+  SpinLock<LockPlace::Request> RequestLock;
   // Held for one attempt of a configuration read or write. Requests to a peer host, acknowledgements and events do not
   // take it; neither does the stop of the channel.
-  KMUTEX AccessLock;
+  Mutex<LockPlace::Access> AccessLock;
   std::uint8_t XdomainUuid[16];
   std::uint8_t SecondUuid[16];
 

@@ -8,6 +8,7 @@
 #include "include/atomic.h"
 #include "include/domain.h"
 #include "include/host_interface.h"
+#include "include/locks.h"
 #include "include/work.h"
 
 struct USB4_XDOMAIN;
@@ -31,9 +32,9 @@ struct DEVICE_EXTENSION {
   AtomicLong Suspending;          // 1 while a power-down runs: hot-plug events are ignored
   std::uint8_t PreOsCmWorkAroundEnable;
   std::uint32_t QueuedEventCount;
-  KMUTEX WorkListMutex;
+  Mutex<LockPlace::WorkList> WorkListMutex;
   WDFWORKITEM GenericXDomainWorkItem;
-  KMUTEX HandlerMutex;  // serialises the network receive handler
+  Mutex<LockPlace::Handler> HandlerMutex;  // serialises the network receive handler
   WDFQUEUE IoctlQueue;
   WDFQUEUE InternalIoctlQueue;
   WDFQUEUE PendingQueue0;
@@ -44,7 +45,7 @@ struct DEVICE_EXTENSION {
   WDFWORKITEM NetCleanUpWorkItem;
   KEVENT DeviceEvent;
   USB4_XDOMAIN* XDomain;  // the peer host in use, guarded by XDomainMutex
-  KMUTEX XDomainMutex;
+  Mutex<LockPlace::XDomain> XDomainMutex;
   SharedFlag GenericWorkReady;  // 1 while the control channel runs: inter-domain work may be queued
 
   EventNodeList Events() { return EventNodeList(EventListHead); }

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "include/atomic.h"
+#include "include/locks.h"
 #include "include/pool.h"
 
 struct USB4_CTL;
@@ -38,9 +39,9 @@ struct USB4_DOMAIN {
   AtomicLong PcieTunnelCount;
   AtomicLong DpTunnelCount;
   // Held for pointer work only, never over register access, a wait or a callback.
-  KSPIN_LOCK TopologyLock;
+  SpinLock<LockPlace::Topology> TopologyLock;
   // Held while one event is handled, and by start, stop and suspend: the topology changes only under it.
-  KMUTEX RunLock;
+  Mutex<LockPlace::Run> RunLock;
   KEVENT Aborted;  // stays signalled while every flow but that of PowerDownThread has to give up; hostif/abort.h
   volatile HANDLE PowerDownThread;  // identifier of the thread that powers the device down, or null
 };

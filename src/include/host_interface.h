@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "include/atomic.h"
+#include "include/locks.h"
 #include "include/pool.h"
 #include "include/ring.h"
 
@@ -22,8 +23,8 @@ struct USB4_HOST_INTERFACE {
   // Rings by hop; the two arrays and their slots are guarded by HopLock.
   USB4_RING** TransmitRings;
   USB4_RING** ReceiveRings;
-  KSPIN_LOCK HopLock;
+  SpinLock<LockPlace::Hop> HopLock;
   // The mask and vector registers hold bits of all rings; each read-modify-write of them runs under this lock.
-  KSPIN_LOCK InterruptLock;
+  SpinLock<LockPlace::InterruptRegister> InterruptLock;
   SharedFlag DiagnosticsEnabled;
 };

@@ -1,15 +1,91 @@
-// Scope guards over the platform's locks. A guard is the only way this driver takes a lock.
-//
-// Order, outer to inner: handler mutex, ring mutex, topology lock, then the spin locks ring, hop, interrupt registers.
-// The request lock and WorkListMutex are leaves. Kernel mutexes are recursive, spin locks are not.
+// The driver's locks: their one order, their types, and scope guards. A guard is the only way this driver takes a lock.
 #pragma once
 #include <ntddk.h>
 
+#include <cstdint>
+
 #include "include/status.h"
+
+// Two annotations that the published set lacks: a lock's place in the order, and that the caller holds a lock of one of
+// several places. A platform whose verifier checks them defines them; elsewhere they say nothing.
+#ifndef _Lock_order_place_
+#define _Lock_order_place_(lock, place, leaf, name)
+#endif
+
+// X(place, leaf, name), outermost first. A lock is taken only while every lock that is held stands above it, and none
+// at all while a leaf is held. Mutexes are recursive, spin locks are not.
+#define KIV_LOCK_ORDER(X)                                \
+  X(Run, false, "run lock")                              \
+  X(XDomain, false, "peer host mutex")                   \
+  X(PeerNetwork, false, "network lock of a peer host")   \
+  X(NetworkContext, false, "mutex of a network context") \
+  X(Peer, false, "lock of a peer host")                  \
+  X(Path, false, "path lock")                            \
+  X(Access, false, "access lock")                        \
+  X(Handler, false, "handler mutex")                     \
+  X(RingMutex, false, "ring mutex")                      \
+  X(WorkList, true, "work list mutex")                   \
+  X(Topology, true, "topology lock")                     \
+  X(HostProperty, true, "host property lock")            \
+  X(Ring, false, "ring lock")                            \
+  X(Hop, false, "hop lock")                              \
+  X(InterruptRegister, true, "interrupt register lock")  \
+  X(Request, true, "request lock")
+
+enum class LockPlace : std::uint32_t {
+#define X(place, leaf, name) place,
+  KIV_LOCK_ORDER(X)
+#undef X
+};
+
+struct LockDescription {
+  bool IsLeaf;
+  const char* Name;
+};
+
+constexpr LockDescription DescriptionOf(LockPlace place) {
+  constexpr LockDescription kDescriptions[] = {
+#define X(place, leaf, name) {leaf, name},
+      KIV_LOCK_ORDER(X)
+#undef X
+  };
+  return kDescriptions[static_cast<std::uint32_t>(place)];
+}
+
+// Object is the platform's lock and stands first, so that the address of the one is that of the other.
+template <LockPlace Place>
+struct Mutex {
+  KMUTEX Object;
+
+  void Initialise() {
+    KeInitializeMutex(&Object, 0);
+    _Lock_order_place_(Object, Place, DescriptionOf(Place).IsLeaf, DescriptionOf(Place).Name);
+  }
+};
+
+template <LockPlace Place>
+struct SpinLock {
+  KSPIN_LOCK Object;
+
+  void Initialise() {
+    KeInitializeSpinLock(&Object);
+    _Lock_order_place_(Object, Place, DescriptionOf(Place).IsLeaf, DescriptionOf(Place).Name);
+  }
+};
+
+// Taken in its queued form everywhere: waiters are served in order, each spinning on its own handle. The two forms of
+// one lock do not exclude each other, so the type decides.
+template <LockPlace Place>
+struct QueuedSpinLock : SpinLock<Place> {};
 
 class SpinLockGuard {
  public:
-  explicit SpinLockGuard(KSPIN_LOCK& lock) : lock_(lock) { KeAcquireSpinLock(&lock_, &irql_); }
+  template <LockPlace Place>
+  explicit SpinLockGuard(SpinLock<Place>& lock) : lock_(lock.Object) {
+    KeAcquireSpinLock(&lock_, &irql_);
+  }
+  template <LockPlace Place>
+  explicit SpinLockGuard(QueuedSpinLock<Place>& lock) = delete;
   ~SpinLockGuard() { KeReleaseSpinLock(&lock_, irql_); }
   SpinLockGuard(const SpinLockGuard&) = delete;
   SpinLockGuard& operator=(const SpinLockGuard&) = delete;
@@ -19,10 +95,12 @@ class SpinLockGuard {
   KIRQL irql_;
 };
 
-// The same lock in its queued form: waiters are served in order, each spinning on its own handle.
 class QueuedSpinLockGuard {
  public:
-  explicit QueuedSpinLockGuard(KSPIN_LOCK& lock) { KeAcquireInStackQueuedSpinLock(&lock, &handle_); }
+  template <LockPlace Place>
+  explicit QueuedSpinLockGuard(QueuedSpinLock<Place>& lock) {
+    KeAcquireInStackQueuedSpinLock(&lock.Object, &handle_);
+  }
   ~QueuedSpinLockGuard() { KeReleaseInStackQueuedSpinLock(&handle_); }
   QueuedSpinLockGuard(const QueuedSpinLockGuard&) = delete;
   QueuedSpinLockGuard& operator=(const QueuedSpinLockGuard&) = delete;
@@ -33,7 +111,8 @@ class QueuedSpinLockGuard {
 
 class MutexGuard {
  public:
-  explicit MutexGuard(KMUTEX& mutex) : mutex_(mutex) {
+  template <LockPlace Place>
+  explicit MutexGuard(Mutex<Place>& mutex) : mutex_(mutex.Object) {
     // Without a time-out and not alertable, the wait for a mutex ends only with the mutex.
     IgnoreResult(KeWaitForSingleObject(&mutex_, Executive, KernelMode, FALSE, nullptr));
   }

@@ -9,6 +9,7 @@
 #include "include/atomic.h"
 #include "include/bits.h"
 #include "include/list.h"
+#include "include/locks.h"
 #include "include/pool.h"
 
 struct USB4_HOST_INTERFACE;
@@ -71,10 +72,9 @@ struct USB4_RING {
   // Guarded by Lock: frames waiting for a descriptor, and frames posted to one, oldest first.
   LIST_ENTRY Queue;
   LIST_ENTRY InFlight;
-  KMUTEX Mutex;  // held by the network handlers around their processing
-  // Taken in its queued form everywhere: transmission wants waiters served in order, and the forms must not be mixed.
-  KSPIN_LOCK Lock;
-  AtomicLong References;  // the allocator's, and one for each handler at work
+  ::Mutex<LockPlace::RingMutex> Mutex;   // held by the network handlers around their processing
+  QueuedSpinLock<LockPlace::Ring> Lock;  // queued: transmission wants waiters served in order
+  AtomicLong References;                 // the allocator's, and one for each handler at work
 
   FrameList Queued() { return FrameList(Queue); }
   FrameList Posted() { return FrameList(InFlight); }

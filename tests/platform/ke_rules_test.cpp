@@ -111,6 +111,48 @@ BREAKS(ThreeLocksInACircle, LockOrder, "KeWaitForSingleObject") {
   }
 }
 
+// An outer lock, one that stands below it, and two leaves, none taken yet.
+struct PlacedLocks {
+  PlacedLocks() {
+    const char* names[] = {"outer", "inner", "first leaf", "second leaf"};
+    for (unsigned i = 0; i < 4; ++i) {
+      KeInitializeSpinLock(&locks[i]);
+      _Lock_order_place_(locks[i], i, i >= 2, names[i]);
+    }
+  }
+  void Take(unsigned which) { KeAcquireSpinLock(&locks[which], &before[which]); }
+  void Give(unsigned which) { KeReleaseSpinLock(&locks[which], before[which]); }
+  KSPIN_LOCK locks[4];
+  KIRQL before[4] = {};
+};
+
+BREAKS(InnerLockTakenFirst, LockOutOfPlace, "KeAcquireSpinLock") {
+  PlacedLocks placed;
+  placed.Take(1);
+  placed.Take(0);
+}
+
+BREAKS(TwoLocksOfOnePlace, LockOutOfPlace, "KeAcquireSpinLock") {
+  PlacedLocks placed, others;
+  placed.Take(0);
+  placed.Take(1);
+  others.Take(1);
+}
+
+BREAKS(LockTakenUnderALeaf, LockOutOfPlace, "KeAcquireSpinLock") {
+  PlacedLocks placed;
+  placed.Take(0);
+  placed.Take(2);
+  placed.Give(2);
+  placed.Take(2);
+  placed.Take(3);
+}
+
+BREAKS(PlaceOfALockNeverInitialised, ObjectUninitialised, "_Lock_order_place_") {
+  KSPIN_LOCK lock = 0;
+  _Lock_order_place_(lock, 0, false, "nothing");
+}
+
 BREAKS(PlainAndQueuedOnOneLock, LockFormsMixed, "KeAcquireInStackQueuedSpinLock") {
   HeldSpinLock held;
   held.Release();

@@ -96,7 +96,7 @@ std::string Between(const std::string& text, const std::string& from, const std:
 std::string LevelTable() {
   std::map<std::string, std::string> levels;
   const std::string opening = "KernelCall call(\"";
-  for (const auto& file : std::filesystem::directory_iterator(PROJECT_ROOT "/platform")) {
+  for (const auto& file : std::filesystem::recursive_directory_iterator(PROJECT_ROOT "/platform")) {
     if (file.path().extension() != ".cpp") continue;
     const std::string text = ReadFile(file.path().string());
     for (std::size_t at = text.find(opening); at != std::string::npos; at = text.find(opening, at + 1)) {
