@@ -43,8 +43,9 @@ class KeptRanges {
     std::size_t bytes;
   };
   static std::vector<Range>& Kept() {
-    thread_local std::vector<Range> kept;
-    return kept;
+    // Never destroyed: a simulation may end after the thread's objects have.
+    thread_local std::vector<Range>* const kept = new std::vector<Range>;
+    return *kept;
   }
 };
 

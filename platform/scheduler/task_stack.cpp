@@ -22,8 +22,9 @@ constexpr std::size_t kMostKept = 64;
 
 // Stacks of runs that are over, guard pages and all.
 std::vector<TaskStack>& Kept() {
-  thread_local std::vector<TaskStack> kept;
-  return kept;
+  // Never destroyed: a simulation may end after the thread's objects have.
+  thread_local std::vector<TaskStack>* const kept = new std::vector<TaskStack>;
+  return *kept;
 }
 
 }  // namespace
