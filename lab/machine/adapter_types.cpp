@@ -1,27 +1,28 @@
 // Names of adapter types for people.
+#include "include/registers.h"
 #include "lab/machine/domain_view.h"
 
 namespace lab {
 
 const char* AdapterTypeName(std::uint32_t type) {
   switch (type) {
-    case 0x000000:
+    case USB4_ADAPTER_INACTIVE:
       return "inactive";
-    case 0x000001:
+    case USB4_ADAPTER_LANE:
       return "lane";
-    case 0x000002:
+    case USB4_ADAPTER_HOST_INTERFACE:
       return "host interface";
-    case 0x0E0101:
+    case USB4_ADAPTER_DP_IN:
       return "DP IN";
-    case 0x0E0102:
+    case USB4_ADAPTER_DP_OUT:
       return "DP OUT";
-    case 0x100101:
+    case USB4_ADAPTER_PCIE_DOWNSTREAM:
       return "PCIe downstream";
-    case 0x100102:
+    case USB4_ADAPTER_PCIE_UPSTREAM:
       return "PCIe upstream";
-    case 0x200101:
+    case USB4_ADAPTER_USB3_DOWNSTREAM:
       return "USB3 downstream";
-    case 0x200102:
+    case USB4_ADAPTER_USB3_UPSTREAM:
       return "USB3 upstream";
     default:
       return "unknown";

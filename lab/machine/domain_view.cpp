@@ -13,20 +13,6 @@ const RouterView* DomainView::Find(std::uint64_t route) const {
   return found == routers.end() ? nullptr : &*found;
 }
 
-const char* TunnelKindName(TunnelKind kind) {
-  switch (kind) {
-    case TunnelKind::Pcie:
-      return "PCIe";
-    case TunnelKind::Dp:
-      return "DP";
-    case TunnelKind::Dma:
-      return "DMA";
-    case TunnelKind::Usb3:
-      break;
-  }
-  return "USB3";
-}
-
 std::string TunnelText(const TunnelView& tunnel) {
   const AdapterPlace& from = tunnel.source.place;
   std::string text = fmt::format("{} {:x}:{} -> ", TunnelKindName(tunnel.kind), from.route, from.adapter);

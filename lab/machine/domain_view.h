@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "lab/machine/machine_config.h"
+#include "lab/machine/tunnel_kinds.h"
 
 namespace lab {
 
@@ -65,8 +66,6 @@ struct RouterView {
   std::optional<LinkView> link;       // towards the host; the host router has none
 };
 
-enum class TunnelKind { Pcie, Dp, Dma, Usb3 };  // as the driver numbers them
-
 // One entry of a path: into router `route` by adapter `in` with one hop ID, out of it by `out` with another.
 struct HopView {
   std::uint64_t route = 0;
@@ -116,7 +115,6 @@ struct DomainView {
   const RouterView* Find(std::uint64_t route) const;
 };
 
-const char* TunnelKindName(TunnelKind kind);  // "PCIe", "DP", "DMA", "USB3"
 // "PCIe 0:3 -> 1:9"; "?" for a destination that is not known.
 std::string TunnelText(const TunnelView& tunnel);
 // "9000/500": up, then down, in Mb/s.

@@ -68,13 +68,13 @@ class Explanation {
   }
 
   void Router(const RouterView& router) {
-    for (const AdapterPlace& place : AdaptersOf(router, sim::kTypeDpOut)) {
+    for (const AdapterPlace& place : AdaptersOf(router, EndsOf(TunnelKind::Dp).destination)) {
       const sim::Adapter* adapter = Hardware(place);
       if (adapter != nullptr && adapter->dp.display) Display(place, *adapter);
     }
     if (router.depth == 0) return;
-    for (const AdapterPlace& place : AdaptersOf(router, sim::kTypePcieUp)) Tree(TunnelKind::Pcie, router, place);
-    for (const AdapterPlace& place : AdaptersOf(router, sim::kTypeUsb3Up)) Tree(TunnelKind::Usb3, router, place);
+    for (const TunnelKind kind : {TunnelKind::Pcie, TunnelKind::Usb3})
+      for (const AdapterPlace& place : AdaptersOf(router, EndsOf(kind).destination)) Tree(kind, router, place);
   }
 
   const RouterView* Parent(const RouterView& router) const {
@@ -102,7 +102,7 @@ class Explanation {
     if (parent == nullptr) return "its parent is not listed";
     std::string taken;
     std::vector<AdapterPlace> free;
-    for (const AdapterPlace& down : AdaptersOf(*parent, pcie ? sim::kTypePcieDown : sim::kTypeUsb3Down)) {
+    for (const AdapterPlace& down : AdaptersOf(*parent, EndsOf(kind).source)) {
       const TunnelView* holder = TunnelAt(kind, down, true);
       if (holder == nullptr)
         free.push_back(down);
@@ -118,7 +118,7 @@ class Explanation {
 
   std::string WhyNoUsb3(const RouterView& parent, const AdapterPlace& down, const AdapterPlace& up) const {
     if (parent.depth > 0) {
-      const std::vector<AdapterPlace> above = AdaptersOf(parent, sim::kTypeUsb3Up);
+      const std::vector<AdapterPlace> above = AdaptersOf(parent, EndsOf(TunnelKind::Usb3).destination);
       if (above.empty() || TunnelAt(TunnelKind::Usb3, above.front(), false) == nullptr)
         return "its parent has no USB3 tunnel itself";
     }
@@ -185,7 +185,7 @@ class Explanation {
     std::vector<AdapterPlace> free;
     for (const AdapterPlace& resource : domain_.displayResources) {
       const sim::Adapter* adapter = Hardware(resource);
-      if (adapter == nullptr || adapter->type() != sim::kTypeDpIn) continue;
+      if (adapter == nullptr || adapter->type() != EndsOf(TunnelKind::Dp).source) continue;
       const TunnelView* holder = TunnelAt(TunnelKind::Dp, resource, true);
       if (holder == nullptr)
         free.push_back(resource);

@@ -19,20 +19,21 @@ constexpr int kSmallestBox = 74;
 constexpr int kRowGap = 30;
 constexpr int kTrack = 8;  // between two tunnels on one link
 constexpr int kLine = 18;  // of text
-constexpr TunnelKind kKinds[] = {TunnelKind::Pcie, TunnelKind::Usb3, TunnelKind::Dp, TunnelKind::Dma};
+
+struct KindColor {
+  TunnelKind kind;
+  const char* color;
+};
+
+// In the order of the legend.
+constexpr KindColor kKinds[] = {{TunnelKind::Pcie, "#1f77b4"},
+                                {TunnelKind::Usb3, "#2ca02c"},
+                                {TunnelKind::Dp, "#d6336c"},
+                                {TunnelKind::Dma, "#7048e8"}};
 
 const char* ColorOf(TunnelKind kind) {
-  switch (kind) {
-    case TunnelKind::Pcie:
-      return "#1f77b4";
-    case TunnelKind::Usb3:
-      return "#2ca02c";
-    case TunnelKind::Dp:
-      return "#d6336c";
-    case TunnelKind::Dma:
-      break;
-  }
-  return "#7048e8";
+  return std::find_if(std::begin(kKinds), std::end(kKinds) - 1, [&](const KindColor& row) { return row.kind == kind; })
+      ->color;
 }
 
 std::string Escaped(const std::string& text) {
@@ -224,12 +225,11 @@ class DomainPicture {
 
   // Every tunnel in words, in its colour.
   void DrawList(int y) {
-    for (const TunnelKind kind : kKinds) {
+    for (const auto& [kind, color] : kKinds) {
       for (const TunnelView& tunnel : domain_.tunnels) {
         if (tunnel.kind != kind || !tunnel.listed) continue;
         y += kLine;
-        canvas_.Line({kMargin, y - 4}, {kMargin + 30, y - 4},
-                     fmt::format("stroke=\"{}\" stroke-width=\"3\"", ColorOf(kind)));
+        canvas_.Line({kMargin, y - 4}, {kMargin + 30, y - 4}, fmt::format("stroke=\"{}\" stroke-width=\"3\"", color));
         canvas_.Text({kMargin + 40, y}, "", TunnelLine(tunnel));
       }
     }
@@ -243,8 +243,8 @@ class DomainPicture {
 
 void DrawLegend(Canvas& canvas, int y) {
   int x = kMargin;
-  for (const TunnelKind kind : kKinds) {
-    canvas.Line({x, y - 4}, {x + 30, y - 4}, fmt::format("stroke=\"{}\" stroke-width=\"3\"", ColorOf(kind)));
+  for (const auto& [kind, color] : kKinds) {
+    canvas.Line({x, y - 4}, {x + 30, y - 4}, fmt::format("stroke=\"{}\" stroke-width=\"3\"", color));
     canvas.Text({x + 38, y}, "", TunnelKindName(kind));
     x += 100;
   }

@@ -238,7 +238,7 @@ void RequireTunnel(const TableReader& table, const char* key, const std::string&
   AdapterPlace &from = tunnel.source.place, to;
   if (std::sscanf(text.c_str(), "%*s %lx:%u -> %lx:%u", &from.route, &from.adapter, &to.route, &to.adapter) == 4) {
     tunnel.destination = TunnelEnd{to, ""};
-    for (const TunnelKind kind : {TunnelKind::Pcie, TunnelKind::Dp, TunnelKind::Dma, TunnelKind::Usb3}) {
+    for (const TunnelKind kind : TunnelKinds()) {
       tunnel.kind = kind;
       if (TunnelText(tunnel) == text) return;
     }

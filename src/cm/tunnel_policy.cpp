@@ -32,14 +32,13 @@ USB4_PORT* UnlessInUse(USB4_PORT* candidate, USB4_ADAPTER_TYPE type) {
 }
 
 // A new tunnel becomes one of the domain's, or is freed. Null: it could not be built.
-KIV_RESULT ActivateAndKeep(USB4_TUNNEL* tunnel, AtomicLong& countOfType) {
+KIV_RESULT ActivateAndKeep(USB4_TUNNEL* tunnel) {
   if (tunnel == nullptr) return kKivFailed;
   if (KivUsb4TunnelActivate(tunnel) != kKivOk) {
     KivUsb4TunnelFree(tunnel);
     return kKivFailed;
   }
-  tunnel->Owner->TunnelCount.Increment();
-  countOfType.Increment();
+  CountTunnel(tunnel, false);
   AppendTunnel(tunnel);
   return kKivOk;
 }
@@ -68,7 +67,7 @@ KIV_RESULT BuildUsb3(USB4_DOMAIN* domain, const USB4_ENDS& ends) {
     GiveRoomBack(domain, ends);
     return result;
   }
-  result = ActivateAndKeep(KivUsb4TunnelAllocUsb3(domain, ends, available), domain->Usb3TunnelCount);
+  result = ActivateAndKeep(KivUsb4TunnelAllocUsb3(domain, ends, available));
   if (result == kKivOk) GiveRoomBack(domain, ends);
   return result;
 }
@@ -89,7 +88,7 @@ KIV_RESULT KivUsb4TunnnelPcie(USB4_DOMAIN* domain, USB4_SWITCH* router) {
   if (upstream == nullptr || lane == nullptr) return kKivOk;
   USB4_PORT* downstream = KivUsb4FindPcieDown(lane->Router, lane);
   if (downstream == nullptr) return kKivOk;
-  return ActivateAndKeep(KivUsb4TunnelAllocPcie(domain, {downstream, upstream}), domain->PcieTunnelCount);
+  return ActivateAndKeep(KivUsb4TunnelAllocPcie(domain, {downstream, upstream}));
 }
 
 KIV_RESULT KivUsb4TunnelUsb3(USB4_DOMAIN* domain, USB4_SWITCH* router) {

@@ -23,6 +23,7 @@ enum USB4_TUNNEL_TYPE : std::uint32_t {
   USB4_TUNNEL_DP = 1,
   USB4_TUNNEL_DMA = 2,
   USB4_TUNNEL_USB3 = 3,
+  USB4_TUNNEL_TYPE_COUNT,  // each type has its row in tunnel/tunnel_kind.cpp
 };
 
 struct USB4_TUNNEL {

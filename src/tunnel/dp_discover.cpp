@@ -6,6 +6,7 @@
 #include "tunnel/dp_tunnel.h"
 #include "tunnel/path_parameters.h"
 #include "tunnel/protocol_adapter.h"
+#include "tunnel/tunnel_kind.h"
 #include "tunnel/tunnel_list.h"
 
 namespace {
@@ -42,7 +43,7 @@ bool FindRestOfIt(USB4_TUNNEL* tunnel) {
 // The tunnel as it is programmed, with active paths, its DP OUT a listed resource; null when it is not whole, and then
 // what there is of it is switched off.
 USB4_TUNNEL* Rebuild(USB4_DOMAIN* domain, USB4_PORT* dpIn) {
-  USB4_TUNNEL* tunnel = NewDpTunnel(domain, dpIn);
+  USB4_TUNNEL* tunnel = NewTunnel(USB4_TUNNEL_DP, domain, {dpIn, nullptr});
   if (tunnel == nullptr) return nullptr;
   if (!FindVideo(tunnel)) {
     const KIV_RESULT result = KivUsb4DpPortEnable(dpIn, false);
@@ -60,6 +61,14 @@ USB4_TUNNEL* Rebuild(USB4_DOMAIN* domain, USB4_PORT* dpIn) {
   return tunnel;
 }
 
+// Whether one of the three paths of a DP IN breaks off at an entry that is not valid.
+bool PathsBreakOff(USB4_PORT* dpIn) {
+  USB4_PORT* last = nullptr;
+  if (KivUsb4DiscoverInCompletePath({{dpIn, kVideoHopId}, {nullptr, -1}, kVideoName}, &last)) return true;
+  if (KivUsb4DiscoverInCompletePath({{dpIn, kAuxHopId}, {nullptr, -1}, kAuxTransmitName}, nullptr)) return true;
+  return KivUsb4DiscoverInCompletePath({{last, -1}, {dpIn, kAuxHopId}, kAuxReceiveName}, nullptr);
+}
+
 }  // namespace
 
 USB4_TUNNEL* KivUsb4TunnelDiscoverDp(USB4_DOMAIN* domain, USB4_PORT* dpIn) {
@@ -74,4 +83,10 @@ KIV_RESULT KivUsb4TunnelWorkAroundDiscoverDp(USB4_DOMAIN* domain, USB4_PORT* dpI
   if (result != kKivOk) TraceError("tunnel not started", "adapter", dpIn->Number, "result", result);
   KivUsb4DeactivateAndFreeTunnel(tunnel, {.Unlink = true, .KeepHardware = false});
   return kKivOk;
+}
+
+bool CleanUpDpIn(USB4_DOMAIN* domain, USB4_PORT* dpIn) {
+  if (KivUsb4DpPortIsEnabled(dpIn) || PathsBreakOff(dpIn)) return false;
+  IgnoreResult(KivUsb4TunnelWorkAroundDiscoverDp(domain, dpIn));  // always 0
+  return true;
 }

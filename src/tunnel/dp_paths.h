@@ -5,7 +5,6 @@
 
 #include "tunnel/tunnel.h"
 
-inline constexpr std::uint32_t kDpPaths = 3;
 inline constexpr std::uint32_t kVideoPath = 0;
 inline constexpr std::uint32_t kAuxTransmitPath = 1;  // from DP IN to DP OUT
 inline constexpr std::uint32_t kAuxReceivePath = 2;
@@ -24,6 +23,3 @@ inline constexpr std::uint32_t kFirstDpGeneration = 2;
 [[nodiscard]] inline bool FlowsDownstream(const USB4_TUNNEL* tunnel) {
   return tunnel->Source->Router->Depth() < tunnel->Destination->Router->Depth();
 }
-
-// A tunnel from `dpIn` with its callbacks and nothing else; null when there is no memory.
-[[nodiscard]] USB4_TUNNEL* NewDpTunnel(USB4_DOMAIN* owner, USB4_PORT* dpIn);

@@ -75,8 +75,7 @@ USB4_TUNNEL* Connect(USB4_DOMAIN* domain, const USB4_ENDS& pair) {
 }
 
 void Keep(USB4_DOMAIN* domain, USB4_TUNNEL* tunnel) {
-  domain->TunnelCount.Increment();
-  domain->DpTunnelCount.Increment();
+  CountTunnel(tunnel, false);
   tunnel->MadeByPolicy = 1;
   AppendTunnel(tunnel);
   // Once a suspend has taken displays away, every tunnel that comes up until the next one tells the graphics driver,

@@ -7,9 +7,12 @@
 #include "tunnel/dp_adapter.h"
 #include "tunnel/dp_capabilities.h"
 #include "tunnel/dp_paths.h"
+#include "tunnel/dp_reservation.h"
+#include "tunnel/link_bandwidth.h"
 #include "tunnel/path_parameters.h"
 #include "tunnel/protocol_adapter.h"
 #include "tunnel/protocol_registers.h"
+#include "tunnel/tunnel_kind.h"
 
 namespace {
 
@@ -110,21 +113,10 @@ KIV_RESULT CurrentMode(const USB4_PORT* dpIn, DP_LINK_MODE& mode) {
 
 }  // namespace
 
-USB4_TUNNEL* NewDpTunnel(USB4_DOMAIN* owner, USB4_PORT* dpIn) {
-  USB4_TUNNEL* tunnel = KivUsb4TunnelAlloc(owner, kDpPaths, USB4_TUNNEL_DP);
-  if (tunnel == nullptr) return nullptr;
-  tunnel->Init = KivUsb4DpXchgCaps;
-  tunnel->Activate = KivUsb4DpActivate;
-  tunnel->ConsumedBandwidth = KivUsb4DpConsumedBandwidth;
-  tunnel->Source = dpIn;
-  return tunnel;
-}
-
 USB4_TUNNEL* KivUsb4TunnelAllocDp(USB4_DOMAIN* owner, const USB4_ENDS& ends, const USB4_BANDWIDTH& maximum) {
   if (ends.Source->ProtocolCapability == 0 || ends.Destination->ProtocolCapability == 0) return nullptr;
-  USB4_TUNNEL* tunnel = NewDpTunnel(owner, ends.Source);
+  USB4_TUNNEL* tunnel = NewTunnel(USB4_TUNNEL_DP, owner, ends);
   if (tunnel == nullptr) return nullptr;
-  tunnel->Destination = ends.Destination;
   tunnel->Maximum = maximum;
   if (!BuildPaths(tunnel)) {
     KivUsb4TunnelFree(tunnel);
@@ -140,8 +132,7 @@ KIV_RESULT KivUsb4DpActivate(USB4_TUNNEL* tunnel, bool enable) {
   } else {
     ClearHops(tunnel);
   }
-  return SwitchEnds(tunnel, USB4_ADAPTER_DP_OUT, enable,
-                    [](const USB4_PORT* adapter, bool on) { return KivUsb4DpPortEnable(adapter, on); });
+  return SwitchEnds(tunnel, enable);
 }
 
 KIV_RESULT KivUsb4DpConsumedBandwidth(USB4_TUNNEL* tunnel, USB4_BANDWIDTH& consumed) {
@@ -161,4 +152,11 @@ KIV_RESULT KivUsb4PollDPRxCapDone(const USB4_TUNNEL* tunnel) {
   const KIV_RESULT result = WaitForCapabilities(tunnel->Source, kCapabilityPolls, negotiated);
   if (result != kKivOk) return result;
   return negotiated.IsSet<DpAdpCs7::ReadDone>() ? kKivOk : kKivFailed;
+}
+
+void GiveBackDp(const USB4_TUNNEL* tunnel) {
+  const KIV_RESULT result = KivUsb4SwitchDeallocDpResource(tunnel->Source->Router, tunnel->Source);
+  if (result != kKivOk) TraceError("DP IN not given back", "adapter", tunnel->Source->Number, "result", result);
+  // Failures are traced where they happen; the tunnel goes all the same.
+  IgnoreResult(KivUsb4ReclaimUsb3Bandwidth(tunnel->Owner, {tunnel->Source, tunnel->Destination}));
 }

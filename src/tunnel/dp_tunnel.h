@@ -6,6 +6,8 @@
 #include "include/switch.h"
 #include "include/tunnel.h"
 
+inline constexpr std::uint32_t kDpPaths = 3;
+
 // `ends`: a DP IN and a DP OUT adapter. `maximum` limits the display's mode; 0 does not. Null when an adapter has no
 // capability or a path cannot be had.
 [[nodiscard]] USB4_TUNNEL* KivUsb4TunnelAllocDp(USB4_DOMAIN* owner, const USB4_ENDS& ends,
@@ -15,6 +17,11 @@
 // Cleans up behind firmware that has left a DP IN off with its paths programmed: the tunnel is rebuilt, started and
 // taken down properly. Always 0.
 [[nodiscard]] KIV_RESULT KivUsb4TunnelWorkAroundDiscoverDp(USB4_DOMAIN* domain, USB4_PORT* dpIn);
+// Does that for a DP IN that is off and none of whose paths breaks off at an entry that is not valid; false for any
+// other one.
+[[nodiscard]] bool CleanUpDpIn(USB4_DOMAIN* domain, USB4_PORT* dpIn);
+// Gives the DP IN back to its router; what the tunnel leaves behind goes to the branch's first USB3 tunnel.
+void GiveBackDp(const USB4_TUNNEL* tunnel);
 
 // The init callback: handshake, then each adapter is told what the other can do, reduced to what the tunnel may take. 0
 // without an access when one of the routers is older than generation 2. -1 when the handshake is not answered, and when

@@ -3,34 +3,37 @@
 
 #include "tunnel/path_parameters.h"
 #include "tunnel/protocol_registers.h"
+#include "tunnel/tunnel_kind.h"
 #include "tunnel/two_way_tunnel.h"
 
 namespace {
 
-struct Pcie {
-  static constexpr USB4_TUNNEL_TYPE kType = USB4_TUNNEL_PCIE;
-  static constexpr USB4_ADAPTER_TYPE kUpstreamType = USB4_ADAPTER_PCIE_UPSTREAM;
-  static constexpr const char* kDownName = "PCIe Down";
-  static constexpr const char* kUpName = "PCIe Up";
-
-  static void InitPath(USB4_PATH* path) { KivUsb4PciePathInit(path); }
-  static KIV_RESULT Switch(const USB4_PORT* adapter, bool enable) { return KivUsb4PciPortEnable(adapter, enable); }
-  static bool IsEnabled(const USB4_PORT* adapter) { return KivUsb4PciPortIsEnabled(adapter); }
-  static KIV_RESULT Activate(USB4_TUNNEL* tunnel, bool enable) { return KivUsb4PciActivate(tunnel, enable); }
-};
+constexpr TWO_WAY_PATHS kPciePaths = {USB4_TUNNEL_PCIE, "PCIe Down", "PCIe Up", KivUsb4PciePathInit};
 
 }  // namespace
 
 USB4_TUNNEL* KivUsb4TunnelAllocPcie(USB4_DOMAIN* owner, const USB4_ENDS& ends) {
-  return BuildTwoWayTunnel<Pcie>(owner, ends);
+  return BuildTwoWayTunnel(kPciePaths, owner, ends);
 }
 
 USB4_TUNNEL* KivUsb4TunnelDiscoverPci(USB4_DOMAIN* owner, USB4_PORT* downstream) {
-  return DiscoverTwoWayTunnel<Pcie>(owner, downstream);
+  return DiscoverTwoWayTunnel(kPciePaths, owner, downstream);
+}
+
+bool TraceBrokenPcie(USB4_DOMAIN*, USB4_PORT* downstream) {
+  TraceBrokenTwoWayPaths(kPciePaths, downstream);
+  return true;
+}
+
+void MarkFirmwarePcieRouters(const USB4_TUNNEL* tunnel) {
+  USB4_SWITCH* router = tunnel->Destination->Router;
+  for (; router != nullptr && router != tunnel->Source->Router; router = router->Info.Parent) {
+    router->OnFirmwarePcieTunnel = 1;
+  }
 }
 
 KIV_RESULT KivUsb4PciActivate(USB4_TUNNEL* tunnel, bool enable) {
-  return SwitchTwoWayTunnel<Pcie>(tunnel, enable);
+  return SwitchEnds(tunnel, enable);
 }
 
 KIV_RESULT KivUsb4PciPortEnable(const USB4_PORT* adapter, bool enable) {

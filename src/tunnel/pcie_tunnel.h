@@ -10,6 +10,10 @@
 [[nodiscard]] USB4_TUNNEL* KivUsb4TunnelAllocPcie(USB4_DOMAIN* owner, const USB4_ENDS& ends);
 // The tunnel that firmware has set up from a downstream adapter, or null.
 [[nodiscard]] USB4_TUNNEL* KivUsb4TunnelDiscoverPci(USB4_DOMAIN* owner, USB4_PORT* downstream);
+// Traces paths of a downstream adapter that break off. Always true.
+[[nodiscard]] bool TraceBrokenPcie(USB4_DOMAIN* domain, USB4_PORT* downstream);
+// Marks the routers on the way of an adopted tunnel, its source's router not among them.
+void MarkFirmwarePcieRouters(const USB4_TUNNEL* tunnel);
 
 // The activate callback: the downstream adapter first, on and off.
 [[nodiscard]] KIV_RESULT KivUsb4PciActivate(USB4_TUNNEL* tunnel, bool enable);

@@ -2,9 +2,7 @@
 #include "tunnel/protocol_adapter.h"
 
 #include "topology/router_queries.h"
-#include "tunnel/dp_adapter.h"
-#include "tunnel/pcie_tunnel.h"
-#include "tunnel/usb3_adapter.h"
+#include "tunnel/tunnel_kind.h"
 
 namespace {
 
@@ -24,19 +22,8 @@ bool PortIs(const USB4_PORT* adapter, USB4_ADAPTER_TYPE type) {
 }
 
 bool KivUsb4PortIsTunnelEnabled(const USB4_PORT* adapter) {
-  switch (adapter->Type()) {
-    case USB4_ADAPTER_DP_IN:
-    case USB4_ADAPTER_DP_OUT:
-      return KivUsb4DpPortIsEnabled(adapter);
-    case USB4_ADAPTER_PCIE_DOWNSTREAM:
-    case USB4_ADAPTER_PCIE_UPSTREAM:
-      return KivUsb4PciPortIsEnabled(adapter);
-    case USB4_ADAPTER_USB3_DOWNSTREAM:
-    case USB4_ADAPTER_USB3_UPSTREAM:
-      return KivUsb4Usb3PortIsEnabled(adapter);
-    default:
-      return false;
-  }
+  const USB4_TUNNEL_KIND* kind = KindWithEndAt(adapter->Type());
+  return kind != nullptr && kind->EndIsOn != nullptr && kind->EndIsOn(adapter);
 }
 
 USB4_PORT* KivUsb4FindUnusedPort(const USB4_SWITCH* router, std::uint32_t type) {

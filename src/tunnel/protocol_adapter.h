@@ -24,13 +24,3 @@
 [[nodiscard]] USB4_PORT* Usb4SwitchMapPcieDown(const USB4_SWITCH* router, const USB4_PORT* laneAdapter);
 // The same, but an adapter that is switched on counts as none; later ones are not considered.
 [[nodiscard]] USB4_PORT* Usb4SwitchMapUsb3Down(const USB4_SWITCH* router, const USB4_PORT* laneAdapter);
-
-// Switches the tunnel's source adapter, then its destination if that is of the type that the protocol ends in. The
-// first error ends it.
-template <class SwitchAdapter>
-[[nodiscard]] KIV_RESULT SwitchEnds(const USB4_TUNNEL* tunnel, USB4_ADAPTER_TYPE destinationType, bool enable,
-                                    SwitchAdapter switchAdapter) {
-  const KIV_RESULT result = switchAdapter(tunnel->Source, enable);
-  if (result != kKivOk || !PortIs(tunnel->Destination, destinationType)) return result;
-  return switchAdapter(tunnel->Destination, enable);
-}

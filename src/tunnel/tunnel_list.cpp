@@ -4,20 +4,13 @@
 #include "include/locks.h"
 #include "include/trace.h"
 #include "tunnel/tunnel.h"
+#include "tunnel/tunnel_kind.h"
 
 namespace {
 
-AtomicLong* CountOf(USB4_DOMAIN* domain, USB4_TUNNEL_TYPE type) {
-  switch (type) {
-    case USB4_TUNNEL_PCIE:
-      return &domain->PcieTunnelCount;
-    case USB4_TUNNEL_DP:
-      return &domain->DpTunnelCount;
-    case USB4_TUNNEL_USB3:
-      return &domain->Usb3TunnelCount;
-    default:
-      return nullptr;  // tunnels to a peer host have no count of their own
-  }
+// Null for a kind without a count of its own.
+AtomicLong* CountOf(USB4_DOMAIN* domain, const USB4_TUNNEL_KIND& kind) {
+  return kind.Count == nullptr ? nullptr : &(domain->*kind.Count);
 }
 
 // A tunnel lives, for whoever watches, while it is on the list.
@@ -64,10 +57,17 @@ USB4_TUNNEL* KivUsb4FindTunnel(USB4_DOMAIN* domain, USB4_TUNNEL_TYPE type, const
   return nullptr;
 }
 
+void CountTunnel(const USB4_TUNNEL* tunnel, bool adopted) {
+  const USB4_TUNNEL_KIND& kind = KindOf(tunnel->Type);
+  tunnel->Owner->TunnelCount.Increment();
+  AtomicLong* ofKind = CountOf(tunnel->Owner, kind);
+  if (ofKind != nullptr && (!adopted || kind.CountsAdopted)) ofKind->Increment();
+}
+
 void KivUsb4UpdateTunnelCnt(const USB4_TUNNEL* tunnel, USB4_DOMAIN* domain, bool) {
   // Counts go up and down under the run lock; others only read them.
   if (domain->TunnelCount.Load() == 0) return;
   domain->TunnelCount.Decrement();
-  AtomicLong* ofType = CountOf(domain, tunnel->Type);
-  if (ofType != nullptr && ofType->Load() != 0) ofType->Decrement();
+  AtomicLong* ofKind = CountOf(domain, KindOf(tunnel->Type));
+  if (ofKind != nullptr && ofKind->Load() != 0) ofKind->Decrement();
 }

@@ -23,7 +23,9 @@ void OrphanTunnel(USB4_TUNNEL* tunnel);
 // not compared.
 [[nodiscard]] USB4_TUNNEL* KivUsb4FindTunnel(USB4_DOMAIN* domain, USB4_TUNNEL_TYPE type, const USB4_ENDS& either);
 
-// One tunnel less: the total, and its type's count unless that is 0. Nothing is counted down while the total is 0. The
+// One tunnel more: the total, and its kind's count, in which not every kind counts adopted ones.
+void CountTunnel(const USB4_TUNNEL* tunnel, bool adopted);
+// One tunnel less: the total, and its kind's count unless that is 0. Nothing is counted down while the total is 0. The
 // flag is not looked at.
 void KivUsb4UpdateTunnelCnt(const USB4_TUNNEL* tunnel, USB4_DOMAIN* domain, bool unused = false);
 

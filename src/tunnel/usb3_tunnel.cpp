@@ -3,29 +3,23 @@
 
 #include "include/trace.h"
 #include "topology/router_queries.h"
+#include "tunnel/link_bandwidth.h"
 #include "tunnel/path_parameters.h"
+#include "tunnel/tunnel.h"
+#include "tunnel/tunnel_kind.h"
 #include "tunnel/two_way_tunnel.h"
 #include "tunnel/usb3_adapter.h"
 
 namespace {
 
-struct Usb3 {
-  static constexpr USB4_TUNNEL_TYPE kType = USB4_TUNNEL_USB3;
-  static constexpr USB4_ADAPTER_TYPE kUpstreamType = USB4_ADAPTER_USB3_UPSTREAM;
-  static constexpr const char* kDownName = "USB3 Down";
-  static constexpr const char* kUpName = "USB3 Up";
+constexpr TWO_WAY_PATHS kUsb3Paths = {USB4_TUNNEL_USB3, "USB3 Down", "USB3 Up", KivUsb4Usb3PathInit};
 
-  static void InitPath(USB4_PATH* path) { KivUsb4Usb3PathInit(path); }
-  static KIV_RESULT Switch(const USB4_PORT* adapter, bool enable) { return KivUsb4Usb3PortEnable(adapter, enable); }
-  static bool IsEnabled(const USB4_PORT* adapter) { return KivUsb4Usb3PortIsEnabled(adapter); }
-  static KIV_RESULT Activate(USB4_TUNNEL* tunnel, bool enable) { return KivUsb4Usb3Activate(tunnel, enable); }
-};
-
-void ManageBandwidth(USB4_TUNNEL* tunnel) {
-  tunnel->Init = KivUsb4Usb3Init;
-  tunnel->ConsumedBandwidth = KivUsb4Usb3ConsumedBandwidth;
-  tunnel->ReleaseUnusedBandwidth = KivUsb4Usb3ReleaseUnusedBandwidth;
-  tunnel->ReclaimAvailableBandwidth = KivUsb4Usb3ReclaimAvailableBandwidth;
+// Further down a tunnel has no bandwidth of its own to ask for, to release or to take back.
+void LeaveBandwidthToHost(USB4_TUNNEL* tunnel) {
+  tunnel->Init = nullptr;
+  tunnel->ConsumedBandwidth = nullptr;
+  tunnel->ReleaseUnusedBandwidth = nullptr;
+  tunnel->ReclaimAvailableBandwidth = nullptr;
 }
 
 // What the tunnel is to start with, the same each way; negative when it is to be refused.
@@ -57,19 +51,24 @@ USB4_BANDWIDTH Usb3ChargeOf(const USB4_BANDWIDTH& grant) {
 USB4_TUNNEL* KivUsb4TunnelAllocUsb3(USB4_DOMAIN* owner, const USB4_ENDS& ends, const USB4_BANDWIDTH& maximum) {
   const std::int32_t grant = InitialGrant(ends, maximum);
   if (grant < 0) return nullptr;
-  USB4_TUNNEL* tunnel = BuildTwoWayTunnel<Usb3>(owner, ends);
+  USB4_TUNNEL* tunnel = BuildTwoWayTunnel(kUsb3Paths, owner, ends);
   if (tunnel == nullptr) return nullptr;
   tunnel->Maximum = maximum;
   if (IsHostRouter(ends.Source->Router)) {
     tunnel->Allocated = {grant, grant};
-    ManageBandwidth(tunnel);
+  } else {
+    LeaveBandwidthToHost(tunnel);
   }
   return tunnel;
 }
 
 USB4_TUNNEL* KivUsb4TunnelDiscoverUsb3(USB4_DOMAIN* domain, USB4_PORT* downstream) {
-  USB4_TUNNEL* tunnel = DiscoverTwoWayTunnel<Usb3>(domain, downstream);
-  if (tunnel == nullptr || !IsHostRouter(downstream->Router)) return tunnel;
+  USB4_TUNNEL* tunnel = DiscoverTwoWayTunnel(kUsb3Paths, domain, downstream);
+  if (tunnel == nullptr) return nullptr;
+  if (!IsHostRouter(downstream->Router)) {
+    LeaveBandwidthToHost(tunnel);
+    return tunnel;
+  }
   const KIV_RESULT result = Usb4Usb3PortAllocatedBandwidth(downstream, tunnel->Allocated);
   if (result != kKivOk) {
     TraceError("grant not read", "adapter", downstream->Number, "result", result);
@@ -77,8 +76,17 @@ USB4_TUNNEL* KivUsb4TunnelDiscoverUsb3(USB4_DOMAIN* domain, USB4_PORT* downstrea
     KivUsb4TunnelFree(tunnel);
     return nullptr;
   }
-  ManageBandwidth(tunnel);
   return tunnel;
+}
+
+bool TraceBrokenUsb3(USB4_DOMAIN*, USB4_PORT* downstream) {
+  TraceBrokenTwoWayPaths(kUsb3Paths, downstream);
+  return true;
+}
+
+void GiveBackUsb3(const USB4_TUNNEL* tunnel) {
+  // Failures are traced where they happen; the tunnel goes all the same.
+  IgnoreResult(KivUsb4ReclaimUsb3Bandwidth(tunnel->Owner, {tunnel->Source, tunnel->Destination}));
 }
 
 KIV_RESULT KivUsb4Usb3Init(USB4_TUNNEL* tunnel) {
@@ -86,7 +94,7 @@ KIV_RESULT KivUsb4Usb3Init(USB4_TUNNEL* tunnel) {
 }
 
 KIV_RESULT KivUsb4Usb3Activate(USB4_TUNNEL* tunnel, bool enable) {
-  return SwitchTwoWayTunnel<Usb3>(tunnel, enable);
+  return SwitchEnds(tunnel, enable);
 }
 
 KIV_RESULT KivUsb4Usb3ConsumedBandwidth(USB4_TUNNEL* tunnel, USB4_BANDWIDTH& consumed) {

@@ -20,6 +20,10 @@ inline constexpr std::int32_t kUsb3UsablePercent = 90;
 // The tunnel that firmware, or an earlier start of this driver, has set up from a downstream adapter, with its grant;
 // or null. Its maximum stays 0.
 [[nodiscard]] USB4_TUNNEL* KivUsb4TunnelDiscoverUsb3(USB4_DOMAIN* domain, USB4_PORT* downstream);
+// Traces paths of a downstream adapter that break off. Always true.
+[[nodiscard]] bool TraceBrokenUsb3(USB4_DOMAIN* domain, USB4_PORT* downstream);
+// What the tunnel leaves behind goes to the branch's first USB3 tunnel.
+void GiveBackUsb3(const USB4_TUNNEL* tunnel);
 
 // The callbacks: init writes the grant, activate switches the downstream adapter first, on and off.
 [[nodiscard]] KIV_RESULT KivUsb4Usb3Init(USB4_TUNNEL* tunnel);
