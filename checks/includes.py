@@ -3,7 +3,13 @@ import re
 
 from common import code_files
 
-ROOMS = ("include", "hostif", "topology", "tunnel", "xdomain", "net", "cm", "ioctl", "driver")
+# The rooms of each folder, lowest first. A file in no room stands above them all.
+ROOMS = {
+    "src": ("include", "hostif", "topology", "tunnel", "xdomain", "net", "cm", "ioctl", "driver"),
+    "platform": ("include", "host", "scheduler", "memory", "kernel", "device", "framework", "pnp"),
+    "sim": ("host", "registers", "router", "dataplane", "fabric", "firmware"),
+    "lab": ("input", "machine", "scenario", "report", "oracle", "timeline", "decode", "run"),
+}
 # Folder -> folders of this tree that it may include by path.
 MAY = {
     "platform": ("platform",),
@@ -24,18 +30,28 @@ def includes(path):
             yield number, match.group(1), match.group(2)
 
 
-def check_driver(root, path, platform_headers):
-    room = path.relative_to(root / "src").parts[0]
-    if room not in ROOMS:
-        yield f"{path}: src/{room} is not a room of the house"
+def check_room(root, path):
+    """An include of a file in its own folder never goes up to a higher room."""
+    folder, *inner = path.relative_to(root).parts
+    rooms = ROOMS[folder]
+    if len(inner) > 1 and inner[0] not in rooms:
+        yield f"{path}: {folder}/{inner[0]} is not a room of the house"
         return
+    height = rooms.index(inner[0]) if len(inner) > 1 else len(rooms)
+    base = root / folder if folder == "src" else root
     for number, _, name in includes(path):
-        target = (root / "src" / name) if (root / "src" / name).exists() else (path.parent / name)
-        if target.exists():
-            other = target.resolve().relative_to((root / "src").resolve()).parts[0]
-            if ROOMS.index(other) > ROOMS.index(room):
-                yield f"{path}:{number}: {room} includes {name}, which goes up to {other}"
-        elif name not in STANDARD and name not in platform_headers:
+        target = base / name if (base / name).exists() else path.parent / name
+        if not target.exists() or (root / folder).resolve() not in target.resolve().parents:
+            continue
+        other = target.resolve().relative_to((root / folder).resolve()).parts
+        if len(other) > 1 and rooms.index(other[0]) > height:
+            yield f"{path}:{number}: {inner[0]} includes {name}, which goes up to {other[0]}"
+
+
+def check_driver(root, path, platform_headers):
+    for number, _, name in includes(path):
+        inside = (root / "src" / name).exists() or (path.parent / name).exists()
+        if not inside and name not in STANDARD and name not in platform_headers:
             yield f"{path}:{number}: the driver may not include {name}"
 
 
@@ -67,6 +83,8 @@ def findings(root):
                         for p in base.rglob("*.h")}
     for path in code_files(root):
         folder = path.relative_to(root).parts[0]
+        if folder in ROOMS:
+            yield from check_room(root, path)
         if folder == "src":
             yield from check_driver(root, path, platform_headers)
         elif folder in MAY:
@@ -82,7 +100,13 @@ _TREE = {
     "src/hostif/ring.h": '#include "include/status.h"\n#include <ntddk.h>\n#include <array>\n',
     "src/hostif/upcalls.h": "int KivUsb4BusStart(int domain, bool again);  // cm\n",
     "src/cm/bus.h": '#include "hostif/ring.h"\n',
+    "platform/framework/wdf_queue.cpp": '#include "platform/host/host_kernel.h"\n#include "queue_text.h"\n',
+    "platform/framework/queue_text.h": "",
+    "sim/fabric/fabric.h": '#include "sim/router/router.h"\n',
+    "sim/router/router.h": "",
     "sim/fabric/fabric.cpp": '#include "platform/host/host_kernel.h"\n',
+    "lab/run/run.h": "",
+    "lab/main.cpp": '#include "lab/run/run.h"\n',
 }
 CLEAN = _TREE
 PLANTED = {
@@ -94,5 +118,10 @@ PLANTED = {
     "the model includes the driver by its own path": _TREE | {"sim/fabric/fabric.cpp": '#include "hostif/ring.h"\n'},
     "the platform includes the model": _TREE | {"platform/io.cpp": '#include "sim/fabric/fabric.h"\n', "sim/fabric/fabric.h": ""},
     "a folder that is no room": _TREE | {"src/misc/misc.cpp": ""},
+    "a folder of the model that is no room": _TREE | {"sim/misc/misc.cpp": ""},
+    "a room of the platform includes one above it":
+        _TREE | {"platform/memory/pool.cpp": '#include "platform/framework/queue_text.h"\n'},
+    "a room of the model includes one above it": _TREE | {"sim/router/router.h": '#include "sim/fabric/fabric.h"\n'},
+    "a room of the tool includes one above it": _TREE | {"lab/oracle/oracle.cpp": '#include "lab/run/run.h"\n'},
     "one upcall more than stated": _TREE | {"src/topology/upcalls.h": "void KivUsb4XdomainRemove(void* peer);\n"},
 }

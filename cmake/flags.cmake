@@ -6,7 +6,11 @@ option(KIVUSB4_WINDOWS "compile check of the driver against the published header
 option(KIVUSB4_TESTS "the test programs" OFF)
 option(KIVUSB4_BENCH "the benchmarks" OFF)
 option(KIVUSB4_COVERAGE "count the lines and branches that run" OFF)
+option(KIVUSB4_UNITY "compile several sources at once: a third of the time from nothing" ON)
 option(KIVUSB4_FUZZ "the fuzzers with libFuzzer; wants clang" OFF)
+
+set(CMAKE_UNITY_BUILD ${KIVUSB4_UNITY})
+set(CMAKE_UNITY_BUILD_BATCH_SIZE 8)
 
 if(KIVUSB4_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)

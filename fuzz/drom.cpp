@@ -27,7 +27,6 @@ constexpr std::size_t kSmallestImage = 23;
 constexpr std::size_t kLongestImage = 1036;
 constexpr std::size_t kLongestName = 253;
 constexpr unsigned kOperationData = 9;  // router space: what an operation has read begins here
-constexpr platform::Time kLongest = 600 * platform::kSecond;
 
 struct Case {
   enum class Kind { Parse, Read, Enumerate };

@@ -19,7 +19,6 @@ namespace {
 
 constexpr std::size_t kMostRecords = 64;
 constexpr unsigned kMostReaders = 8;
-constexpr platform::Time kLongest = 3600 * platform::kSecond;
 
 // What the input lacks reads as zero.
 class Input {

@@ -18,7 +18,7 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::size_t kSmallestImage = 23;
-constexpr unsigned kUsb4Format = 3, kThunderboltFormat = 1;
+constexpr unsigned kThunderboltFormat = 1;
 constexpr unsigned kLengthField = 0xFFF, kLengthRead = 0x3FF;  // what is checked, what is read
 constexpr unsigned kPort = 0x80, kDisabled = 0x40, kNumber = 0x3F;
 constexpr unsigned kSecondLane = 0x10, kHasPartner = 0x80;

@@ -16,7 +16,6 @@ namespace lab {
 namespace {
 
 constexpr std::uint32_t kMostAdapters = 63;
-constexpr std::uint8_t kUsb4Format = 3;
 
 struct Records {
   USB4_DOMAIN domain{};

@@ -6,6 +6,8 @@
 
 namespace lab {
 
+inline constexpr unsigned kUsb4Format = 3;  // the version of an image for USB4 routers
+
 struct DriverDrom {
   bool accepted = false;
   std::uint64_t uid = 0;  // Thunderbolt format only: a USB4 router shows its UID in its registers

@@ -39,11 +39,11 @@ bool Crosses(const TunnelView& tunnel, const RouterView& router) {
 
 }  // namespace
 
-void AddConsumption(DomainView& domain, const sim::Fabric& fabric, const sim::Router& host) {
+void AddConsumption(DomainView& domain, const sim::Router& host) {
   for (TunnelView& tunnel : domain.tunnels) {
     if (tunnel.allocated) tunnel.consumed = ChargeOf(*tunnel.allocated);
     if (tunnel.kind != TunnelKind::Dp || !tunnel.destination) continue;
-    const sim::Router* router = fabric.AtRoute(host, tunnel.source.place.route);
+    const sim::Router* router = host.fabric().AtRoute(host, tunnel.source.place.route);
     const RouterView* from = domain.Find(tunnel.source.place.route);
     const RouterView* to = domain.Find(tunnel.destination->place.route);
     if (router == nullptr || from == nullptr || to == nullptr) continue;

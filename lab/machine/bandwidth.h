@@ -4,14 +4,14 @@
 #include <vector>
 
 #include "lab/machine/domain_view.h"
-#include "sim/fabric/fabric.h"
+#include "sim/router/router.h"
 
 namespace lab {
 
 // Fills in what each tunnel of `domain`, which hangs on `host`, is charged for, as its adapters in the fabric say: a
 // grant of USB3 with a third more for what the link carries besides; of a display what its source and it have agreed
 // on, in the direction in which the picture goes. Other tunnels are charged for nothing.
-void AddConsumption(DomainView& domain, const sim::Fabric& fabric, const sim::Router& host);
+void AddConsumption(DomainView& domain, const sim::Router& host);
 // Fills in what each link has left.
 void AddAvailable(DomainView& domain);
 

@@ -2,6 +2,8 @@
 #include "lab/machine/machine.h"
 
 #include "lab/machine/waivers.h"
+#include "sim/dataplane/display_adapter.h"
+#include "sim/dataplane/usb3_function.h"
 
 extern "C" platform::Status DriverEntry(_DRIVER_OBJECT* driverObject, _UNICODE_STRING* registryPath);
 

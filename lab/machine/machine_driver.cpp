@@ -12,6 +12,7 @@
 #include "include/tunnel.h"
 #include "lab/machine/bandwidth.h"
 #include "lab/machine/machine.h"
+#include "lab/machine/register_table.h"
 #include "topology/device_list.h"
 #include "topology/router_queries.h"
 #include "topology/tmu.h"
@@ -23,14 +24,12 @@ namespace {
 
 using Capabilities = std::vector<std::pair<std::string, unsigned>>;
 
-constexpr std::uint32_t kSearchedInVain = 0xFFFFFFFF;
-
 std::optional<std::string> TextOf(const char* text) {
   return text ? std::optional<std::string>(text) : std::nullopt;
 }
 
 void AddCapability(Capabilities& list, const char* name, std::uint32_t offset) {
-  if (offset != 0 && offset != kSearchedInVain) list.emplace_back(name, offset);
+  if (CapabilityFound(offset)) list.emplace_back(name, offset);
 }
 
 AdapterPlace PlaceOf(const USB4_PORT& adapter) {
@@ -165,7 +164,7 @@ DomainView Machine::Domain(Place place) {
   InDriver(place, [&](DEVICE_EXTENSION& context) {
     if (context.Domain != nullptr) AddDomain(context.Domain, view);
   });
-  if (const sim::Router* host = fabric_->Find(RouterName(place))) AddConsumption(view, *fabric_, *host);
+  if (const sim::Router* host = fabric_->Find(RouterName(place))) AddConsumption(view, *host);
   AddAvailable(view);
   return view;
 }

@@ -16,8 +16,6 @@
 namespace lab {
 namespace {
 
-constexpr std::uint32_t kSearchedInVain = 0xFFFFFFFF;
-
 template <class Owner>
 void Read(Owner* owner, RegisterBlockKind kind, std::uint32_t base, std::vector<RegisterView>& registers) {
   constexpr bool router = std::is_same_v<std::remove_const_t<Owner>, USB4_SWITCH>;
@@ -35,7 +33,7 @@ void Read(Owner* owner, RegisterBlockKind kind, std::uint32_t base, std::vector<
 
 template <class Owner>
 void ReadCapability(Owner* owner, RegisterBlockKind kind, std::uint32_t offset, std::vector<RegisterView>& registers) {
-  if (offset != 0 && offset != kSearchedInVain) Read(owner, kind, offset, registers);
+  if (CapabilityFound(offset)) Read(owner, kind, offset, registers);
 }
 
 void ReadAdapter(const USB4_PORT& adapter, AdapterView& view) {

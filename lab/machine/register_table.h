@@ -32,6 +32,11 @@ enum class RegisterBlockKind {
   DpAdapter,
 };
 
+// What the driver keeps as the offset of a capability: 0 before it has looked, all ones when there is none.
+inline bool CapabilityFound(std::uint32_t offset) {
+  return offset != 0 && offset != 0xFFFFFFFF;
+}
+
 const std::vector<RegisterRow>& RegistersOf(RegisterBlockKind kind);
 
 }  // namespace lab

@@ -15,6 +15,7 @@
 #include "lab/report/explain.h"
 #include "lab/timeline/capture.h"
 #include "lab/timeline/timeline.h"
+#include "sim/dataplane/usb3_function.h"
 
 namespace lab {
 namespace {

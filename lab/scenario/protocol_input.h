@@ -4,6 +4,7 @@
 #include <string>
 
 #include "lab/scenario/topology_input.h"
+#include "sim/dataplane/usb3_function.h"
 
 namespace lab {
 

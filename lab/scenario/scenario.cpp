@@ -13,6 +13,7 @@
 #include "lab/scenario/generate.h"
 #include "lab/scenario/protocol_input.h"
 #include "lab/scenario/topology_input.h"
+#include "sim/dataplane/usb3_function.h"
 
 namespace lab {
 namespace {

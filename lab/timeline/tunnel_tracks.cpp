@@ -129,7 +129,7 @@ DomainView TunnelTracks::View() {
     tunnel.paths = {way};
     view.tunnels.push_back(std::move(tunnel));
   }
-  AddConsumption(view, host_.fabric(), host_);
+  AddConsumption(view, host_);
   return view;
 }
 

@@ -3,13 +3,10 @@
 #include <cstring>
 
 #include "platform/device/device_node.h"
-#include "platform/framework/wdf_device.h"
 #include "platform/kernel/request_packet.h"
 
 namespace platform {
 namespace {
-
-constexpr ULONG kConfigBytes = 256;
 
 // Configuration space may be read at any time while the device is there; a function that is gone reads all ones.
 NTSTATUS ReadConfigSpace(KernelCall& call, DeviceNode& node, IRP& request) {
@@ -48,11 +45,3 @@ BusDevice::BusDevice(DeviceNode& node) {
 }
 
 }  // namespace platform
-
-using namespace platform;
-
-// Up to DISPATCH_LEVEL. The device object below the driver's own: here the bus driver's.
-PDEVICE_OBJECT WdfDeviceWdmGetAttachedDevice(WDFDEVICE Device) {
-  KernelCall call("WdfDeviceWdmGetAttachedDevice", DISPATCH_LEVEL);
-  return Resolve<platform::Device>(call, Device).node.bus.object();
-}

@@ -7,6 +7,8 @@ namespace platform {
 
 class DeviceNode;
 
+inline constexpr ULONG kConfigBytes = 256;  // of the configuration space
+
 class BusDevice {
  public:
   explicit BusDevice(DeviceNode& node);

@@ -4,7 +4,6 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/framework/wdf_interrupt.h"
 #include "platform/kernel/registry.h"
 #include "platform/memory/dma_memory.h"
 
@@ -27,8 +26,8 @@ void TransitionLock::Release(Scheduler& scheduler) {
   scheduler.Wake(*owner_);
 }
 
-DeviceNode::DeviceNode(HostKernel& kernel, DeviceId id, DeviceConfig config)
-    : policy(*this, kernel, id), kernel_(kernel), id_(id), config_(std::move(config)) {
+DeviceNode::DeviceNode(HostKernel& kernel, PowerTransitions& transitions, DeviceId id, DeviceConfig config)
+    : policy(*this, kernel, transitions, id), kernel_(kernel), id_(id), config_(std::move(config)) {
   for (const Resource& resource : config_.resources) {
     if (resource.kind == Resource::Kind::Interrupt && vectors_.size() <= resource.message) {
       vectors_.resize(resource.message + 1);
@@ -99,12 +98,12 @@ void DeviceNode::SignalMessage(unsigned message) {
   vectors_[message]->MessageArrived();
 }
 
-void DeviceNode::Connect(Interrupt& interrupt) {
-  vectors_[interrupt.message] = &interrupt;
+void DeviceNode::Connect(MessageTarget& target) {
+  vectors_[target.message] = &target;
 }
 
-void DeviceNode::Disconnect(Interrupt& interrupt) {
-  if (vectors_[interrupt.message] == &interrupt) vectors_[interrupt.message] = nullptr;
+void DeviceNode::Disconnect(MessageTarget& target) {
+  if (vectors_[target.message] == &target) vectors_[target.message] = nullptr;
 }
 
 std::uint32_t DeviceNode::ReadConfig(std::uint32_t offset) {

@@ -17,7 +17,19 @@
 namespace platform {
 
 class Device;
-class Interrupt;
+
+// What a message of the function reaches: an interrupt that the framework has connected.
+class MessageTarget {
+ public:
+  explicit MessageTarget(unsigned number) : message(number) {}
+  // On the scheduler's stack.
+  virtual void MessageArrived() = 0;
+
+  const unsigned message;
+
+ protected:
+  ~MessageTarget() = default;
+};
 
 // Held by the task that moves a device between states; PnP and power transitions of one device never overlap.
 class TransitionLock {
@@ -33,7 +45,7 @@ class TransitionLock {
 
 class DeviceNode final : public PciSlot {
  public:
-  DeviceNode(HostKernel& kernel, DeviceId id, DeviceConfig config);
+  DeviceNode(HostKernel& kernel, PowerTransitions& transitions, DeviceId id, DeviceConfig config);
   ~DeviceNode() override;
 
   Simulation& simulation() override;
@@ -57,8 +69,8 @@ class DeviceNode final : public PciSlot {
   void WriteConfig(std::uint32_t offset, std::uint32_t value);
 
   // --- interrupts: vectors by message number
-  void Connect(Interrupt& interrupt);
-  void Disconnect(Interrupt& interrupt);
+  void Connect(MessageTarget& target);
+  void Disconnect(MessageTarget& target);
 
   // Registers answer, are a violation to touch (from D0 exit to Dx until the next D0 entry), or read all ones.
   void SetRegisterAccess(RegisterAccess access);
@@ -81,7 +93,7 @@ class DeviceNode final : public PciSlot {
   DeviceId id_;
   DeviceConfig config_;
   std::string registryPath_;
-  std::vector<Interrupt*> vectors_;  // by message; null: disconnected
+  std::vector<MessageTarget*> vectors_;  // by message; null: disconnected
   std::uint64_t droppedMessages_ = 0;
   std::optional<FunctionPower> functionPower_;  // as last set; unknown for one that has just appeared
 };

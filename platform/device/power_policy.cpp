@@ -4,13 +4,13 @@
 #include <utility>
 
 #include "platform/device/device_node.h"
-#include "platform/pnp/pnp_manager.h"
 
 namespace platform {
 
-PowerPolicy::PowerPolicy(DeviceNode& node, HostKernel& kernel, DeviceId id)
+PowerPolicy::PowerPolicy(DeviceNode& node, HostKernel& kernel, PowerTransitions& transitions, DeviceId id)
     : node_(node),
       kernel_(kernel),
+      transitions_(transitions),
       worker_(kernel, "power policy of device " + std::to_string(id), [this] { RunWorker(); }) {}
 
 PowerPolicy::~PowerPolicy() {
@@ -38,7 +38,7 @@ bool PowerPolicy::Reference() {
 
 bool PowerPolicy::ReferenceAndWait(Scheduler& scheduler) {
   // A power-down that has begun may itself wait for the caller, so that it is refused, not queued behind it.
-  if (phase_ == PowerPhase::Off || phase_ == PowerPhase::GoingDown || kernel_.pnp().SystemAsleep()) return false;
+  if (phase_ == PowerPhase::Off || phase_ == PowerPhase::GoingDown || transitions_.SystemAsleep()) return false;
   if (Reference()) return true;
   Waiter waiter{Scheduler::Current()};
   waiters_.push_back(&waiter);
@@ -67,7 +67,7 @@ void PowerPolicy::RequestGone() {
 }
 
 void PowerPolicy::WakeSignalled() {
-  if (action != SystemPowerAction::None || kernel_.pnp().SystemAsleep()) {
+  if (action != SystemPowerAction::None || transitions_.SystemAsleep()) {
     if (armedForSystemWake_ && !wakeSignalled_) kernel_.SystemResumeAsync();
     wakeSignalled_ = armedForSystemWake_;
   } else if (idle_.canWake && (phase_ == PowerPhase::Dx || phase_ == PowerPhase::GoingDown)) {
@@ -102,7 +102,7 @@ bool PowerPolicy::IdleDue() const {
 }
 
 bool PowerPolicy::WantsD0() const {
-  if (kernel_.pnp().SystemAsleep() || action != SystemPowerAction::None) return false;
+  if (transitions_.SystemAsleep() || action != SystemPowerAction::None) return false;
   return references_ > 0 || requests_ > 0 || wakeSignalled_;
 }
 
@@ -122,8 +122,8 @@ void PowerPolicy::StopIdleTimer() {
 }
 
 void PowerPolicy::RunWorker() {
-  if (idleDue_) kernel_.pnp().IdleDown(node_);
-  if (phase_ == PowerPhase::Dx && WantsD0()) kernel_.pnp().WakeUp(node_);
+  if (idleDue_) transitions_.IdleDown(node_);
+  if (phase_ == PowerPhase::Dx && WantsD0()) transitions_.WakeUp(node_);
 }
 
 void PowerPolicy::ReleaseWaiters(bool ok) {

@@ -15,6 +15,17 @@ class DeviceNode;
 // Off: not started, or removed. D0 is the only phase in which queues present requests and waiters are let go.
 enum class PowerPhase : std::uint8_t { Off, GoingUp, D0, GoingDown, Dx };
 
+// What moves a device between its power states; the PnP manager of the host.
+class PowerTransitions {
+ public:
+  virtual bool SystemAsleep() const = 0;        // from the beginning of system sleep to the beginning of resume
+  virtual void IdleDown(DeviceNode& node) = 0;  // to Dx when still nobody holds it
+  virtual void WakeUp(DeviceNode& node) = 0;    // from runtime idle to D0
+
+ protected:
+  ~PowerTransitions() = default;
+};
+
 struct IdleSettings {
   bool enabled = false;
   bool canWake = false;  // hardware may wake it from runtime idle
@@ -23,7 +34,7 @@ struct IdleSettings {
 
 class PowerPolicy {
  public:
-  PowerPolicy(DeviceNode& node, HostKernel& kernel, DeviceId id);
+  PowerPolicy(DeviceNode& node, HostKernel& kernel, PowerTransitions& transitions, DeviceId id);
   ~PowerPolicy();
 
   // --- from the driver
@@ -69,6 +80,7 @@ class PowerPolicy {
 
   DeviceNode& node_;
   HostKernel& kernel_;
+  PowerTransitions& transitions_;
   PowerPhase phase_ = PowerPhase::Off;
   IdleSettings idle_;
   bool armedForSystemWake_ = false;

@@ -8,7 +8,6 @@ namespace platform {
 namespace {
 
 constexpr GUID kBusInterfaceStandard = {0x496b8280, 0x6f25, 0x11d0, {0xbe, 0xaf, 0x08, 0x00, 0x2b, 0xe2, 0x09, 0x2f}};
-constexpr ULONG kConfigBytes = 256;
 
 void InterfaceReference(PVOID context) {
   KernelCall call("BUS_INTERFACE_STANDARD.InterfaceReference", DISPATCH_LEVEL);
@@ -73,4 +72,10 @@ NTSTATUS WdfFdoQueryForInterface(WDFDEVICE Fdo, LPCGUID InterfaceType, PINTERFAC
   std::memcpy(Interface, &bus, sizeof(bus));
   ++device.node.busInterfaceReferences;
   return STATUS_SUCCESS;
+}
+
+// Up to DISPATCH_LEVEL. The device object below the driver's own: here the bus driver's.
+PDEVICE_OBJECT WdfDeviceWdmGetAttachedDevice(WDFDEVICE Device) {
+  KernelCall call("WdfDeviceWdmGetAttachedDevice", DISPATCH_LEVEL);
+  return Resolve<platform::Device>(call, Device).node.bus.object();
 }

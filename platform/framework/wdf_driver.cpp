@@ -4,7 +4,6 @@
 #include "platform/framework/wdf_device.h"
 #include "platform/memory/dma_memory.h"
 #include "platform/memory/kernel_pool.h"
-#include "platform/pnp/pnp_manager.h"
 
 namespace platform {
 
@@ -25,11 +24,9 @@ Status LoadedDriver::Load(DriverEntryFunction entry) {
   return status;
 }
 
-void LoadedDriver::Unload() {
+void LoadedDriver::Unload(bool deviceLeft) {
   KernelCall call("driver unload", PASSIVE_LEVEL, KernelCall::Silent);
-  for (const auto& node : kernel_.pnp().nodes()) {
-    if (node->device) ReportAndStop(call, Rule::InvalidArgument, "the driver is unloaded while it has a device");
-  }
+  if (deviceLeft) ReportAndStop(call, Rule::InvalidArgument, "the driver is unloaded while it has a device");
   if (object->config.EvtDriverUnload) {
     const WDFDRIVER handle = object->Handle<WDFDRIVER>();
     CallDriver(kernel_, "EvtDriverUnload", [&] { object->config.EvtDriverUnload(handle); });

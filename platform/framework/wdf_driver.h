@@ -21,7 +21,7 @@ class LoadedDriver {
   explicit LoadedDriver(HostKernel& kernel) : kernel_(kernel) {}
 
   Status Load(DriverEntryFunction entry);
-  void Unload();
+  void Unload(bool deviceLeft);  // deviceLeft: a device of the driver has not gone, which is a violation
   bool Loaded() const { return loaded_; }
   void ReportLeaks();  // framework objects and common buffers that are left after the unload
 

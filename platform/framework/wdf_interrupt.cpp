@@ -8,9 +8,9 @@ namespace platform {
 
 Interrupt::Interrupt(Device& owner, const WDF_INTERRUPT_CONFIG& asked, unsigned messageNumber)
     : Object(owner.kernel(), kType),
+      MessageTarget(messageNumber),
       device(owner),
       config(asked),
-      message(messageNumber),
       hardwareLifetime(owner.preparing),
       service_(kernel(), "interrupt " + std::to_string(messageNumber), [this] { Service(); }),
       workItem_(kernel(), "interrupt work item " + std::to_string(messageNumber), [this] { RunWorkItem(); }) {}

@@ -3,6 +3,7 @@
 // Each interrupt has two tasks of its own, one for service routine and DPC and one for the work item, so that any
 // number of handlers may block at the same time and a message is taken while the work item of the same interrupt runs.
 #pragma once
+#include "platform/device/device_node.h"
 #include "platform/framework/wdf_object.h"
 #include "platform/scheduler/worker.h"
 
@@ -12,15 +13,14 @@ class Device;
 
 constexpr unsigned kDeviceIrql = 5;
 
-class Interrupt final : public Object {
+class Interrupt final : public Object, public MessageTarget {
  public:
   static constexpr ObjectType kType = ObjectType::Interrupt;
   Interrupt(Device& owner, const WDF_INTERRUPT_CONFIG& asked, unsigned messageNumber);
   void Release() override;
 
-  // A message reached the vector; on the scheduler's stack. Messages that arrive before the service routine has begun
-  // are one, as in a processor's request register.
-  void MessageArrived() { service_.Queue(); }
+  // Messages that arrive before the service routine has begun are one, as in a processor's request register.
+  void MessageArrived() override { service_.Queue(); }
   [[nodiscard]] bool InsertDpc();  // false when a DPC, or the work item behind it, is queued already
   // Connecting calls the enable callback, disconnecting the disable callback and waits for the handlers to end.
   Status Connect();
@@ -28,7 +28,6 @@ class Interrupt final : public Object {
 
   Device& device;
   const WDF_INTERRUPT_CONFIG config;
-  const unsigned message;
   const bool hardwareLifetime;  // made in prepare hardware: goes after release hardware
 
  private:

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/device/device_node.h"
 #include "platform/framework/wdf_device.h"
 #include "platform/framework/wdf_queue.h"
-#include "platform/pnp/pnp_manager.h"
 
 namespace platform {
 

@@ -9,9 +9,10 @@
 #include <cstring>
 
 #include "platform/include/ntdef.h"
-#include "platform/kernel/kernel_state.h"
 #include "platform/scheduler/backtrace.h"
 #include "platform/scheduler/kept_range.h"
+#include "platform/scheduler/scheduler.h"
+#include "platform/scheduler/wait_list.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/asan_interface.h>

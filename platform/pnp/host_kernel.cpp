@@ -41,7 +41,8 @@ Status HostKernel::LoadDriver(DriverEntryFunction entry) {
 }
 
 void HostKernel::UnloadDriver() {
-  if (driver_->Loaded() && simulation_.RunTask(this, "unload driver", [this] { driver_->Unload(); }) != Outcome::Done) {
+  if (driver_->Loaded() &&
+      simulation_.RunTask(this, "unload driver", [this] { driver_->Unload(pnp_->HasDevice()); }) != Outcome::Done) {
     return;
   }
   // Outside of a task, so that one leak does not hide the next.

@@ -54,13 +54,17 @@ class PnpManager::AwakeScope {
 };
 
 DeviceNode& PnpManager::Add(const DeviceConfig& config) {
-  nodes_.push_back(std::make_unique<DeviceNode>(kernel_, static_cast<DeviceId>(nodes_.size() + 1), config));
+  nodes_.push_back(std::make_unique<DeviceNode>(kernel_, *this, static_cast<DeviceId>(nodes_.size() + 1), config));
   nodes_.back()->Attach();
   return *nodes_.back();
 }
 
 DeviceNode* PnpManager::Find(DeviceId id) const {
   return id >= 1 && id <= nodes_.size() ? nodes_[id - 1].get() : nullptr;
+}
+
+bool PnpManager::HasDevice() const {
+  return std::any_of(nodes_.begin(), nodes_.end(), [](const auto& node) { return node->device != nullptr; });
 }
 
 bool PnpManager::Busy() const {

@@ -11,13 +11,12 @@
 
 namespace platform {
 
-class PnpManager {
+class PnpManager final : public PowerTransitions {
  public:
   explicit PnpManager(HostKernel& kernel) : kernel_(kernel) {}
 
   DeviceNode& Add(const DeviceConfig& config);
   DeviceNode* Find(DeviceId id) const;
-  const std::vector<std::unique_ptr<DeviceNode>>& nodes() const { return nodes_; }
 
   // --- transitions; each takes the transition lock ---
   Status Start(DeviceNode& node);  // device add up to post-interrupts-enabled; the status of the first failure
@@ -31,10 +30,11 @@ class PnpManager {
   void RunSystemRequests();
   // Asleep once these have happened.
   bool SleepIsAhead() const { return systemRequests_.empty() ? systemAsleep_ : systemRequests_.back().has_value(); }
-  void IdleDown(DeviceNode& node);  // to Dx when still nobody holds it
-  void WakeUp(DeviceNode& node);    // from runtime idle to D0
+  void IdleDown(DeviceNode& node) override;
+  void WakeUp(DeviceNode& node) override;
 
-  bool SystemAsleep() const { return systemAsleep_; }
+  bool SystemAsleep() const override { return systemAsleep_; }
+  bool HasDevice() const;  // of the driver
   bool Busy() const;
   int verbs = 0;  // begun and not ended
 
@@ -54,7 +54,7 @@ class PnpManager {
   TransitionLock systemTransition_;
   std::deque<std::optional<SystemPowerAction>> systemRequests_;  // nothing: resume
   std::vector<Task*> waitingForResume_;
-  bool systemAsleep_ = false;  // from the beginning of system sleep to the beginning of resume
+  bool systemAsleep_ = false;
 };
 
 }  // namespace platform

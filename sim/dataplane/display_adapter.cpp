@@ -7,40 +7,22 @@
 
 #include "sim/dataplane/path_probe.h"
 #include "sim/dataplane/protocol_adapters.h"
-#include "sim/fabric/fabric.h"
 #include "sim/router/adapter.h"
 #include "sim/router/router.h"
 
 namespace sim {
 namespace {
 
-constexpr platform::Time kMs = platform::kMillisecond;
 constexpr DelayRange kHandshake{"sim.dp.handshake", 2 * kMs, 1 * kMs / 10, 60 * kMs};
 constexpr DelayRange kCapabilities{"sim.dp.capabilities", 7 * kMs, 5 * kMs, 10 * kMs};
 
-constexpr std::uint32_t kVideo = 1u << 31;               // dword 0
-constexpr std::uint32_t kAux = 1u << 30;                 // dword 0
-constexpr std::uint32_t kHotPlugDetect = 1u << 6;        // dword 2
-constexpr std::uint32_t kHotPlugClear = 1u << 9;         // dword 3
-constexpr std::uint32_t kHandshakeBit = 1u << 25;        // dword 6
-constexpr std::uint32_t kCapabilitiesRead = 1u << 31;    // dword 7
-constexpr std::uint32_t kRateAndLanes = 0x7F00;          // dwords 4, 5, 7
-constexpr unsigned kRates[] = {1620, 2700, 5400, 8100};  // by code
-constexpr unsigned kLanes[] = {1, 2, 4};                 // by code
-constexpr unsigned kVideoHop = 9;
-constexpr unsigned kAuxHop = 8;
-
-template <class Table>
-unsigned CodeOf(const Table& table, unsigned value) {
-  const auto* found = std::find(std::begin(table), std::end(table), value);
-  assert(found != std::end(table));
-  return static_cast<unsigned>(found - std::begin(table));
-}
-
-template <class Table>
-unsigned ValueOf(const Table& table, unsigned code) {
-  return code < std::size(table) ? table[code] : 0;
-}
+constexpr std::uint32_t kVideo = 1u << 31;             // dword 0
+constexpr std::uint32_t kAux = 1u << 30;               // dword 0
+constexpr std::uint32_t kHotPlugDetect = 1u << 6;      // dword 2
+constexpr std::uint32_t kHotPlugClear = 1u << 9;       // dword 3
+constexpr std::uint32_t kHandshakeBit = 1u << 25;      // dword 6
+constexpr std::uint32_t kCapabilitiesRead = 1u << 31;  // dword 7
+constexpr std::uint32_t kRateAndLanes = 0x7F00;        // dwords 4, 5, 7
 
 DpRate Least(const DpRate& a, const DpRate& b) {
   return {std::min(a.mbpsPerLane, b.mbpsPerLane), std::min(a.lanes, b.lanes)};
@@ -99,25 +81,6 @@ void Evaluate(Adapter& dpIn) {
 }
 
 }  // namespace
-
-bool DpRateHasCode(const DpRate& rate) {
-  auto in = [](const auto& table, unsigned value) {
-    return std::find(std::begin(table), std::end(table), value) != std::end(table);
-  };
-  return in(kRates, rate.mbpsPerLane) && in(kLanes, rate.lanes);
-}
-
-std::uint32_t EncodeDpRate(const DpRate& rate) {
-  return CodeOf(kRates, rate.mbpsPerLane) << 8 | CodeOf(kLanes, rate.lanes) << 12;
-}
-
-DpRate DecodeDpRate(std::uint32_t dword) {
-  return {ValueOf(kRates, (dword >> 8) & 0xF), ValueOf(kLanes, (dword >> 12) & 7)};
-}
-
-unsigned DpMbps(const DpRate& rate) {
-  return rate.mbpsPerLane * rate.lanes * 8 / 10;
-}
 
 Adapter* ReachedDisplayPort(Adapter& dpIn) {
   const std::uint32_t enables = dpIn.space().Get(dpIn.protocolCapability) & (kVideo | kAux);
@@ -180,7 +143,7 @@ DpBook ReadDp(const Adapter& adapter) {
   return book;
 }
 
-void DisplaysChanged(Fabric& fabric) {
+void DisplaysChanged(Surroundings& fabric) {
   for (const auto& router : fabric.routers())
     for (unsigned n = 1; n <= router->maxAdapter(); ++n) {
       Adapter& adapter = *router->adapter(n);

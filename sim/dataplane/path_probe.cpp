@@ -5,14 +5,12 @@
 #include <utility>
 
 #include "sim/dataplane/protocol_adapters.h"
-#include "sim/fabric/fabric.h"
+#include "sim/router/cable.h"
+#include "sim/router/router.h"
 
 namespace sim {
 namespace {
 
-constexpr unsigned kAuxHop = 8;
-constexpr unsigned kVideoHop = 9;
-constexpr unsigned kTunnelHop = 8;  // of PCIe and USB3 adapters
 constexpr std::uint32_t kDpVideo = 1u << 31;
 constexpr std::uint32_t kDpAux = 1u << 30;
 
@@ -169,7 +167,7 @@ LivePath Describe(Adapter& from, unsigned hop) {
 }
 
 template <class Action>
-void ForEachValidEntry(const Fabric& fabric, Action action) {
+void ForEachValidEntry(const Surroundings& fabric, Action action) {
   for (const auto& router : fabric.routers())
     for (unsigned n = 1; n <= router->maxAdapter(); ++n) {
       Adapter& adapter = *router->adapter(n);
@@ -202,7 +200,7 @@ std::string DanglingEntry::Text() const {
   return "dangling entry at " + adapter->Name() + " hop " + std::to_string(hop);
 }
 
-FabricPaths TracePaths(const Fabric& fabric) {
+FabricPaths TracePaths(const Surroundings& fabric) {
   FabricPaths found;
   std::set<std::pair<const Adapter*, unsigned>> passed;
   ForEachValidEntry(fabric, [&](Adapter& adapter, unsigned hop) {
@@ -216,7 +214,7 @@ FabricPaths TracePaths(const Fabric& fabric) {
   return found;
 }
 
-std::vector<std::string> LivePaths(const Fabric& fabric) {
+std::vector<std::string> LivePaths(const Surroundings& fabric) {
   const FabricPaths found = TracePaths(fabric);
   std::vector<std::string> texts;
   for (const LivePath& path : found.paths) texts.push_back(path.Text());

@@ -9,7 +9,7 @@
 namespace sim {
 
 class Adapter;
-class Fabric;
+class Surroundings;
 
 // What a path carries, told by the adapters at its ends.
 enum class PathKind : std::uint8_t { Pcie, Usb3, DpVideo, DpAux, Network, Mismatched };
@@ -65,8 +65,8 @@ struct FabricPaths {
   std::vector<DanglingEntry> dangling;  // valid entries that no path of the list passes
 };
 
-FabricPaths TracePaths(const Fabric& fabric);
+FabricPaths TracePaths(const Surroundings& fabric);
 // The texts of TracePaths, paths first.
-std::vector<std::string> LivePaths(const Fabric& fabric);
+std::vector<std::string> LivePaths(const Surroundings& fabric);
 
 }  // namespace sim

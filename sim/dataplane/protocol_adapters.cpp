@@ -3,7 +3,8 @@
 
 #include <utility>
 
-#include "sim/fabric/fabric.h"
+#include "sim/dataplane/display_adapter.h"
+#include "sim/dataplane/usb3_function.h"
 #include "sim/registers/hop_entry.h"
 #include "sim/router/adapter.h"
 #include "sim/router/router.h"
@@ -52,7 +53,7 @@ bool SwitchedOn(const Adapter& adapter) {
 }
 
 void Later(Adapter& adapter, platform::Time delay, const char* name, std::function<void()> action) {
-  Fabric& fabric = adapter.router().fabric();
+  Surroundings& fabric = adapter.router().fabric();
   fabric.simulation().After(delay, name, [&adapter, life = adapter.router().life(), action = std::move(action)] {
     if (adapter.router().life() == life) action();
   });

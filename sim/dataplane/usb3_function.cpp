@@ -3,14 +3,12 @@
 
 #include "sim/dataplane/path_probe.h"
 #include "sim/dataplane/protocol_adapters.h"
-#include "sim/fabric/fabric.h"
 #include "sim/router/adapter.h"
 #include "sim/router/router.h"
 
 namespace sim {
 namespace {
 
-constexpr platform::Time kMs = platform::kMillisecond;
 constexpr DelayRange kAcknowledge{"sim.usb3.acknowledge", 1 * kMs, 1 * kMs / 10, 40 * kMs};
 
 constexpr std::uint32_t kEnable = 1u << 31;        // dword 0

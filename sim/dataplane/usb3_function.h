@@ -1,28 +1,10 @@
 // USB3 adapters: the manager's request and its acknowledgement, and what the USB devices behind an adapter do.
 #pragma once
-#include <cstdint>
-#include <optional>
-
-#include "platform/host/time.h"
+#include "sim/router/protocol_facts.h"
 
 namespace sim {
 
 class Adapter;
-
-struct Usb3Bandwidth {
-  unsigned upMbps = 0;
-  unsigned downMbps = 0;
-};
-
-// What is physically so, whatever the registers say; survives resets.
-struct Usb3Facts {
-  std::optional<unsigned> scale;           // none: the model's
-  std::optional<unsigned> maxRateMbps;     // 10000 or 20000; none: the model's
-  std::optional<unsigned> actualRateMbps;  // 10000 or 20000; 0: no link; none: follows the tunnel
-  Usb3Bandwidth consumed;
-  bool refusesRequests = false;            // the acknowledgement never follows the request
-  std::optional<platform::Time> ackDelay;  // none: drawn
-};
 
 // The registers as a person reads them. Mb/s are rounded to the nearest.
 struct Usb3Book {

@@ -6,6 +6,8 @@
 #include <set>
 #include <utility>
 
+#include "sim/dataplane/display_adapter.h"
+#include "sim/dataplane/protocol_adapters.h"
 #include "sim/fabric/fabric_host.h"
 #include "sim/router/drom_writer.h"
 
@@ -20,7 +22,7 @@ std::string Quoted(std::string_view text) {
 
 }  // namespace
 
-Fabric::Fabric(platform::Simulation& simulation) : simulation_(simulation), timing_(simulation) {}
+Fabric::Fabric(platform::Simulation& simulation) : Surroundings(simulation) {}
 
 Fabric::~Fabric() = default;
 
@@ -63,6 +65,14 @@ Fabric::Host* Fabric::HostOf(const Router& router) const {
   auto found = std::find_if(hosts_.begin(), hosts_.end(),
                             [&](const auto& host) { return &host->router == router.place().host; });
   return found == hosts_.end() ? nullptr : found->get();
+}
+
+void Fabric::AdapterMade(Adapter& adapter) {
+  WatchProtocolAdapter(adapter);
+}
+
+void Fabric::AdapterReset(Adapter& adapter) {
+  RestoreProtocolAdapter(adapter);
 }
 
 HostInterface& Fabric::hostInterface(std::string_view hostName) {
@@ -268,28 +278,12 @@ void Fabric::Watch(Router& router) {
   });
 }
 
-Router* Fabric::AtRoute(const Router& host, std::uint64_t route) const {
-  for (const auto& router : routers_)
-    if (router->place().host == &host && router->place().route == route) return router.get();
-  return nullptr;
-}
-
 bool Fabric::Quiet() const {
   if (inFlight_ != 0) return false;
   for (const auto& host : hosts_)
     if (!host->interface.Quiet() || !host->wire.Quiet()) return false;
   return std::none_of(routers_.begin(), routers_.end(),
                       [](const auto& router) { return std::as_const(*router).notifications().Outstanding(); });
-}
-
-void Fabric::Note(const char* name, const std::string& text) {
-  if (!simulation_.HasSinks()) return;
-  platform::TraceRecord record{};
-  record.kind = platform::TraceKind::Device;
-  record.when = simulation_.Now();
-  record.name = name;
-  record.text = text;
-  simulation_.Emit(record);
 }
 
 }  // namespace sim

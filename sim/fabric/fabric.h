@@ -28,12 +28,10 @@ class TopologyError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-class Fabric {
+class Fabric final : public Surroundings {
  public:
   explicit Fabric(platform::Simulation& simulation);
   ~Fabric();
-  Fabric(const Fabric&) = delete;
-  Fabric& operator=(const Fabric&) = delete;
 
   // --- building: all throw TopologyError
   Router& AddRouter(std::string_view model, std::string name);
@@ -57,29 +55,21 @@ class Fabric {
   // --- looking
   Router* Find(std::string_view name) const;
   Adapter* FindAdapter(std::string_view port) const;
-  const std::vector<std::unique_ptr<Router>>& routers() const { return routers_; }
   const std::vector<std::unique_ptr<Link>>& links() const { return links_; }
-  // The router at `route` below `host`, along the cables that are up; null when nothing is there.
-  Router* AtRoute(const Router& host, std::uint64_t route) const;
   HostInterface& hostInterface(std::string_view hostName);
   ControlWire& wire(std::string_view hostName);
   HostFirmware& firmware(std::string_view hostName);
-  ProtocolErrors& errors() { return errors_; }
   // No packet or frame on its way and no notification outstanding.
   bool Quiet() const;
 
   // --- for the fabric's own parts
-  platform::Simulation& simulation() { return simulation_; }
-  const Timing& timing() const { return timing_; }
-  void SendUp(Router& from, const ControlPacket& packet);
-  void LinkCameUp(Link& link);
-  void LinkWentDown(Link& link);
-  bool Asleep(const Router& router) const;
-  std::uint64_t NewGeneration() { return ++generations_; }
-  // Something happened at an adapter while its host sleeps: wakes the host if the adapter's wake bits ask for it.
-  void WakeFrom(Router& router, Adapter& adapter, bool unplug);
-  // One event of the model for whoever watches the run: name and one line of text.
-  void Note(const char* name, const std::string& text);
+  void SendUp(Router& from, const ControlPacket& packet) override;
+  void LinkCameUp(Link& link) override;
+  void LinkWentDown(Link& link) override;
+  bool Asleep(const Router& router) const override;
+  void WakeFrom(Router& router, Adapter& adapter, bool unplug) override;
+  void AdapterMade(Adapter& adapter) override;
+  void AdapterReset(Adapter& adapter) override;
 
  private:
   struct Host;
@@ -116,15 +106,10 @@ class Fabric {
   Host* HostOf(const Router& router) const;
   void Watch(Router& router);
 
-  platform::Simulation& simulation_;
-  Timing timing_;
-  ProtocolErrors errors_;
-  std::vector<std::unique_ptr<Router>> routers_;
   std::vector<std::unique_ptr<Link>> links_;
   std::vector<std::unique_ptr<Link>> retired_;  // pulled, perhaps from inside one of their own events
   std::vector<std::unique_ptr<Host>> hosts_;
   unsigned inFlight_ = 0;
-  std::uint64_t generations_ = 0;
 };
 
 }  // namespace sim

@@ -6,6 +6,7 @@
 
 #include "sim/dataplane/path_probe.h"
 #include "sim/dataplane/protocol_adapters.h"
+#include "sim/dataplane/usb3_function.h"
 #include "sim/fabric/fabric.h"
 
 namespace sim {

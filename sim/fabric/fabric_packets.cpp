@@ -4,9 +4,8 @@
 namespace sim {
 namespace {
 
-constexpr platform::Time kUs = platform::kMicrosecond;
 constexpr DelayRange kHop{"sim.fabric.hop", 4 * kUs, 1 * kUs, 15 * kUs};
-constexpr DelayRange kHandOver{"sim.host.hand-over", 2000 * kUs, 200 * kUs, 80000 * kUs};
+constexpr DelayRange kHandOverTime{"sim.host.hand-over", 2000 * kUs, 200 * kUs, 80000 * kUs};
 constexpr DelayRange kProcessing{"sim.fabric.processing", 140 * kUs, 60 * kUs, 220 * kUs};
 
 std::uint64_t Prefix(std::uint64_t route, unsigned depth) {
@@ -43,7 +42,7 @@ void Fabric::HandOver(Router& host, const ControlPacket& packet) {
   if (HostOf(host)->firmware.handOvers() == before) host.Misuse(0, "malformed hand-over request");
   if (!answer) return;
   ++inFlight_;
-  simulation_.After(timing_.Draw(kHandOver), "firmware hands over", [this, &host, answer = answer] {
+  simulation_.After(timing_.Draw(kHandOverTime), "firmware hands over", [this, &host, answer = answer] {
     --inFlight_;
     Climb(host, *answer);
   });

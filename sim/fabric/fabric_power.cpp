@@ -4,7 +4,6 @@
 namespace sim {
 namespace {
 
-constexpr platform::Time kMs = platform::kMillisecond;
 constexpr DelayRange kLanesResume{"sim.power.lanes-resume", 10 * kMs, 5 * kMs, 50 * kMs};
 
 constexpr std::uint32_t kWakeOnConnect = 1u << 16;  // PORT_CS_19

@@ -4,6 +4,8 @@
 #include <array>
 #include <vector>
 
+#include "sim/dataplane/display_adapter.h"
+#include "sim/dataplane/usb3_function.h"
 #include "sim/fabric/fabric.h"
 #include "sim/firmware/firmware_paths.h"
 
@@ -11,9 +13,7 @@ namespace sim {
 namespace {
 
 constexpr unsigned kRoundTrips = 7;  // of a path that is longer than 14 hops
-constexpr unsigned kAuxHop = 8;
-constexpr unsigned kVideoHop = 9;
-constexpr unsigned kTunnelHop = 8;
+
 constexpr std::uint32_t kManagerVersion = 0x10u << 8;        // ROUTER_CS_4
 constexpr std::uint32_t kRouterSetUp = 1u << 31 | 1u << 23;  // ROUTER_CS_5
 

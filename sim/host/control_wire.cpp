@@ -6,7 +6,6 @@
 namespace sim {
 namespace {
 
-constexpr platform::Time kMs = platform::kMillisecond;
 constexpr DelayRange kDelay{"sim.wire.delay", 20 * kMs, 1 * kMs, 60 * kMs};
 // Longer than the 200 ms after which a manager gives a request up.
 constexpr DelayRange kLate{"sim.wire.late", 250 * kMs, 201 * kMs, 900 * kMs};

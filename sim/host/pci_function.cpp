@@ -1,7 +1,7 @@
 // PCI configuration space of a host interface.
 #include "sim/host/pci_function.h"
 
-#include <cstdio>
+#include "sim/host/protocol_errors.h"
 
 namespace sim {
 namespace {
@@ -13,12 +13,6 @@ constexpr std::uint32_t kCommand = 0xE0;
 constexpr std::uint32_t kPowerGood = 1u << 31;
 constexpr std::uint32_t kSubsystem = 0x2C;
 constexpr std::uint32_t kClassUsb4HostInterface = 0x0C0340;
-
-std::string Hex(std::uint32_t value) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08x", value);
-  return text;
-}
 
 }  // namespace
 
@@ -35,7 +29,7 @@ PciFunction::PciFunction(PciFunctionConfig config, std::function<void(std::strin
 
 std::uint32_t PciFunction::Read(std::uint32_t offset) {
   if (offset % 4 != 0 || offset > 0xFC) {
-    misuse_("configuration read at offset " + Hex(offset));
+    misuse_("configuration read at offset " + Hex32(offset));
     return ~0u;
   }
   if (config_.powerOnSequence && offset == kPowerStatus && powerRequested_ && config_.readsUntilReady >= 0 &&
@@ -47,14 +41,14 @@ std::uint32_t PciFunction::Read(std::uint32_t offset) {
 
 void PciFunction::Write(std::uint32_t offset, std::uint32_t value) {
   if (offset % 4 != 0 || offset > 0xFC) {
-    misuse_("configuration write at offset " + Hex(offset));
+    misuse_("configuration write at offset " + Hex32(offset));
     return;
   }
   if (config_.powerOnSequence && (offset == kPowerRequest || offset == kCommand)) {
     WriteSequence(offset, value);
     return;
   }
-  misuse_("configuration write of " + Hex(value) + " to offset " + Hex(offset));
+  misuse_("configuration write of " + Hex32(value) + " to offset " + Hex32(offset));
 }
 
 // The request must keep the low 24 bits but bit 1 and carry 0x22 above; the command must echo its status word in both
@@ -62,12 +56,12 @@ void PciFunction::Write(std::uint32_t offset, std::uint32_t value) {
 void PciFunction::WriteSequence(std::uint32_t offset, std::uint32_t value) {
   if (offset == kPowerRequest) {
     const std::uint32_t expected = (words_[offset / 4] & 0x00FFFFFF) | 0x22000002;
-    if (value != expected) misuse_("power request " + Hex(value) + " written where " + Hex(expected) + " was due");
+    if (value != expected) misuse_("power request " + Hex32(value) + " written where " + Hex32(expected) + " was due");
     powerRequested_ = true;
     readsSinceRequest_ = 0;
   } else {
     const std::uint32_t low = words_[kCommandStatus / 4] & 0xFFFF;
-    if (value != (low << 16 | low)) misuse_("power command " + Hex(value) + " does not echo the status word");
+    if (value != (low << 16 | low)) misuse_("power command " + Hex32(value) + " does not echo the status word");
     commandEchoed_ = true;
   }
   words_[offset / 4] = value;

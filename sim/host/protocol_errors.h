@@ -16,6 +16,9 @@ struct ProtocolError {
   std::uint64_t count = 1;
 };
 
+// A register value as such texts show it: "0x0000001f".
+std::string Hex32(std::uint32_t value);
+
 class ProtocolErrors {
  public:
   void Report(platform::Time when, std::string text);

@@ -2,23 +2,17 @@
 #include "sim/host/ring_engine.h"
 
 #include <algorithm>
-#include <cstdio>
+
+#include "sim/host/protocol_errors.h"
 
 namespace sim {
 namespace {
 
-constexpr platform::Time kUs = platform::kMicrosecond;
 constexpr DelayRange kFetchDelay{"sim.ring.fetch", 2 * kUs, 5, 12 * kUs};
 constexpr DelayRange kTransmitDone{"sim.ring.transmit-done", 2 * kUs, 5, 8 * kUs};
 constexpr DelayRange kReceivePayload{"sim.ring.receive-payload", 1 * kUs, 1, 8 * kUs};
 constexpr DelayRange kReceiveDone{"sim.ring.receive-done", 1 * kUs, 1, 5 * kUs};
 constexpr DelayRange kMessageDelay{"sim.ring.message", 1 * kUs, 1, 5 * kUs};
-
-std::string Hex(std::uint32_t value) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08x", value);
-  return text;
-}
 
 std::uint32_t LoadLittle(const std::uint8_t* bytes) {
   return static_cast<std::uint32_t>(bytes[0]) | static_cast<std::uint32_t>(bytes[1]) << 8 |
@@ -68,12 +62,13 @@ void Ring::Write(Register which, std::uint32_t value) {
       break;
     case Register::Size: {
       const std::uint32_t allowed = transmit_ ? 0x0000FFFF : 0x0FFFFFFF;
-      if ((value & ~allowed) != 0) bus_.Misuse(Name() + ": reserved bits of the size register written: " + Hex(value));
+      if ((value & ~allowed) != 0)
+        bus_.Misuse(Name() + ": reserved bits of the size register written: " + Hex32(value));
       size_ = value & allowed;
       break;
     }
     case Register::PdfMasks:
-      if (transmit_ && value != 0) bus_.Misuse(Name() + ": PDF masks of a transmit ring written: " + Hex(value));
+      if (transmit_ && value != 0) bus_.Misuse(Name() + ": PDF masks of a transmit ring written: " + Hex32(value));
       pdfMasks_ = value;
       break;
     case Register::Index:
@@ -88,7 +83,7 @@ void Ring::Write(Register which, std::uint32_t value) {
 void Ring::WriteIndex(std::uint32_t value) {
   const std::uint32_t index = transmit_ ? value >> 16 : value & 0xFFFF;
   const std::uint32_t other = transmit_ ? value & 0xFFFF : value >> 16;
-  if (other != 0) bus_.Misuse(Name() + ": reserved half of the index register written: " + Hex(value));
+  if (other != 0) bus_.Misuse(Name() + ": reserved half of the index register written: " + Hex32(value));
   if (running() && index >= count()) {
     bus_.Misuse(Name() + ": index " + std::to_string(index) + " of a ring of " + std::to_string(count()));
     return;
@@ -100,7 +95,7 @@ void Ring::WriteIndex(std::uint32_t value) {
 
 void Ring::WriteControl(std::uint32_t value) {
   const std::uint32_t allowed = kValid | kRawMode | kEndToEnd | (transmit_ ? 0 : 0x007FF000u);
-  if ((value & ~allowed) != 0) bus_.Misuse(Name() + ": reserved bits of the control register written: " + Hex(value));
+  if ((value & ~allowed) != 0) bus_.Misuse(Name() + ": reserved bits of the control register written: " + Hex32(value));
   const bool wasRunning = running();
   control_ = value & allowed;
   if (running() && !wasRunning) {
@@ -166,8 +161,8 @@ void TransmitRing::Kick() {
 
 void TransmitRing::CheckDescriptor(const Descriptor& descriptor) {
   if ((descriptor.word2 & 0xFFF00000) != (kRequestStatus | kInterruptEnable))
-    bus_.Misuse(Name() + ": descriptor posted with flags " + Hex(descriptor.word2 & 0xFFF00000));
-  if (descriptor.word3 != 0) bus_.Misuse(Name() + ": descriptor posted with last dword " + Hex(descriptor.word3));
+    bus_.Misuse(Name() + ": descriptor posted with flags " + Hex32(descriptor.word2 & 0xFFF00000));
+  if (descriptor.word3 != 0) bus_.Misuse(Name() + ": descriptor posted with last dword " + Hex32(descriptor.word3));
   const std::uint32_t size = descriptor.word2 & 0xFFF;
   if ((control_ & kRawMode) != 0 && (size == 0 || size > 256))
     bus_.Misuse(Name() + ": frame of " + std::to_string(size) + " bytes in raw mode");
@@ -222,7 +217,7 @@ bool ReceiveRing::Deliver(const Frame& frame, const WriteBackForgery& forgery) {
   Descriptor descriptor;
   if (!ReadDescriptor(index, descriptor)) return false;
   if ((descriptor.word2 & 0xFFF00000) != (kRequestStatus | kInterruptEnable) || descriptor.word3 != 0)
-    bus_.Misuse(Name() + ": descriptor posted with flags " + Hex(descriptor.word2 & 0xFFF00000));
+    bus_.Misuse(Name() + ": descriptor posted with flags " + Hex32(descriptor.word2 & 0xFFF00000));
 
   const auto stored = std::min<std::size_t>(frame.bytes.size(), bufferBytes());
   const auto size = forgery.size.value_or(static_cast<std::uint32_t>(stored)) & 0xFFF;

@@ -6,6 +6,9 @@
 
 namespace sim {
 
+inline constexpr platform::Time kMs = platform::kMillisecond;
+inline constexpr platform::Time kUs = platform::kMicrosecond;
+
 // One kind of delay, in units of platform::Time. `stream` names the random stream that it is drawn from.
 struct DelayRange {
   platform::HashedName stream;

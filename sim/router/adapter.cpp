@@ -1,8 +1,6 @@
 // One adapter of a router.
 #include "sim/router/adapter.h"
 
-#include "sim/dataplane/protocol_adapters.h"
-#include "sim/fabric/fabric.h"
 #include "sim/router/cable.h"
 #include "sim/router/capability_layout.h"
 #include "sim/router/router.h"
@@ -32,8 +30,8 @@ Adapter::Adapter(Router& router, const AdapterModel& model) : router_(router), m
       }
     });
   }
-  WatchProtocolAdapter(*this);
-  RestoreProtocolAdapter(*this);
+  router_.fabric().AdapterMade(*this);
+  router_.fabric().AdapterReset(*this);
 }
 
 std::string Adapter::Name() const {
@@ -113,7 +111,7 @@ void Adapter::Reset() {
   countersSpace_.Reset();
   draining_.clear();
   dpTalk.with = nullptr;
-  RestoreProtocolAdapter(*this);
+  router_.fabric().AdapterReset(*this);
 }
 
 }  // namespace sim

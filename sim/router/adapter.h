@@ -3,10 +3,9 @@
 #include <cstdint>
 #include <string>
 
-#include "sim/dataplane/display_adapter.h"
-#include "sim/dataplane/usb3_function.h"
 #include "sim/registers/hop_entry.h"
 #include "sim/registers/register_space.h"
+#include "sim/router/protocol_facts.h"
 #include "sim/router/router_model.h"
 
 namespace sim {

@@ -1,5 +1,4 @@
 // The path entries of an adapter: what they hold after reset, what is wrong with a written one, and draining.
-#include "sim/fabric/fabric.h"
 #include "sim/router/adapter.h"
 #include "sim/router/router.h"
 

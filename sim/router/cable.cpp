@@ -3,14 +3,11 @@
 
 #include <utility>
 
-#include "sim/fabric/fabric.h"
 #include "sim/router/router.h"
 
 namespace sim {
 namespace {
 
-constexpr platform::Time kMs = platform::kMillisecond;
-constexpr platform::Time kUs = platform::kMicrosecond;
 constexpr DelayRange kTraining{"sim.link.training", 20 * kMs, 5 * kMs, 120 * kMs};
 constexpr DelayRange kBonding{"sim.link.bonding", 100 * kUs, 20 * kUs, 400 * kUs};
 constexpr platform::Time kSlowBonding = 20 * kMs;
@@ -25,7 +22,7 @@ unsigned ResetBuffers(const Adapter& adapter) {
 
 }  // namespace
 
-Link::Link(Fabric& fabric, Adapter& first, Adapter& second, CableOptions options)
+Link::Link(Surroundings& fabric, Adapter& first, Adapter& second, CableOptions options)
     : fabric_(fabric),
       ends_{&first, &second},
       options_(options),

@@ -9,7 +9,7 @@
 
 namespace sim {
 
-class Fabric;
+class Surroundings;
 
 struct CableOptions {
   unsigned lanes = 2;        // 1: only lane 0 is wired
@@ -20,7 +20,7 @@ struct CableOptions {
 class Link {
  public:
   // `first` and `second` are the lane 0 adapters of two ports without a cable. Nothing happens before Start().
-  Link(Fabric& fabric, Adapter& first, Adapter& second, CableOptions options);
+  Link(Surroundings& fabric, Adapter& first, Adapter& second, CableOptions options);
   ~Link();
   Link(const Link&) = delete;
   Link& operator=(const Link&) = delete;
@@ -80,7 +80,7 @@ class Link {
   void After(platform::Time delay, const char* name, void (Link::*action)());
   unsigned NegotiatedSpeed() const;
 
-  Fabric& fabric_;
+  Surroundings& fabric_;
   std::array<Adapter*, 2> ends_;
   CableOptions options_;
   std::array<Lane, 2> lanes_;

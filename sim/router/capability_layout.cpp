@@ -155,7 +155,7 @@ std::vector<Dword> RouterCapability(const CapabilityModel& capability, const Rou
 
 // Header bits 15:0 of a short entry: next pointer and identifier. A long form keeps its next pointer in the second
 // dword.
-void Place(ConfigSpace& space, const CapabilityModel& capability, unsigned next, std::vector<Dword> dwords) {
+void PlaceCapability(ConfigSpace& space, const CapabilityModel& capability, unsigned next, std::vector<Dword> dwords) {
   const bool vendor = capability.id == kCapVendor;
   dwords[0].value |= capability.id << 8;
   if (capability.longForm && dwords.size() > 1) {
@@ -181,7 +181,7 @@ unsigned NextOffset(const std::vector<CapabilityModel>& list, std::size_t index)
 void DefineAdapterCapabilities(Adapter& adapter, const RouterModel& model) {
   const std::vector<CapabilityModel>& list = adapter.model().capabilities;
   for (std::size_t i = 0; i < list.size(); ++i) {
-    Place(adapter.space(), list[i], NextOffset(list, i), AdapterCapability(list[i], adapter.type(), model));
+    PlaceCapability(adapter.space(), list[i], NextOffset(list, i), AdapterCapability(list[i], adapter.type(), model));
     if (list[i].id == kCapLane) adapter.laneCapability = list[i].offset;
     if (list[i].id == kCapTmu) adapter.tmuCapability = list[i].offset;
     if (list[i].id == kCapProtocol) adapter.protocolCapability = list[i].offset;
@@ -193,7 +193,7 @@ RouterCapabilities DefineRouterCapabilities(ConfigSpace& space, const RouterMode
   RouterCapabilities found;
   for (std::size_t i = 0; i < model.capabilities.size(); ++i) {
     const CapabilityModel& capability = model.capabilities[i];
-    Place(space, capability, NextOffset(model.capabilities, i), RouterCapability(capability, model));
+    PlaceCapability(space, capability, NextOffset(model.capabilities, i), RouterCapability(capability, model));
     if (capability.id == kCapTmu) found.tmu = capability.offset;
     if (capability.id == kCapVendor && capability.vsec == kVsecPlugEvents) found.plugEvents = capability.offset;
     if (capability.id == kCapVendor && capability.vsec == kVsecLinkController) found.linkController = capability.offset;

@@ -1,7 +1,6 @@
 // Hot-plug notifications of one router.
 #include "sim/router/notification.h"
 
-#include "sim/fabric/fabric.h"
 #include "sim/router/router.h"
 
 namespace sim {

@@ -7,12 +7,12 @@
 
 namespace sim {
 
-class Fabric;
+class Surroundings;
 class Router;
 
 class NotificationQueue {
  public:
-  NotificationQueue(Fabric& fabric, Router& router) : fabric_(fabric), router_(router) {}
+  NotificationQueue(Surroundings& fabric, Router& router) : fabric_(fabric), router_(router) {}
 
   // A newer state of an adapter replaces the one that is outstanding.
   void Post(unsigned adapter, bool unplug);
@@ -28,7 +28,7 @@ class NotificationQueue {
   };
   void Send(unsigned adapter);
 
-  Fabric& fabric_;
+  Surroundings& fabric_;
   Router& router_;
   std::map<unsigned, Event> outstanding_;
 };

@@ -3,7 +3,6 @@
 
 #include <cstdio>
 
-#include "sim/fabric/fabric.h"
 #include "sim/router/capability_layout.h"
 
 namespace sim {
@@ -11,7 +10,6 @@ namespace {
 
 using enum BitKind;
 
-constexpr platform::Time kMs = platform::kMillisecond;
 constexpr DelayRange kReady{"sim.router.ready", 1 * kMs, 1 * kMs / 10, 8 * kMs};
 constexpr DelayRange kSleepReadyDelay{"sim.router.sleep-ready", 1 * kMs, 1 * kMs / 10, 20 * kMs};
 constexpr DelayRange kStartEvent{"sim.router.start-event", 12 * kMs, 1 * kMs, 30 * kMs};
@@ -26,7 +24,25 @@ constexpr RegisterRules kCs5Rules{{31, 0, Preserve}, {3, 0, ReadWrite}, {26, 23,
 
 }  // namespace
 
-Router::Router(Fabric& fabric, const RouterModel& model, std::string name)
+Surroundings::~Surroundings() = default;
+
+void Surroundings::Note(const char* name, const std::string& text) {
+  if (!simulation_.HasSinks()) return;
+  platform::TraceRecord record{};
+  record.kind = platform::TraceKind::Device;
+  record.when = simulation_.Now();
+  record.name = name;
+  record.text = text;
+  simulation_.Emit(record);
+}
+
+Router* Surroundings::AtRoute(const Router& host, std::uint64_t route) const {
+  for (const auto& router : routers_)
+    if (router->place().host == &host && router->place().route == route) return router.get();
+  return nullptr;
+}
+
+Router::Router(Surroundings& fabric, const RouterModel& model, std::string name)
     : fabric_(fabric),
       model_(model),
       name_(std::move(name)),

@@ -6,6 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "platform/host/simulation.h"
+#include "sim/host/protocol_errors.h"
+#include "sim/host/timing.h"
 #include "sim/host/wire_packet.h"
 #include "sim/registers/register_space.h"
 #include "sim/router/adapter.h"
@@ -16,8 +19,45 @@
 
 namespace sim {
 
-class Fabric;
+class Link;
 class Router;
+
+// What routers and cables ask of the fabric around them.
+class Surroundings {
+ public:
+  Surroundings(const Surroundings&) = delete;
+  Surroundings& operator=(const Surroundings&) = delete;
+
+  platform::Simulation& simulation() { return simulation_; }
+  const Timing& timing() const { return timing_; }
+  ProtocolErrors& errors() { return errors_; }
+  const std::vector<std::unique_ptr<Router>>& routers() const { return routers_; }
+  // The router at `route` below `host`, along the cables that are up; null when nothing is there.
+  Router* AtRoute(const Router& host, std::uint64_t route) const;
+  std::uint64_t NewGeneration() { return ++generations_; }
+  // One event of the model for whoever watches the run: name and one line of text.
+  void Note(const char* name, const std::string& text);
+
+  virtual void SendUp(Router& from, const ControlPacket& packet) = 0;
+  virtual void LinkCameUp(Link& link) = 0;
+  virtual void LinkWentDown(Link& link) = 0;
+  virtual bool Asleep(const Router& router) const = 0;
+  // Something happened at an adapter while its host sleeps: wakes the host if the adapter's wake bits ask for it.
+  virtual void WakeFrom(Router& router, Adapter& adapter, bool unplug) = 0;
+  // What an adapter does by its protocol begins with it, and shows in registers that have been reset.
+  virtual void AdapterMade(Adapter& adapter) = 0;
+  virtual void AdapterReset(Adapter& adapter) = 0;
+
+ protected:
+  explicit Surroundings(platform::Simulation& simulation) : simulation_(simulation), timing_(simulation) {}
+  ~Surroundings();
+
+  platform::Simulation& simulation_;
+  Timing timing_;
+  ProtocolErrors errors_;
+  std::vector<std::unique_ptr<Router>> routers_;
+  std::uint64_t generations_ = 0;
+};
 
 // Where a router physically is. Upstream adapter 0: no link leads to a host.
 struct Place {
@@ -42,11 +82,11 @@ inline constexpr std::uint32_t kConfigurationReady = 1u << 25;  // of dword 6
 
 class Router {
  public:
-  Router(Fabric& fabric, const RouterModel& model, std::string name);
+  Router(Surroundings& fabric, const RouterModel& model, std::string name);
   Router(const Router&) = delete;
   Router& operator=(const Router&) = delete;
 
-  Fabric& fabric() const { return fabric_; }
+  Surroundings& fabric() const { return fabric_; }
   const RouterModel& model() const { return model_; }
   const std::string& name() const { return name_; }
   bool isHost() const { return model_.host; }
@@ -107,7 +147,7 @@ class Router {
   void HandleAcknowledge(const ControlPacket& packet);
   ConfigSpace* FindSpace(const AddressWord& address, ErrorCode& error);
 
-  Fabric& fabric_;
+  Surroundings& fabric_;
   const RouterModel& model_;
   std::string name_;
   ConfigSpace space_{"router"};

@@ -1,7 +1,4 @@
 // How a router answers the control packets that end at it.
-#include <cstdio>
-
-#include "sim/fabric/fabric.h"
 #include "sim/router/router.h"
 
 namespace sim {
@@ -9,12 +6,6 @@ namespace {
 
 constexpr unsigned kMaxDataDwords = kMaxPacketDwords - kHeaderDwords;
 constexpr unsigned kLastHeaderDword = 4;
-
-std::string Hex(std::uint32_t value) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08x", value);
-  return text;
-}
 
 }  // namespace
 
@@ -44,7 +35,7 @@ void Router::HandleAcknowledge(const ControlPacket& packet) {
   if (packet.dwords.size() != kHeaderDwords ||
       (word & 0x3FFFC0FF) != static_cast<std::uint32_t>(ErrorCode::Acknowledge) || plug < 2 ||
       packet.HeaderBits() != 0) {
-    Misuse(0, "malformed acknowledgement " + Hex(word));
+    Misuse(0, "malformed acknowledgement " + Hex32(word));
     return;
   }
   notifications_.Acknowledge((word >> 8) & 0x3F, plug == 3);

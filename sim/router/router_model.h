@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
-#include "sim/dataplane/display_adapter.h"
 #include "sim/host/host_device.h"
+#include "sim/router/protocol_facts.h"
 
 namespace sim {
 

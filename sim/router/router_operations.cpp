@@ -1,7 +1,6 @@
 // Router operations of a USB4 router.
 #include "sim/router/router_operations.h"
 
-#include "sim/fabric/fabric.h"
 #include "sim/router/router.h"
 
 namespace sim {
@@ -9,7 +8,6 @@ namespace {
 
 using enum BitKind;
 
-constexpr platform::Time kMs = platform::kMillisecond;
 constexpr DelayRange kBusy{"sim.router.operation", kMs / 2, kMs / 10, 3 * kMs};
 constexpr platform::Time kSlow = 350 * kMs;
 
@@ -44,7 +42,7 @@ void RouterOperations::Start(std::uint32_t control) {
     if (opcode != running_) router_.Misuse(0, "router operation started while another one runs");
     return;
   }
-  Fabric& fabric = router_.fabric();
+  Surroundings& fabric = router_.fabric();
   busy_ = true;
   running_ = opcode;
   metadata_ = router_.space().Get(kMetadata);  // a manager that gives up may write the next one while this one runs

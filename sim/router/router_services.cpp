@@ -1,14 +1,12 @@
 // What runs inside a router beside its registers.
 #include "sim/router/router_services.h"
 
-#include "sim/fabric/fabric.h"
 #include "sim/router/adapter.h"
 #include "sim/router/router.h"
 
 namespace sim {
 namespace {
 
-constexpr platform::Time kMs = platform::kMillisecond;
 constexpr DelayRange kPosting{"sim.tmu.posting", 15 * kMs, 1 * kMs, 120 * kMs};
 constexpr unsigned kPostLocalTime = 22;  // two dwords
 constexpr unsigned kPostTime = 24;       // two dwords
@@ -80,7 +78,7 @@ void RouterServices::PostTimeWritten() {
   ConfigSpace& space = router_.space();
   const unsigned at = tmuCapability + kPostTime;
   if ((space.Get(at) | space.Get(at + 1)) == 0) return;
-  Fabric& fabric = router_.fabric();
+  Surroundings& fabric = router_.fabric();
   if (fabric.simulation().faults().Fires("tmu.never-posts")) return;
   const platform::Time time = postingTime_ >= 0 ? postingTime_ : fabric.timing().Draw(kPosting);
   fabric.simulation().After(time, "time posting", [this, at, life = router_.life()] {

@@ -19,7 +19,6 @@ namespace {
 using sim::FirmwareKind;
 using sim::FirmwareState;
 
-constexpr TunnelPolicy kBoth{.usb3 = true, .pcie = true};
 constexpr const char* kNone = "total 0, USB3 0, PCIe 0, DP 0";
 
 // Host, hub and dock, a display at the hub and one at the dock.

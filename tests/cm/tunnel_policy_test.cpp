@@ -13,8 +13,6 @@
 namespace tests {
 namespace {
 
-constexpr TunnelPolicy kBoth{.usb3 = true, .pcie = true};
-
 void SwitchOn(TunnelBench& bench, const std::string& port) {
   sim::Adapter& adapter = bench.adapter(port);
   adapter.space().SetBits(adapter.protocolCapability, 1u << 31, 1u << 31);

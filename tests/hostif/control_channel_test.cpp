@@ -8,27 +8,16 @@
 #include "hostif/config_access.h"
 #include "hostif/config_request.h"
 #include "include/control_channel.h"
-#include "tests/support/world.h"
+#include "tests/support/step_log.h"
 
 namespace {
 
 using platform::kMillisecond;
 using sim::ControlWire;
 using sim::RawPacket;
+using tests::Count;
+using tests::ReadFirstWord;
 using tests::World;
-
-KIV_RESULT ReadFirstWord(World& world) {
-  return world.InDriver([](USB4_DOMAIN& domain) {
-    std::uint32_t word = 0;
-    return KivUsb4CfgRead(domain.ControlChannel, &word, {0, 0, {USB4_CFG_SPACE_ROUTER, 0, 1}});
-  });
-}
-
-std::size_t Count(const std::string& text, const std::string& what) {
-  std::size_t count = 0;
-  for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; ++at) ++count;
-  return count;
-}
 
 RawPacket OfBytes(std::uint8_t pdf, std::size_t bytes) {
   RawPacket raw;

@@ -15,15 +15,9 @@ using sim::ControlPacket;
 using sim::ControlWire;
 using sim::RawPacket;
 using tests::Count;
+using tests::ReadFirstWord;
 using tests::StepLog;
 using tests::World;
-
-KIV_RESULT ReadFirstWord(World& world) {
-  return world.InDriver([](USB4_DOMAIN& domain) {
-    std::uint32_t word = 0;
-    return KivUsb4CfgRead(domain.ControlChannel, &word, {0, 0, {USB4_CFG_SPACE_ROUTER, 0, 1}});
-  });
-}
 
 // A read of the host router that runs beside what the test does.
 class Reader {

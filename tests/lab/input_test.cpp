@@ -1,32 +1,16 @@
 // Goal: a person who mistypes gets one line that says where and what. Method: files with one mistake each.
-#include <fstream>
-
 #include "lab/input/duration.h"
 #include "lab/input/hex_file.h"
 #include "lab/input/suggest.h"
 #include "lab/input/toml_reader.h"
 #include "lab/run/soak.h"
 #include "lab/scenario/scenario.h"
+#include "tests/support/scenario_text.h"
 
 namespace {
 
-std::string WriteFile(const std::string& name, const std::string& text) {
-  const std::string path = testing::TempDir() + name;
-  std::ofstream(path) << text;
-  return path;
-}
-
-// What reading the text as a scenario complains about, without the file's name; empty when it reads well.
-std::string Complaint(const std::string& text) {
-  const std::string path = WriteFile("bad.toml", text);
-  try {
-    lab::ReadScenario(path);
-  } catch (const lab::InputError& error) {
-    const std::string what = error.what();
-    return what.starts_with(path + ":") ? what.substr(path.size() + 1) : what;
-  }
-  return "";
-}
+using tests::Complaint;
+using tests::WriteFile;
 
 TEST(ScenarioInput, EachMistakeIsOneLineWithItsPlace) {
   const struct {

@@ -1,22 +1,10 @@
 // Goal: a topology that cannot exist is refused where it is written, with what could have been meant. Method: scenarios
 // with one mistake each, below a head that is right.
-#include <fstream>
-
-#include "lab/input/toml_reader.h"
-#include "lab/scenario/scenario.h"
+#include "tests/support/scenario_text.h"
 
 namespace {
 
-std::string Complaint(const std::string& text) {
-  const std::string path = testing::TempDir() + "topology.toml";
-  std::ofstream(path) << text;
-  try {
-    lab::ReadScenario(path);
-  } catch (const lab::InputError& error) {
-    return std::string(error.what()).substr(path.size() + 1);
-  }
-  return "";
-}
+using tests::Complaint;
 
 // Lines 1 to 3: an H1 as the host, hubs D1 and D2, a dock T3.
 const std::string kRouters =

@@ -4,6 +4,10 @@
 
 namespace platform {
 
+// Pool tags.
+inline constexpr ULONG kTag = 0x74736554;       // Test
+inline constexpr ULONG kOtherTag = 0x7265684f;  // Oher
+
 inline LARGE_INTEGER RelativeMs(LONGLONG ms) {
   LARGE_INTEGER interval;
   interval.QuadPart = -10000 * ms;

@@ -9,9 +9,6 @@
 namespace platform {
 namespace {
 
-constexpr ULONG kTag = 0x74736554;       // Test
-constexpr ULONG kOtherTag = 0x7265684f;  // Oher
-
 struct Record {
   LIST_ENTRY link;
   KEVENT event;

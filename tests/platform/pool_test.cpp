@@ -8,13 +8,11 @@
 #include <set>
 
 #include "platform/kernel/registry.h"
+#include "tests/platform/kernel_verbs.h"
 #include "tests/platform/rule_tests.h"
 
 namespace platform {
 namespace {
-
-constexpr ULONG kTag = 0x74736554;       // Test
-constexpr ULONG kOtherTag = 0x7265684f;  // Oher
 
 class Calls : public HostTest {};
 

@@ -7,15 +7,15 @@ namespace {
 
 using namespace platform;
 
-struct Work {
+struct WorkContext {
   ULONG Runs, Running, MostAtOnce;
   LONGLONG DelayMs;
   void (*Body)(WDFWORKITEM item);
 };
-WDF_DECLARE_CONTEXT_TYPE_WITH_NAME(Work, GetWork)
+WDF_DECLARE_CONTEXT_TYPE_WITH_NAME(WorkContext, GetWork)
 
 VOID Run(WDFWORKITEM item) {
-  Work* work = GetWork(item);
+  WorkContext* work = GetWork(item);
   ++work->Runs;
   ++work->Running;
   if (work->Running > work->MostAtOnce) work->MostAtOnce = work->Running;
@@ -28,7 +28,7 @@ WDFWORKITEM MakeItem(WDFDEVICE device, LONGLONG delayMs, void (*body)(WDFWORKITE
   WDF_WORKITEM_CONFIG config;
   WDF_WORKITEM_CONFIG_INIT(&config, Run);
   WDF_OBJECT_ATTRIBUTES attributes;
-  WDF_OBJECT_ATTRIBUTES_INIT_CONTEXT_TYPE(&attributes, Work);
+  WDF_OBJECT_ATTRIBUTES_INIT_CONTEXT_TYPE(&attributes, WorkContext);
   attributes.ParentObject = device;
   WDFWORKITEM item = nullptr;
   EXPECT_EQ(WdfWorkItemCreate(&config, &attributes, &item), 0);

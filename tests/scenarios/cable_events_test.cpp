@@ -1,25 +1,18 @@
 // Goal: what a scenario does to cables happens at the moment that it names, and what it expects of a router is really
 // compared. Method: scenarios as text, run whole.
-#include <fstream>
-
 #include "lab/oracle/expectations.h"
 #include "lab/report/tree.h"
 #include "lab/run/run.h"
+#include "tests/support/scenario_text.h"
 #include "tests/support/world.h"
 
 namespace {
 
-lab::RunReport Play(const std::string& text, bool registers = false) {
-  const std::string path = testing::TempDir() + "cables.toml";
-  std::ofstream(path) << text;
-  lab::RunOptions options;
-  options.registers = registers;
-  return lab::RunScenario(lab::ReadScenario(path), options);
-}
+using tests::Play;
 
 std::string Failures(const lab::RunReport& report) {
   std::string text;
-  for (const std::string& failure : report.failures) text += failure.substr(failure.find("cables.toml") + 11) + "\n";
+  for (const std::string& failure : report.failures) text += failure.substr(failure.find("text.toml") + 9) + "\n";
   return text;
 }
 
@@ -28,7 +21,7 @@ std::string Tree(const lab::RunReport& report, unsigned verbosity = 0) {
 }
 
 // Lines 1 to 3.
-const std::string kHub =
+const std::string kHubAndLooseDock =
     "router = [{ model = \"D1\" }, { model = \"T3\" }]\n[[link]]\nfrom = \"H1:1\"\nto = \"D1:1\"\n";
 
 TEST(CableEvents, AtAPacketAndAtATime) {
@@ -48,7 +41,7 @@ TEST(CableEvents, AtAPacketAndAtATime) {
        "301 (no name), 10G = 1 x 10G", true},
   };
   for (const auto& test : kCases) {
-    const lab::RunReport report = Play(kHub + test.events);
+    const lab::RunReport report = Play(kHubAndLooseDock + test.events);
     EXPECT_EQ(report.code, lab::ExitCode::Held) << test.what << "\n" << Failures(report);
     EXPECT_EQ(Tree(report).find("|__ " + std::string(test.route)) != std::string::npos, test.there) << test.what << "\n"
                                                                                                     << Tree(report);
@@ -68,8 +61,8 @@ TEST(DeviceEvents, AtAPacketOfTheScan) {
       {"hibernate", "[[event]]\nat = \"5 s\"\ndo = \"resume\"\n", "power = \"D0\"\nrouters = 2\n"},
   };
   for (const auto& test : kCases) {
-    const lab::RunReport report = Play(kHub + "[[event]]\ndo = \"" + test.verb + "\"\npacket = 300\n" + test.then +
-                                       "[[expect]]\n" + test.expected);
+    const lab::RunReport report = Play(kHubAndLooseDock + "[[event]]\ndo = \"" + test.verb + "\"\npacket = 300\n" +
+                                       test.then + "[[expect]]\n" + test.expected);
     EXPECT_EQ(report.code, lab::ExitCode::Held) << test.verb << "\n" << Failures(report);
   }
 }
@@ -86,22 +79,22 @@ TEST(DeviceEvents, WhileTheSystemSleeps) {
                                     sleep + disable + enable + resume + expect("started"),
                                     // Nobody resumes it; the end of the run does.
                                     sleep + expect("started")}) {
-    const lab::RunReport report = Play(kHub + events);
+    const lab::RunReport report = Play(kHubAndLooseDock + events);
     EXPECT_EQ(report.code, lab::ExitCode::Held) << events << Failures(report) << report.hang;
   }
 }
 
 TEST(CableEvents, WhatCannotHappenFailsTheRun) {
-  EXPECT_EQ(Failures(Play(kHub + "[[event]]\ndo = \"unplug\"\nwhat = \"D1:5\"\npacket = 20\n")),
+  EXPECT_EQ(Failures(Play(kHubAndLooseDock + "[[event]]\ndo = \"unplug\"\nwhat = \"D1:5\"\npacket = 20\n")),
             ":5:1: no cable at \"D1:5\"\n");
-  const lab::RunReport never = Play(kHub + "[[event]]\ndo = \"unplug\"\nwhat = \"D1\"\npacket = 100000\n");
+  const lab::RunReport never = Play(kHubAndLooseDock + "[[event]]\ndo = \"unplug\"\nwhat = \"D1\"\npacket = 100000\n");
   EXPECT_EQ(never.code, lab::ExitCode::Failed);
   ASSERT_EQ(never.failures.size(), 1u);
   EXPECT_EQ(never.failures[0], "1 events wait for a packet that never came");
 }
 
 // Lines 1 to 7.
-const std::string kTunnels =
+const std::string kTunnelledChain =
     "host = [{ controller = [{ registry = { 'PCIETunnel\\PCIETunnelSupported' = 1 } }] }]\n"
     "router = [{ model = \"D1\" }, { model = \"T3\" }]\n"
     "[[link]]\nfrom = \"H1:1\"\nto = \"D1:1\"\n[[link]]\nfrom = \"D1:3\"\nto = \"T3:1\"\n";
@@ -126,7 +119,7 @@ TEST(TunnelExpectations, EachKeyIsCompared) {
        "tunnel PCIe 0:3 -> 301:8 is absent, expected present"},
   };
   for (const auto& test : kCases) {
-    const lab::RunReport report = Play(kTunnels + "[[expect]]\n" + test.keys);
+    const lab::RunReport report = Play(kTunnelledChain + "[[expect]]\n" + test.keys);
     const std::string failure = test.failure;
     EXPECT_EQ(Failures(report), failure.empty() ? "" : ":9:1: host/H1: " + failure + "\n") << test.keys;
   }
@@ -150,7 +143,7 @@ TEST(RouterExpectations, EachKeyIsCompared) {
       {"routers = 3\n", "routers is 2, expected 3"},
   };
   for (const auto& test : kCases) {
-    const lab::RunReport report = Play(kHub + "[[expect]]\n" + test.keys);
+    const lab::RunReport report = Play(kHubAndLooseDock + "[[expect]]\n" + test.keys);
     EXPECT_EQ(report.code, lab::ExitCode::Failed);
     EXPECT_EQ(Failures(report), std::string(":5:1: host/H1: ") + test.failure + "\n") << test.keys;
   }
@@ -173,7 +166,9 @@ TEST(RouterExpectations, ALinkThatBondsLateIsTheBondedOne) {
 }
 
 TEST(Tree, RegistersAreTheHardwaresByNameAndField) {
-  const lab::RunReport report = Play(kHub, true);
+  lab::RunOptions options;
+  options.registers = true;
+  const lab::RunReport report = Play(kHubAndLooseDock, options);
   EXPECT_EQ(report.code, lab::ExitCode::Held) << Failures(report);
   const std::string tree = Tree(report, 2);
   for (const char* line : {
@@ -189,7 +184,7 @@ TEST(Tree, RegistersAreTheHardwaresByNameAndField) {
        })
     EXPECT_NE(tree.find(line), std::string::npos) << line << tree;
   // Asking costs packets, and nothing else: the same domain without.
-  EXPECT_EQ(Tree(report), Tree(Play(kHub)));
+  EXPECT_EQ(Tree(report), Tree(Play(kHubAndLooseDock)));
 }
 
 }  // namespace

@@ -29,7 +29,7 @@ class Chain : public World {
   Chain() : World("H1:1 - D1:1, D1:3 - T3:1", WithTunnels()) { fabric().PlugDisplay("D1:13"); }
 };
 
-const char* const kTunnels =
+const char* const kWholeTunnels =
     "USB3 0:4 -> 1:16\n"
     "PCIe 0:3 -> 1:9\n"
     "PCIe 1:10 -> 301:8\n"
@@ -49,7 +49,7 @@ std::string Sorted(const std::string& lines) {
 
 void ExpectWhole(World& world, const char* what, std::uint64_t n) {
   world.Quiet(60 * kSecond);
-  EXPECT_EQ(Sorted(world.Tunnels()), Sorted(kTunnels)) << what << " at packet " << n;
+  EXPECT_EQ(Sorted(world.Tunnels()), Sorted(kWholeTunnels)) << what << " at packet " << n;
 }
 
 TEST(EveryPacket, TheHubIsPulledAndPluggedASecondLater) {

@@ -1,19 +1,16 @@
 // Goal: each rule that gives or denies a tunnel is named, with the figures that it went by; and the picture of a domain
 // does not depend on the order in which things happened. Method: machines that meet one rule each.
-#include <fstream>
-
 #include "lab/report/svg.h"
 #include "lab/run/run.h"
+#include "tests/support/scenario_text.h"
 
 namespace {
 
-lab::RunReport Play(const std::string& text, std::optional<std::uint64_t> seed = {}) {
-  const std::string path = testing::TempDir() + "explain.toml";
-  std::ofstream(path) << text;
+lab::RunReport Explain(const std::string& text, std::optional<std::uint64_t> seed = {}) {
   lab::RunOptions options;
   options.explain = true;
   options.seed = seed;
-  return lab::RunScenario(lab::ReadScenario(path), options);
+  return tests::Play(text, options);
 }
 
 std::string Host(const char* model, bool pcie, bool usb3) {
@@ -57,7 +54,7 @@ TEST(Explain, EachRuleIsNamedWithItsFigures) {
        "the device is not running"},
   };
   for (const auto& test : kCases) {
-    const lab::RunReport report = Play(test.scenario);
+    const lab::RunReport report = Explain(test.scenario);
     ASSERT_EQ(report.explanations.size(), 1u) << test.what;
     EXPECT_NE(report.explanations[0].find(test.line), std::string::npos) << test.what << "\n" << report.explanations[0];
   }
@@ -65,10 +62,10 @@ TEST(Explain, EachRuleIsNamedWithItsFigures) {
 
 TEST(Explain, ThreeDisplaysOnTwoSources) {
   const lab::RunReport report =
-      Play(Host("H1", true, false) +
-           "router = [{ model = \"D1\" }, { model = \"D2\" }]\n"
-           "link = [{ from = \"H1:1\", to = \"D1:1\" }, { from = \"D1:3\", to = \"D2:1\" }]\n"
-           "display = [{ adapter = \"D1:13\" }, { adapter = \"D1:14\" }, { adapter = \"D2:11\" }]\n");
+      Explain(Host("H1", true, false) +
+              "router = [{ model = \"D1\" }, { model = \"D2\" }]\n"
+              "link = [{ from = \"H1:1\", to = \"D1:1\" }, { from = \"D1:3\", to = \"D2:1\" }]\n"
+              "display = [{ adapter = \"D1:13\" }, { adapter = \"D1:14\" }, { adapter = \"D2:11\" }]\n");
   ASSERT_EQ(report.explanations.size(), 1u);
   std::size_t waiting = 0;
   for (std::size_t at = 0;
@@ -79,10 +76,10 @@ TEST(Explain, ThreeDisplaysOnTwoSources) {
 
 TEST(Picture, TheSameWhateverTheOrderOfThings) {
   const std::string scenario = Host("H1", true, true) + kHub + "display = [{ adapter = \"D1:13\" }]\n";
-  const std::string first = lab::FormatSvg(Play(scenario).domains);
+  const std::string first = lab::FormatSvg(Explain(scenario).domains);
   EXPECT_NE(first.find("data-tunnel=\"DP 0:5 -&gt; 1:13\" data-link=\"0:1 - 1:1\""), std::string::npos) << first;
   for (std::uint64_t seed = 1; seed <= 4; ++seed)
-    EXPECT_EQ(lab::FormatSvg(Play(scenario, seed).domains), first) << "seed " << seed;
+    EXPECT_EQ(lab::FormatSvg(Explain(scenario, seed).domains), first) << "seed " << seed;
 }
 
 }  // namespace

@@ -13,9 +13,6 @@
 
 namespace sim::test {
 
-inline constexpr platform::Time kMs = platform::kMillisecond;
-inline constexpr platform::Time kUs = platform::kMicrosecond;
-
 // Seed 0 means first-come with typical times.
 inline platform::SimulationOptions Options(std::uint64_t seed) {
   platform::SimulationOptions options;

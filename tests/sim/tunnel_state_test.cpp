@@ -2,6 +2,7 @@
 // Method: whole tunnels H1 - D1 with a display, one event per row, then entries, enables, buffers and reservation.
 #include <gtest/gtest.h>
 
+#include "sim/dataplane/display_adapter.h"
 #include "sim/fabric/fabric_books.h"
 #include "sim/firmware/firmware_tunnels.h"
 #include "sim/router/cable.h"

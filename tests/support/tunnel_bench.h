@@ -15,6 +15,7 @@ struct TunnelPolicy {
   bool cleanUp = false;
 };
 
+inline constexpr TunnelPolicy kBoth{.usb3 = true, .pcie = true};
 inline constexpr sim::CableOptions kTrained = {2, 0, true};
 
 class TunnelBench : public Bench {

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <sstream>
 
+#include "hostif/config_access.h"
 #include "lab/machine/waivers.h"
 #include "lab/oracle/oracle.h"
 #include "lab/report/tree.h"
@@ -253,6 +254,13 @@ std::string World::Tunnels() {
 
 std::string World::Tree() {
   return lab::FormatTree(machine_->Domain(), 1);
+}
+
+KIV_RESULT ReadFirstWord(World& world) {
+  return world.InDriver([](USB4_DOMAIN& domain) {
+    std::uint32_t word = 0;
+    return KivUsb4CfgRead(domain.ControlChannel, &word, {0, 0, {USB4_CFG_SPACE_ROUTER, 0, 1}});
+  });
 }
 
 void RunWithSeeds(const std::function<void()>& body) {

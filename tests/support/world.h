@@ -131,6 +131,9 @@ class World {
   bool stopReported_ = false;
 };
 
+// Reads dword 0 of the host router's space, as any access of the driver.
+KIV_RESULT ReadFirstWord(World& world);
+
 // Runs `body` first-come and with every seed; stops at the first that fails and prints the command that repeats it.
 void RunWithSeeds(const std::function<void()>& body);
 

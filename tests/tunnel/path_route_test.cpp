@@ -9,9 +9,9 @@
 namespace tests {
 namespace {
 
-struct Chain : TunnelBench {
+struct BondedChain : TunnelBench {
   // H1:1 - D1:1, D1:3 - D2:1, D1:5 - T3:1; which of the first two links are bonded.
-  Chain(bool first, bool second) : TunnelBench("H1") {
+  BondedChain(bool first, bool second) : TunnelBench("H1") {
     Wire("H1:1", "D1:1");
     Wire("D1:3", "D2:1");
     Wire("D1:5", "T3:1");
@@ -43,7 +43,7 @@ struct Chain : TunnelBench {
 };
 
 WORLD_TEST(PathRoutes, WalkInAndOutOfEachRouterOfTheWay) {
-  Chain chain(true, true);
+  BondedChain chain(true, true);
   const struct {
     const char *from, *to, *way;
   } kCases[] = {
@@ -99,7 +99,7 @@ WORLD_TEST(PathRoutes, TakeTheLaneOfTheirLinkNumberUnlessLanesAreBonded) {
        }},
   };
   for (const auto& wired : kDomains) {
-    Chain chain(wired.first, wired.second);
+    BondedChain chain(wired.first, wired.second);
     for (const Case& test : wired.cases)
       EXPECT_EQ(chain.Path(test.from, 8, test.to, 8, test.link), test.path) << wired.first << wired.second;
     EXPECT_EQ(chain.HopIds(), "");
@@ -107,7 +107,7 @@ WORLD_TEST(PathRoutes, TakeTheLaneOfTheirLinkNumberUnlessLanesAreBonded) {
 }
 
 WORLD_TEST(PathRoutes, AreRefusedWithNothingReserved) {
-  Chain chain(true, true);
+  BondedChain chain(true, true);
   EXPECT_EQ(chain.Path("H1:3", 7, "D1:9", 8, 0), "none") << "a source hop ID that is never handed out";
   EXPECT_EQ(chain.Path("H1:3", 8, "D1:9", 9, 0), "none") << "above the destination's limit";
   EXPECT_EQ(chain.Path("D1:9", 8, "D1:9", 8, 0), "none") << "no hop between an adapter and itself";

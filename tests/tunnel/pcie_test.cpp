@@ -108,8 +108,8 @@ WORLD_TEST(PcieTunnels, TakeCreditsByTheRateAndWidthOfTheLink) {
   }
 }
 
-struct Chain : TunnelBench {
-  Chain() : TunnelBench("H1:1 - D1:1, D1:3 - D2:1") { StartQuietly(); }
+struct PcieChain : TunnelBench {
+  PcieChain() : TunnelBench("H1:1 - D1:1, D1:3 - D2:1") { StartQuietly(); }
   // Builds the tunnel of the router at `route`.
   KIV_RESULT Build(std::uint64_t route) {
     KIV_RESULT result = -99;
@@ -121,7 +121,7 @@ struct Chain : TunnelBench {
 };
 
 WORLD_TEST(PcieTunnels, AreBuiltFromTheFarEndAndTakenDownFromTheNear) {
-  Chain chain;
+  PcieChain chain;
   chain.Requests();
   EXPECT_EQ(chain.Build(0x301), 0);
   EXPECT_EQ(chain.TunnelWrites(),
@@ -134,7 +134,7 @@ WORLD_TEST(PcieTunnels, AreBuiltFromTheFarEndAndTakenDownFromTheNear) {
 }
 
 WORLD_TEST(PcieTunnels, LeaveTheFabricAsItWasWhenAnyAccessFails) {
-  Chain chain;
+  PcieChain chain;
   // Whether the near adapter is free is guessed when it cannot be read; then four entries and two adapters.
   const KIV_RESULT results[] = {0, -1, -1, -1, -1, -1, -1};
   unsigned access = 0;
@@ -155,7 +155,7 @@ WORLD_TEST(PcieTunnels, LeaveTheFabricAsItWasWhenAnyAccessFails) {
 
 // Records, hop arrays, and the requests of every access.
 TEST(PcieTunnels, LeaveNothingWhenAnyAllocationFails) {
-  Chain chain;
+  PcieChain chain;
   unsigned refused = 0;
   for (unsigned n = 1;; ++n) {
     SCOPED_TRACE("allocation " + std::to_string(n));
@@ -190,7 +190,7 @@ WORLD_TEST(PcieTunnels, EndWhateverFails) {
   };
   for (const auto& test : kCases) {
     SCOPED_TRACE(test.access);
-    Chain chain;
+    PcieChain chain;
     chain.ExpectLeftovers();
     ASSERT_EQ(chain.Build(0x301), 0);
     chain.FailAnswer(test.access);
@@ -203,7 +203,7 @@ WORLD_TEST(PcieTunnels, EndWhateverFails) {
 }
 
 WORLD_TEST(PcieTunnels, ThatAreUpAreNotActivatedAgain) {
-  Chain chain;
+  PcieChain chain;
   EXPECT_EQ(chain.Build(1), 0);
   chain.Requests();
   chain.InRun([](USB4_DOMAIN& domain) {
@@ -226,7 +226,7 @@ WORLD_TEST(PcieTunnels, ThatAreUpAreNotActivatedAgain) {
 }
 
 WORLD_TEST(PcieTunnels, SwitchOnlyAdaptersOfTheirKind) {
-  Chain chain;
+  PcieChain chain;
   chain.InRun([&](USB4_DOMAIN& domain) {
     USB4_TUNNEL* tunnel = KivUsb4TunnelAllocPcie(&domain, chain.Ends(domain, "H1:3", "D1:13"));
     ASSERT_NE(tunnel, nullptr);
