@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 
+#include "platform/memory/page.h"
 #include "platform/scheduler/kept_range.h"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -20,9 +21,8 @@ namespace {
 
 constexpr std::size_t kRegionBytes = std::size_t{1} << 30;
 constexpr std::size_t kGranule = 64 * 1024;
-constexpr std::size_t kPage = 4096;
 constexpr std::size_t kSmallUnit = 16;
-constexpr std::size_t kRedZone = 32;
+constexpr std::size_t kRedZoneBytes = 32;
 constexpr std::size_t kRest = 64;  // frees for which a freed slot is not used again
 // Above 4 GiB, so that a driver that keeps 32 bits of an address only is found out.
 constexpr std::uint64_t kBusBase = 0x1'0000'0000;
@@ -53,7 +53,7 @@ struct DmaMemory::Slab {
   std::size_t SlotOffset(std::size_t index) const { return offset + sizeClass->first + index * sizeClass->stride; }
 };
 
-DmaMemory::DmaMemory() : small_(kPage / kSmallUnit + 1) {
+DmaMemory::DmaMemory() : small_(kPageBytes / kSmallUnit + 1) {
   void* region = KeptRanges::Take(kRegionBytes);
   region_ = static_cast<std::byte*>(region);
 }
@@ -64,13 +64,13 @@ DmaMemory::~DmaMemory() {
 }
 
 DmaMemory::SizeClass& DmaMemory::ClassFor(std::size_t length) {
-  const bool small = length < kPage;
+  const bool small = length < kPageBytes;
   std::unique_ptr<SizeClass>& found =
-      small ? small_[RoundUp(length, kSmallUnit) / kSmallUnit] : pages_[RoundUp(length, kPage) / kPage];
+      small ? small_[RoundUp(length, kSmallUnit) / kSmallUnit] : pages_[RoundUp(length, kPageBytes) / kPageBytes];
   if (found == nullptr) {
     found = std::make_unique<SizeClass>();
     // A small slot starts at an odd multiple of 16, so that nobody comes to rely on more.
-    found->stride = small ? RoundUp(length, kSmallUnit) + kRedZone : RoundUp(length, kPage) + kPage;
+    found->stride = small ? RoundUp(length, kSmallUnit) + kRedZoneBytes : RoundUp(length, kPageBytes) + kPageBytes;
     found->first = small ? kSmallUnit : 0;
   }
   return *found;
@@ -113,7 +113,7 @@ DmaMemory::Buffer DmaMemory::Allocate(std::size_t length) {
   const std::size_t offset = slab->SlotOffset(index);
   KIV_UNPOISON(region_ + offset, sizeClass.stride);
   std::memset(region_ + offset, kFreshFill, length);
-  std::memset(region_ + offset + length, kRedFill, kRedZone);
+  std::memset(region_ + offset + length, kRedFill, kRedZoneBytes);
   return {region_ + offset, kBusBase + offset, length};
 }
 
@@ -123,7 +123,7 @@ bool DmaMemory::Free(const Buffer& buffer) {
   const std::size_t index = (offset - slab.offset - slab.sizeClass->first) / slab.sizeClass->stride;
   const std::byte* behind = buffer.memory + buffer.length;
   const bool intact =
-      std::all_of(behind, behind + kRedZone, [](std::byte value) { return value == std::byte{kRedFill}; });
+      std::all_of(behind, behind + kRedZoneBytes, [](std::byte value) { return value == std::byte{kRedFill}; });
   slab.lengths[index] = 0;
   --live_;
   KIV_POISON(buffer.memory, slab.sizeClass->stride);

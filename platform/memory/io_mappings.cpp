@@ -6,12 +6,10 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "platform/memory/page.h"
+
 namespace platform {
-namespace {
-
-constexpr std::size_t kPage = 4096;
-
-}  // namespace
+namespace {}  // namespace
 
 IoMappings::~IoMappings() {
   for (const Mapping& mapping : mappings_) munmap(reinterpret_cast<void*>(mapping.range), mapping.rangeBytes);
@@ -40,8 +38,8 @@ const IoMappings::Bar* IoMappings::BarAt(std::uint64_t busAddress, std::size_t b
 
 void* IoMappings::Map(std::uint64_t busAddress, std::size_t bytes) {
   if (bytes == 0 || !BarAt(busAddress, bytes)) return nullptr;
-  const std::size_t inPage = busAddress % kPage;
-  const std::size_t rangeBytes = (inPage + bytes + kPage - 1) / kPage * kPage;
+  const std::size_t inPage = busAddress % kPageBytes;
+  const std::size_t rangeBytes = (inPage + bytes + kPageBytes - 1) / kPageBytes * kPageBytes;
   void* range = mmap(nullptr, rangeBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   if (range == MAP_FAILED) {
     std::perror("reserving an address range for device memory");
