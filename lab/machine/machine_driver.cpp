@@ -113,7 +113,7 @@ TunnelView ViewOf(const USB4_TUNNEL& tunnel) {
     if (tunnel.Paths[i] != nullptr) view.paths.push_back(ViewOf(*tunnel.Paths[i]));
   view.maximum = {tunnel.Maximum.Upstream, tunnel.Maximum.Downstream};
   // Bandwidth is managed where there is something to give back.
-  if (tunnel.Type == USB4_TUNNEL_USB3 && tunnel.ReleaseUnusedBandwidth != nullptr)
+  if (tunnel.ReleaseUnusedBandwidth != nullptr)
     view.allocated = BandwidthView{tunnel.Allocated.Upstream, tunnel.Allocated.Downstream};
   return view;
 }

@@ -1,13 +1,48 @@
 // Packed and little-endian: operation, what, line, count, then key, kind and value of each field.
 #include "lab/report/driver_event.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
+
+#include "lab/report/value_names.h"
 
 namespace lab {
 namespace {
 
-enum class FieldKind : std::uint8_t { Unsigned = 1, Signed = 2, Text = 3 };
+enum class FieldKind : std::uint8_t {
+  Unsigned = 1,
+  Signed = 2,
+  Text = 3,
+  Route = 4,
+  Adapter = 5,
+  Hex = 6,
+  Status = 7,
+  Result = 8,
+  Word = 9,
+  Duration = 10
+};
+
+std::string NumberText(FieldKind kind, std::uint64_t number) {
+  switch (kind) {
+    case FieldKind::Route:
+      return fmt::format("{:x}", number);
+    case FieldKind::Hex:
+      return fmt::format("0x{:x}", number);
+    case FieldKind::Status:
+      return StatusText(static_cast<std::uint32_t>(number));
+    case FieldKind::Result:
+      return ResultText(static_cast<std::int64_t>(number));
+    case FieldKind::Duration:
+      return fmt::format("{} ms", number);
+    case FieldKind::Signed:
+      return fmt::format("{}", static_cast<std::int64_t>(number));
+    default:
+      return fmt::format("{}", number);
+  }
+}
 
 class PayloadReader {
  public:
@@ -31,19 +66,30 @@ class PayloadReader {
     return text;
   }
 
-  std::optional<std::string> TakeValue() {
-    const auto kind = Take<std::uint8_t>();
-    if (!kind) return std::nullopt;
-    if (*kind == static_cast<std::uint8_t>(FieldKind::Text)) return TakeText();
-    if (*kind == static_cast<std::uint8_t>(FieldKind::Unsigned)) {
-      const auto number = Take<std::uint64_t>();
-      return number ? std::optional(std::to_string(*number)) : std::nullopt;
+  std::optional<EventField> TakeField() {
+    EventField field;
+    const auto key = TakeText();
+    const auto kind = key ? Take<FieldKind>() : std::nullopt;
+    if (!kind || *kind < FieldKind::Unsigned || *kind > FieldKind::Duration) return std::nullopt;
+    field.key = *key;
+    if (*kind == FieldKind::Text || *kind == FieldKind::Word) {
+      const auto text = TakeText();
+      if (text) field.text = *text;
+      return text ? std::optional(field) : std::nullopt;
     }
-    if (*kind == static_cast<std::uint8_t>(FieldKind::Signed)) {
-      const auto number = Take<std::int64_t>();
-      return number ? std::optional(std::to_string(*number)) : std::nullopt;
+    if (*kind == FieldKind::Adapter) {
+      const auto router = TakeText();
+      const auto adapter = router ? Take<std::uint8_t>() : std::nullopt;
+      if (!adapter) return std::nullopt;
+      field.router = *router;
+      field.number = *adapter;
+      field.text = fmt::format("{}:{}", *router, *adapter);
+      return field;
     }
-    return std::nullopt;
+    field.number = Take<std::uint64_t>();
+    if (!field.number) return std::nullopt;
+    field.text = NumberText(*kind, *field.number);
+    return field;
   }
 
  private:
@@ -64,23 +110,27 @@ std::optional<DriverEvent> UnpackDriverEvent(std::span<const std::byte> payload)
   event.what = *what;
   event.line = *line;
   for (unsigned i = 0; i < *count; ++i) {
-    const auto key = reader.TakeText();
-    const auto value = reader.TakeValue();
-    if (!key || !value) return std::nullopt;
-    event.fields.emplace_back(*key, *value);
+    auto field = reader.TakeField();
+    if (!field) return std::nullopt;
+    event.fields.push_back(std::move(*field));
   }
   return event;
 }
 
+const EventField* FindField(const DriverEvent& event, std::string_view key) {
+  const auto found =
+      std::find_if(event.fields.begin(), event.fields.end(), [&](const EventField& field) { return field.key == key; });
+  return found == event.fields.end() ? nullptr : &*found;
+}
+
 std::optional<std::string> FieldText(const DriverEvent& event, std::string_view key) {
-  for (const auto& [name, text] : event.fields)
-    if (name == key) return text;
-  return std::nullopt;
+  const EventField* field = FindField(event, key);
+  return field == nullptr ? std::nullopt : std::optional(field->text);
 }
 
 std::string FormatDriverEvent(const DriverEvent& event) {
   std::string text = event.what;
-  for (const auto& [key, value] : event.fields) text += " " + key + "=" + value;
+  for (const EventField& field : event.fields) text += " " + field.key + "=" + field.text;
   return text;
 }
 

@@ -17,12 +17,19 @@ bool Arrived(const sim::WireEntry& entry) {
   return true;
 }
 
+std::optional<sim::Space> SpaceNamed(std::string_view name) {
+  for (const sim::Space space : {sim::Space::Path, sim::Space::Adapter, sim::Space::Router, sim::Space::Counters})
+    if (name == sim::SpaceName(space)) return space;
+  return std::nullopt;
+}
+
 }  // namespace
 
 std::optional<Question> QuestionFrom(const DriverEvent& event) {
   const auto controller = FieldNumber<unsigned>(event, "controller");
   const auto route = FieldNumber<std::uint64_t>(event, "route");
-  const auto adapter = FieldNumber<std::uint32_t>(event, "adapter"), space = FieldNumber<std::uint32_t>(event, "space"),
+  const auto space = SpaceNamed(FieldText(event, "space").value_or(""));
+  const auto adapter = FieldNumber<std::uint32_t>(event, "adapter"),
              offset = FieldNumber<std::uint32_t>(event, "offset"), length = FieldNumber<std::uint32_t>(event, "length"),
              sequence = FieldNumber<std::uint32_t>(event, "sequence");
   if (!controller || !route || !adapter || !space || !offset || !length || !sequence) return std::nullopt;
@@ -30,7 +37,7 @@ std::optional<Question> QuestionFrom(const DriverEvent& event) {
   question.controller = *controller;
   question.pdf = FieldText(event, "access") == "read" ? sim::Pdf::Read : sim::Pdf::Write;
   question.route = *route;
-  question.address = {*offset, *length, *adapter, static_cast<sim::Space>(*space), *sequence, 0};
+  question.address = {*offset, *length, *adapter, *space, *sequence, 0};
   return question;
 }
 

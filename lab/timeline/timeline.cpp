@@ -13,7 +13,7 @@ constexpr std::uint64_t kEnds = 1;
 TraceArguments ArgumentsOf(const DriverEvent& event) {
   TraceArguments arguments;
   arguments.Add("operation", event.operation);
-  for (const auto& [key, value] : event.fields) arguments.Add(key, value);
+  for (const EventField& field : event.fields) arguments.Add(field.key, field.text);
   return arguments;
 }
 

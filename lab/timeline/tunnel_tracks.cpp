@@ -13,7 +13,6 @@ namespace lab {
 namespace {
 
 constexpr unsigned kBitsPerLevel = 8;
-constexpr auto kUsb3 = static_cast<unsigned>(TunnelKind::Usb3);
 
 unsigned DepthOf(std::uint64_t route) {
   unsigned depth = 0;
@@ -40,12 +39,19 @@ std::vector<std::uint64_t> LinksOf(const TunnelView& tunnel) {
 }
 
 // "0-301" and 9: a router's name starts with its controller's index.
-std::optional<TunnelEnd> EndFrom(const DriverEvent& event, const std::string& which) {
-  const auto router = FieldText(event, which);
-  const auto adapter = FieldNumber<unsigned>(event, which + " adapter");
-  if (!router || !adapter || router->find('-') == std::string::npos) return std::nullopt;
-  const auto route = NumberOf<std::uint64_t>(std::string_view(*router).substr(router->find('-') + 1), 16);
-  return route ? std::optional(TunnelEnd{{*route, *adapter}, *router}) : std::nullopt;
+std::optional<TunnelEnd> EndFrom(const DriverEvent& event, std::string_view key) {
+  const EventField* field = FindField(event, key);
+  if (field == nullptr || !field->number || field->router.find('-') == std::string::npos) return std::nullopt;
+  const auto route = NumberOf<std::uint64_t>(std::string_view(field->router).substr(field->router.find('-') + 1), 16);
+  if (!route) return std::nullopt;
+  return TunnelEnd{{*route, static_cast<unsigned>(*field->number)}, field->router};
+}
+
+TunnelKind KindFrom(const DriverEvent& event) {
+  const auto name = FieldText(event, "type");
+  for (const TunnelKind kind : TunnelKinds())
+    if (name == TunnelKindName(kind)) return kind;
+  return TunnelKind::Usb3;
 }
 
 bool IsDisplayPort(const sim::Router* router, unsigned adapter) {
@@ -60,7 +66,7 @@ std::optional<TunnelView> TunnelFrom(const DriverEvent& event) {
   const auto up = FieldNumber<std::int64_t>(event, "up"), down = FieldNumber<std::int64_t>(event, "down");
   if (!source || !up || !down) return std::nullopt;
   TunnelView tunnel;
-  tunnel.kind = static_cast<TunnelKind>(FieldNumber<unsigned>(event, "type").value_or(kUsb3));
+  tunnel.kind = KindFrom(event);
   tunnel.source = *source;
   tunnel.destination = EndFrom(event, "destination");
   tunnel.active = true;

@@ -38,7 +38,9 @@ KIV_RESULT StartHostRouter(USB4_DOMAIN* domain) {
   if (KivUsb4SwitchConfigure(router) != kKivOk) return kKivFailed;
   if (KivUsb4SwitchAdd(router) != kKivOk) return kKivFailed;
   const KIV_RESULT result = KivUsb4SwitchTmuEnable(router);
-  if (result != kKivOk) TraceError("host router without time synchronisation", "result", result);
+  if (result != kKivOk) {
+    TraceErrorBy(NAME_OF(KivUsb4BusStart), "host router without time synchronisation", "result", AsResult(result));
+  }
   return kKivOk;
 }
 
@@ -52,7 +54,9 @@ void SetUpDomainTunnels(USB4_DOMAIN* domain, const DEVICE_EXTENSION* context) {
   KIV_RESULT pcie = kKivOk;
   if (domain->Usb3TunnelSupported != 0) usb3 = KivUsb4CreateUsb3Tunnels(hostRouter);
   if (domain->PcieTunnelSupported != 0) pcie = KivUsb4CreatePcieTunnels(hostRouter);
-  if (usb3 != kKivOk || pcie != kKivOk) TraceWarning("some routers go without", "USB3", usb3, "PCIe", pcie);
+  if (usb3 != kKivOk || pcie != kKivOk) {
+    TraceWarningBy(NAME_OF(KivUsb4BusStart), "tunnel creation failed", "USB3", AsResult(usb3), "PCIe", AsResult(pcie));
+  }
   KivUsb4SwitchAddDpInResources(hostRouter);
   if (domain->TunnelCount.Load() != 0) TakePowerReference(domain, {.WaitForD0 = false, .OnlyIfGranted = false});
 }
@@ -83,7 +87,7 @@ KIV_RESULT KivUsb4BusStart(USB4_DOMAIN* domain, bool) {
   if (HostNeedsHandover(domain)) KivOtherFirmwareStart(domain);
   const KIV_RESULT result = StartHostRouter(domain);
   if (result != kKivOk) {
-    TraceError("domain not started", "result", result);
+    TraceError("domain not started", "result", AsResult(result));
     return result;
   }
   KivUsb4ScanSwitch(domain->HostRouter);

@@ -80,7 +80,7 @@ void KivOtherFirmwareStart(USB4_DOMAIN* domain) {
   request->Match = IsHandoverAnswer;
   request->Copy = CopyHandoverAnswer;
   const USB4_CFG_RESULT result = KivUsb4CfgRequestSync(domain->ControlChannel, request, kHandoverAnswerMs);
-  if (result.Err != kKivOk) TraceError("firmware did not hand over", "result", result.Err);
+  if (result.Err != kKivOk) TraceError("firmware did not hand over", "result", AsResult(result.Err));
   if (result.Err == kKivNotSent) return;  // the request is gone already
   KivUsb4CfgRequestDequeue(domain->ControlChannel, request);
   ReleaseRequest(request);

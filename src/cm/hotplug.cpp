@@ -87,7 +87,7 @@ void KivUsb4HandleHotplug(const USB4_HOTPLUG_EVENT& event) {
   if (!event.Domain->Started.IsSet()) return;
   USB4_PORT* adapter = AdapterOf(event);
   if (adapter == nullptr) {
-    TraceInfo("event ignored", "route", event.Route, "adapter", event.Adapter, "unplug", event.Unplug);
+    TraceInfo("event ignored", "route", AsRoute(event.Route), "adapter", event.Adapter, "unplug", event.Unplug != 0);
     return;
   }
   if (event.Unplug != 0) {

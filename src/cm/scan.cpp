@@ -49,12 +49,15 @@ void LinkAdapters(USB4_PORT* down, USB4_PORT* up) {
 }
 
 void TraceUnlessOk(const USB4_SWITCH* router, const char* step, KIV_RESULT result) {
-  if (result != kKivOk) TraceError("step failed", "name", router->Info.Name, "step", step, "result", result);
+  if (result != kKivOk) {
+    TraceErrorBy(NAME_OF(KivUsb4ScanPort), "step failed", "name", router->Info.Name, "step", step, "result",
+                 AsResult(result));
+  }
 }
 
 // The order is fixed: bonding before the marks, both before time synchronisation, all before any tunnel.
 void SetUpLink(USB4_SWITCH* router) {
-  TraceStep("set up link", "name", router->Info.Name);
+  TraceStepBy(NAME_OF(KivUsb4ScanPort), "set up link", "name", router->Info.Name);
   TraceUnlessOk(router, "lane bonding", KivUsb4SwitchLaneBondingEnable(router));
   TraceUnlessOk(router, "link configuration", KivUsb4SwitchConfigureLink(router));
   TraceUnlessOk(router, "time synchronisation", KivUsb4EnableTmu(router));
@@ -78,10 +81,11 @@ bool LooksLikePeer(KIV_RESULT error) {
 // The router behind the adapter, linked and in the device list; null when there is none or a step failed.
 USB4_SWITCH* Enumerate(USB4_PORT* adapter) {
   USB4_SWITCH* parent = adapter->Router;
-  TraceStep("enumerate", "name", parent->Info.Name, "adapter", adapter->Number);
+  TraceStepBy(NAME_OF(KivUsb4ScanPort), "enumerate", "adapter", AsAdapter(adapter));
   const ROUTER_OR_ERROR found = KivUsb4SwitchAlloc(parent->Domain, parent, RouteBehind(parent, adapter->Number));
   if (LooksLikePeer(found.Error)) {
-    TraceWarning("no peer support", "name", parent->Info.Name, "adapter", adapter->Number, "result", found.Error);
+    TraceWarningBy(NAME_OF(KivUsb4ScanPort), "no peer support", "adapter", AsAdapter(adapter), "result",
+                   AsResult(found.Error));
     UnmarkPeerLink(adapter);
   }
   if (found.Error != kKivOk) return nullptr;
@@ -93,7 +97,7 @@ USB4_SWITCH* Enumerate(USB4_PORT* adapter) {
     result = KivUsb4SwitchAdd(router);
   }
   if (result != kKivOk) {
-    TraceError("router not added", "name", router->Info.Name, "result", result);
+    TraceErrorBy(NAME_OF(KivUsb4ScanPort), "router not added", "name", router->Info.Name, "result", AsResult(result));
     // Straight to the record: the list may hold a peer of the same route, which has to stay.
     DiscardRouter(router);
     return nullptr;
@@ -109,7 +113,7 @@ void KivUsb4ScanPort(USB4_PORT* adapter) {
   if (!IsScanned(adapter)) return;
   const KIV_RESULT up = KivUsb4WaitForPort(adapter, false);
   if (up <= 0 || adapter->Remote != nullptr) {
-    TraceInfo("nothing to scan", "name", adapter->Router->Info.Name, "adapter", adapter->Number, "state", up);
+    TraceInfo("nothing to scan", "adapter", AsAdapter(adapter), "state", AsResult(up));
     return;
   }
   USB4_SWITCH* router = Enumerate(adapter);

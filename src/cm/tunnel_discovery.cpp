@@ -18,8 +18,8 @@ void Adopt(USB4_TUNNEL* tunnel) {
   if (kind.Adopted != nullptr) kind.Adopted(tunnel);
   AppendTunnel(tunnel);
   CountTunnel(tunnel, true);
-  TraceInfo("tunnel adopted", "type", tunnel->Type, "source", tunnel->Source->Number, "destination",
-            tunnel->Destination->Number);
+  TraceInfoBy(NAME_OF(KivUsb4DiscoverTunnels), "tunnel adopted", "type", tunnel->Type, "source",
+              AsAdapter(tunnel->Source), "destination", AsAdapter(tunnel->Destination));
 }
 
 // False when the walk is to end.

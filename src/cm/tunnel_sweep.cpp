@@ -6,6 +6,7 @@
 #include "include/trace.h"
 #include "topology/router_queries.h"
 #include "tunnel/dp_resources.h"
+#include "tunnel/tunnel_kind.h"
 #include "tunnel/tunnel_list.h"
 
 namespace {

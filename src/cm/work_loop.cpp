@@ -29,18 +29,20 @@ USB4_EVENT_NODE* TakeEvent(DEVICE_EXTENSION* context) {
 void Handle(const USB4_HOTPLUG_EVENT& event) {
   USB4_DOMAIN* domain = event.Domain;
   RunGuard guard(*domain);
-  TraceStep("handle hot-plug", "route", event.Route, "adapter", event.Adapter, "unplug", event.Unplug);
+  TraceStepBy(NAME_OF(KivUsb4WorkItemCallback), "handle hot-plug", "route", AsRoute(event.Route), "adapter",
+              event.Adapter, "unplug", event.Unplug != 0);
   KivUsb4HandleHotplug(event);
   const KIV_RESULT sent = KivUsb4CfgAckPlug(domain->ControlChannel, event.Route, event.Adapter, event.Unplug != 0);
-  TraceInfo("event handled", "route", event.Route, "adapter", event.Adapter, "unplug", event.Unplug, "acknowledged",
-            sent);
+  TraceInfoBy(NAME_OF(KivUsb4WorkItemCallback), "event handled", "route", AsRoute(event.Route), "adapter",
+              event.Adapter, "unplug", event.Unplug != 0, "acknowledged", AsResult(sent));
 }
 
 void HandleAndFree(DEVICE_EXTENSION* context, USB4_EVENT_NODE* node) {
   if (context->Suspending.Load() == 0) {
     Handle(*node->Event);
   } else {
-    TraceInfo("event dropped, the device powers down", "route", node->Event->Route, "adapter", node->Event->Adapter);
+    TraceInfoBy(NAME_OF(KivUsb4WorkItemCallback), "event dropped, the device powers down", "route",
+                AsRoute(node->Event->Route), "adapter", node->Event->Adapter);
   }
   PoolDelete(node->Event);
   PoolDelete(node);
@@ -69,7 +71,7 @@ void KivUsb4WorkItemCallback(WDFWORKITEM workItem) {
   USB4_DOMAIN* domain = context->Domain;
   TakePowerReference(domain, {.WaitForD0 = false, .OnlyIfGranted = false});
   if (!domain->Started.IsSet() && WaitForEventOrAbort(domain, domain->BusEvent, kBusStartMs) != kStatusOk) {
-    TraceWarning("the bus has not started in time", "ms", kBusStartMs);
+    TraceWarning("the bus has not started in time", "timeout", AsMs(kBusStartMs));
   }
   do {
     Drain(context, domain);

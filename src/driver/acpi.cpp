@@ -52,5 +52,5 @@ NTSTATUS Acpi_EvaluateUSB4SDEP(WDFDEVICE device) {
 
 void KivUsb4SetDEPMethodFromSDEP(WDFDEVICE device) {
   const NTSTATUS status = Acpi_EvaluateUSB4SDEP(device);
-  TraceInfo("SDEP evaluated", "status", status);
+  TraceInfo("SDEP evaluated", "status", AsStatus(status));
 }

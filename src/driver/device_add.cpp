@@ -27,7 +27,7 @@ constexpr GUID kSecondControllerInterface = {
     0xEF2249DF, 0xE60D, 0x4E54, {0x96, 0x36, 0x3A, 0x7C, 0x1D, 0x02, 0x15, 0x87}};
 
 void EvtDeviceContextCleanup(WDFOBJECT) {
-  TraceInfo("device goes");
+  TraceInfoBy(NAME_OF(USB4EvtDeviceAdd), "device goes");
 }
 
 void RegisterPowerCallbacks(PWDFDEVICE_INIT init) {
@@ -61,7 +61,7 @@ NTSTATUS CreateDevice(PWDFDEVICE_INIT init, DEVICE_EXTENSION** context) {
   WDFDEVICE device = nullptr;
   const NTSTATUS status = WdfDeviceCreate(&init, &attributes, &device);
   if (!NT_SUCCESS(status)) {
-    TraceError("no device", "status", status);
+    TraceErrorBy(NAME_OF(USB4EvtDeviceAdd), "no device", "status", AsStatus(status));
     return status;
   }
   *context = DeviceContextOf(device);
@@ -75,14 +75,14 @@ NTSTATUS CreateInterface(DEVICE_EXTENSION* context) {
   NTSTATUS status =
       WdfDeviceQueryProperty(context->Device, DevicePropertyHardwareID, sizeof hardwareId, hardwareId, &bytes);
   if (!NT_SUCCESS(status)) {
-    TraceError("no hardware ID", "status", status);
+    TraceErrorBy(NAME_OF(USB4EvtDeviceAdd), "no hardware ID", "status", AsStatus(status));
     return status;
   }
   const LONG index = KivUsb4ReturnControllerBasedOnDevId(hardwareId);
   const GUID& interfaceClass = index == 0 ? kFirstControllerInterface : kSecondControllerInterface;
   status = WdfDeviceCreateDeviceInterface(context->Device, &interfaceClass, nullptr);
   if (!NT_SUCCESS(status)) {
-    TraceError("no device interface", "status", status);
+    TraceErrorBy(NAME_OF(USB4EvtDeviceAdd), "no device interface", "status", AsStatus(status));
     return status;
   }
   context->ControllerIndex = index == 0 ? 0 : 1;

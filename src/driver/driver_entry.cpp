@@ -7,6 +7,8 @@
 #include "include/status.h"
 #include "include/trace.h"
 
+extern "C" DRIVER_INITIALIZE DriverEntry;
+
 namespace {
 
 // {6F1E2B52-4B0D-4C62-9D3B-8A5D0A6E7C41}
@@ -24,7 +26,7 @@ void EndTracing(REGHANDLE handle) {
 }
 
 void EvtDriverContextCleanup(WDFOBJECT driver) {
-  TraceInfo("driver goes");
+  TraceInfoBy(NAME_OF(DriverEntry), "driver goes");
   DRIVER_CONTEXT* context = DriverContextOf(driver);
   EndTracing(context->TraceHandle);
   context->TraceHandle = 0;

@@ -15,10 +15,10 @@
 namespace {
 
 // Null when the host interface or its rings are missing: preparation has then stopped early.
-DEVICE_EXTENSION* UsableContext(WDFDEVICE device) {
+DEVICE_EXTENSION* UsableContext(const char* operation, WDFDEVICE device) {
   DEVICE_EXTENSION* context = DeviceContextOf(device);
   if (context == nullptr || context->HostInterface == nullptr || context->HostInterface->HopCount == 0) {
-    TraceWarning("nothing to power");
+    TraceWarningBy(operation, "nothing to power");
     return nullptr;
   }
   return context;
@@ -87,7 +87,7 @@ const char* KivUsb4DevicePowerStateString(WDF_POWER_DEVICE_STATE state) {
 
 NTSTATUS USB4EvtDeviceD0Entry(WDFDEVICE device, WDF_POWER_DEVICE_STATE previousState) {
   TraceInfo("entering D0", "from", KivUsb4DevicePowerStateString(previousState));
-  DEVICE_EXTENSION* context = UsableContext(device);
+  DEVICE_EXTENSION* context = UsableContext(__func__, device);
   if (context == nullptr) return kStatusOk;
   if (context->Domain == nullptr) TraceError("no domain");
   if (previousState == WdfPowerDeviceD3) context->PoweredDown.Set(false);
@@ -98,7 +98,7 @@ NTSTATUS USB4WdfDeviceD0EntryPostInterruptsEnabled(WDFDEVICE device, WDF_POWER_D
   DEVICE_EXTENSION* context = DeviceContextOf(device);
   if (context == nullptr) return kStatusNoDomain;
   // Before the domain, which such a preparation never builds: a host interface without rings is not an error.
-  if (UsableContext(device) == nullptr) return kStatusOk;
+  if (UsableContext(__func__, device) == nullptr) return kStatusOk;
   USB4_DOMAIN* domain = context->Domain;
   if (domain == nullptr) return kStatusNoDomain;
   if (previousState == WdfPowerDeviceD3Final) {
@@ -114,7 +114,7 @@ NTSTATUS USB4WdfDeviceD0EntryPostInterruptsEnabled(WDFDEVICE device, WDF_POWER_D
 
 NTSTATUS USB4WdfDeviceD0ExitPreInterruptsDisabled(WDFDEVICE device, WDF_POWER_DEVICE_STATE targetState) {
   TraceInfo("leaving D0", "to", KivUsb4DevicePowerStateString(targetState));
-  DEVICE_EXTENSION* context = UsableContext(device);
+  DEVICE_EXTENSION* context = UsableContext(__func__, device);
   if (context == nullptr || context->Domain == nullptr) return kStatusOk;
   RememberWhy(device, context->Domain);
   if (targetState == WdfPowerDeviceD3) EnterD3(context);
@@ -124,7 +124,7 @@ NTSTATUS USB4WdfDeviceD0ExitPreInterruptsDisabled(WDFDEVICE device, WDF_POWER_DE
 
 NTSTATUS USB4EvtDeviceD0Exit(WDFDEVICE device, WDF_POWER_DEVICE_STATE targetState) {
   TraceInfo("out of D0", "to", KivUsb4DevicePowerStateString(targetState));
-  DEVICE_EXTENSION* context = UsableContext(device);
+  DEVICE_EXTENSION* context = UsableContext(__func__, device);
   if (context == nullptr || context->Domain == nullptr) return kStatusOk;
   if (targetState < WdfPowerDeviceD1 || targetState > WdfPowerDeviceD3) return kStatusOk;
   const PowerDownScope powerDown(*context->Domain);

@@ -44,7 +44,9 @@ class BusInterface {
   explicit BusInterface(WDFDEVICE device) {
     status_ = WdfFdoQueryForInterface(device, &GUID_BUS_INTERFACE_STANDARD, reinterpret_cast<PINTERFACE>(&bus_),
                                       sizeof bus_, 1, nullptr);
-    if (!NT_SUCCESS(status_)) TraceError("no bus interface", "status", status_);
+    if (!NT_SUCCESS(status_)) {
+      TraceErrorBy(NAME_OF(RunPowerOnSequenceOnce), "no bus interface", "status", AsStatus(status_));
+    }
   }
   ~BusInterface() {
     if (NT_SUCCESS(status_)) bus_.InterfaceDereference(bus_.Context);
@@ -98,5 +100,5 @@ void RunPowerOnSequenceOnce(WDFDEVICE device) {
   if (!bus.IsUsable() || bus.Read(kIdentityOffset) != kIdentity) return;
   if (!driver->PowerOnSequenceRun.ChangeFrom(0, 1)) return;
   const KIV_RESULT result = RunSequence(bus);
-  TraceInfo("power-on sequence", "result", result);
+  TraceInfo("power-on sequence", "result", AsResult(result));
 }

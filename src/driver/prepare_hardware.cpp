@@ -28,7 +28,7 @@ struct MEMORY_RANGES {
 NTSTATUS AllocateHostInterface(DEVICE_EXTENSION* context) {
   USB4_HOST_INTERFACE* hostInterface = PoolNew<USB4_HOST_INTERFACE>();
   if (hostInterface == nullptr) {
-    TraceError("no memory for the host interface");
+    TraceErrorBy(NAME_OF(USB4EvtDevicePrepareHardware), "no memory for the host interface");
     return kStatusNoResources;
   }
   hostInterface->Device = context->Device;
@@ -45,14 +45,17 @@ void TakeMemory(const CM_PARTIAL_RESOURCE_DESCRIPTOR& descriptor, MEMORY_RANGES*
   const ULONG index = ranges->Count++;
   const MEMORY_RANGE range = {descriptor.u.Memory.Start, descriptor.u.Memory.Length};
   if (index == 0) ranges->Bar0 = range;
-  TraceInfo("memory resource", "name", index < 2 ? kNames[index] : "<unrecognized>", "start", range.Start.QuadPart,
-            "length", range.Length);
+  TraceInfoBy(NAME_OF(USB4EvtDevicePrepareHardware), "memory resource", "name",
+              index < 2 ? kNames[index] : "<unrecognized>", "start", AsHex(range.Start.QuadPart), "length",
+              range.Length);
 }
 
 void TakeInterrupt(WDFDEVICE device, PCM_PARTIAL_RESOURCE_DESCRIPTOR raw, PCM_PARTIAL_RESOURCE_DESCRIPTOR translated,
                    const MEMORY_RANGES& ranges) {
   const NTSTATUS status = KivUsb4InitializeInterrupt(device, raw, translated);
-  if (!NT_SUCCESS(status)) TraceError("interrupt not created", "status", status);
+  if (!NT_SUCCESS(status)) {
+    TraceErrorBy(NAME_OF(USB4EvtDevicePrepareHardware), "interrupt not created", "status", AsStatus(status));
+  }
   if (ranges.Count != 0) RunPowerOnSequenceOnce(device);
 }
 
@@ -62,7 +65,7 @@ NTSTATUS WalkResources(WDFDEVICE device, const RESOURCES& resources, MEMORY_RANG
     PCM_PARTIAL_RESOURCE_DESCRIPTOR translated = WdfCmResourceListGetDescriptor(resources.Translated, i);
     PCM_PARTIAL_RESOURCE_DESCRIPTOR raw = WdfCmResourceListGetDescriptor(resources.Raw, i);
     if (translated == nullptr || raw == nullptr) {
-      TraceError("resource descriptor missing", "index", i);
+      TraceErrorBy(NAME_OF(USB4EvtDevicePrepareHardware), "resource descriptor missing", "index", i);
       return kStatusNoDescriptor;
     }
     if (translated->Type == CmResourceTypeInterrupt) TakeInterrupt(device, raw, translated, *ranges);
@@ -96,9 +99,11 @@ NTSTATUS BuildDomain(DEVICE_EXTENSION* context, const TUNNEL_POLICY_NAMES& names
   context->PoweredDown.Set(false);
   const NTSTATUS status = KivUsb4ReadActiveComputerNameFromRegistry(domain);
   // A host without a name offers a default one to its peers.
-  if (!NT_SUCCESS(status)) TraceInfo("no computer name", "status", status);
-  TraceInfo("domain built", "hops", context->HostInterface->HopCount, "USB3", domain->Usb3TunnelSupported, "PCIe",
-            domain->PcieTunnelSupported);
+  if (!NT_SUCCESS(status)) {
+    TraceInfoBy(NAME_OF(USB4EvtDevicePrepareHardware), "no computer name", "status", AsStatus(status));
+  }
+  TraceInfoBy(NAME_OF(USB4EvtDevicePrepareHardware), "domain built", "hops", context->HostInterface->HopCount, "USB3",
+              domain->Usb3TunnelSupported, "PCIe", domain->PcieTunnelSupported);
   return kStatusOk;
 }
 
@@ -112,7 +117,7 @@ NTSTATUS USB4EvtDevicePrepareHardware(WDFDEVICE device, WDFCMRESLIST raw, WDFCMR
   NTSTATUS status = AllocateHostInterface(context);
   if (!NT_SUCCESS(status)) return status;
   status = KivUsb4XdomainInit(context->HostInterface);
-  if (!NT_SUCCESS(status)) TraceError("no properties for peers", "status", status);
+  if (!NT_SUCCESS(status)) TraceError("no properties for peers", "status", AsStatus(status));
   MEMORY_RANGES ranges = {};
   status = WalkResources(device, {raw, translated}, &ranges);
   if (!NT_SUCCESS(status)) return status;

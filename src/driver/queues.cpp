@@ -15,6 +15,7 @@ namespace {
 // manual and gets its requests by forwarding.
 struct QueueRow {
   KIV_QUEUE_KIND Kind;
+  const char* Name;
   WDFQUEUE DEVICE_EXTENSION::*Field;
   WDF_REQUEST_TYPE Routed = WdfRequestTypeNoFormat;
   PFN_WDF_IO_QUEUE_IO_DEVICE_CONTROL Control = nullptr;
@@ -27,25 +28,29 @@ struct QueueRow {
 // In the order of creation.
 constexpr QueueRow kQueues[] = {
     {.Kind = KIV_QUEUE_DEVICE_CONTROL,
+     .Name = "device control",
      .Field = &DEVICE_EXTENSION::IoctlQueue,
      .Routed = WdfRequestTypeDeviceControl,
      .Control = KivUsb4EvtIoDeviceControl},
     {.Kind = KIV_QUEUE_INTERNAL_DEVICE_CONTROL,
+     .Name = "internal device control",
      .Field = &DEVICE_EXTENSION::InternalIoctlQueue,
      .Routed = WdfRequestTypeDeviceControlInternal,
      .InternalControl = KivUsb4EvtIoDeviceControl},
     {.Kind = KIV_QUEUE_READ,
+     .Name = "read",
      .Field = &DEVICE_EXTENSION::ReadQueue,
      .Routed = WdfRequestTypeRead,
      .Read = KivUsb4EvtIoRead},
     {.Kind = KIV_QUEUE_WRITE,
+     .Name = "write",
      .Field = &DEVICE_EXTENSION::WriteQueue,
      .Routed = WdfRequestTypeWrite,
      .Write = KivUsb4EvtIoWrite,
      .Passive = true},
-    {.Kind = KIV_QUEUE_PENDING_READ, .Field = &DEVICE_EXTENSION::PendingQueue1},
-    {.Kind = KIV_QUEUE_PENDING_SPARE, .Field = &DEVICE_EXTENSION::PendingQueue2},
-    {.Kind = KIV_QUEUE_PENDING_CONNECTION, .Field = &DEVICE_EXTENSION::PendingQueue0},
+    {.Kind = KIV_QUEUE_PENDING_READ, .Name = "pending read", .Field = &DEVICE_EXTENSION::PendingQueue1},
+    {.Kind = KIV_QUEUE_PENDING_SPARE, .Name = "pending spare", .Field = &DEVICE_EXTENSION::PendingQueue2},
+    {.Kind = KIV_QUEUE_PENDING_CONNECTION, .Name = "pending connection", .Field = &DEVICE_EXTENSION::PendingQueue0},
 };
 
 const QueueRow& RowOf(KIV_QUEUE_KIND kind) {
@@ -82,7 +87,7 @@ NTSTATUS KivUsb4CreateQueue(WDFDEVICE device, DEVICE_EXTENSION* context, KIV_QUE
   if (NT_SUCCESS(status) && row.Routed != WdfRequestTypeNoFormat) {
     status = WdfDeviceConfigureRequestDispatching(device, queue, row.Routed);
   }
-  if (!NT_SUCCESS(status)) TraceError("queue not created", "kind", kind, "status", status);
+  if (!NT_SUCCESS(status)) TraceError("queue not created", "queue", row.Name, "status", AsStatus(status));
   return status;
 }
 

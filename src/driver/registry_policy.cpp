@@ -44,7 +44,7 @@ ULONG KivUsb4ReadTunnelSupportFromRegistry(WDFDEVICE device, const REGISTRY_NAME
   ULONG value = 0;
   const NTSTATUS status = Query(device, name, &value);
   if (!NT_SUCCESS(status)) {
-    TraceInfo("registry value missing, its default holds", "status", status);
+    TraceInfo("registry value missing, its default holds", "status", AsStatus(status));
     return 0;
   }
   return value;

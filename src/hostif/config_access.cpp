@@ -21,6 +21,7 @@ struct Access {
   USB4_CTL* Channel;
   const USB4_CFG_TARGET& Target;
   std::uint32_t Pdf;
+  const char* Operation;           // the public one that runs it
   const std::uint32_t* WriteData;  // null for a read
   std::uint32_t* ReadBuffer;       // null for a write
   USB4_CFG_RESULT Result;
@@ -71,15 +72,15 @@ void TakeAnswer(Access& access, const std::uint32_t* answer) {
 void Attempt(Access& access, std::uint32_t attempt, ULONG timeoutMs) {
   USB4_CFG_REQUEST* request = AllocateRequest();
   if (request == nullptr) {
-    TraceError("no memory for a request");
+    TraceErrorBy(access.Operation, "no memory for a request");
     access.Result.Err = kKivFailed;
     return;
   }
   FillRequest(request, access, attempt);
-  TraceStep("configuration access", "controller", ControllerIndexOf(access.Channel->HostInterface), "access",
-            access.WriteData == nullptr ? "read" : "write", "route", access.Target.Route, "adapter",
-            access.Target.Adapter, "space", access.Target.Range.Space, "offset", access.Target.Range.Offset, "length",
-            access.Dwords(), "sequence", attempt);
+  TraceStepBy(access.Operation, "configuration access", "controller", ControllerIndexOf(access.Channel->HostInterface),
+              "access", AsWord(PacketTypeName(access.Pdf)), "route", AsRoute(access.Target.Route), "adapter",
+              access.Target.Adapter, "space", access.Target.Range.Space, "offset", AsHex(access.Target.Range.Offset),
+              "length", access.Dwords(), "sequence", attempt);
   access.Result = KivUsb4CfgRequestSync(access.Channel, request, timeoutMs);
   if (access.Result.Err == kKivNotSent) return;  // the request is gone already
   if (access.Result.Err == kKivOk) TakeAnswer(access, request->ResponseWords);
@@ -104,8 +105,8 @@ USB4_CFG_RESULT Run(Access access, ULONG timeoutMs) {
     if (access.Result.Err != kKivNoAnswer) break;
   }
   if (attempts == kMostAttempts) {
-    TraceWarning("last attempt used", "route", access.Target.Route, "adapter", access.Target.Adapter, "err",
-                 access.Result.Err);
+    TraceWarningBy(access.Operation, "last attempt used", "route", AsRoute(access.Target.Route), "adapter",
+                   access.Target.Adapter, "result", AsResult(access.Result.Err));
   }
   if (attempts == 0) {
     // A device that is powered down has answered nothing; an answer of zeros is what is then judged.
@@ -116,15 +117,16 @@ USB4_CFG_RESULT Run(Access access, ULONG timeoutMs) {
 }
 
 // What an error packet says makes no difference to the caller; the trace keeps what was refused.
-KIV_RESULT TraceFailure(const char* access, const USB4_CFG_TARGET& target, const USB4_CFG_RESULT& result) {
+KIV_RESULT TraceFailure(const char* operation, const USB4_CFG_TARGET& target, const USB4_CFG_RESULT& result) {
   if (result.Err == kKivOk) return kKivOk;
   if (result.Err == kKivErrorPacket) {
-    TraceError("refused by an error packet", "access", access, "route", target.Route, "adapter", target.Adapter,
-               "space", target.Range.Space, "offset", target.Range.Offset, "length", target.Range.Length, "code",
-               result.Code);
+    TraceErrorBy(operation, "refused by an error packet", "route", AsRoute(target.Route), "adapter", target.Adapter,
+                 "space", target.Range.Space, "offset", AsHex(target.Range.Offset), "length", target.Range.Length,
+                 "code", result.Code);
   } else {
-    TraceError("access failed", "access", access, "route", target.Route, "adapter", target.Adapter, "space",
-               target.Range.Space, "offset", target.Range.Offset, "length", target.Range.Length, "err", result.Err);
+    TraceErrorBy(operation, "access failed", "route", AsRoute(target.Route), "adapter", target.Adapter, "space",
+                 target.Range.Space, "offset", AsHex(target.Range.Offset), "length", target.Range.Length, "result",
+                 AsResult(result.Err));
   }
   return kKivFailed;
 }
@@ -133,28 +135,28 @@ KIV_RESULT TraceFailure(const char* access, const USB4_CFG_TARGET& target, const
 
 USB4_CFG_RESULT Usb4CfgReadRaw(USB4_CTL* channel, std::uint32_t* buffer, const USB4_CFG_TARGET& target,
                                ULONG timeoutMs) {
-  return Run({channel, target, USB4_PDF_READ, nullptr, buffer, {}}, timeoutMs);
+  return Run({channel, target, USB4_PDF_READ, __func__, nullptr, buffer, {}}, timeoutMs);
 }
 
 USB4_CFG_RESULT KivUsb4CfgWriteRaw(USB4_CTL* channel, const std::uint32_t* buffer, const USB4_CFG_TARGET& target,
                                    ULONG timeoutMs) {
-  return Run({channel, target, USB4_PDF_WRITE, buffer, nullptr, {}}, timeoutMs);
+  return Run({channel, target, USB4_PDF_WRITE, __func__, buffer, nullptr, {}}, timeoutMs);
 }
 
 KIV_RESULT KivUsb4CfgRead(USB4_CTL* channel, std::uint32_t* buffer, const USB4_CFG_TARGET& target) {
   if (channel == nullptr) {
-    TraceError("no control channel", "route", target.Route);
+    TraceError("no control channel", "route", AsRoute(target.Route));
     return kKivOk;
   }
-  return TraceFailure("read", target, Usb4CfgReadRaw(channel, buffer, target, kControlReplyMs));
+  return TraceFailure(__func__, target, Usb4CfgReadRaw(channel, buffer, target, kControlReplyMs));
 }
 
 KIV_RESULT KivUsb4CfgWrite(USB4_CTL* channel, const std::uint32_t* buffer, const USB4_CFG_TARGET& target) {
   if (channel == nullptr) {
-    TraceError("no control channel", "route", target.Route);
+    TraceError("no control channel", "route", AsRoute(target.Route));
     return kKivFailed;
   }
-  return TraceFailure("write", target, KivUsb4CfgWriteRaw(channel, buffer, target, kControlReplyMs));
+  return TraceFailure(__func__, target, KivUsb4CfgWriteRaw(channel, buffer, target, kControlReplyMs));
 }
 
 KIV_RESULT KivUsb4CfgGetUpstreamPort(USB4_CTL* channel, USB4_ROUTE route) {

@@ -44,13 +44,16 @@ void WaitForAnswer(USB4_CFG_REQUEST* request, ULONG timeoutMs) {
   const NTSTATUS status = WaitForEventOrAbort(DomainOf(request->Channel), request->Done, timeoutMs);
   if (status == kStatusOk || !GiveUp(request)) return;
   if (status == kStatusWaitTimedOut) {
-    TraceError("CMD_TIMEOUT", "route", RouteOfRequest(request), "type", request->RequestPdf, "ms", timeoutMs);
+    TraceErrorBy(NAME_OF(KivUsb4CfgRequestSync), "CMD_TIMEOUT", "route", AsRoute(RouteOfRequest(request)), "type",
+                 AsWord(PacketTypeName(request->RequestPdf)), "timeout", AsMs(timeoutMs));
     request->Result.Err = kKivNoAnswer;
   } else if (status == kStatusAborted) {
-    TraceWarning("answer not waited for", "route", RouteOfRequest(request), "type", request->RequestPdf);
+    TraceWarningBy(NAME_OF(KivUsb4CfgRequestSync), "answer not waited for", "route", AsRoute(RouteOfRequest(request)),
+                   "type", AsWord(PacketTypeName(request->RequestPdf)));
     request->Result.Err = kKivFailed;
   } else {
-    TraceError("OTHER ERROR", "route", RouteOfRequest(request), "type", request->RequestPdf, "status", status);
+    TraceErrorBy(NAME_OF(KivUsb4CfgRequestSync), "OTHER ERROR", "route", AsRoute(RouteOfRequest(request)), "type",
+                 AsWord(PacketTypeName(request->RequestPdf)), "status", AsStatus(status));
   }
 }
 
@@ -82,7 +85,7 @@ KIV_RESULT KivUsb4CfgRequestEnqueue(USB4_CTL* channel, USB4_CFG_REQUEST* request
       return kKivOk;
     }
   }
-  TraceError("control channel does not run", "type", request->RequestPdf);
+  TraceError("control channel does not run", "type", AsWord(PacketTypeName(request->RequestPdf)));
   return kKivFailed;
 }
 
@@ -110,21 +113,22 @@ bool KivUsb4CfgMatch(USB4_CFG_REQUEST* request, const USB4_CTL_PKG* packet) {
   if (packet->Pdf() == USB4_PDF_NOTIFICATION) {
     // An error packet does not say which request it refuses. Requests are nearly always one at a time, so the oldest is
     // the best guess, whatever route the packet names: a lane that is down answers for the router behind it.
-    TraceWarning("error packet ends the oldest request", "route", RouteOfRequest(request));
+    TraceWarning("error packet ends the oldest request", "route", AsRoute(RouteOfRequest(request)));
     return true;
   }
   const USB4_ROUTE route = PacketRoute(packet->Buffer);
   if (packet->Pdf() != request->ResponsePdf || route != RouteOfRequest(request) ||
       packet->Bytes() != request->ResponseBytes) {
-    TraceWarning("not the answer", "type", packet->Pdf(), "route", route, "bytes", packet->Bytes(), "wanted type",
-                 request->ResponsePdf, "wanted route", RouteOfRequest(request), "wanted bytes", request->ResponseBytes);
+    TraceWarning("not the answer", "type", AsWord(PacketTypeName(packet->Pdf())), "route", AsRoute(route), "bytes",
+                 packet->Bytes(), "wanted type", AsWord(PacketTypeName(request->ResponsePdf)), "wanted route",
+                 AsRoute(RouteOfRequest(request)), "wanted bytes", request->ResponseBytes);
     return false;
   }
   if (!SequenceMatters(packet->Pdf())) return true;
   const std::uint32_t sent = USB4_CFG_ADDRESS::Sequence::Get(request->Request[2]);
   const std::uint32_t found = USB4_CFG_ADDRESS::Sequence::Get(packet->Buffer[2]);
   if (sent == found) return true;
-  TraceWarning("answer to another attempt", "route", route, "sent", sent, "found", found);
+  TraceWarning("answer to another attempt", "route", AsRoute(route), "sent", sent, "found", found);
   return false;
 }
 
@@ -136,16 +140,16 @@ bool KivUsb4CfgRequestCopy(USB4_CFG_REQUEST* request, const USB4_CTL_PKG* packet
 }
 
 KIV_RESULT KivUsb4CfgRequest(USB4_CTL* channel, USB4_CFG_REQUEST* request) {
-  KIV_RESULT err = KivUsb4CfgRequestEnqueue(channel, request);
-  if (err != kKivOk) {
+  KIV_RESULT result = KivUsb4CfgRequestEnqueue(channel, request);
+  if (result != kKivOk) {
     ReleaseRequest(request);
-    return err;
+    return result;
   }
-  err = KivUsb4CtlTx(channel, request->Request, request->RequestBytes, request->RequestPdf);
-  if (err == kKivOk && request->Response != nullptr) return kKivOk;
+  result = KivUsb4CtlTx(channel, request->Request, request->RequestBytes, request->RequestPdf);
+  if (result == kKivOk && request->Response != nullptr) return kKivOk;
   KivUsb4CfgRequestDequeue(channel, request);
   ReleaseRequest(request);
-  return err;
+  return result;
 }
 
 USB4_CFG_RESULT KivUsb4CfgRequestSync(USB4_CTL* channel, USB4_CFG_REQUEST* request, ULONG timeoutMs) {
@@ -179,7 +183,7 @@ void DropOutstandingRequests(USB4_CTL* channel) {
     }
   }
   while (USB4_CFG_REQUEST* request = dropped.TakeFirst()) {
-    TraceWarning("request still outstanding at the stop", "route", RouteOfRequest(request));
+    TraceWarning("request still outstanding at the stop", "route", AsRoute(RouteOfRequest(request)));
     ReleaseRequest(request);
   }
 }

@@ -57,7 +57,9 @@ void FreeRingsAndPackets(USB4_CTL* channel) {
 }
 
 void TraceWorkItemFailure(const char* item, NTSTATUS status) {
-  if (!NT_SUCCESS(status)) TraceError("work item not created", "item", item, "status", status);
+  if (!NT_SUCCESS(status)) {
+    TraceErrorBy(NAME_OF(KivUSB4CtlAlloc), "work item not created", "item", item, "status", AsStatus(status));
+  }
 }
 
 // Without one of them the device still enumerates; what needs the item finds it missing.
@@ -108,8 +110,8 @@ void KivUsb4CtlStart(USB4_CTL* channel) {
   Usb4RingStart(channel->TransmitRing);
   Usb4RingStart(channel->ReceiveRing);
   for (USB4_CTL_PKG* packet : channel->ReceivePackets) {
-    if (KIV_RESULT err = KivUsb4RingRx(channel->ReceiveRing, &packet->Frame)) {
-      TraceError("receive packet not posted", "err", err);
+    if (KIV_RESULT result = KivUsb4RingRx(channel->ReceiveRing, &packet->Frame)) {
+      TraceError("receive packet not posted", "result", AsResult(result));
     }
   }
   channel->Running.Set(true);
@@ -134,7 +136,7 @@ USB4_CTL_PKG* KivUsb4CtlPkgAlloc(USB4_CTL* channel, USB4_RING* ring) {
   DMA_BUFFER buffer{};
   NTSTATUS status = CreateDmaBuffer(*ring->HostInterface, kControlBufferBytes, &buffer);
   if (!NT_SUCCESS(status)) {
-    TraceError("no buffer for a packet", "status", status);
+    TraceError("no buffer for a packet", "status", AsStatus(status));
     return nullptr;
   }
   packet->Owner = channel;
@@ -159,9 +161,9 @@ KIV_RESULT KivUsb4CtlTx(USB4_CTL* channel, const std::uint32_t* packet, std::uin
   if (sent == nullptr) return kKivFailed;
   BuildPacket(sent, packet, bytes, pdf);
   sent->Frame.Completion = FreeSent;
-  KIV_RESULT err = KivUsb4RingFrameEnqueue(channel->TransmitRing, &sent->Frame);
-  if (err != kKivOk) KivUsb4CtlPkgFree(sent);
-  return err;
+  KIV_RESULT result = KivUsb4RingFrameEnqueue(channel->TransmitRing, &sent->Frame);
+  if (result != kKivOk) KivUsb4CtlPkgFree(sent);
+  return result;
 }
 
 KIV_RESULT KivUsb4CfgAckPlug(USB4_CTL* channel, USB4_ROUTE route, std::uint32_t adapter, bool unplug) {

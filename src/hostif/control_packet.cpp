@@ -12,17 +12,21 @@ std::int32_t SignExtend4(std::uint32_t nibble) {
 
 KIV_RESULT CheckField(const char* field, std::uint64_t expected, std::uint64_t found) {
   if (expected == found) return kKivOk;
-  TraceError("header field differs", "field", field, "expected", expected, "found", found);
+  TraceErrorBy(NAME_OF(KivUsb4CheckHeader), "header field differs", "field", field, "expected", expected, "found",
+               found);
   return kKivIoError;
 }
 
 void TraceUnlessZero(const char* bits, std::uint32_t found) {
-  if (found != 0) TraceWarning("bits of the error word should be zero", "bits", bits, "found", found);
+  if (found != 0)
+    TraceWarningBy(NAME_OF(KivUsb4DecodeError), "bits of the error word should be zero", "bits", bits, "found",
+                   AsHex(found));
 }
 
 KIV_RESULT CheckAddressField(const char* field, std::uint64_t asked, std::uint64_t found) {
   if (asked == found) return kKivOk;
-  TraceError("address word does not echo the request", "field", field, "asked", asked, "found", found);
+  TraceErrorBy(NAME_OF(KivUsb4CheckConfigAddress), "address word does not echo the request", "field", field, "asked",
+               asked, "found", found);
   return kKivFailed;
 }
 
@@ -31,7 +35,7 @@ KIV_RESULT CheckAddressField(const char* field, std::uint64_t asked, std::uint64
 USB4_CFG_HEADER Usb4CfgMakeHeader(USB4_ROUTE route) {
   const USB4_CFG_HEADER header = {RouteHighWord::Route::Of(static_cast<std::uint32_t>(route >> 32)),
                                   static_cast<std::uint32_t>(route)};
-  if (Usb4CfgParseRoute(header) != route) TraceError("route does not fit a header", "route", route);
+  if (Usb4CfgParseRoute(header) != route) TraceError("route does not fit a header", "route", AsRoute(route));
   return header;
 }
 
@@ -44,17 +48,21 @@ USB4_ROUTE PacketRoute(const std::uint32_t* packet) {
 }
 
 KIV_RESULT KivUsb4CheckHeader(const USB4_CTL_PKG* packet, const USB4_PACKET_EXPECTATION& expected) {
-  if (KIV_RESULT err = CheckField("size", expected.Bytes, packet->Bytes())) return err;
-  if (KIV_RESULT err = CheckField("type", expected.Pdf, packet->Pdf())) return err;
-  if (KIV_RESULT err = CheckField("start of frame", 0, FrameWord::StartPdf::Get(packet->Frame.Word))) return err;
+  if (KIV_RESULT result = CheckField("size", expected.Bytes, packet->Bytes())) return result;
+  if (KIV_RESULT result = CheckField("type", expected.Pdf, packet->Pdf())) return result;
+  if (KIV_RESULT result = CheckField("start of frame", 0, FrameWord::StartPdf::Get(packet->Frame.Word))) return result;
   const std::uint32_t mark = RouteHighWord::Mark::Get(packet->Buffer[0]);
-  if (KIV_RESULT err = CheckField("received mark", kReceivedRouteMark, mark)) return err;
-  return CheckField("route", expected.Route, PacketRoute(packet->Buffer));
+  if (KIV_RESULT result = CheckField("received mark", kReceivedRouteMark, mark)) return result;
+  const USB4_ROUTE route = PacketRoute(packet->Buffer);
+  if (route == expected.Route) return kKivOk;
+  TraceError("header field differs", "field", "route", "expected", AsRoute(expected.Route), "found", AsRoute(route));
+  return kKivIoError;
 }
 
 USB4_CFG_RESULT KivUsb4ParseHeader(const USB4_CTL_PKG* packet, const USB4_PACKET_EXPECTATION& expected) {
   if (packet->Pdf() == USB4_PDF_NOTIFICATION) {
-    TraceError("error packet instead of an answer", "route", expected.Route, "type", expected.Pdf);
+    TraceError("error packet instead of an answer", "route", AsRoute(expected.Route), "type",
+               AsWord(PacketTypeName(expected.Pdf)));
     return KivUsb4DecodeError(packet);
   }
   return {PacketRoute(packet->Buffer), 0, KivUsb4CheckHeader(packet, expected), 0};
@@ -74,9 +82,9 @@ USB4_CFG_RESULT KivUsb4DecodeError(const USB4_CTL_PKG* packet) {
 
 KIV_RESULT KivUsb4CheckConfigAddress(std::uint32_t addressWord, const USB4_REGISTER_RANGE& asked) {
   using Address = USB4_CFG_ADDRESS;
-  if (KIV_RESULT err = CheckAddressField("reserved", 0, Address::Reserved::Get(addressWord))) return err;
-  if (KIV_RESULT err = CheckAddressField("space", asked.Space, Address::Space::Get(addressWord))) return err;
-  if (KIV_RESULT err = CheckAddressField("offset", asked.Offset, Address::Offset::Get(addressWord))) return err;
+  if (KIV_RESULT result = CheckAddressField("reserved", 0, Address::Reserved::Get(addressWord))) return result;
+  if (KIV_RESULT result = CheckAddressField("space", asked.Space, Address::Space::Get(addressWord))) return result;
+  if (KIV_RESULT result = CheckAddressField("offset", asked.Offset, Address::Offset::Get(addressWord))) return result;
   return CheckAddressField("length", asked.Length, Address::Length::Get(addressWord));
 }
 

@@ -21,7 +21,8 @@ bool SortPacket(USB4_CTL* channel, const USB4_CTL_PKG* packet, bool crcGood) {
     case USB4_PDF_ANSWER_8:
     case USB4_PDF_ANSWER_9:
       if (!crcGood) {
-        TraceError("packet dropped for its CRC", "type", packet->Pdf(), "bytes", packet->Bytes());
+        TraceErrorBy(NAME_OF(KivUsb4CtlRxCallback), "packet dropped for its CRC", "type",
+                     AsWord(PacketTypeName(packet->Pdf())), "bytes", packet->Bytes());
         return false;
       }
       if (!KivUsb4AsyncError(packet)) return true;
@@ -39,7 +40,8 @@ bool SortPacket(USB4_CTL* channel, const USB4_CTL_PKG* packet, bool crcGood) {
       if (crcGood) {
         IgnoreResult(GoesToEventCallback(channel, packet));
       } else {
-        TraceError("inter-domain packet with a bad CRC", "type", packet->Pdf(), "bytes", packet->Bytes());
+        TraceErrorBy(NAME_OF(KivUsb4CtlRxCallback), "inter-domain packet with a bad CRC", "type",
+                     AsWord(PacketTypeName(packet->Pdf())), "bytes", packet->Bytes());
       }
       return true;
     default:

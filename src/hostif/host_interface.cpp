@@ -82,7 +82,7 @@ NTSTATUS KivUsb4InitializeDma(USB4_HOST_INTERFACE* hostInterface, WDFDMAENABLER*
   config.WdmDmaVersionOverride = kDmaVersion;
   NTSTATUS status = WdfDmaEnablerCreate(hostInterface->Device, &config, WDF_NO_OBJECT_ATTRIBUTES, enabler);
   if (!NT_SUCCESS(status)) {
-    TraceError("no DMA enabler", "status", status);
+    TraceError("no DMA enabler", "status", AsStatus(status));
     return status;
   }
   if (FragmentsTooLong(*enabler, WdfDmaDirectionReadFromDevice) &&

@@ -25,13 +25,14 @@ void KivUsb4QueueHotplug(USB4_DOMAIN* domain, const USB4_HOTPLUG_CHANGE& change)
   if (context == nullptr) return;
   USB4_HOTPLUG_EVENT* event = PoolNew<USB4_HOTPLUG_EVENT>();
   if (event == nullptr) {
-    TraceError("no memory for an event", "route", change.Route, "adapter", change.Adapter);
+    TraceError("no memory for an event", "route", AsRoute(change.Route), "adapter", change.Adapter);
     return;
   }
   event->Domain = domain;
   event->Route = change.Route;
   event->Adapter = change.Adapter;
   event->Unplug = change.Unplug ? 1 : 0;
-  TraceInfo("hot-plug event queued", "route", change.Route, "adapter", change.Adapter, "unplug", change.Unplug);
+  TraceInfo("hot-plug event queued", "route", AsRoute(change.Route), "adapter", change.Adapter, "unplug",
+            change.Unplug);
   KivUsb4QueueWorkItemData(context->WorkItem, context, event);
 }

@@ -33,13 +33,13 @@ NTSTATUS USB4SetIdleAndWakeSettings(DEVICE_EXTENSION* context, ULONG idleTimeout
   idle.IdleTimeout = idleTimeoutMs;
   NTSTATUS status = WdfDeviceAssignS0IdleSettings(context->Device, &idle);
   if (!NT_SUCCESS(status)) {
-    TraceError("idle settings refused", "status", status);
+    TraceError("idle settings refused", "status", AsStatus(status));
     return status;
   }
   WDF_DEVICE_POWER_POLICY_WAKE_SETTINGS wake;
   WDF_DEVICE_POWER_POLICY_WAKE_SETTINGS_INIT(&wake);
   status = WdfDeviceAssignSxWakeSettings(context->Device, &wake);
-  if (!NT_SUCCESS(status)) TraceError("wake settings refused", "status", status);
+  if (!NT_SUCCESS(status)) TraceError("wake settings refused", "status", AsStatus(status));
   return status;
 }
 
@@ -52,7 +52,7 @@ void TakePowerReference(USB4_DOMAIN* domain, POWER_REFERENCE_REQUEST request) {
     if (!Settle(domain->IdleStopped, kReferenceHeld)) WdfDeviceResumeIdle(context->Device);
     return;
   }
-  TraceWarning("the device may idle", "status", status);
+  TraceWarning("the device may idle", "status", AsStatus(status));
   IgnoreResult(Settle(domain->IdleStopped, request.OnlyIfGranted ? kReferenceNone : kReferenceRefused));
 }
 

@@ -82,7 +82,7 @@ USB4_RING* Usb4_ring_alloc(USB4_HOST_INTERFACE* hostInterface, const USB4_RING_P
   DMA_BUFFER table{};
   NTSTATUS status = CreateDmaBuffer(*hostInterface, ring->Size * sizeof(USB4_RING_DESCRIPTOR), &table);
   if (!NT_SUCCESS(status)) {
-    TraceError("no descriptor table", "hop", parameters.Hop, "status", status);
+    TraceError("no descriptor table", "hop", parameters.Hop, "status", AsStatus(status));
     return nullptr;
   }
   ring->Descriptors = static_cast<volatile USB4_RING_DESCRIPTOR*>(table.Address);
@@ -93,8 +93,8 @@ USB4_RING* Usb4_ring_alloc(USB4_HOST_INTERFACE* hostInterface, const USB4_RING_P
   ring->Lock.Initialise();
   ring->Mutex.Initialise();
   ring->References.Store(1);
-  if (KIV_RESULT err = KivUsb4AllocHop(hostInterface, ring.Get())) {
-    TraceError("hop not claimed", "hop", parameters.Hop, "transmit", parameters.IsTransmit, "err", err);
+  if (KIV_RESULT result = KivUsb4AllocHop(hostInterface, ring.Get())) {
+    TraceError("hop not claimed", "hop", parameters.Hop, "transmit", parameters.IsTransmit, "result", AsResult(result));
   }
   return ring.Release();
 }

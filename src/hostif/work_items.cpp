@@ -58,7 +58,8 @@ void KivUsb4QueueWorkItemData(WDFWORKITEM workItem, DEVICE_EXTENSION* context, U
   PoolPtr<USB4_HOTPLUG_EVENT> owned(event);
   PoolPtr<USB4_EVENT_NODE> node = PoolPtr<USB4_EVENT_NODE>::New();
   if (!node || workItem == nullptr) {
-    TraceError("event dropped", "route", event->Route, "adapter", event->Adapter, "unplug", event->Unplug);
+    TraceError("event dropped", "route", AsRoute(event->Route), "adapter", event->Adapter, "unplug",
+               event->Unplug != 0);
     return;
   }
   KIV_USB4_WORKER_ITEM_CONTEXT* itemContext = WorkItemContextOf(workItem);

@@ -31,6 +31,11 @@ enum KIV_WORK_KIND : std::uint32_t {
   KIV_WORK_DISCONNECT = 5,
 };
 
+inline const char* TraceWord(KIV_WORK_KIND kind) {
+  constexpr const char* kWords[] = {"state", "properties changed", "unconditional", "login", "connected", "disconnect"};
+  return kWords[kind];
+}
+
 // Stores the argument and queues the item; an item queued already keeps only the newest argument. 0xC0000033 while the
 // device is not ready for this kind. A null item is ignored with success.
 _IRQL_requires_max_(DISPATCH_LEVEL) [[nodiscard]] NTSTATUS

@@ -15,6 +15,11 @@ enum USB4_CFG_SPACE : std::uint32_t {
   USB4_CFG_SPACE_COUNTERS = 3,
 };
 
+inline const char* TraceWord(USB4_CFG_SPACE space) {
+  constexpr const char* kWords[] = {"path", "adapter", "router", "counters"};
+  return kWords[space & 3u];
+}
+
 // Packet types on the control ring. Of those without a name each goes to the outstanding requests, and no further.
 enum USB4_PDF : std::uint32_t {
   USB4_PDF_READ = 1,
@@ -31,6 +36,27 @@ enum USB4_PDF : std::uint32_t {
   USB4_PDF_FIRMWARE_REQUEST = 11,
   USB4_PDF_FIRMWARE_RESPONSE = 12,
 };
+
+// For traces, of any value that a packet may carry.
+inline const char* PacketTypeName(std::uint32_t pdf) {
+  constexpr const char* kNames[] = {"0",
+                                    "read",
+                                    "write",
+                                    "notification",
+                                    "4",
+                                    "hot plug",
+                                    "inter-domain request",
+                                    "inter-domain response",
+                                    "8",
+                                    "9",
+                                    "10",
+                                    "firmware request",
+                                    "firmware response",
+                                    "13",
+                                    "14",
+                                    "15"};
+  return kNames[pdf & 15u];
+}
 
 // Dword 2 of every read and write request and of their answers.
 struct USB4_CFG_ADDRESS {

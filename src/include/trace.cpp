@@ -43,7 +43,7 @@ class UserData {
   ULONG Count() const { return count_; }
 
  private:
-  EVENT_DATA_DESCRIPTOR pieces_[4 + 3 * trace_detail::kMostFields];
+  EVENT_DATA_DESCRIPTOR pieces_[4 + 4 * trace_detail::kMostFields];
   ULONG count_ = 0;
 };
 
@@ -67,11 +67,13 @@ void TraceEmit(const TraceSite& site, const TraceField* fields, std::size_t coun
   data.Add(&fieldCount, sizeof fieldCount);
   for (std::size_t i = 0; i < count; ++i) {
     data.AddText(fields[i].Key);
-    data.Add(&fields[i].Kind, sizeof fields[i].Kind);
-    if (fields[i].Kind == 3) {
-      data.AddText(fields[i].Text);
-    } else {
-      data.Add(&fields[i].Number, sizeof fields[i].Number);
+    const TraceValue& value = fields[i].Value;
+    data.Add(&value.Kind, sizeof value.Kind);
+    if (value.Text != nullptr) data.AddText(value.Text);
+    if (value.Kind == TraceKind::Adapter) {
+      data.Add(&value.Number, sizeof(std::uint8_t));
+    } else if (value.Text == nullptr) {
+      data.Add(&value.Number, sizeof value.Number);
     }
   }
   const EVENT_DESCRIPTOR descriptor = DescriptorFor(site.Level, site.Opcode);

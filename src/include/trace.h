@@ -1,25 +1,30 @@
 // Tracing: one event per thing worth telling, written to the platform's tracing facility. Runs at any IRQL.
 //
 // An event carries no formatted text. Its user data is, packed and little-endian:
-//   operation   text, NUL-terminated: the function that speaks
+//   operation   text, NUL-terminated: the public operation that speaks
 //   what        text, NUL-terminated: what happened
 //   line        32 bits
 //   count       8 bits, then that many fields:
 //     key       text, NUL-terminated
-//     kind      8 bits: 1 unsigned, 2 signed, 3 text
-//     value     64 bits for kinds 1 and 2; text, NUL-terminated, for kind 3
+//     kind      8 bits, TraceKind
+//     value     see TraceKind
 // The event's level is 2 (error), 3 (warning) or 4 (information); its opcode is 0, or says that a step begins or ends;
-// id and keyword are 0. Sinks format.
+// id and keyword are 0. Sinks format. Each kind has its like in the platform's self-describing events, TraceKind says
+// which.
 //
-// Use: TraceError("header size differs", "expected", expectedSize, "found", foundSize);
-// Values are integers, enumerators, booleans and NUL-terminated narrow texts. Addresses are refused: they tell a reader
-// nothing and make two equal runs look different.
+// Use: TraceError("router not added", "route", AsRoute(route), "result", AsResult(result));
+// A value without a wrapper is a number, a NUL-terminated narrow text, a bool (as yes or no) or an enumerator (as the
+// word that TraceWord has for it). Addresses are refused: they tell a reader nothing and make two equal runs look
+// different. A helper that is private to its file names the public operation that it works for:
+// TraceErrorBy(NAME_OF(KivUsb4SwitchAlloc), "router is too deep", ...).
 #pragma once
 #include <ntddk.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
+
+#include "include/status.h"
 
 inline constexpr UCHAR kTraceLevelError = 2;
 inline constexpr UCHAR kTraceLevelWarning = 3;
@@ -30,6 +35,20 @@ inline constexpr UCHAR kTraceOpcodeNone = 0;
 inline constexpr UCHAR kTraceOpcodeStart = 1;
 inline constexpr UCHAR kTraceOpcodeStop = 2;
 
+// Numbers are 64 bits wide, texts NUL-terminated. In brackets: type and format in self-describing events.
+enum class TraceKind : std::uint8_t {
+  Unsigned = 1,  // [64 bits]
+  Signed = 2,    // [64 bits, signed]
+  Text = 3,      // [8-bit text]
+  Route = 4,     // a number, whose bytes are adapter numbers [64 bits, hexadecimal]
+  Adapter = 5,   // a text, the router's name, and 8 bits, the adapter's number [8-bit text; 8 bits]
+  Hex = 6,       // a number: a register's word, a mask, an address [64 bits, hexadecimal]
+  Status = 7,    // a number: an NTSTATUS, sign-extended [32 bits, status]
+  Result = 8,    // a number: a KIV_RESULT, sign-extended [32 bits, signed]
+  Word = 9,      // a text: an enumerator [8-bit text]
+  Duration = 10  // a number: milliseconds [32 bits]
+};
+
 struct TraceSite {
   const char* Operation;
   const char* What;
@@ -38,12 +57,41 @@ struct TraceSite {
   UCHAR Opcode;
 };
 
+struct TraceValue {
+  TraceKind Kind;
+  std::uint64_t Number;
+  const char* Text;
+};
+
 struct TraceField {
   const char* Key;
-  const char* Text;
-  std::uint64_t Number;
-  std::uint8_t Kind;
+  TraceValue Value;
 };
+
+constexpr TraceValue AsRoute(std::uint64_t route) {
+  return {TraceKind::Route, route, nullptr};
+}
+// A `Port` is an adapter's record.
+template <class Port>
+constexpr TraceValue AsAdapter(const Port* adapter) {
+  return {TraceKind::Adapter, adapter->Number, adapter->Router->Info.Name};
+}
+constexpr TraceValue AsHex(std::uint64_t word) {
+  return {TraceKind::Hex, word, nullptr};
+}
+constexpr TraceValue AsStatus(NTSTATUS status) {
+  return {TraceKind::Status, static_cast<std::uint64_t>(std::int64_t{status}), nullptr};
+}
+// Also for what an operation returns in place of an error: a state, an adapter's number.
+constexpr TraceValue AsResult(KIV_RESULT result) {
+  return {TraceKind::Result, static_cast<std::uint64_t>(std::int64_t{result}), nullptr};
+}
+constexpr TraceValue AsWord(const char* word) {
+  return {TraceKind::Word, 0, word};
+}
+constexpr TraceValue AsMs(std::uint32_t ms) {
+  return {TraceKind::Duration, ms, nullptr};
+}
 
 // Whether anybody listens at this level. Cheap; asked before a field is built.
 bool TraceIsEnabled(UCHAR level);
@@ -54,17 +102,22 @@ namespace trace_detail {
 inline constexpr std::size_t kMostFields = 8;
 
 template <class Value>
-TraceField MakeField(const char* key, const Value& value) {
-  if constexpr (std::is_convertible_v<const Value&, const char*>) {
-    return {key, value, 0, 3};
+constexpr TraceValue MakeValue(const Value& value) {
+  if constexpr (std::is_same_v<Value, TraceValue>) {
+    return value;
+  } else if constexpr (std::is_convertible_v<const Value&, const char*>) {
+    const char* text = value;
+    return {TraceKind::Text, 0, text == nullptr ? "" : text};
+  } else if constexpr (std::is_same_v<Value, bool>) {
+    return AsWord(value ? "yes" : "no");
   } else if constexpr (std::is_enum_v<Value>) {
-    return MakeField(key, static_cast<std::underlying_type_t<Value>>(value));
+    return AsWord(TraceWord(value));
   } else {
     static_assert(std::is_integral_v<Value>, "a trace field is a number or a text, never an address");
     if constexpr (std::is_signed_v<Value>) {
-      return {key, nullptr, static_cast<std::uint64_t>(static_cast<std::int64_t>(value)), 2};
+      return {TraceKind::Signed, static_cast<std::uint64_t>(std::int64_t{value}), nullptr};
     } else {
-      return {key, nullptr, static_cast<std::uint64_t>(value), 1};
+      return {TraceKind::Unsigned, value, nullptr};
     }
   }
 }
@@ -73,7 +126,7 @@ inline void Fill(TraceField*) {}
 
 template <class Value, class... Rest>
 void Fill(TraceField* field, const char* key, const Value& value, const Rest&... rest) {
-  *field = MakeField(key, value);
+  *field = {key, MakeValue(value)};
   Fill(field + 1, rest...);
 }
 
@@ -110,15 +163,25 @@ class TracedStep {
   bool told_;
 };
 
-#define TRACE_SITE(what, level, opcode)                                 \
-  TraceSite {                                                           \
-    __func__, what, static_cast<std::uint32_t>(__LINE__), level, opcode \
+// The name of an operation as text; a name that is not declared does not compile.
+#define NAME_OF(operation) (static_cast<void>(&operation), #operation)
+
+#define TRACE_SITE(operation, what, level, opcode)                       \
+  TraceSite {                                                            \
+    operation, what, static_cast<std::uint32_t>(__LINE__), level, opcode \
   }
-#define TRACE_EVENT_AT(level, what, ...) \
-  TraceEvent(TRACE_SITE(what, level, kTraceOpcodeNone) __VA_OPT__(, ) __VA_ARGS__)
-#define TraceInfo(what, ...) TRACE_EVENT_AT(kTraceLevelInfo, what __VA_OPT__(, ) __VA_ARGS__)
-#define TraceWarning(what, ...) TRACE_EVENT_AT(kTraceLevelWarning, what __VA_OPT__(, ) __VA_ARGS__)
-#define TraceError(what, ...) TRACE_EVENT_AT(kTraceLevelError, what __VA_OPT__(, ) __VA_ARGS__)
+#define TRACE_EVENT_AT(operation, level, what, ...) \
+  TraceEvent(TRACE_SITE(operation, what, level, kTraceOpcodeNone) __VA_OPT__(, ) __VA_ARGS__)
+#define TraceInfoBy(operation, what, ...) TRACE_EVENT_AT(operation, kTraceLevelInfo, what __VA_OPT__(, ) __VA_ARGS__)
+#define TraceWarningBy(operation, what, ...) \
+  TRACE_EVENT_AT(operation, kTraceLevelWarning, what __VA_OPT__(, ) __VA_ARGS__)
+#define TraceErrorBy(operation, what, ...) TRACE_EVENT_AT(operation, kTraceLevelError, what __VA_OPT__(, ) __VA_ARGS__)
 // From here to the end of the scope; one in a scope.
-#define TraceStep(what, ...) \
-  const TracedStep tracedStep(TRACE_SITE(what, kTraceLevelInfo, kTraceOpcodeStart) __VA_OPT__(, ) __VA_ARGS__)
+#define TraceStepBy(operation, what, ...)                                                                    \
+  const TracedStep tracedStep(TRACE_SITE(operation, what, kTraceLevelInfo, kTraceOpcodeStart) __VA_OPT__(, ) \
+                                  __VA_ARGS__)
+// In the public operation itself.
+#define TraceInfo(what, ...) TraceInfoBy(__func__, what __VA_OPT__(, ) __VA_ARGS__)
+#define TraceWarning(what, ...) TraceWarningBy(__func__, what __VA_OPT__(, ) __VA_ARGS__)
+#define TraceError(what, ...) TraceErrorBy(__func__, what __VA_OPT__(, ) __VA_ARGS__)
+#define TraceStep(what, ...) TraceStepBy(__func__, what __VA_OPT__(, ) __VA_ARGS__)

@@ -46,7 +46,7 @@ NTSTATUS Send(WDFIOTARGET target, PWSTR link, DISPLAY_POWER_MESSAGE& message) {
   WDF_IO_TARGET_OPEN_PARAMS_INIT_OPEN_BY_NAME(&open, &name, STANDARD_RIGHTS_ALL);
   NTSTATUS status = WdfIoTargetOpen(target, &open);
   if (!NT_SUCCESS(status)) {
-    TraceWarning("graphics driver not opened", "status", status);
+    TraceWarningBy(NAME_OF(KivUsb4SendIoctlToGFXDriver), "graphics driver not opened", "status", AsStatus(status));
     return status;
   }
   WDF_MEMORY_DESCRIPTOR input;
@@ -55,7 +55,9 @@ NTSTATUS Send(WDFIOTARGET target, PWSTR link, DISPLAY_POWER_MESSAGE& message) {
   WDF_REQUEST_SEND_OPTIONS_INIT(&options, WDF_REQUEST_SEND_OPTION_TIMEOUT);
   options.Timeout = WDF_REL_TIMEOUT_IN_MS(kGraphicsAnswerMs);
   status = WdfIoTargetSendIoctlSynchronously(target, nullptr, kDisplayPowerCode, &input, nullptr, &options, nullptr);
-  if (!NT_SUCCESS(status)) TraceWarning("graphics driver does not answer", "status", status);
+  if (!NT_SUCCESS(status)) {
+    TraceWarningBy(NAME_OF(KivUsb4SendIoctlToGFXDriver), "graphics driver does not answer", "status", AsStatus(status));
+  }
   WdfIoTargetClose(target);
   return status;
 }
@@ -66,13 +68,13 @@ NTSTATUS KivUsb4SendIoctlToGFXDriver(DEVICE_EXTENSION* context, std::uint8_t ada
   InterfaceList interfaces;
   NTSTATUS status = interfaces.Find();
   if (!NT_SUCCESS(status)) {
-    TraceInfo("no graphics driver", "status", status);
+    TraceInfo("no graphics driver", "status", AsStatus(status));
     return status;
   }
   WDFIOTARGET target = nullptr;
   status = WdfIoTargetCreate(context->Device, WDF_NO_OBJECT_ATTRIBUTES, &target);
   if (!NT_SUCCESS(status)) {
-    TraceError("no target", "status", status);
+    TraceError("no target", "status", AsStatus(status));
     return status;
   }
   DISPLAY_POWER_MESSAGE message = {static_cast<UCHAR>(context->ControllerIndex), adapter, {}, state};

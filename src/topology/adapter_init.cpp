@@ -42,7 +42,9 @@ void AllocateTexts(USB4_PORT* adapter) {
   USB4_PATH_TEXT** const texts[] = {&adapter->RegistersText, &adapter->PathsText, &adapter->CountersText};
   for (USB4_PATH_TEXT** text : texts) {
     *text = PoolNew<USB4_PATH_TEXT>();
-    if (*text == nullptr) TraceError("no memory for a diagnostics text", "adapter", adapter->Number);
+    if (*text == nullptr) {
+      TraceErrorBy(NAME_OF(KivUsb4InitPort), "no memory for a diagnostics text", "adapter", AsAdapter(adapter));
+    }
   }
 }
 
@@ -80,7 +82,7 @@ void SettleNamedPairs(USB4_SWITCH* router) {
     if (NamesWholePair(&adapter)) {
       whole |= std::uint64_t{1} << adapter.Number;
     } else {
-      TraceError("no partner by the DROM", "name", router->Info.Name, "adapter", adapter.Number);
+      TraceErrorBy(NAME_OF(KivUsb4SwitchDefaultLinkPorts), "no partner by the DROM", "adapter", AsAdapter(&adapter));
     }
   }
   const auto isWhole = [whole](const USB4_PORT& adapter) { return (whole >> adapter.Number & 1) != 0; };
@@ -103,7 +105,7 @@ KIV_RESULT KivUsb4InitPort(USB4_PORT* adapter) {
       KivUsb4PortRead(adapter, adapter->Header, {USB4_CFG_SPACE_ADAPTER, 0, kAdapterHeaderDwords});
   if (result == kKivFailed) {
     // An adapter that is not there, or a router that has just gone: neither ends the enumeration.
-    TraceWarning("adapter cannot be read", "name", adapter->Router->Info.Name, "adapter", adapter->Number);
+    TraceWarning("adapter cannot be read", "adapter", AsAdapter(adapter));
     adapter->Disabled = 1;
     return kKivOk;
   }

@@ -32,7 +32,7 @@ CAPABILITY_OFFSET _KivUsb4PortFindCap(const USB4_PORT* adapter, std::uint32_t id
     // Tested last: the list's end points to offset 0, whose word is read and compared like a capability's.
     if (offset < 1) return kKivFailed;
   }
-  TraceError("adapter capability list does not end", "adapter", adapter->Number);
+  TraceErrorBy(NAME_OF(KivUsb4PortFindCap), "adapter capability list does not end", "adapter", AsAdapter(adapter));
   return kKivFailed;
 }
 
@@ -89,7 +89,7 @@ CAPABILITY_OFFSET KivUsb4SwitchFindVseCap(const USB4_SWITCH* router, std::uint32
     if (offset == 0) return kKivFailed;
     offset = KivUsb4SwitchNextCap(router, static_cast<std::uint32_t>(offset));
   }
-  TraceError("router capability list does not end", "route", KivUsb4SwitchRoute(router));
+  TraceError("router capability list does not end", "route", AsRoute(KivUsb4SwitchRoute(router)));
   return kKivFailed;
 }
 

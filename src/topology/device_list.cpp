@@ -106,7 +106,7 @@ USB4_DEV_ENTRY* DeviceWalk::Next() {
 void KivUsb4UpdateSwitchInfoToList(USB4_DOMAIN* domain, const USB4_DEV_DESCRIPTION& device) {
   PoolPtr<USB4_DEV_ENTRY> entry = PoolPtr<USB4_DEV_ENTRY>::New();
   if (!entry) {
-    TraceError("no memory for a device list entry", "route", device.Route);
+    TraceError("no memory for a device list entry", "route", AsRoute(device.Route));
     return;
   }
   entry->Info = *device.Info;

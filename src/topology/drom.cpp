@@ -29,7 +29,9 @@ void ReadHostDrom(USB4_SWITCH* router) {
   } else {
     result = KivUsb4DromReadUidOnly(router, router->Uid);
   }
-  if (result != kKivOk) TraceWarning("host router without a DROM", "result", result);
+  if (result != kKivOk) {
+    TraceWarningBy(NAME_OF(KivUsb4DromRead), "host router without a DROM", "result", AsResult(result));
+  }
 }
 
 KIV_RESULT ReadImage(USB4_SWITCH* router) {
@@ -38,7 +40,7 @@ KIV_RESULT ReadImage(USB4_SWITCH* router) {
   if (result != kKivOk) return result;
   const std::uint32_t size = (Le16(lengthBytes) & kReadLengthMask) + kDromDataOffset;
   if (size < kSmallestImage) {
-    TraceError("DROM is too short", "name", router->Info.Name, "bytes", size);
+    TraceErrorBy(NAME_OF(KivUsb4DromRead), "DROM is too short", "name", router->Info.Name, "bytes", size);
     return kKivFailed;
   }
   PoolArray<std::uint8_t, USB4_SWITCH::kDromTag> image(size);
@@ -78,7 +80,7 @@ KIV_RESULT KivUsb4DromRead(USB4_SWITCH* router) {
     result = Parse(router);
   }
   if (result != kKivOk) {
-    TraceError("DROM dropped", "name", router->Info.Name, "result", result);
+    TraceError("DROM dropped", "name", router->Info.Name, "result", AsResult(result));
     DropImage(router);
   }
   return kKivOk;

@@ -100,7 +100,7 @@ KIV_RESULT KivUsb4DromReadUidOnly(const USB4_SWITCH* router, std::uint64_t& uid)
   std::uint8_t swapped[kDromUidBytes];
   for (std::uint32_t i = 0; i < kDromUidBytes; ++i) swapped[i] = bytes[1 + (i ^ 3u)];
   if (static_cast<std::uint8_t>(Crc32c(swapped, sizeof swapped)) != bytes[0]) {
-    TraceError("UID and its check byte differ", "name", router->Info.Name, "check", bytes[0]);
+    TraceError("UID and its check byte differ", "name", router->Info.Name, "check", AsHex(bytes[0]));
     return kKivFailed;
   }
   std::memcpy(&uid, bytes + 1, sizeof uid);

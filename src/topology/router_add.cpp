@@ -37,7 +37,7 @@ KIV_RESULT KivUsb4SwitchAdd(USB4_SWITCH* router) {
   if (router->AlreadyInitialised == 0) {
     const KIV_RESULT result = Initialise(router);
     if (result != kKivOk) {
-      TraceError("router cannot be initialised", "name", router->Info.Name, "result", result);
+      TraceError("router cannot be initialised", "name", router->Info.Name, "result", AsResult(result));
       return result;
     }
   }

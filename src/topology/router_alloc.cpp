@@ -92,12 +92,13 @@ KIV_RESULT Describe(USB4_SWITCH* router, USB4_ROUTE route, std::uint32_t upstrea
   router->Generation = GenerationOf(router);
   PatchHeader(router, route, upstreamAdapter);
   if (IsTooDeep(router, route)) {
-    TraceError("router is too deep", "route", route, "depth", KivUsb4RouteDepth(route));
+    TraceErrorBy(NAME_OF(KivUsb4SwitchAlloc), "router is too deep", "route", AsRoute(route), "depth",
+                 KivUsb4RouteDepth(route));
     return kKivTooDeep;
   }
   if (router->UpstreamAdapter() > router->MaximumAdapter()) {
-    TraceError("router answers through an adapter that it does not have", "route", route, "adapter",
-               router->UpstreamAdapter());
+    TraceErrorBy(NAME_OF(KivUsb4SwitchAlloc), "router answers through an adapter that it does not have", "route",
+                 AsRoute(route), "adapter", router->UpstreamAdapter());
     return kKivNoMemory;
   }
   if (AllocateAdapters(router) != kKivOk) return kKivNoMemory;
@@ -118,7 +119,7 @@ ROUTER_OR_ERROR KivUsb4SwitchAlloc(USB4_DOMAIN* domain, USB4_SWITCH* parent, USB
   }
   const KIV_RESULT upstreamAdapter = KivUsb4CfgGetUpstreamPort(domain->ControlChannel, route);
   if (upstreamAdapter < 0) {
-    TraceWarning("no router answers", "route", route, "result", upstreamAdapter);
+    TraceWarning("no router answers", "route", AsRoute(route), "result", AsResult(upstreamAdapter));
     return {nullptr, upstreamAdapter};
   }
   USB4_SWITCH* router = PoolNew<USB4_SWITCH>();
@@ -134,6 +135,6 @@ ROUTER_OR_ERROR KivUsb4SwitchAlloc(USB4_DOMAIN* domain, USB4_SWITCH* parent, USB
     KivUsb4SwitchRelease(router);
     return {nullptr, result};
   }
-  TraceInfo("router found", "name", router->Info.Name, "route", route, "generation", router->Generation);
+  TraceInfo("router found", "name", router->Info.Name, "route", AsRoute(route), "generation", router->Generation);
   return {router, kKivOk};
 }

@@ -29,7 +29,7 @@ KIV_RESULT Usb4SwitchOp(const USB4_SWITCH* router, std::uint16_t opcode, std::ui
   result = ReadRegister<RouterCs26>(router, 0, done);
   if (result != kKivOk) return result;
   if (done.IsSet<RouterCs26::NotSupported>()) {
-    TraceWarning("operation not supported", "route", KivUsb4SwitchRoute(router), "opcode", opcode);
+    TraceWarning("operation not supported", "route", AsRoute(KivUsb4SwitchRoute(router)), "opcode", opcode);
     return kKivFailed;
   }
   status = static_cast<std::uint8_t>(done.Get<RouterCs26::Status>());
@@ -44,8 +44,8 @@ KIV_RESULT Usb4SwitchWaitForBit(const USB4_SWITCH* router, const REGISTER_CONDIT
     if ((word & condition.Mask) == condition.Value) return kKivOk;
     SleepMs(router->Domain, kConditionPollMs);
   }
-  TraceError("router did not answer", "route", KivUsb4SwitchRoute(router), "offset", condition.Offset, "mask",
-             condition.Mask);
+  TraceError("router did not answer", "route", AsRoute(KivUsb4SwitchRoute(router)), "offset", AsHex(condition.Offset),
+             "mask", AsHex(condition.Mask));
   return kKivFailed;
 }
 
@@ -58,6 +58,7 @@ KIV_RESULT Usb4PortWaitForBit(const USB4_PORT* adapter, const REGISTER_CONDITION
     if (poll == kConditionPolls) break;
     SleepMs(adapter->Router->Domain, kConditionPollMs);
   }
-  TraceError("adapter did not answer", "adapter", adapter->Number, "offset", condition.Offset, "mask", condition.Mask);
+  TraceError("adapter did not answer", "adapter", AsAdapter(adapter), "offset", AsHex(condition.Offset), "mask",
+             AsHex(condition.Mask));
   return kKivFailed;
 }

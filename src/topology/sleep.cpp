@@ -17,9 +17,9 @@ bool Wants(std::uint32_t flags, std::uint32_t source) {
   return (flags & source) != 0;
 }
 
-// Connect is armed only where nothing is configured behind the port, disconnect and USB4 wake only where something is.
-// The upstream adapter always passes wakes on. The hardware takes the mark off when the link goes down other than by
-// sleep, so that a port from which a router was pulled can wake on the next plug.
+// Connect is armed only where nothing is configured behind the adapter, disconnect and USB4 wake only where something
+// is. The upstream adapter always passes wakes on. The hardware takes the mark off when the link goes down other than
+// by sleep, so that an adapter from which a router was pulled can wake on the next plug.
 KIV_RESULT ArmPort(const USB4_PORT* adapter, std::uint32_t flags) {
   return ModifyRegister<PortCs19>(adapter, adapter->Usb4PortCapability, [adapter, flags](PortCs19::Value& cs19) {
     const bool upstream = KivUsb4PortIsUpstream(adapter);
@@ -42,13 +42,13 @@ void KivUsb4SwitchSuspend(USB4_SWITCH* router, bool armAll) {
   }
   KivUsb4SwitchSetWake(router, armAll ? kWakeAll : kWakeForTunnels);
   const KIV_RESULT result = KivUsb4SwitchIsUsb4(router) ? Usb4SwitchSetSleep(router) : KivUsb4LcSetSleep(router);
-  if (result != kKivOk) TraceError("router does not sleep", "name", router->Info.Name, "result", result);
+  if (result != kKivOk) TraceError("router does not sleep", "name", router->Info.Name, "result", AsResult(result));
 }
 
 void KivUsb4SwitchSetWake(const USB4_SWITCH* router, std::uint32_t flags) {
   const KIV_RESULT result =
       KivUsb4SwitchIsUsb4(router) ? Usb4SwitchSetWake(router, flags) : KivUsb4LcSetWake(router, flags);
-  if (result != kKivOk) TraceError("wake sources not armed", "name", router->Info.Name, "result", result);
+  if (result != kKivOk) TraceError("wake sources not armed", "name", router->Info.Name, "result", AsResult(result));
 }
 
 KIV_RESULT Usb4SwitchSetWake(const USB4_SWITCH* router, std::uint32_t flags) {
@@ -87,7 +87,7 @@ void Usb4SwitchCheckWakes(const USB4_SWITCH* router) {
     PortCs18::Value cs18;
     if (ReadRegister<PortCs18>(&adapter, adapter.Usb4PortCapability, cs18) != kKivOk) return;
     if (cs18.IsSet<PortCs18::WakeStatus>()) {
-      TraceInfo("woken through a link", "name", router->Info.Name, "adapter", adapter.Number);
+      TraceInfo("woken through a link", "adapter", AsAdapter(&adapter));
     }
   }
 }

@@ -4,8 +4,8 @@
 #include "include/status.h"
 #include "include/switch.h"
 
-inline constexpr std::uint32_t kWakeOnConnect = 0x01;     // on a downstream port
-inline constexpr std::uint32_t kWakeOnDisconnect = 0x02;  // on a downstream port
+inline constexpr std::uint32_t kWakeOnConnect = 0x01;     // on a downstream adapter
+inline constexpr std::uint32_t kWakeOnDisconnect = 0x02;  // on a downstream adapter
 inline constexpr std::uint32_t kWakeOnUsb4 = 0x04;        // signalled over a link
 inline constexpr std::uint32_t kWakeOnUsb3 = 0x08;
 inline constexpr std::uint32_t kWakeOnPcie = 0x10;
@@ -16,7 +16,7 @@ inline constexpr std::uint32_t kWakeOnDisplayPort = 0x20;
 // traced.
 void KivUsb4SwitchSuspend(USB4_SWITCH* router, bool armAll);
 void KivUsb4SwitchSetWake(const USB4_SWITCH* router, std::uint32_t flags);
-// A USB4 router's ports and router bits: the error of the first access that fails.
+// A USB4 router's lane adapters and its own bits: the error of the first access that fails.
 [[nodiscard]] KIV_RESULT Usb4SwitchSetWake(const USB4_SWITCH* router, std::uint32_t flags);
 // Asks a USB4 router to sleep and waits until it is ready: -1 when that takes more than about 1.1 s.
 [[nodiscard]] KIV_RESULT Usb4SwitchSetSleep(const USB4_SWITCH* router);

@@ -39,7 +39,9 @@ void KivUsb4NotifyGfxDpTunnels(DEVICE_EXTENSION* context, USB4_DOMAIN* domain, s
     for (std::uint32_t i = 0; i < count; ++i) {
       if (IsAborted(domain)) return;
       const NTSTATUS status = KivUsb4SendIoctlToGFXDriver(context, numbers[i], event);
-      if (!NT_SUCCESS(status)) TraceWarning("graphics driver not told", "adapter", numbers[i], "status", status);
+      if (!NT_SUCCESS(status)) {
+        TraceWarning("graphics driver not told", "adapter", numbers[i], "status", AsStatus(status));
+      }
     }
   }
 }

@@ -47,12 +47,13 @@ USB4_TUNNEL* Rebuild(USB4_DOMAIN* domain, USB4_PORT* dpIn) {
   if (tunnel == nullptr) return nullptr;
   if (!FindVideo(tunnel)) {
     const KIV_RESULT result = KivUsb4DpPortEnable(dpIn, false);
-    TraceWarning("DP IN without video switched off", "adapter", dpIn->Number, "result", result);
+    TraceWarningBy(NAME_OF(KivUsb4TunnelDiscoverDp), "DP IN without video switched off", "adapter", AsAdapter(dpIn),
+                   "result", AsResult(result));
     KivUsb4TunnelFree(tunnel);
     return nullptr;
   }
   if (!FindRestOfIt(tunnel)) {
-    TraceWarning("half a tunnel dropped", "adapter", dpIn->Number);
+    TraceWarningBy(NAME_OF(KivUsb4TunnelDiscoverDp), "half a tunnel dropped", "adapter", AsAdapter(dpIn));
     KivUsb4TunnelDeactivate(tunnel);
     KivUsb4TunnelFree(tunnel);
     return nullptr;
@@ -80,7 +81,7 @@ KIV_RESULT KivUsb4TunnelWorkAroundDiscoverDp(USB4_DOMAIN* domain, USB4_PORT* dpI
   if (tunnel == nullptr) return kKivOk;
   // Only a tunnel that has been up can be taken down in a way that both adapters understand.
   const KIV_RESULT result = KivUsb4TunnelRestart(tunnel);
-  if (result != kKivOk) TraceError("tunnel not started", "adapter", dpIn->Number, "result", result);
+  if (result != kKivOk) TraceError("tunnel not started", "adapter", AsAdapter(dpIn), "result", AsResult(result));
   KivUsb4DeactivateAndFreeTunnel(tunnel, {.Unlink = true, .KeepHardware = false});
   return kKivOk;
 }

@@ -39,7 +39,8 @@ KIV_RESULT FitToMaximum(const USB4_TUNNEL* tunnel, std::uint32_t dpInCaps, std::
   DP_LINK_MODE chosen = {};
   const KIV_RESULT result = KivUsb4DpReduceBandwidth({maximum, DpCapMode(dpInCaps), wanted}, chosen);
   if (result != kKivOk) return result;
-  TraceInfo("mode reduced", "maximum", maximum, "rate", chosen.RateMbps, "lanes", chosen.Lanes);
+  TraceInfoBy(NAME_OF(KivUsb4DpXchgCaps), "mode reduced", "maximum", maximum, "rate", chosen.RateMbps, "lanes",
+              chosen.Lanes);
   dpOutCaps = KivUsb4DpCapSetLanes(KivUsb4DpCapSetRate(dpOutCaps, chosen.RateMbps), chosen.Lanes);
   return kKivOk;
 }
@@ -55,7 +56,7 @@ KIV_RESULT KivUsb4DpCmHandshake(const USB4_ENDS& ends) {
   if (!KivUsb4SwitchSupportsDpHandshake(ends.Source->Router) || !KivUsb4SwitchSupportsDpHandshake(dpOut->Router)) {
     return kKivOk;
   }
-  TraceStep("DP handshake", "name", dpOut->Router->Info.Name, "adapter", dpOut->Number);
+  TraceStep("DP handshake", "adapter", AsAdapter(dpOut));
   const KIV_RESULT result = ModifyProtocolRegister<DpAdpCs6>(dpOut, [](DpAdpCs6::Value& cs6) {
     cs6.Set<DpAdpCs6::ManagerHandshake>(1);
     cs6.Set<DpAdpCs6::ManagerMode>(1);
@@ -70,7 +71,7 @@ KIV_RESULT KivUsb4DpXchgCaps(USB4_TUNNEL* tunnel) {
   const USB4_PORT* dpOut = tunnel->Destination;
   if (dpOut == nullptr) return kKivFailed;
   if (!KnowsCapabilities(dpIn) || !KnowsCapabilities(dpOut)) return kKivOk;
-  TraceStep("exchange DP capabilities", "in", dpIn->Number, "out", dpOut->Number);
+  TraceStep("exchange DP capabilities", "in", AsAdapter(dpIn), "out", AsAdapter(dpOut));
   KIV_RESULT result = KivUsb4DpCmHandshake({tunnel->Source, tunnel->Destination});
   if (result != kKivOk) return result;
   DpAdpCs4::Value dpInLocal;

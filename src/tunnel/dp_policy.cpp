@@ -39,7 +39,10 @@ USB4_ENDS ChoosePair(USB4_DOMAIN* domain) {
 
 void GiveBackDpIn(const USB4_PORT* dpIn) {
   const KIV_RESULT result = KivUsb4SwitchDeallocDpResource(dpIn->Router, dpIn);
-  if (result != kKivOk) TraceError("DP IN not given back", "adapter", dpIn->Number, "result", result);
+  if (result != kKivOk) {
+    TraceErrorBy(NAME_OF(KivUsb4TunnelDp), "DP IN not given back", "adapter", AsAdapter(dpIn), "result",
+                 AsResult(result));
+  }
 }
 
 // A reservation left over from an earlier life is given back first: a router grants what is free, not what is ours.
@@ -54,11 +57,15 @@ void MarkController(const USB4_DOMAIN* domain, const USB4_PORT* dpIn) {
   if (controller != kSecondController) return;
   DpAdpCs2::Value cs2;
   KIV_RESULT result = ReadProtocolRegister<DpAdpCs2>(dpIn, cs2);
-  if (result != kKivOk) TraceError("DP IN not read", "adapter", dpIn->Number, "result", result);
+  if (result != kKivOk) {
+    TraceErrorBy(NAME_OF(KivUsb4TunnelDp), "DP IN not read", "adapter", AsAdapter(dpIn), "result", AsResult(result));
+  }
   // Also after a failed read: the mark counts more than what else stands in the register.
   cs2 = DpAdpCs2::Value(cs2.Word() | DpAdpCs2::Configuration::Of(controller));
   result = WriteProtocolRegister<DpAdpCs2>(dpIn, cs2);
-  if (result != kKivOk) TraceError("DP IN not marked", "adapter", dpIn->Number, "result", result);
+  if (result != kKivOk) {
+    TraceErrorBy(NAME_OF(KivUsb4TunnelDp), "DP IN not marked", "adapter", AsAdapter(dpIn), "result", AsResult(result));
+  }
 }
 
 // An active tunnel within the bandwidth that is left, or null.
@@ -82,7 +89,9 @@ void Keep(USB4_DOMAIN* domain, USB4_TUNNEL* tunnel) {
   // for all displays: it may be the last piece that a desktop spanning several of them was waiting for.
   if (domain->DisplayRestore.IsSet()) KivUsb4NotifyGfxDpTunnels(ContextOf(domain), domain, kDisplayEnteredD0);
   const KIV_RESULT result = KivUsb4PollDPRxCapDone(tunnel);
-  if (result != kKivOk) TraceWarning("display does not say what it can", "result", result);
+  if (result != kKivOk) {
+    TraceWarningBy(NAME_OF(KivUsb4TunnelDp), "display does not say what it can", "result", AsResult(result));
+  }
   // Failures are traced where they happen; the display works without USB3 having more.
   IgnoreResult(KivUsb4ReclaimUsb3Bandwidth(domain, {tunnel->Source, tunnel->Destination}));
   TakePowerReference(domain, {.WaitForD0 = true, .OnlyIfGranted = false});
@@ -103,15 +112,15 @@ USB4_PORT* KivUsb4FindDpOut(USB4_DOMAIN* domain, const USB4_PORT* dpIn) {
 void KivUsb4TunnelDp(USB4_DOMAIN* domain) {
   const USB4_ENDS pair = ChoosePair(domain);
   if (pair.Source == nullptr) return;
-  TraceStep("connect display", "in", pair.Source->Number, "out", pair.Destination->Number);
+  TraceStep("connect display", "in", AsAdapter(pair.Source), "out", AsAdapter(pair.Destination));
   KIV_RESULT result = ReserveDpIn(pair.Source);
   if (result != kKivOk) {
-    TraceWarning("DP IN not granted", "adapter", pair.Source->Number, "result", result);
+    TraceWarning("DP IN not granted", "adapter", AsAdapter(pair.Source), "result", AsResult(result));
     return;
   }
   result = KivUsb4ReleaseUsb3Bandwidth(domain, pair);
   if (result != kKivOk) {
-    TraceError("USB3 gives nothing back", "result", result);
+    TraceError("USB3 gives nothing back", "result", AsResult(result));
     GiveBackDpIn(pair.Source);
     return;
   }
@@ -120,7 +129,7 @@ void KivUsb4TunnelDp(USB4_DOMAIN* domain) {
     Keep(domain, tunnel);
     return;
   }
-  TraceError("display not connected", "in", pair.Source->Number, "out", pair.Destination->Number);
+  TraceError("display not connected", "in", AsAdapter(pair.Source), "out", AsAdapter(pair.Destination));
   IgnoreResult(KivUsb4ReclaimUsb3Bandwidth(domain, pair));  // traced where it fails
   GiveBackDpIn(pair.Source);
 }

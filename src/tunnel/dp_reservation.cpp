@@ -22,7 +22,10 @@ bool HasSinks(const USB4_SWITCH* router) {
 
 KIV_RESULT NameAdapter(const USB4_SWITCH* router, const USB4_PORT* dpIn) {
   const KIV_RESULT result = Usb4SwitchOpSetMetadata(router, dpIn->Number);
-  if (result != kKivOk) TraceError("adapter not named", "adapter", dpIn->Number, "result", result);
+  if (result != kKivOk) {
+    TraceErrorBy(NAME_OF(Usb4SwitchOpSetMetadata), "adapter not named", "adapter", AsAdapter(dpIn), "result",
+                 AsResult(result));
+  }
   return result;
 }
 

@@ -39,7 +39,7 @@ void KivUsb4DpResourceAvailable(USB4_DOMAIN* domain, USB4_PORT* adapter) {
   const bool onHost = IsHostRouter(adapter->Router);
   const bool isDpIn = adapter->Type() == USB4_ADAPTER_DP_IN;
   if (onHost && isDpIn) {
-    TraceInfo("DP IN plugged", "adapter", adapter->Number, "free",
+    TraceInfo("DP IN plugged", "adapter", AsAdapter(adapter), "free",
               KivUsb4SwitchQueryDpResource(adapter->Router, adapter));
   }
   if (onHost || !isDpIn) DpResourcesOf(domain).Append(*adapter);

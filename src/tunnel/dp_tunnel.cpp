@@ -52,8 +52,8 @@ KIV_RESULT FindHops(const USB4_TUNNEL* tunnel, HopsOfEnds& hops) {
   const USB4_PATH* receive = tunnel->Paths[kAuxReceivePath];
   const std::uint32_t last = video->HopCount - 1;
   if (last >= transmit->HopCount || last >= receive->HopCount) {
-    TraceError("paths of different lengths", "video", video->HopCount, "transmit", transmit->HopCount, "receive",
-               receive->HopCount);
+    TraceErrorBy(NAME_OF(KivUsb4DpActivate), "paths of different lengths", "video", video->HopCount, "transmit",
+                 transmit->HopCount, "receive", receive->HopCount);
     return kKivFailed;
   }
   hops.DpIn = {video->Hops[0].InputHopId, transmit->Hops[0].InputHopId, receive->Hops[last].OutputHopId};
@@ -73,12 +73,21 @@ KIV_RESULT ProgramHops(const USB4_TUNNEL* tunnel) {
 void ClearHops(const USB4_TUNNEL* tunnel) {
   constexpr DP_HOP_IDS kNone = {};
   KIV_RESULT result = KivUsb4DpPortHpdClear(tunnel->Source);
-  if (result != kKivOk) TraceError("hot-plug detect not cleared", "adapter", tunnel->Source->Number, "result", result);
+  if (result != kKivOk) {
+    TraceErrorBy(NAME_OF(KivUsb4DpActivate), "hot-plug detect not cleared", "adapter", AsAdapter(tunnel->Source),
+                 "result", AsResult(result));
+  }
   result = KivUsb4DpPortSetHops(tunnel->Source, kNone);
-  if (result != kKivOk) TraceError("hops not cleared", "adapter", tunnel->Source->Number, "result", result);
+  if (result != kKivOk) {
+    TraceErrorBy(NAME_OF(KivUsb4DpActivate), "hops not cleared", "adapter", AsAdapter(tunnel->Source), "result",
+                 AsResult(result));
+  }
   if (!PortIs(tunnel->Destination, USB4_ADAPTER_DP_OUT)) return;
   result = KivUsb4DpPortSetHops(tunnel->Destination, kNone);
-  if (result != kKivOk) TraceError("hops not cleared", "adapter", tunnel->Destination->Number, "result", result);
+  if (result != kKivOk) {
+    TraceErrorBy(NAME_OF(KivUsb4DpActivate), "hops not cleared", "adapter", AsAdapter(tunnel->Destination), "result",
+                 AsResult(result));
+  }
 }
 
 // Reads what the DP IN has negotiated, up to `polls` times with a wait after each, until the display's capabilities are
@@ -147,7 +156,7 @@ KIV_RESULT KivUsb4DpConsumedBandwidth(USB4_TUNNEL* tunnel, USB4_BANDWIDTH& consu
 
 KIV_RESULT KivUsb4PollDPRxCapDone(const USB4_TUNNEL* tunnel) {
   if (!KivUsb4SwitchIsUsb4(tunnel->Source->Router)) return kKivOk;
-  TraceStep("wait for the display", "in", tunnel->Source->Number);
+  TraceStep("wait for the display", "in", AsAdapter(tunnel->Source));
   DpAdpCs7::Value negotiated;
   const KIV_RESULT result = WaitForCapabilities(tunnel->Source, kCapabilityPolls, negotiated);
   if (result != kKivOk) return result;
@@ -156,7 +165,9 @@ KIV_RESULT KivUsb4PollDPRxCapDone(const USB4_TUNNEL* tunnel) {
 
 void GiveBackDp(const USB4_TUNNEL* tunnel) {
   const KIV_RESULT result = KivUsb4SwitchDeallocDpResource(tunnel->Source->Router, tunnel->Source);
-  if (result != kKivOk) TraceError("DP IN not given back", "adapter", tunnel->Source->Number, "result", result);
+  if (result != kKivOk) {
+    TraceError("DP IN not given back", "adapter", AsAdapter(tunnel->Source), "result", AsResult(result));
+  }
   // Failures are traced where they happen; the tunnel goes all the same.
   IgnoreResult(KivUsb4ReclaimUsb3Bandwidth(tunnel->Owner, {tunnel->Source, tunnel->Destination}));
 }

@@ -87,7 +87,7 @@ KIV_RESULT KivUsb4AvailableBandwidth(USB4_DOMAIN* domain, const USB4_ENDS& ends,
     USB4_BANDWIDTH budget = {};
     const KIV_RESULT result = BudgetOf(domain, adapter, budget);
     if (result != kKivOk) {
-      TraceError("bandwidth unknown", "name", adapter->Router->Info.Name, "adapter", adapter->Number, "result", result);
+      TraceError("bandwidth unknown", "adapter", AsAdapter(adapter), "result", AsResult(result));
       return result;
     }
     // On every link of the way, whether or not that tunnel crosses it: below the host router all USB3 traffic of the
@@ -107,7 +107,7 @@ KIV_RESULT KivUsb4ReclaimUsb3Bandwidth(USB4_DOMAIN* domain, const USB4_ENDS& end
   USB4_BANDWIDTH available = {};
   const KIV_RESULT result = KivUsb4AvailableBandwidth(domain, {tunnel->Source, tunnel->Destination}, available);
   if (result != kKivOk) {
-    TraceError("nothing reclaimed", "result", result);
+    TraceError("nothing reclaimed", "result", AsResult(result));
     return result;
   }
   KivUsb4TunnelReclaimAvailableBandwidth(tunnel, available);

@@ -108,7 +108,8 @@ USB4_PATH* KivUsb4PathAlloc(USB4_DOMAIN* owner, const USB4_PATH_REQUEST& request
   if (!path) return nullptr;
   const std::uint32_t hops = CountHops(ends);
   if (hops == 0) {
-    TraceError("no way", "name", request.Name, "from", ends.Source->Number, "to", ends.Destination->Number);
+    TraceError("no route between adapters", "path", request.Name, "from", AsAdapter(ends.Source), "to",
+               AsAdapter(ends.Destination));
     return nullptr;
   }
   path->Hops = PoolNewArray<USB4_HOP>(hops, USB4_PATH::kHopsTag);
@@ -117,7 +118,7 @@ USB4_PATH* KivUsb4PathAlloc(USB4_DOMAIN* owner, const USB4_PATH_REQUEST& request
   path->Owner = owner;
   path->Name = request.Name;
   if (!FillHops(path.Get(), request)) {
-    TraceError("path not built", "name", request.Name, "hops", hops);
+    TraceError("path not built", "path", request.Name, "hops", hops);
     KivUsb4PathFree(path.Release());
     return nullptr;
   }

@@ -42,17 +42,14 @@ USB4_PATH_ENTRY EntryOf(const USB4_PATH& path, std::uint32_t index) {
   return entry;
 }
 
-void TraceHop(const char* step, const USB4_PATH& path, std::uint32_t index, KIV_RESULT result) {
-  TraceError(step, "name", path.Name, "hop", index, "result", result);
-}
-
 KIV_RESULT ClearCounters(const USB4_PATH& path) {
   for (std::uint32_t i = path.HopCount; i-- > 0;) {
     const USB4_HOP& hop = path.Hops[i];
     if (hop.CounterIndex == kNoCounter) continue;
     const KIV_RESULT result = KivUsb4PathClearCounter(hop.InputAdapter, static_cast<std::uint32_t>(hop.CounterIndex));
     if (result == kKivOk) continue;
-    TraceHop("counter not cleared", path, i, result);
+    TraceErrorBy(NAME_OF(KivUsb4PathActivate), "counter not cleared", "path", path.Name, "hop", i, "result",
+                 AsResult(result));
     return result;
   }
   return kKivOk;
@@ -63,7 +60,8 @@ KIV_RESULT AddCredits(const USB4_PATH& path) {
   for (std::uint32_t i = path.HopCount; i-- > 0;) {
     const KIV_RESULT result = KivUsb4PortAddNfcCredits(path.Hops[i].InputAdapter, path.NfcCredits);
     if (result == kKivOk) continue;
-    TraceHop("credits not added", path, i, result);
+    TraceErrorBy(NAME_OF(KivUsb4PathActivate), "credits not added", "path", path.Name, "hop", i, "result",
+                 AsResult(result));
     __KivUsb4PathDeallocateNfc(&path, i);
     return result;
   }
@@ -75,7 +73,8 @@ KIV_RESULT WriteEntries(const USB4_PATH& path) {
     const USB4_HOP& hop = path.Hops[i];
     const KIV_RESULT result = WritePathEntry(hop.InputAdapter, hop.InputHopId, EntryOf(path, i));
     if (result == kKivOk) continue;
-    TraceHop("entry not written", path, i, result);
+    TraceErrorBy(NAME_OF(KivUsb4PathActivate), "entry not written", "path", path.Name, "hop", i, "result",
+                 AsResult(result));
     KivUsb4PathDeactivateHopsFrom(&path, i);
     __KivUsb4PathDeallocateNfc(&path, 0);
     return result;
@@ -107,10 +106,10 @@ KIV_RESULT WaitUntilDrained(const USB4_PORT* adapter, std::uint32_t inputHopId, 
 
 KIV_RESULT KivUsb4PathActivate(USB4_PATH* path) {
   if (path->Active != 0) {
-    TraceError("active already", "name", path->Name);
+    TraceError("active already", "path", path->Name);
     return kKivFailed;
   }
-  TraceStep("activate path", "name", path->Name, "hops", path->HopCount);
+  TraceStep("activate path", "path", path->Name, "hops", path->HopCount);
   KIV_RESULT result = ClearCounters(*path);
   if (result == kKivOk) result = AddCredits(*path);
   if (result == kKivOk) result = WriteEntries(*path);
@@ -120,14 +119,14 @@ KIV_RESULT KivUsb4PathActivate(USB4_PATH* path) {
 
 void KivUsb4PathDeactivate(USB4_PATH* path) {
   if (path->Active == 0) return;
-  TraceStep("deactivate path", "name", path->Name, "hops", path->HopCount);
+  TraceStep("deactivate path", "path", path->Name, "hops", path->HopCount);
   KivUsb4PathDeactivateHopsFrom(path, 0);
   __KivUsb4PathDeallocateNfc(path, 0);
   path->Active = 0;
 }
 
 KIV_RESULT __KivUsb4PathDeactivateHop(const USB4_PORT* adapter, std::uint32_t inputHopId, bool clearFlowControl) {
-  TraceStep("switch off hop", "name", adapter->Router->Info.Name, "adapter", adapter->Number, "hop", inputHopId);
+  TraceStep("switch off hop", "adapter", AsAdapter(adapter), "hop", inputHopId);
   USB4_PATH_ENTRY entry;
   KIV_RESULT result = ReadPathEntry(adapter, inputHopId, entry);
   if (result != kKivOk) return result;
@@ -143,14 +142,16 @@ void KivUsb4PathDeactivateHopsFrom(const USB4_PATH* path, std::uint32_t firstHop
   for (std::uint32_t i = firstHop; i < path->HopCount; ++i) {
     const USB4_HOP& hop = path->Hops[i];
     const KIV_RESULT result = __KivUsb4PathDeactivateHop(hop.InputAdapter, hop.InputHopId, path->ClearFlowControl != 0);
-    if (result != kKivOk) TraceHop("hop not switched off", *path, i, result);
+    if (result != kKivOk) TraceError("hop not switched off", "path", path->Name, "hop", i, "result", AsResult(result));
   }
 }
 
 void __KivUsb4PathDeallocateNfc(const USB4_PATH* path, std::uint32_t firstHop) {
   for (std::uint32_t i = firstHop; i < path->HopCount; ++i) {
     const KIV_RESULT result = KivUsb4PortAddNfcCredits(path->Hops[i].InputAdapter, -path->NfcCredits);
-    if (result != kKivOk) TraceHop("credits not given back", *path, i, result);
+    if (result != kKivOk) {
+      TraceError("credits not given back", "path", path->Name, "hop", i, "result", AsResult(result));
+    }
   }
 }
 

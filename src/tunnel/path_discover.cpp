@@ -30,8 +30,8 @@ StepResult Follow(Step& step) {
   const USB4_SWITCH* router = step.Adapter->Router;
   const std::uint32_t number = entry.Word0.Get<PathCs0::OutputAdapter>();
   if (number > router->MaximumAdapter()) {
-    TraceError("entry leads to no adapter", "name", router->Info.Name, "adapter", step.Adapter->Number, "hop",
-               step.HopId, "output", number);
+    TraceErrorBy(NAME_OF(KivUsb4PathDiscover), "entry leads to no adapter", "adapter", AsAdapter(step.Adapter), "hop",
+                 step.HopId, "output", number);
     return StepResult::Failed;
   }
   step.Output = &router->Adapters[number];
@@ -117,7 +117,7 @@ bool AdoptHops(USB4_PATH* path, const USB4_PATH_END& source) {
 }  // namespace
 
 USB4_PATH* KivUsb4PathDiscover(const USB4_PATH_SEARCH& search, USB4_PORT** lastAdapter) {
-  TraceStep("discover path", "name", search.Name);
+  TraceStep("discover path", "path", search.Name);
   USB4_PATH_END source;
   if (!ResolveSource(search, source)) return nullptr;
   const Walk walk = FollowToTheEnd(source);
@@ -126,11 +126,11 @@ USB4_PATH* KivUsb4PathDiscover(const USB4_PATH_SEARCH& search, USB4_PORT** lastA
   USB4_PATH* path = NewDiscoveredPath(source.Adapter->Router->Domain, search.Name, walk.Hops);
   if (path == nullptr) return nullptr;
   if (!AdoptHops(path, source)) {
-    TraceError("path not adopted", "name", search.Name, "hops", walk.Hops);
+    TraceError("path not adopted", "path", search.Name, "hops", walk.Hops);
     KivUsb4PathFree(path);
     return nullptr;
   }
-  TraceInfo("path found", "name", search.Name, "hops", walk.Hops);
+  TraceInfo("path found", "path", search.Name, "hops", walk.Hops);
   return path;
 }
 
@@ -156,7 +156,7 @@ bool KivUsb4DiscoverInCompletePath(const USB4_PATH_SEARCH& search, USB4_PORT** l
   const Walk walk = FollowToTheEnd(source);
   StoreLast(walk, lastAdapter);
   if (walk.End == StepResult::NotValid) {
-    TraceWarning("path breaks off", "name", search.Name, "hops", walk.Hops);
+    TraceWarning("path breaks off", "path", search.Name, "hops", walk.Hops);
   }
   return walk.End == StepResult::NotValid;
 }

@@ -4,6 +4,7 @@
 #include <span>
 
 #include "include/trace.h"
+#include "tunnel/tunnel_kind.h"
 
 namespace {
 
@@ -12,12 +13,8 @@ std::span<USB4_PATH*> PathsOf(const USB4_TUNNEL* tunnel) {
 }
 
 // For the trace; a tunnel that is being built may have no source yet.
-const char* SourceRouterOf(const USB4_TUNNEL* tunnel) {
-  return tunnel->Source == nullptr ? "" : tunnel->Source->Router->Info.Name;
-}
-
-std::uint32_t SourceAdapterOf(const USB4_TUNNEL* tunnel) {
-  return tunnel->Source == nullptr ? 0 : tunnel->Source->Number;
+TraceValue SourceOf(const USB4_TUNNEL* tunnel) {
+  return tunnel->Source == nullptr ? AsWord("none") : AsAdapter(tunnel->Source);
 }
 
 bool IsActive(const USB4_PATH* path) {
@@ -67,8 +64,7 @@ void KivUsb4TunnelFree(USB4_TUNNEL* tunnel) {
 }
 
 KIV_RESULT KivUsb4TunnelActivate(USB4_TUNNEL* tunnel) {
-  TraceStep("activate tunnel", "type", tunnel->Type, "source", SourceRouterOf(tunnel), "adapter",
-            SourceAdapterOf(tunnel));
+  TraceStep("activate tunnel", "type", tunnel->Type, "source", SourceOf(tunnel));
   for (const USB4_PATH* path : PathsOf(tunnel)) {
     if (!IsActive(path)) continue;
     TraceError("a path is active already", "type", tunnel->Type, "path", path->Name);
@@ -78,30 +74,28 @@ KIV_RESULT KivUsb4TunnelActivate(USB4_TUNNEL* tunnel) {
 }
 
 KIV_RESULT KivUsb4TunnelRestart(USB4_TUNNEL* tunnel) {
-  TraceStep("restart tunnel", "type", tunnel->Type, "source", SourceRouterOf(tunnel), "adapter",
-            SourceAdapterOf(tunnel));
+  TraceStep("restart tunnel", "type", tunnel->Type, "source", SourceOf(tunnel));
   DeactivatePaths(tunnel);
   if (tunnel->Init != nullptr) {
     const KIV_RESULT result = tunnel->Init(tunnel);
     if (result != kKivOk) {
-      TraceError("tunnel not prepared", "type", tunnel->Type, "result", result);
+      TraceError("tunnel not prepared", "type", tunnel->Type, "result", AsResult(result));
       return result;
     }
   }
   const KIV_RESULT result = ActivatePathsAndAdapters(tunnel);
   if (result != kKivOk) {
-    TraceError("tunnel not activated", "type", tunnel->Type, "result", result);
+    TraceError("tunnel not activated", "type", tunnel->Type, "result", AsResult(result));
     KivUsb4TunnelDeactivate(tunnel);
   }
   return result;
 }
 
 void KivUsb4TunnelDeactivate(USB4_TUNNEL* tunnel) {
-  TraceStep("deactivate tunnel", "type", tunnel->Type, "source", SourceRouterOf(tunnel), "adapter",
-            SourceAdapterOf(tunnel));
+  TraceStep("deactivate tunnel", "type", tunnel->Type, "source", SourceOf(tunnel));
   if (tunnel->Activate != nullptr) {
     const KIV_RESULT result = tunnel->Activate(tunnel, false);
-    if (result != kKivOk) TraceError("adapters not switched off", "type", tunnel->Type, "result", result);
+    if (result != kKivOk) TraceError("adapters not switched off", "type", tunnel->Type, "result", AsResult(result));
   }
   DeactivatePaths(tunnel);
 }

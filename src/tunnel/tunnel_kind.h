@@ -24,8 +24,8 @@ struct USB4_TUNNEL_KIND {
   USB4_ADAPTER_TYPE DestinationType;
   std::uint32_t PathCount;
   USB4_TUNNEL_CALLBACKS Callbacks;
-  // Either end: switches it, and says whether it is on, which is false when it cannot be read. Null: an end of this
-  // kind has no switch.
+  // Either end: switches it, and says whether it is on, which is false when it cannot be read. Null: the kind's ends
+  // are not switched.
   KIV_RESULT (*SwitchEnd)(const USB4_PORT* adapter, bool enable);
   bool (*EndIsOn)(const USB4_PORT* adapter);
   // Rebuilds the tunnel that is programmed from a source adapter; null when there is none that is whole.
@@ -39,6 +39,9 @@ struct USB4_TUNNEL_KIND {
 };
 
 [[nodiscard]] const USB4_TUNNEL_KIND& KindOf(USB4_TUNNEL_TYPE type);
+inline const char* TraceWord(USB4_TUNNEL_TYPE type) {
+  return KindOf(type).Name;
+}
 // The kind whose tunnels start, or start or end, at adapters of this type; null when there is none.
 [[nodiscard]] const USB4_TUNNEL_KIND* KindStartingAt(std::uint32_t adapterType);
 [[nodiscard]] const USB4_TUNNEL_KIND* KindWithEndAt(std::uint32_t adapterType);

@@ -14,13 +14,10 @@ AtomicLong* CountOf(USB4_DOMAIN* domain, const USB4_TUNNEL_KIND& kind) {
 }
 
 // A tunnel lives, for whoever watches, while it is on the list.
-void TraceTunnel(const char* what, const USB4_TUNNEL* tunnel) {
-  const USB4_PORT* source = tunnel->Source;
-  const USB4_PORT* destination = tunnel->Destination;
-  if (source == nullptr || destination == nullptr) return;
-  TraceInfo(what, "type", tunnel->Type, "source", source->Router->Info.Name, "source adapter", source->Number,
-            "destination", destination->Router->Info.Name, "destination adapter", destination->Number, "up",
-            tunnel->Allocated.Upstream, "down", tunnel->Allocated.Downstream);
+void TraceTunnel(const char* operation, const char* what, const USB4_TUNNEL* tunnel) {
+  if (tunnel->Source == nullptr || tunnel->Destination == nullptr) return;
+  TraceInfoBy(operation, what, "type", tunnel->Type, "source", AsAdapter(tunnel->Source), "destination",
+              AsAdapter(tunnel->Destination), "up", tunnel->Allocated.Upstream, "down", tunnel->Allocated.Downstream);
 }
 
 }  // namespace
@@ -30,7 +27,7 @@ void AppendTunnel(USB4_TUNNEL* tunnel) {
     const SpinLockGuard guard(tunnel->Owner->TopologyLock);
     TunnelsOf(tunnel->Owner).Append(*tunnel);
   }
-  TraceTunnel("tunnel listed", tunnel);
+  TraceTunnel(__func__, "tunnel listed", tunnel);
 }
 
 bool UnlinkTunnel(USB4_TUNNEL* tunnel) {
@@ -40,7 +37,7 @@ bool UnlinkTunnel(USB4_TUNNEL* tunnel) {
     TunnelList::Remove(*tunnel);
     InitializeListHead(&tunnel->Link);
   }
-  TraceTunnel("tunnel unlisted", tunnel);
+  TraceTunnel(__func__, "tunnel unlisted", tunnel);
   return true;
 }
 

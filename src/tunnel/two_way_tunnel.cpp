@@ -53,13 +53,13 @@ USB4_TUNNEL* DiscoverTwoWayTunnel(const TWO_WAY_PATHS& paths, USB4_DOMAIN* owner
   if (tunnel == nullptr) return nullptr;
   if (!FindPath(paths, tunnel, 1, AwayFrom(paths, downstream), &tunnel->Destination)) {
     const KIV_RESULT result = kind.SwitchEnd(downstream, false);
-    TraceWarning("adapter without a path switched off", "adapter", downstream->Number, "result", result);
+    TraceWarning("adapter without a path switched off", "adapter", AsAdapter(downstream), "result", AsResult(result));
     KivUsb4TunnelFree(tunnel);
     return nullptr;
   }
   if (!FindPath(paths, tunnel, 0, BackTo(paths, downstream, tunnel->Destination), nullptr) ||
       !PortIs(tunnel->Destination, kind.DestinationType) || !kind.EndIsOn(tunnel->Destination)) {
-    TraceWarning("half a tunnel dropped", "adapter", downstream->Number, "path", paths.UpName);
+    TraceWarning("half a tunnel dropped", "adapter", AsAdapter(downstream), "path", paths.UpName);
     KivUsb4TunnelDeactivate(tunnel);
     KivUsb4TunnelFree(tunnel);
     return nullptr;
@@ -71,6 +71,7 @@ void TraceBrokenTwoWayPaths(const TWO_WAY_PATHS& paths, USB4_PORT* downstream) {
   USB4_PORT* last = nullptr;
   const bool up = KivUsb4DiscoverInCompletePath(AwayFrom(paths, downstream), &last);
   const bool down = KivUsb4DiscoverInCompletePath(BackTo(paths, downstream, last), nullptr);
-  if (up || down)
-    TraceWarning("paths break off", "adapter", downstream->Number, paths.UpName, up, paths.DownName, down);
+  if (up || down) {
+    TraceWarning("paths break off", "adapter", AsAdapter(downstream), paths.UpName, up, paths.DownName, down);
+  }
 }

@@ -43,15 +43,19 @@ KIV_RESULT ReadBandwidth(const USB4_PORT* adapter, USB4_BANDWIDTH& bandwidth) {
 // Runs `step` while the adapter holds still.
 template <class Step>
 KIV_RESULT WithinRequest(const USB4_PORT* adapter, Step step) {
-  TraceStep("hold USB3 adapter", "name", adapter->Router->Info.Name, "adapter", adapter->Number);
+  TraceStepBy(NAME_OF(Usb4Usb3PortCmRequest), "hold USB3 adapter", "adapter", AsAdapter(adapter));
   KIV_RESULT result = Usb4Usb3PortCmRequest(adapter, true);
   if (result != kKivOk) {
-    TraceError("request not acknowledged", "adapter", adapter->Number, "result", result);
+    TraceErrorBy(NAME_OF(Usb4Usb3PortCmRequest), "request not acknowledged", "adapter", AsAdapter(adapter), "result",
+                 AsResult(result));
     return result;
   }
   result = step();
   const KIV_RESULT ended = Usb4Usb3PortCmRequest(adapter, false);
-  if (ended != kKivOk) TraceError("request not ended", "adapter", adapter->Number, "result", ended);
+  if (ended != kKivOk) {
+    TraceErrorBy(NAME_OF(Usb4Usb3PortCmRequest), "request not ended", "adapter", AsAdapter(adapter), "result",
+                 AsResult(ended));
+  }
   return result;
 }
 
@@ -65,8 +69,8 @@ KIV_RESULT GrantAtLeast(const USB4_PORT* adapter, USB4_BANDWIDTH& floor) {
   result = Usb4Usb3PortWriteAllocatedBandwidth(adapter, grant);
   if (result != kKivOk) return result;
   floor = grant;
-  TraceInfo("USB3 granted", "source", adapter->Router->Info.Name, "source adapter", adapter->Number, "up",
-            grant.Upstream, "down", grant.Downstream);
+  TraceInfoBy(NAME_OF(Usb4Usb3PortWriteAllocatedBandwidth), "USB3 granted", "source", AsAdapter(adapter), "up",
+              grant.Upstream, "down", grant.Downstream);
   return kKivOk;
 }
 

@@ -29,7 +29,8 @@ std::int32_t InitialGrant(const USB4_ENDS& ends, const USB4_BANDWIDTH& maximum) 
   if (rate < 0) return rate;
   const std::int32_t grant = Usb3UsableMbps(rate);
   if (grant <= maximum.Upstream && grant <= maximum.Downstream) return grant;
-  TraceWarning("too little bandwidth", "wanted", grant, "upstream", maximum.Upstream, "downstream", maximum.Downstream);
+  TraceWarningBy(NAME_OF(KivUsb4TunnelAllocUsb3), "too little bandwidth", "wanted", grant, "upstream", maximum.Upstream,
+                 "downstream", maximum.Downstream);
   return kKivFailed;
 }
 
@@ -71,7 +72,7 @@ USB4_TUNNEL* KivUsb4TunnelDiscoverUsb3(USB4_DOMAIN* domain, USB4_PORT* downstrea
   }
   const KIV_RESULT result = Usb4Usb3PortAllocatedBandwidth(downstream, tunnel->Allocated);
   if (result != kKivOk) {
-    TraceError("grant not read", "adapter", downstream->Number, "result", result);
+    TraceError("grant not read", "adapter", AsAdapter(downstream), "result", AsResult(result));
     KivUsb4TunnelDeactivate(tunnel);
     KivUsb4TunnelFree(tunnel);
     return nullptr;
@@ -118,7 +119,7 @@ void KivUsb4Usb3ReclaimAvailableBandwidth(USB4_TUNNEL* tunnel, USB4_BANDWIDTH& a
   if (wanted.Upstream == allocated.Upstream && wanted.Downstream == allocated.Downstream) return;
   const KIV_RESULT result = Usb4Usb3PortAllocateBandwidth(tunnel->Source, wanted);
   if (result != kKivOk) {
-    TraceError("bandwidth not reclaimed", "adapter", tunnel->Source->Number, "result", result);
+    TraceError("bandwidth not reclaimed", "adapter", AsAdapter(tunnel->Source), "result", AsResult(result));
     return;
   }
   allocated = wanted;

@@ -73,7 +73,7 @@ WORLD_TEST(WorkLoopTiming, EventsOfOneBurstAreOneRunInOrder) {
   world.Plug("H1:1 - D1:1");
   world.Quiet();
   const std::string steps = log.Take();
-  std::size_t at = steps.find("driver: event handled route=0 adapter=1 unplug=0");
+  std::size_t at = steps.find("driver: event handled route=0 adapter=1 unplug=no");
   for (const char* handled : {"adapter=3", "adapter=4", "adapter=5"}) {
     const std::size_t next = steps.find(std::string("driver: event handled route=0 ") + handled, at);
     ASSERT_NE(next, std::string::npos) << handled;
@@ -157,7 +157,7 @@ WORLD_TEST(WorkLoopTiming, APowerDownWaitsForTheEventInProgressAndDropsTheRest) 
   world.Sleep();
   const std::string steps = log.Take();
   const std::size_t leaving = steps.find("begin EvtDeviceD0ExitPreInterruptsDisabled\n");
-  const std::size_t handled = steps.find("driver: event handled route=0 adapter=1 unplug=0");
+  const std::size_t handled = steps.find("driver: event handled route=0 adapter=1 unplug=no");
   const std::size_t dropped = steps.find("driver: event dropped, the device powers down route=0 adapter=4");
   const std::size_t asleep = steps.find("-> WRITE route=0 adapter=0 space=router offset=0x005");
   const std::size_t exited = steps.find("begin EvtDeviceD0Exit\n");

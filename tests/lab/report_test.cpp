@@ -156,16 +156,28 @@ TEST(DriverEvents, UnpackedFieldByField) {
   const char payload[] =
       "Start\0went wrong\0"
       "\x2a\0\0\0"
-      "\x03"
+      "\x0b"
       "count\0\x01\x05\0\0\0\0\0\0\0"
-      "result\0\x02\xfb\xff\xff\xff\xff\xff\xff\xff"
-      "name\0\x03H1\0";
+      "by\0\x02\xfb\xff\xff\xff\xff\xff\xff\xff"
+      "name\0\x03H1\0"
+      "route\0\x04\x01\x03\0\0\0\0\0\0"
+      "adapter\0\x05"
+      "0-301\0\x0a"
+      "mask\0\x06\0\0\0\x80\0\0\0\0"
+      "status\0\x07\x9a\0\0\xc0\xff\xff\xff\xff"
+      "code\0\x07\x01\0\0\xe0\xff\xff\xff\xff"
+      "result\0\x08\xf4\xff\xff\xff\xff\xff\xff\xff"
+      "space\0\x09router\0"
+      "timeout\0\x0a\xc8\0\0\0\0\0\0\0";
   const auto bytes = std::as_bytes(std::span(payload, sizeof(payload) - 1));
   const auto event = lab::UnpackDriverEvent(bytes);
   ASSERT_TRUE(event);
   EXPECT_EQ(event->operation, "Start");
   EXPECT_EQ(event->line, 42u);
-  EXPECT_EQ(lab::FormatDriverEvent(*event), "went wrong count=5 result=-5 name=H1");
+  EXPECT_EQ(lab::FormatDriverEvent(*event),
+            "went wrong count=5 by=-5 name=H1 route=301 adapter=0-301:10 mask=0x80000000 "
+            "status=0xC000009A (STATUS_INSUFFICIENT_RESOURCES) code=0xE0000001 result=-12 (no memory) space=router "
+            "timeout=200 ms");
   for (std::size_t size = 0; size < bytes.size(); ++size)
     EXPECT_FALSE(lab::UnpackDriverEvent(bytes.first(size))) << size;
 }
