@@ -70,12 +70,13 @@ void LookAround(USB4_SWITCH& router) {
 }
 
 WORLD_TEST(DeviceList, ReadersBesideUnplugsFindWholeRecordsOnly) {
-  Bench bench("H1:1 - D1:1, D1:3 - D2:1, D2:3 - T3:1");
+  Bench bench("H3:1 - D1:1, D1:3 - B=D1:1, B:3 - T3:1, H3:3 - K=D1:1");
+  bench.fabric().PlugDisplay("K:13");  // keeps the device awake whatever goes elsewhere
   bench.StartQuietly();
   for (int i = 0; i < 6; ++i) {
-    bench.At((i * 900 + 50) * kMillisecond, [&bench, i] { bench.fabric().Unplug(i % 2 == 0 ? "D2" : "D1"); });
+    bench.At((i * 900 + 50) * kMillisecond, [&bench, i] { bench.fabric().Unplug(i % 2 == 0 ? "B" : "D1"); });
     bench.At((i * 900 + 350) * kMillisecond,
-             [&bench, i] { i % 2 == 0 ? bench.fabric().Plug("D1:3", "D2:1") : bench.fabric().Plug("H1:1", "D1:1"); });
+             [&bench, i] { i % 2 == 0 ? bench.fabric().Plug("D1:3", "B:1") : bench.fabric().Plug("H3:1", "D1:1"); });
   }
   unsigned looks = 0;
   bench.InDriver([&](USB4_DOMAIN& domain) {
@@ -88,9 +89,10 @@ WORLD_TEST(DeviceList, ReadersBesideUnplugsFindWholeRecordsOnly) {
       while (const USB4_DEV_ENTRY* entry = walk.Next()) LookAround(*entry->Router);
     }
   });
-  EXPECT_GT(looks, 20u);
+  EXPECT_GT(looks, 10u);
   bench.Quiet(60 * kSecond);
-  EXPECT_EQ(bench.Routers(), "0 gen4\n1 gen4 20G bonded\n301 gen4 20G bonded\n30301 gen3 20G bonded\n");
+  EXPECT_EQ(bench.Routers(),
+            "0 gen4\n3 gen4 20G bonded\n1 gen4 20G bonded\n301 gen4 20G bonded\n30301 gen3 20G bonded\n");
   bench.TakeProtocolErrors();  // accesses of the readers to routers that are not configured again yet
 }
 
