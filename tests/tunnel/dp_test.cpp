@@ -191,9 +191,9 @@ WORLD_TEST(Displays, TakeTheSecondOfTwoSingleLanes) {
 // The hub's DROM leaves its first port without a second lane: there the way would turn back.
 WORLD_TEST(Displays, NeedASecondLaneWhereLanesAreSingle) {
   sim::RouterModel oneLane = *sim::FindModel("D1");
-  oneLane.adapters[0].pair = 0;
   oneLane.adapters[1].pair = 0;
-  oneLane.adapters[1].presence = sim::AdapterPresence::DisabledByDrom;
+  oneLane.adapters[2].pair = 0;
+  oneLane.adapters[2].presence = sim::AdapterPresence::DisabledByDrom;
   DisplayBench bench("H1");
   bench.fabric().AddRouter(oneLane, "X");
   bench.Wire("H1:1", "X:1");
