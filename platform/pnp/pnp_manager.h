@@ -35,6 +35,7 @@ class PnpManager {
   void WakeUp(DeviceNode& node);    // from runtime idle to D0
 
   bool SystemAsleep() const { return systemAsleep_; }
+  bool WaitsForResume() const { return !waitingForResume_.empty(); }
   bool Busy() const;
   int verbs = 0;  // begun and not ended
 
