@@ -2,7 +2,7 @@
 // with one mistake each, below a head that is right.
 #include <fstream>
 
-#include "lab/input/toml_reader.h"
+#include "lab/input/input_file.h"
 #include "lab/scenario/scenario.h"
 
 namespace {
