@@ -1,9 +1,9 @@
 // Goal: a run ends behind the scheduling choice that it is asked to end at, shows the domain as it then is, and fails
 // when the run without an end had failed up to there. Method: runs with a failure, replayed to it and to just before
 // it.
-#include "lab/json_report.h"
-#include "lab/run.h"
-#include "lab/tree.h"
+#include "lab/report/json_report.h"
+#include "lab/run/run.h"
+#include "lab/report/tree.h"
 #include "tests/support/seeds.h"
 
 namespace {
