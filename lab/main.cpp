@@ -203,15 +203,15 @@ lab::ExitCode Dispatch(int count, char** arguments) {
   CLI::App* decode = app.add_subcommand("decode", "explain a dump from the bench");
   AddRun(*run, options);
   AddSoak(*soak, options);
-  explain->add_option("scenario", options.files, "scenario file")->required()->expected(1);
+  explain->add_option("scenario", options.files, "scenario file; - for standard input")->required()->expected(1);
   explain->add_option("--seed", options.seed, "one interleaving");
   AddColor(*explain, options);
   generate->add_option("--seed", options.seed, "which one");
   decode->require_subcommand(1);
   CLI::App* packet = decode->add_subcommand("packet", "control packets, one a line in hex, with or without CRC");
-  packet->add_option("file", options.files, "text file")->required()->expected(1);
+  packet->add_option("file", options.files, "text file; - for standard input")->required()->expected(1);
   CLI::App* drom = decode->add_subcommand("drom", "the DROM image of a router, in hex");
-  drom->add_option("file", options.files, "text file")->required()->expected(1);
+  drom->add_option("file", options.files, "text file; - for standard input")->required()->expected(1);
   AddColor(*packet, options);
   AddColor(*drom, options);
   try {

@@ -30,7 +30,7 @@ class InputProblems {
   void Add(InputPosition at, std::string_view message) { Add(at, at, message); }
   // `order`: the position among the others, where that is not the one that is shown.
   void Add(InputPosition at, InputPosition order, std::string_view message);
-  bool Empty() const { return problems_.empty(); }
+  std::size_t Count() const { return problems_.size(); }
   // Throws InputError when there are any: in order of position, each once, the first hundred.
   void Throw() const;
 

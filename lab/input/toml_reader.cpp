@@ -245,19 +245,16 @@ std::vector<std::pair<std::string, std::uint32_t>> TableReader::NumbersByKey() {
   return numbers;
 }
 
-bool TableReader::Finish() {
+void TableReader::Finish() {
   InputPosition last = source();
-  bool allKnown = true;
   for (const auto& [key, node] : *table_) {
     const InputPosition at = PositionOf(key.source().begin);
-    last = std::max(last, at);
+    last = std::max(last, PositionOf(node.source().end));
     if (std::find(known_.begin(), known_.end(), key.str()) != known_.end()) continue;
-    allKnown = false;
     problems_->Add(at, fmt::format("unknown key \"{}\"{}", key.str(), Suggestion(key.str(), known_)));
     std::erase(missing_, Nearest(key.str(), known_));
   }
   for (const std::string& key : missing_) problems_->Add(source(), last, fmt::format("{} is missing", key));
-  return allKnown;
 }
 
 }  // namespace lab

@@ -52,8 +52,10 @@ class TableReader {
   // The key should be there.
   void Missing(std::string_view key) { missing_.emplace_back(key); }
   // Reports the keys that nothing has asked for, then those that are missing; a key that an unknown one was meant to be
-  // is not missing. False when there is an unknown one.
-  bool Finish();
+  // is not missing.
+  void Finish();
+  // Of the whole file so far.
+  std::size_t Mistakes() const { return problems_->Count(); }
 
  private:
   const toml::node* Find(std::string_view key);

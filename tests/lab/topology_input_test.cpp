@@ -13,7 +13,9 @@ std::string Complaint(const std::string& text) {
   try {
     lab::ReadScenario(path);
   } catch (const lab::InputError& error) {
-    return std::string(error.what()).substr(path.size() + 1);
+    std::string what = error.what();
+    for (std::size_t at = 0; (at = what.find(path + ":", at)) != std::string::npos;) what.erase(at, path.size() + 1);
+    return what;
   }
   return "";
 }
@@ -66,7 +68,8 @@ TEST(TopologyInput, WhatCannotStandBelowTheRouters) {
       {"[[display]]\nadapter = \"D3:13\"\n", "5:11: unknown router \"D3\" (did you mean \"D1\"?)"},
       {"[[usb3]]\nadapter = \"H1:3\"\n", "5:11: H1:3 is no USB3 downstream adapter (H1 has: 4)"},
       {"[[usb3]]\nadapter = \"H1:4\"\ngbps = 15\n", "6:8: gbps must be one of 10, 20"},
-      {"[[firmware]]\nkind = \"pci\"\n", "5:8: unknown kind \"pci\" (did you mean \"pcie\"?)"},
+      {"[[firmware]]\nkind = \"pci\"\n",
+       "5:8: unknown kind \"pci\" (did you mean \"pcie\"?)\n4:1: from is missing\n4:1: to is missing"},
       {"[[firmware]]\nkind = \"dp\"\nfrom = \"H1:4\"\nto = \"D1:13\"\n",
        "6:8: H1:4 is no DP IN adapter (H1 has: 5, 6)"},
       {"[[firmware]]\nkind = \"dp\"\nfrom = \"H1:5\"\nto = \"D1:13\"\nstate = \"brokn\"\n",

@@ -2,8 +2,8 @@
 // when the run without an end had failed up to there. Method: runs with a failure, replayed to it and to just before
 // it.
 #include "lab/report/json_report.h"
-#include "lab/run/run.h"
 #include "lab/report/tree.h"
+#include "lab/run/run.h"
 #include "tests/support/seeds.h"
 
 namespace {
@@ -42,11 +42,11 @@ TEST(StopAt, TheReplayOfAFailureFailsAsTheRunDid) {
     const char* failure;
     const char* tree;  // has this line
   } kCases[] = {
-      {"[[expect]]\nat = \"1 s\"\nrouters = 3\n", "hub:20:1: host/H1: routers is 2, expected 3",
+      {"[[expect]]\nat = \"1 s\"\nrouters = 3\n", "hub:19:1: host/H1: routers is 2, expected 3",
        "|__ 1 Example Hub D1"},
-      {"[[expect]]\nat = \"3 s\"\nroute = \"1\"\n", "hub:20:1: host/H1: router 1 is absent, expected present",
+      {"[[expect]]\nat = \"3 s\"\nroute = \"1\"\n", "hub:19:1: host/H1: router 1 is absent, expected present",
        "|__ 0 (no name), host"},
-      {"[[expect]]\ntunnelCount = 2\n", "hub:20:1: host/H1: tunnel count is 1, expected 2",
+      {"[[expect]]\ntunnelCount = 2\n", "hub:19:1: host/H1: tunnel count is 1, expected 2",
        "=== PCIe 0:3 -> 1:9, active"},
   };
   for (const auto& test : kCases) {
@@ -75,21 +75,21 @@ TEST(StopAt, TheReplayOfAFailureFailsAsTheRunDid) {
 
 // The driver may be anywhere then: inside its start, its removal, with locks held.
 TEST(StopAt, AnyChoiceIsFollowedByATree) {
-  const lab::Scenario scenario = lab::ReadScenario(PROJECT_ROOT "/scenarios/typical-chain.toml");
+  const lab::Scenario scenario = lab::ReadScenarioText(kHub, "hub");
   for (const auto& seed : tests::SeedsToRun()) {
     if (!seed) continue;
     lab::RunOptions options;
     options.seed = seed;
     const std::uint64_t all = lab::RunScenario(scenario, options).step;
     unsigned present = 0;
-    for (options.stopAtStep = 1; options.stopAtStep < all; options.stopAtStep += 1 + all / 60) {
+    for (options.stopAtStep = 1; options.stopAtStep < all; options.stopAtStep += 1 + all / 40) {
       const lab::RunReport report = lab::RunScenario(scenario, options);
       ASSERT_EQ(report.code, lab::ExitCode::Held) << "seed " << *seed << " choice " << options.stopAtStep;
       ASSERT_EQ(report.step, options.stopAtStep);
       ASSERT_EQ(report.domains.size(), 1u);
       present += report.domains[0].present && !lab::FormatTree(report.domains[0], 1).empty();
     }
-    EXPECT_GT(present, 50u) << "seed " << *seed;
+    EXPECT_GT(present, 30u) << "seed " << *seed;
   }
 }
 
