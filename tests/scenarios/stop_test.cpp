@@ -23,7 +23,7 @@ at = "2 s"
 do = "unplug"
 what = "D1"
 [[event]]
-at = "4 s"
+at = "12 s"
 do = "plug"
 from = "H1:1"
 to = "D1:1"
@@ -44,7 +44,7 @@ TEST(StopAt, TheReplayOfAFailureFailsAsTheRunDid) {
   } kCases[] = {
       {"[[expect]]\nat = \"1 s\"\nrouters = 3\n", "hub:19:1: host/H1: routers is 2, expected 3",
        "|__ 1 Example Hub D1"},
-      {"[[expect]]\nat = \"3 s\"\nroute = \"1\"\n", "hub:19:1: host/H1: router 1 is absent, expected present",
+      {"[[expect]]\nat = \"10 s\"\nroute = \"1\"\n", "hub:19:1: host/H1: router 1 is absent, expected present",
        "|__ 0 (no name), host"},
       {"[[expect]]\ntunnelCount = 2\n", "hub:19:1: host/H1: tunnel count is 1, expected 2",
        "=== PCIe 0:3 -> 1:9, active"},

@@ -6,18 +6,18 @@
 namespace {
 
 TEST(Verdict, WhatNobodyExpectsFailsTheRun) {
-  const std::string noMemory = "[[host]]\n[[host.controller]]\nresources = [\"interrupt\"]\n";
+  const std::string missing = "[[host]]\n[[host.controller]]\nresources = [\"memory\", \"missing\"]\n";
   const std::string asleep = "[[event]]\nat = \"1 s\"\ndo = \"sleep\"\n[[event]]\nat = \"3 s\"\ndo = \"disable\"\n";
   const struct {
     std::string text;
     std::vector<std::string> failures;
   } kCases[] = {
-      {noMemory, {"host/H1: the start has failed with status 0xC000009A"}},
-      {noMemory + "[[expect]]\nstartStatus = \"0xC0000001\"\n",
-       {"host/H1: the start has failed with status 0xC000009A",
-        "text:4:1: host/H1: start status is 0xC000009A, expected 0xC0000001"}},
-      {noMemory + "[[expect]]\nstartStatus = \"0xC000009A\"\n", {}},
-      {noMemory + "[[expect]]\nat = \"1 s\"\nstate = \"failed\"\n", {}},
+      {missing, {"host/H1: the start has failed with status 0xC0000182"}},
+      {missing + "[[expect]]\nstartStatus = \"0xC0000001\"\n",
+       {"host/H1: the start has failed with status 0xC0000182",
+        "text:4:1: host/H1: start status is 0xC0000182, expected 0xC0000001"}},
+      {missing + "[[expect]]\nstartStatus = \"0xC0000182\"\n", {}},
+      {missing + "[[expect]]\nat = \"1 s\"\nstate = \"failed\"\n", {}},
       {asleep,
        {"host host sleeps, and what was asked of a controller in the meantime waits for its resume: add an event that "
         "resumes it"}},
