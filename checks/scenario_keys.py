@@ -2,7 +2,7 @@
 import re
 
 READERS = ("lab/scenario/scenario.cpp", "lab/scenario/topology_input.cpp", "lab/scenario/protocol_input.cpp")
-CALL = re.compile(r'\b(?:Has|Text|RequiredText|Number|Choice|Flag|Duration|TextList|Tables|Table|ReadAdapter|OneOf|Mbps)'
+CALL = re.compile(r'\b(?:Has|Text|RequiredText|Number|Choice|Index|Flag|Duration|TextList|Tables|Table|ReadAdapter|ReadPort|OneOf|Mbps)'
                   r'\((?:table, )?"(\w+)"')
 BY_NAME = re.compile(r'\{"(\w+)", &')  # keys that are read in a loop
 LINE = re.compile(r"^\| (`\w+`(?:, `\w+`)*)(?: and the keys above)? \|", re.M)

@@ -9,8 +9,8 @@
 #include "lab/decode/decode_drom.h"
 #include "lab/decode/decode_packet.h"
 #include "lab/input/console.h"
+#include "lab/input/input_file.h"
 #include "lab/input/suggest.h"
-#include "lab/input/toml_reader.h"
 #include "lab/machine/fault_profiles.h"
 #include "lab/report/json_report.h"
 #include "lab/report/svg.h"
@@ -81,11 +81,32 @@ bool WriteFile(const std::string& file, const std::string& text) {
   return out.good();
 }
 
+// No option may write over what is read, or over what another one writes.
+std::string Clash(const Options& options) {
+  std::vector<std::pair<std::string, std::string>> outputs;
+  for (const auto& [option, file] :
+       {std::pair("--pcapng", options.run.captureFile), std::pair("--trace", options.run.traceFile),
+        std::pair("--svg", options.picture), std::pair("--state", options.state)})
+    if (!file.empty()) outputs.emplace_back(option, file);
+  for (auto output = outputs.begin(); output != outputs.end(); ++output) {
+    for (const std::string& input : options.files)
+      if (lab::SameFile(output->second, input))
+        return fmt::format("{} would write over the input file {}", output->first, input);
+    for (auto other = outputs.begin(); other != output; ++other)
+      if (lab::SameFile(output->second, other->second))
+        return fmt::format("{} and {} name one file, {}", other->first, output->first, output->second);
+  }
+  return "";
+}
+
 lab::ExitCode RunCommand(Options& options) {
-  std::string message;
+  std::string message = Clash(options);
+  if (!message.empty()) return UsageError(message);
   if (!KnownFaults(options.faults, message)) return UsageError(message);
   options.run.faults = options.faults.front();
   if (!TakeSeed(options)) return UsageError("--seed wants a number, not \"" + options.seed + "\"");
+  if (options.run.stopAtStep != 0 && !options.run.seed)
+    return UsageError("--stop-at needs --seed: without it a run makes no scheduling choices");
   const lab::Console console = MakeConsole(options);
   const lab::Scenario scenario = lab::FindScenario(options.files.front(), options.run.seed.value_or(0));
   options.run.registers = options.verbosity > 1;
@@ -120,7 +141,8 @@ lab::ExitCode ExplainCommand(Options& options) {
 
 lab::ExitCode SoakCommand(Options& options) {
   lab::SoakOptions soak;
-  std::string message;
+  std::string message = Clash(options);
+  if (!message.empty()) return UsageError(message);
   if (!KnownFaults(options.faults, message)) return UsageError(message);
   if (!lab::ParseSeedRange(options.seeds, soak.firstSeed, soak.lastSeed))
     return UsageError("--seeds wants A..B with A not above B, not \"" + options.seeds + "\"");
@@ -148,10 +170,11 @@ void AddColor(CLI::App& app, Options& options) {
 }
 
 void AddRun(CLI::App& app, Options& options) {
-  app.add_option("scenario", options.files, "scenario file")->required()->expected(1);
+  app.add_option("scenario", options.files, "scenario file; - for standard input")->required()->expected(1);
   app.add_option("--seed", options.seed, "one interleaving; without it, first come, first served");
   app.add_option("--faults", options.faults, "fault profile")->expected(1);
-  app.add_option("--stop-at", options.run.stopAtStep, "end at this scheduling choice");
+  app.add_option("--stop-at", options.run.stopAtStep,
+                 "end after this scheduling choice, with the domain as it is then");
   app.add_option("--pcapng", options.run.captureFile, "capture the control rings in this file");
   app.add_option("--trace", options.run.traceFile, "write a timeline for the Perfetto viewer to this file");
   app.add_option("--svg", options.picture, "draw the domains at the end in this file");
@@ -180,15 +203,15 @@ lab::ExitCode Dispatch(int count, char** arguments) {
   CLI::App* decode = app.add_subcommand("decode", "explain a dump from the bench");
   AddRun(*run, options);
   AddSoak(*soak, options);
-  explain->add_option("scenario", options.files, "scenario file")->required()->expected(1);
+  explain->add_option("scenario", options.files, "scenario file; - for standard input")->required()->expected(1);
   explain->add_option("--seed", options.seed, "one interleaving");
   AddColor(*explain, options);
   generate->add_option("--seed", options.seed, "which one");
   decode->require_subcommand(1);
   CLI::App* packet = decode->add_subcommand("packet", "control packets, one a line in hex, with or without CRC");
-  packet->add_option("file", options.files, "text file")->required()->expected(1);
+  packet->add_option("file", options.files, "text file; - for standard input")->required()->expected(1);
   CLI::App* drom = decode->add_subcommand("drom", "the DROM image of a router, in hex");
-  drom->add_option("file", options.files, "text file")->required()->expected(1);
+  drom->add_option("file", options.files, "text file; - for standard input")->required()->expected(1);
   AddColor(*packet, options);
   AddColor(*drom, options);
   try {

@@ -4,10 +4,9 @@
 #include <fmt/format.h>
 
 #include <cctype>
-#include <filesystem>
-#include <fstream>
+#include <sstream>
 
-#include "lab/input/toml_reader.h"
+#include "lab/input/input_file.h"
 
 namespace lab {
 namespace {
@@ -32,7 +31,7 @@ class LineParser {
 
  private:
   [[noreturn]] void Fail(const std::string& message) const {
-    throw InputError(file_, {number_, static_cast<toml::source_index>(at_ + 1)}, message);
+    throw InputError(file_, {number_, static_cast<unsigned>(at_ + 1)}, message);
   }
   void SkipSpaces() {
     while (at_ < text_.size() && std::isspace(static_cast<unsigned char>(text_[at_]))) ++at_;
@@ -62,13 +61,13 @@ class LineParser {
 }  // namespace
 
 std::vector<HexLine> ReadHexLines(const std::string& file) {
-  if (!std::filesystem::is_regular_file(file)) throw InputError(file, {1, 1}, "no such file");
-  std::ifstream in(file);
+  std::istringstream in(ReadInput(file));
+  const std::string name = InputName(file);
   std::vector<HexLine> lines;
   std::string text;
   for (unsigned number = 1; std::getline(in, text); ++number) {
     text.resize(std::min(text.size(), text.find('#')));
-    HexLine line = LineParser(file, number, text).Parse();
+    HexLine line = LineParser(name, number, text).Parse();
     if (line.pdf || !line.bytes.empty()) lines.push_back(std::move(line));
   }
   return lines;

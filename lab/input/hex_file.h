@@ -14,8 +14,7 @@ struct HexLine {
 };
 
 // One packet a line: an optional "pdf=N", then pairs of hex digits with or without spaces. Empty lines and what follows
-// a
-// '#' are skipped. InputError (lab/input/toml_reader.h) with line and column for anything else.
+// a '#' are skipped. InputError (lab/input/input_file.h) with line and column for anything else.
 std::vector<HexLine> ReadHexLines(const std::string& file);
 
 }  // namespace lab

@@ -199,8 +199,12 @@ platform::DeviceId Machine::device(Place place) const {
   return At(place).device;
 }
 
+platform::PnpState Machine::State(Place place) const {
+  return At(place).added ? hosts_[place.host].kernel->State(At(place).device) : platform::PnpState::Removed;
+}
+
 bool Machine::Added(Place place) const {
-  return At(place).added && hosts_[place.host].kernel->State(At(place).device) != platform::PnpState::Removed;
+  return State(place) != platform::PnpState::Removed;
 }
 
 void Machine::RemoveAndUnload() {

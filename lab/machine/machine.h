@@ -23,6 +23,7 @@ namespace lab {
 struct Place {
   std::size_t host = 0;
   std::size_t controller = 0;
+  bool operator==(const Place&) const = default;
 };
 
 // What the router of a controller is called on cables: the controller's name, "host/H1" where there are several hosts.
@@ -58,7 +59,8 @@ class Machine {
   // Starts a device once more whose start has failed; others are left alone.
   void RestartIfFailed(Place place);
   platform::DeviceId device(Place place = {}) const;
-  bool Added(Place place = {}) const;  // the bus shows it to the driver: started or failed, not removed
+  platform::PnpState State(Place place = {}) const;  // "removed" before Start()
+  bool Added(Place place = {}) const;                // the bus shows it to the driver: started or failed, not removed
 
   // --- quiet
   // No transition, packet or notification on its way, and nothing due before the idle time-out could be.
@@ -67,7 +69,8 @@ class Machine {
   [[nodiscard]] platform::Outcome WaitQuiet(platform::Time within);
 
   // --- looking into the driver: `look` runs on a PASSIVE_LEVEL task of the controller's kernel
-  // False when the device has no context (not started, or removed); then `look` was not called.
+  // False when the device has no context (not started, or removed); then `look` was not called. A machine that has
+  // reached its last step is looked at as it stands (Simulation::RunAlone).
   bool InDriver(Place place, const std::function<void(DEVICE_EXTENSION&)>& look);
   // Copies the domain as its device list shows it; what links are charged comes from the fabric.
   DomainView Domain(Place place = {});

@@ -147,15 +147,18 @@ void AddDomain(USB4_DOMAIN* domain, DomainView& view) {
 
 bool Machine::InDriver(Place place, const std::function<void(DEVICE_EXTENSION&)>& look) {
   bool looked = false;
-  if (!Added(place) || simulation_.Stopped()) return false;
-  const auto outcome = simulation_.RunTask(&kernel(place.host), "look", [&] {
+  if (!Added(place)) return false;
+  const auto task = [&] {
     void* device = kernel(place.host).FrameworkDevice(this->device(place));
     DEVICE_EXTENSION* context = device ? DeviceContextOf(static_cast<WDFDEVICE>(device)) : nullptr;
     if (context == nullptr) return;
     looked = true;
     look(*context);
-  });
-  return outcome == platform::Outcome::Done && looked;
+  };
+  const bool ended = simulation_.StepReached()
+                         ? simulation_.RunAlone(&kernel(place.host), "look", task)
+                         : simulation_.RunTask(&kernel(place.host), "look", task) == platform::Outcome::Done;
+  return ended && looked;
 }
 
 DomainView Machine::Domain(Place place) {

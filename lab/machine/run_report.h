@@ -49,7 +49,7 @@ struct RunReport {
   std::uint64_t faultsFired = 0;
   bool captured = false;     // the capture was written to its end
   bool traced = false;       // the timeline was, too
-  bool stopReached = false;  // ended at the step that was asked for
+  bool stopReached = false;  // ended after the choice that was asked for; `domains` is what it found there
 };
 
 }  // namespace lab

@@ -11,7 +11,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 // Additions raise the number behind the point, anything else the one before it.
-constexpr const char* kFormatVersion = "1.2";
+constexpr const char* kFormatVersion = "1.3";
 
 double Milliseconds(platform::Time time) {
   return static_cast<double>(time) / static_cast<double>(platform::kMillisecond);
@@ -148,12 +148,17 @@ Json Events(const RunReport& report) {
   });
 }
 
+const char* Verdict(const RunReport& report) {
+  if (report.code != ExitCode::Held) return "fail";
+  return report.stopReached ? "stopped" : "pass";
+}
+
 }  // namespace
 
 std::string FormatJson(const RunReport& report) {
   Json json;
   json["format_version"] = kFormatVersion;
-  json["verdict"] = report.code == ExitCode::Held ? "pass" : "fail";
+  json["verdict"] = Verdict(report);
   json["seed"] = report.seeded ? Json(fmt::format("{}", report.seed)) : Json(nullptr);
   json["virtualTimeMs"] = Milliseconds(report.virtualTime);
   json["routers"] = Routers(report);

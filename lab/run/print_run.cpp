@@ -46,7 +46,8 @@ void PrintFindings(const Console& console, const RunReport& report) {
 std::string VerdictText(const RunReport& report) {
   switch (report.code) {
     case ExitCode::Held:
-      return report.stopReached ? "stopped at the step that was asked for" : "pass";
+      return report.stopReached ? "stopped after the choice that was asked for; nothing has failed up to there"
+                                : "pass";
     case ExitCode::Failed:
       return "fail: an expectation or the hardware's view of it does not hold";
     case ExitCode::Violation:

@@ -48,15 +48,19 @@ class Run {
   void ReplugRoots();
   void Judge(const Expectation& expectation);
   void JudgeHardware();
+  void JudgeQuiet();
+  void JudgeStarts();
   void JudgeEnd();
   void Removal();
   void AddLeftovers();
   void Fail(std::string text);
   void Say(std::string where, std::string event, std::string effect);
   ExitCode Code() const;
-  bool Over() { return machine_.simulation().Stopped() || stopReached_; }
+  bool Over() { return machine_.simulation().Stopped(); }
   void Pass(platform::Time until);
-  void Note(platform::Outcome outcome);
+  void Settle();
+  void View();
+  void Sum(bool heals);
 
   const Scenario& scenario_;
   const RunOptions& options_;
@@ -66,7 +70,6 @@ class Run {
   std::unique_ptr<Timeline> timeline_;
   RunReport report_;
   platform::Time origin_ = 0;  // when the last controller had started
-  bool stopReached_ = false;
   unsigned packetEventsLeft_ = 0;
 };
 
@@ -106,16 +109,21 @@ void Run::Fail(std::string text) {
   report_.failures.push_back(std::move(text));
 }
 
-void Run::Note(platform::Outcome outcome) {
-  stopReached_ = stopReached_ || outcome == platform::Outcome::StepReached;
-}
-
 void Run::Pass(platform::Time until) {
   while (!Over() && machine_.simulation().Now() < until) {
     const platform::Outcome outcome = machine_.simulation().RunUntil([] { return false; }, until);
-    Note(outcome);
     if (outcome != platform::Outcome::Done) return;
   }
+}
+
+// JudgeEnd asks whether it became quiet.
+void Run::Settle() {
+  static_cast<void>(machine_.WaitQuiet(kQuietWithin));
+}
+
+void Run::View() {
+  report_.domains.clear();
+  for (Place place : machine_.Places()) report_.domains.push_back(machine_.Domain(place));
 }
 
 // These happen inside the machine, between two packets, from its first one on.
@@ -242,7 +250,7 @@ void Run::Heal() {
   // A host router keeps its power through all that follows, and with it an operation that got stuck.
   for (const auto& router : machine_.fabric().routers()) router->operations().Reset();
   Say("", "faults", "healed");
-  Note(machine_.WaitQuiet(kQuietWithin));
+  Settle();
   for (std::size_t host = 0; host < scenario_.machine.hosts.size() && !Over(); ++host) {
     machine_.kernel(host).SystemSleep(platform::SystemPowerAction::Hibernate);
     if (!Over()) machine_.kernel(host).SystemResume();
@@ -252,35 +260,76 @@ void Run::Heal() {
     machine_.RestartIfFailed(place);
   }
   if (Over()) return;
-  Note(machine_.WaitQuiet(kQuietWithin));
+  Settle();
   if (!Over()) ReplugRoots();
   Pass(machine_.simulation().Now() + kHealPause);
 }
 
+// A run that ends while it is looked at shows nothing.
 void Run::Judge(const Expectation& expectation) {
-  for (const std::string& text : Mismatches(expectation, machine_, options_.faults != "none"))
+  const std::vector<std::string> mismatches = Mismatches(expectation, machine_, options_.faults != "none");
+  if (Over()) return;
+  for (const std::string& text : mismatches)
     Fail(fmt::format("{}:{}:{}: {}", scenario_.file, expectation.line, expectation.column, text));
 }
 
 void Run::JudgeHardware() {
   OracleOptions options = OracleOptionsFor(scenario_.machine);
   options.lostGrants = options_.faults == kLightFaults && machine_.faults().Fired();
-  for (const std::string& finding : OracleFindings(machine_, options)) Fail("oracle: " + finding);
+  const std::vector<std::string> findings = OracleFindings(machine_, options);
+  if (Over()) return;
+  for (const std::string& finding : findings) Fail("oracle: " + finding);
+}
+
+// What is asked of a controller whose host sleeps waits for the resume, and keeps the machine busy until then.
+void Run::JudgeQuiet() {
+  bool waiting = false;
+  for (std::size_t host = 0; host < scenario_.machine.hosts.size(); ++host) {
+    const platform::HostKernel& kernel = machine_.kernel(host);
+    if (!kernel.WaitsForResume()) continue;
+    waiting = true;
+    Fail(
+        fmt::format("host {} sleeps, and what was asked of a controller in the meantime waits for its resume: "
+                    "add an event that resumes it",
+                    kernel.options().name));
+  }
+  if (!waiting && !machine_.Quiet())
+    Fail(fmt::format("the machine is not quiet {} ms after the last event", kQuietWithin / platform::kMillisecond));
+}
+
+// A controller that does not run has failed, unless the scenario expects that. One that was torn out could not start.
+void Run::JudgeStarts() {
+  for (Place place : machine_.Places()) {
+    const platform::Status status = machine_.StartStatus(place);
+    const platform::PnpState state = machine_.State(place);
+    const bool started = status >= 0 || state == platform::PnpState::SurpriseRemoved;
+    if (started && state != platform::PnpState::Failed) continue;
+    const auto expected = [&](const Expectation& expectation) {
+      return expectation.place == place && (expectation.startStatus == status || expectation.state == "failed");
+    };
+    if (std::any_of(scenario_.expectations.begin(), scenario_.expectations.end(), expected)) continue;
+    const std::string name = machine_.DomainName(place);
+    Fail(started
+             ? fmt::format("{}: did not come back; its state is \"failed\"", name)
+             : fmt::format("{}: the start has failed with status 0x{:08X}", name, static_cast<std::uint32_t>(status)));
+  }
 }
 
 void Run::JudgeEnd() {
-  const platform::Outcome outcome = machine_.WaitQuiet(kQuietWithin);
-  Note(outcome);
+  Settle();
   if (Over()) return;
   if (timeline_) timeline_->Mark({machine_.simulation().Now(), "", "judged", ""});
   if (packetEventsLeft_ != 0) Fail(fmt::format("{} events wait for a packet that never came", packetEventsLeft_));
-  if (!machine_.Quiet())
-    Fail(fmt::format("the machine is not quiet {} ms after the last event", kQuietWithin / platform::kMillisecond));
-  for (Place place : machine_.Places()) {
-    report_.domains.push_back(machine_.Domain(place));
-    if (options_.explain) report_.explanations.push_back(Explain(report_.domains.back(), machine_, place));
-    if (options_.registers && !Over()) machine_.ReadRegisters(place, report_.domains.back());
+  JudgeQuiet();
+  JudgeStarts();
+  View();
+  for (std::size_t i = 0; i < report_.domains.size() && !Over(); ++i) {
+    DomainView& domain = report_.domains[i];
+    const Place place = machine_.Places()[i];
+    if (options_.explain) report_.explanations.push_back(Explain(domain, machine_, place));
+    if (options_.registers && !Over()) machine_.ReadRegisters(place, domain);
   }
+  if (Over()) return;
   if (machine_.Quiet()) JudgeHardware();
   for (const Expectation& expectation : scenario_.expectations)
     if (expectation.at == platform::kNever && !Over()) Judge(expectation);
@@ -315,6 +364,31 @@ ExitCode Run::Code() const {
   return ExitCode::Held;
 }
 
+void Run::Sum(bool heals) {
+  platform::Simulation& simulation = machine_.simulation();
+  simulation.RemoveSink(&events_);
+  report_.stopReached = simulation.StepReached();
+  if (report_.stopReached) View();
+  report_.violations = simulation.violations();
+  report_.hang = simulation.HangReport();
+  for (const sim::ProtocolError& error : machine_.fabric().errors().list())
+    (heals && machine_.faults().Fired() && Excused(error) ? report_.waivedErrors : report_.protocolErrors)
+        .push_back(error);
+  report_.virtualTime = simulation.Now();
+  report_.step = simulation.Step();
+  report_.traceHash = simulation.TraceHash();
+  report_.faultsFired = machine_.faults().FiredCount();
+  for (const platform::Waiver& waiver : simulation.waivers())
+    if (waiver.hits > 0) report_.waivers.push_back(waiver);
+  report_.captured = capture_ && capture_->Close();
+  report_.traced = timeline_ && timeline_->Close();
+  report_.code = Code();
+  // The choice after which this code is certain: what stops a run comes last.
+  const bool late = report_.code == ExitCode::Violation || report_.code == ExitCode::Hang;
+  if (report_.code != ExitCode::Held && (late || report_.failedStep == 0)) report_.failedStep = report_.step;
+  report_.events = events_.events();
+}
+
 RunReport Run::Execute() {
   const bool heals = options_.faults != "none" && options_.faults != kLightFaults;
   if ((capture_ && !capture_->Good()) || (timeline_ && !timeline_->Good())) {
@@ -330,25 +404,7 @@ RunReport Run::Execute() {
   if (!Over() && heals) Heal();
   if (!Over()) JudgeEnd();
   if (!Over()) Removal();
-  platform::Simulation& simulation = machine_.simulation();
-  simulation.RemoveSink(&events_);
-  report_.violations = simulation.violations();
-  report_.hang = simulation.HangReport();
-  for (const sim::ProtocolError& error : machine_.fabric().errors().list())
-    (heals && machine_.faults().Fired() && Excused(error) ? report_.waivedErrors : report_.protocolErrors)
-        .push_back(error);
-  report_.virtualTime = simulation.Now();
-  report_.step = simulation.Step();
-  report_.stopReached = stopReached_;
-  report_.traceHash = simulation.TraceHash();
-  report_.faultsFired = machine_.faults().FiredCount();
-  for (const platform::Waiver& waiver : simulation.waivers())
-    if (waiver.hits > 0) report_.waivers.push_back(waiver);
-  report_.captured = capture_ && capture_->Close();
-  report_.traced = timeline_ && timeline_->Close();
-  report_.code = Code();
-  if (report_.code != ExitCode::Held && report_.failedStep == 0) report_.failedStep = report_.step;
-  report_.events = events_.events();
+  Sum(heals);
   return std::move(report_);
 }
 

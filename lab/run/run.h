@@ -14,7 +14,7 @@ namespace lab {
 struct RunOptions {
   std::optional<std::uint64_t> seed;  // none: first come, first served
   std::string faults = "none";
-  std::uint64_t stopAtStep = 0;  // 0: never
+  std::uint64_t stopAtStep = 0;  // the last scheduling choice that is made; 0: no limit
   std::string captureFile;       // pcapng; empty: none
   std::string traceFile;         // timeline; empty: none
   bool explain = false;          // say at the end why each device has, or has not, its tunnel

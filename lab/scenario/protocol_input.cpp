@@ -49,18 +49,26 @@ sim::FirmwareTunnel ReadFirmwareTunnel(TableReader& table, TopologyInput& topolo
   static const std::vector<std::string> kStates = {"whole",   "off",   "bare",    "half", "broken",
                                                    "far-off", "wrong", "looping", "long"};
   sim::FirmwareTunnel tunnel;
-  tunnel.kind = *sim::ParseFirmwareKind((table.RequiredText("kind"), table.Choice("kind", {"pcie", "usb3", "dp"}, "")));
+  if (!table.Has("kind")) table.Missing("kind");
+  const std::string kind = table.Choice("kind", {"pcie", "usb3", "dp"}, "");
   tunnel.state = *sim::ParseFirmwareState(table.Choice("state", kStates, "whole"));
+  tunnel.upMbps = Mbps(table, "up");
+  tunnel.downMbps = Mbps(table, "down");
+  tunnel.reserved = table.Flag("reserved", true);
+  tunnel.lane = static_cast<unsigned>(table.Number("lane", 0, 0, 1));
+  // Which adapters it may end at, only its kind can say.
+  if (kind.empty()) {
+    for (const char* end : {"from", "to"})
+      if (!table.Has(end)) table.Missing(end);
+    return tunnel;
+  }
+  tunnel.kind = *sim::ParseFirmwareKind(kind);
   const bool pcie = tunnel.kind == sim::FirmwareKind::Pcie, usb3 = tunnel.kind == sim::FirmwareKind::Usb3;
   tunnel.from = topology.ReadAdapter(table, "from",
                                      {pcie   ? sim::kTypePcieDown
                                       : usb3 ? sim::kTypeUsb3Down
                                              : sim::kTypeDpIn});
   tunnel.to = topology.ReadAdapter(table, "to", {pcie ? sim::kTypePcieUp : usb3 ? sim::kTypeUsb3Up : sim::kTypeDpOut});
-  tunnel.upMbps = Mbps(table, "up");
-  tunnel.downMbps = Mbps(table, "down");
-  tunnel.reserved = table.Flag("reserved", true);
-  tunnel.lane = static_cast<unsigned>(table.Number("lane", 0, 0, 1));
   return tunnel;
 }
 

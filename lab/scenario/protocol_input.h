@@ -8,7 +8,7 @@
 
 namespace lab {
 
-// Every error is an InputError at the key that holds it.
+// Every mistake is told at the key that holds it.
 // Keys `adapter`, `mbpsPerLane`, `lanes`, `readyAfter`, `answers`.
 DisplayConfig ReadDisplay(TableReader& table, TopologyInput& topology);
 // Key `adapter`: a DP OUT.

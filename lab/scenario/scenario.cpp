@@ -20,6 +20,8 @@ namespace {
 
 constexpr std::uint32_t kLargestHopCount = 1023;  // what the ten bits of the capabilities register can say
 constexpr std::size_t kMostResources = 32;
+// A router of the model takes a quarter of a megabyte.
+constexpr std::size_t kMostHosts = 8, kMostControllers = 8, kMostRouters = 256;
 constexpr std::uint64_t kDefaultBarStart = 0x90000000;
 constexpr std::uint32_t kBarLength = 0x40000;
 constexpr platform::Time kDropTime = 300 * platform::kMillisecond;
@@ -75,13 +77,14 @@ std::vector<platform::Resource> ParseResources(TableReader& table) {
 ControllerConfig ReadController(TableReader table) {
   ControllerConfig controller;
   controller.model = table.Choice("model", HostModelNames(), controller.model);
+  // A model that does not exist names it all the same, so that cables find it.
+  controller.model = table.Text("model", controller.model);
   controller.name = table.Text("name", controller.model);
   controller.hardwareId = table.Text("hardwareId", controller.hardwareId);
-  if (table.Has("pciIdentity")) {
-    controller.pciIdentity = ParsePciIdentity(table.Text("pciIdentity", ""));
-    if (!controller.pciIdentity)
-      table.Fail("pciIdentity", "pciIdentity must be vendor:device in hex, such as \"8086:9A1B\"");
-  }
+  const auto identity = table.Has("pciIdentity") ? table.RequiredText("pciIdentity") : std::nullopt;
+  if (identity) controller.pciIdentity = ParsePciIdentity(*identity);
+  if (identity && !controller.pciIdentity)
+    table.Fail("pciIdentity", "pciIdentity must be vendor:device in hex, such as \"8086:9A1B\"");
   if (table.Has("hopCount"))
     controller.hopCount = static_cast<std::uint32_t>(table.Number("hopCount", 0, 0, kLargestHopCount));
   if (table.Has("resources")) controller.resources = ParseResources(table);
@@ -93,7 +96,7 @@ ControllerConfig ReadController(TableReader table) {
   if (handOver == "wrong") controller.handOver = sim::FirmwareAnswer::Wrong;
   TableReader registry = table.Table("registry");
   for (auto& [key, value] : registry.NumbersByKey()) controller.parameters[key] = value;
-  table.RejectUnknownKeys();
+  table.Finish();
   return controller;
 }
 
@@ -101,7 +104,7 @@ HostConfig ReadHost(TableReader table, std::size_t position) {
   HostConfig host;
   host.name = table.Text("name", position == 0 ? "host" : fmt::format("host{}", position + 1));
   host.computerName = table.Text("computerName", host.computerName);
-  std::vector<TableReader> controllers = table.Tables("controller");
+  std::vector<TableReader> controllers = table.Tables("controller", kMostControllers);
   if (!controllers.empty()) host.controllers.clear();
   for (TableReader& reader : controllers) {
     ControllerConfig controller = ReadController(reader);
@@ -110,7 +113,7 @@ HostConfig ReadHost(TableReader table, std::size_t position) {
         reader.Fail("name", fmt::format("a second controller \"{}\"", controller.name));
     host.controllers.push_back(std::move(controller));
   }
-  table.RejectUnknownKeys();
+  table.Finish();
   return host;
 }
 
@@ -119,13 +122,13 @@ Place ReadPlace(TableReader& table, const MachineConfig& machine) {
   Place place;
   std::vector<std::string> hosts, controllers;
   for (const HostConfig& host : machine.hosts) hosts.push_back(host.name);
-  const std::string host = table.Choice("host", hosts, hosts.front());
-  place.host = static_cast<std::size_t>(std::find(hosts.begin(), hosts.end(), host) - hosts.begin());
+  const auto host = table.Index("host", hosts);
+  place.host = host.value_or(0);
   for (const ControllerConfig& controller : machine.hosts[place.host].controllers)
     controllers.push_back(controller.name);
-  const std::string controller = table.Choice("controller", controllers, controllers.front());
-  place.controller =
-      static_cast<std::size_t>(std::find(controllers.begin(), controllers.end(), controller) - controllers.begin());
+  // Of a host that does not exist, any controller may be meant.
+  if (table.Has("controller") && (host || !table.Has("host")))
+    place.controller = table.Index("controller", controllers).value_or(0);
   return place;
 }
 
@@ -136,18 +139,23 @@ bool HappensAtAPacket(Verb verb) {
 
 void ReadMoment(TableReader& table, ScenarioEvent& event) {
   const bool atPacket = table.Has("packet");
-  if (atPacket == table.Has("at")) table.Fail("at", atPacket ? "either at or packet, not both" : "at is missing");
+  if (!atPacket && !table.Has("at")) table.Missing("at");
+  if (atPacket && table.Has("at")) table.Fail("at", "either at or packet, not both");
   event.at = table.Duration("at", platform::kNever);
   if (!atPacket) return;
-  event.packet = static_cast<std::uint64_t>(table.Number("packet", 0, 1, 1'000'000'000));
+  event.packet = static_cast<std::uint64_t>(table.Number("packet", 1, 1, 1'000'000'000));
   if (!HappensAtAPacket(event.verb)) table.Fail("packet", "disable and enable happen at a time, not at a packet");
 }
 
+constexpr const char* kKeysOfVerbs[] = {"from", "to",   "lanes",   "gbpsPerLane", "bonded",
+                                        "what", "for",  "adapter", "readyAfter",  "mbpsPerLane",
+                                        "up",   "down", "gbps",    "answers"};
+
 ScenarioEvent ReadEvent(TableReader& table, const MachineConfig& machine, TopologyInput& topology) {
   ScenarioEvent event;
-  table.RequiredText("do");
-  const std::string verb = table.Choice("do", VerbNames(), "");
-  event.verb = static_cast<Verb>(std::find(VerbNames().begin(), VerbNames().end(), verb) - VerbNames().begin());
+  const auto verb = table.Index("do", VerbNames());
+  if (!table.Has("do")) table.Missing("do");
+  event.verb = static_cast<Verb>(verb.value_or(0));
   ReadMoment(table, event);
   event.place = ReadPlace(table, machine);
   if (event.verb == Verb::Plug) event.cable = topology.ReadCable(table);
@@ -158,7 +166,10 @@ ScenarioEvent ReadEvent(TableReader& table, const MachineConfig& machine, Topolo
   if (event.verb == Verb::DropLink) event.backAfter = table.Duration("for", kDropTime);
   event.line = table.source().line;
   event.column = table.source().column;
-  table.RejectUnknownKeys();
+  // Which other keys it has, only the verb can say.
+  if (!verb)
+    for (const char* key : kKeysOfVerbs) table.Has(key);
+  table.Finish();
   return event;
 }
 
@@ -177,27 +188,27 @@ void CheckCables(const std::vector<std::pair<ScenarioEvent, TableReader>>& event
 void ReadFurniture(TableReader& table, MachineConfig& machine, TopologyInput& topology) {
   for (TableReader& item : table.Tables("display")) {
     machine.displays.push_back(ReadDisplay(item, topology));
-    item.RejectUnknownKeys();
+    item.Finish();
   }
   for (TableReader& item : table.Tables("usb3")) {
     machine.usb3.push_back(ReadUsb3(item, topology));
-    item.RejectUnknownKeys();
+    item.Finish();
   }
   for (TableReader& item : table.Tables("firmware")) {
     machine.firmware.push_back(ReadFirmwareTunnel(item, topology));
-    item.RejectUnknownKeys();
+    item.Finish();
   }
 }
 
-void ReadTopology(TableReader& table, Scenario& scenario) {
+void ReadTopology(TableReader& table, Scenario& scenario, const InputProblems& problems) {
   TopologyInput topology(scenario.machine);
-  for (TableReader& router : table.Tables("router")) {
+  for (TableReader& router : table.Tables("router", kMostRouters)) {
     scenario.machine.routers.push_back(topology.ReadRouter(router));
-    router.RejectUnknownKeys();
+    router.Finish();
   }
   for (TableReader& link : table.Tables("link")) {
     scenario.machine.cables.push_back(topology.ReadCable(link));
-    link.RejectUnknownKeys();
+    link.Finish();
     topology.Plug(link, scenario.machine.cables.back());
   }
   ReadFurniture(table, scenario.machine, topology);
@@ -205,12 +216,13 @@ void ReadTopology(TableReader& table, Scenario& scenario) {
   for (TableReader& event : table.Tables("event"))
     events.emplace_back(ReadEvent(event, scenario.machine, topology), event);
   std::stable_sort(events.begin(), events.end(), [](const auto& a, const auto& b) { return a.first.at < b.first.at; });
-  CheckCables(events, topology);
+  // After a mistake, what is plugged where is not known well enough.
+  if (problems.Count() == 0) CheckCables(events, topology);
   for (auto& [event, reader] : events) scenario.events.push_back(std::move(event));
 }
 
 std::uint64_t ReadRoute(TableReader& table) {
-  const std::string text = table.Text("route", "");
+  const std::string text = table.Text("route", "0");
   std::uint64_t route = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), route, 16);
   if (error != std::errc() || end != text.data() + text.size() || route >> 63 != 0)
@@ -257,19 +269,15 @@ void ReadTunnelExpectation(TableReader& table, Expectation& expectation) {
                                     {"usb3Tunnels", &expectation.usb3Tunnels},
                                     {"dpTunnels", &expectation.dpTunnels}})
     if (table.Has(key)) *number = table.Number(key, 0, 0, 1000);
-  if (table.Has("tunnel")) {
-    expectation.tunnel = table.Text("tunnel", "");
-    RequireTunnel(table, "tunnel", *expectation.tunnel);
-  }
-  if (table.Has("probe")) {
-    expectation.probe = table.Text("probe", "");
-    if (expectation.probe->find(" -> ") == std::string::npos)
-      table.Fail("probe", "probe must be two adapters, such as \"H1:3 -> D1:9\"");
-  }
+  if (table.Has("tunnel")) expectation.tunnel = table.RequiredText("tunnel");
+  if (expectation.tunnel) RequireTunnel(table, "tunnel", *expectation.tunnel);
+  if (table.Has("probe")) expectation.probe = table.RequiredText("probe");
+  if (expectation.probe && expectation.probe->find(" -> ") == std::string::npos)
+    table.Fail("probe", "probe must be two adapters, such as \"H1:3 -> D1:9\"");
   if (table.Has("allocated")) expectation.allocated = table.Text("allocated", "");
   if (table.Has("consumed")) expectation.consumed = table.Text("consumed", "");
   for (const char* key : {"allocated", "consumed"})
-    if (table.Has(key) && !expectation.tunnel) table.Fail(key, fmt::format("{} needs the tunnel", key));
+    if (table.Has(key) && !table.Has("tunnel")) table.Fail(key, fmt::format("{} needs the tunnel", key));
 }
 
 bool AsksSomething(const Expectation& e) {
@@ -278,6 +286,7 @@ bool AsksSomething(const Expectation& e) {
 }
 
 Expectation ReadExpectation(TableReader table, const MachineConfig& machine) {
+  const std::size_t before = table.Mistakes();
   Expectation expectation;
   expectation.at = table.Duration("at", platform::kNever);
   expectation.place = ReadPlace(table, machine);
@@ -294,8 +303,8 @@ Expectation ReadExpectation(TableReader table, const MachineConfig& machine) {
   if (table.Has("adapters")) expectation.adapters = table.Number("adapters", 0, 0, 63);
   ReadRouterExpectation(table, expectation);
   ReadTunnelExpectation(table, expectation);
-  table.RejectUnknownKeys();
-  if (!AsksSomething(expectation)) table.Fail("", "nothing is expected here");
+  table.Finish();
+  if (table.Mistakes() == before && !AsksSomething(expectation)) table.Fail("", "nothing is expected here");
   return expectation;
 }
 
@@ -311,11 +320,12 @@ const std::vector<std::string>& VerbNames() {
 namespace {
 
 Scenario FromTable(const toml::table& parsed, const std::string& file) {
-  TableReader table(file, parsed);
+  InputProblems problems(InputName(file));
+  TableReader table(problems, parsed);
   Scenario scenario;
   scenario.file = file;
   scenario.name = table.Text("name", file);
-  std::vector<TableReader> hosts = table.Tables("host");
+  std::vector<TableReader> hosts = table.Tables("host", kMostHosts);
   if (!hosts.empty()) scenario.machine.hosts.clear();
   for (std::size_t i = 0; i < hosts.size(); ++i) {
     HostConfig host = ReadHost(hosts[i], i);
@@ -323,10 +333,11 @@ Scenario FromTable(const toml::table& parsed, const std::string& file) {
       if (other.name == host.name) hosts[i].Fail("name", fmt::format("a second host \"{}\"", host.name));
     scenario.machine.hosts.push_back(std::move(host));
   }
-  ReadTopology(table, scenario);
+  ReadTopology(table, scenario, problems);
   for (TableReader& item : table.Tables("expect"))
     scenario.expectations.push_back(ReadExpectation(item, scenario.machine));
-  table.RejectUnknownKeys();
+  table.Finish();
+  problems.Throw();
   std::stable_sort(scenario.expectations.begin(), scenario.expectations.end(),
                    [](const Expectation& a, const Expectation& b) { return a.at < b.at; });
   return scenario;

@@ -15,22 +15,25 @@ namespace lab {
 inline constexpr unsigned kUsb4Depth = 5;
 inline constexpr unsigned kThunderboltDepth = 6;
 
-// Every error is an InputError at the key that holds it.
+// Every mistake is told at the key that holds it, and only there: what names a router of an unknown model, or a port
+// that does not exist, is not judged any further.
 class TopologyInput {
  public:
   // Knows the host routers of `machine`.
   explicit TopologyInput(const MachineConfig& machine);
 
   RouterConfig ReadRouter(TableReader& table);
-  // Keys `from`, `to`, `lanes`, `gbpsPerLane`. Both ends must be lane 0 of a port that exists.
+  // Keys `from`, `to`, `lanes`, `gbpsPerLane`. Both ends must be lane 0 of a port that exists; an end that is not is
+  // empty.
   CableConfig ReadCable(TableReader& table);
-  // Key `what`: a router, or one of its ports.
+  // Key `what`: a router, or one of its ports; empty when it is neither.
   std::string ReadPlace(TableReader& table);
 
   // An adapter of one of these types, as "D1:13".
   std::string ReadAdapter(TableReader& table, const char* key, const std::vector<std::uint32_t>& types);
 
-  // The cable is plugged: both ports must be free, and the tree must stay a tree within its depth.
+  // The cable is plugged: both ports must be free, and the tree must stay a tree within its depth; otherwise the plan
+  // stays as it is.
   void Plug(const TableReader& table, const CableConfig& cable);
   // The cable at `what` is pulled; there must be one.
   void Unplug(const TableReader& table, const std::string& what);
@@ -49,19 +52,23 @@ class TopologyInput {
   };
   using Depths = std::map<std::string, unsigned>;
 
-  const sim::RouterModel& Model(const std::string& router) const { return *routers_.at(router); }
+  // None for a router of an unknown model.
+  const sim::RouterModel* Model(const std::string& router) const { return routers_.at(router); }
+  static bool IsHost(const sim::RouterModel* model) { return model != nullptr && model->host; }
   std::vector<std::string> RouterNames() const;
   std::string FreePorts(const std::string& router) const;
-  Port ParsePort(const TableReader& table, const char* key, const std::string& text) const;
-  void RequirePort(const TableReader& table, const char* key, const Port& port) const;
-  void RequireFree(const TableReader& table, const char* key, const Port& port) const;
+  // None when the text names no port, which is told, or a port of a router of an unknown model, which is not.
+  std::optional<Port> ParsePort(const TableReader& table, const char* key, const std::string& text) const;
+  bool RequirePort(const TableReader& table, const char* key, const Port& port) const;
+  bool RequireFree(const TableReader& table, const char* key, const Port& port) const;
+  std::string ReadPort(TableReader& table, const char* key) const;
   const Cable* CableAt(const Port& port) const;
   const Cable* CableTowardsHost(const std::string& router) const;
-  std::size_t FindCable(const TableReader& table, const std::string& what) const;
+  std::optional<std::size_t> FindCable(const TableReader& table, const std::string& what) const;
   bool Connected(const std::string& first, const std::string& second) const;
   // Distance from the nearest host, of every router that hangs below one.
   Depths DepthsBelow(const std::string& host) const;
-  void RequireDepth(const TableReader& table) const;
+  bool RequireDepth(const TableReader& table) const;
 
   std::map<std::string, const sim::RouterModel*> routers_;
   std::vector<Cable> cables_;

@@ -50,17 +50,20 @@ void AccessTracks::Packet(const sim::WireEntry& entry) {
   file_.Instant(others_, entry.when, fmt::format("{} {}", entry.up ? "<-" : "->", entry.text));
 }
 
-// Two controllers may ask the same thing at the same time; the domain's own question goes first, then one that has not
-// been seen on the wire yet: a request may come twice.
+// Two controllers may ask the same thing at the same time. The question of a task that works for this one goes first,
+// of one that works for another last; then one that has not been seen on the wire yet: a request may come twice.
+int AccessTracks::RankOf(const Question& question) const {
+  const auto home = homes_.find(question.task);
+  const bool ours = home != homes_.end() ? home->second == place_ : question.controller == controller_;
+  return (ours ? 4 : 0) + (ours && home != homes_.end() ? 2 : 0) + (question.sent ? 0 : 1);
+}
+
 Question* AccessTracks::QuestionOf(const sim::ControlPacket& packet) {
   Question* best = nullptr;
-  const auto rank = [this](const Question& question) {
-    return (question.controller == controller_ ? 2 : 0) + (question.sent ? 0 : 1);
-  };
   for (Question& question : questions_) {
     if (question.pdf != packet.pdf || question.route != packet.Route()) continue;
     if (question.address.Encode() != packet.Address().Encode()) continue;
-    if (best == nullptr || rank(question) > rank(*best)) best = &question;
+    if (best == nullptr || RankOf(question) > RankOf(*best)) best = &question;
   }
   return best;
 }
@@ -82,6 +85,7 @@ void AccessTracks::Open(const sim::WireEntry& entry, const sim::ControlPacket& p
   Question* question = QuestionOf(packet);
   if (question == nullptr) return Close(lane, entry.when, "nobody waits for one");
   question->sent = true;
+  homes_.emplace(question->task, place_);
   lane.access->task = question->task;
   lane.access->arrow = file_.StartArrow(question->asker, entry.when);
 }

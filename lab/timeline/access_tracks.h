@@ -2,6 +2,7 @@
 // the moment at which the driver gives it up. Those under way at the same time stand on tracks of their own.
 #pragma once
 #include <list>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,16 +25,26 @@ struct Question {
   bool sent = false;
 };
 
+// Which controller of its host a task works for: the place of its domain, as far as a packet has shown it. The driver's
+// index tells two kinds of controllers apart, not two controllers of one kind.
+using TaskHomes = std::map<std::uint32_t, std::size_t>;
+
 // None when a field is missing or no number.
 std::optional<Question> QuestionFrom(const DriverEvent& event);
 
 class AccessTracks {
  public:
-  // `questions`: of all controllers of the host, borrowed.
-  AccessTracks(TraceFile& file, unsigned pid, std::list<Question>& questions)
-      : file_(file), pid_(pid), questions_(questions), others_(file.AddTrack(pid, "ring 0 other packets")) {}
+  // `questions` and `homes`: of all controllers of the host, borrowed. `place`: of this one among them.
+  AccessTracks(TraceFile& file, unsigned pid, std::list<Question>& questions, TaskHomes& homes, std::size_t place)
+      : file_(file),
+        pid_(pid),
+        questions_(questions),
+        homes_(homes),
+        place_(place),
+        others_(file.AddTrack(pid, "ring 0 other packets")) {}
 
   void SetController(unsigned controller) { controller_ = controller; }
+  std::optional<unsigned> controller() const { return controller_; }  // none before its device is added
   void Packet(const sim::WireEntry& entry);
   // The task's question is over; what was asked for it and has no answer yet never gets one.
   void GiveUp(std::uint32_t task, platform::Time when);
@@ -55,13 +66,16 @@ class AccessTracks {
   void Open(const sim::WireEntry& entry, const sim::ControlPacket& packet);
   bool Answer(const sim::WireEntry& entry, const sim::ControlPacket& packet);
   void Close(Lane& lane, platform::Time when, std::string_view answer);
+  int RankOf(const Question& question) const;
   Question* QuestionOf(const sim::ControlPacket& packet);
   Lane& FreeLane();
 
   TraceFile& file_;
   unsigned pid_;
   std::list<Question>& questions_;
-  unsigned controller_ = 0;
+  TaskHomes& homes_;
+  std::size_t place_;
+  std::optional<unsigned> controller_;
   Track others_;
   std::vector<Lane> lanes_;
 };

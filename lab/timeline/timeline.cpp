@@ -34,8 +34,9 @@ void Timeline::AddHost(std::size_t number) {
     if (place.host != number) continue;
     const unsigned pid = file_.AddProcess(machine_.DomainName(place));
     const sim::Router& router = *machine_.fabric().Find(HostRouterName(machine_.config(), place));
-    host.domains.push_back(std::make_unique<Domain>(
-        Domain{pid, AccessTracks(file_, pid, host.questions), TunnelTracks(file_, pid, router)}));
+    host.domains.push_back(
+        std::make_unique<Domain>(Domain{pid, AccessTracks(file_, pid, host.questions, host.homes, host.domains.size()),
+                                        TunnelTracks(file_, pid, router)}));
     Domain& domain = *host.domains.back();
     machine_.wire(place).log().Listen([&domain](const sim::WireEntry& entry) { domain.accesses.Packet(entry); });
   }
@@ -47,10 +48,12 @@ Timeline::Host& Timeline::HostOf(const platform::TraceRecord& record) {
   return *hosts_.front();
 }
 
-Timeline::Domain& Timeline::DomainOf(Host& host, unsigned controller) {
-  const auto found = std::find(host.controllers.begin(), host.controllers.end(), controller);
-  const auto index = static_cast<std::size_t>(found - host.controllers.begin());
-  return *host.domains[index < host.domains.size() ? index : 0];
+Timeline::Domain& Timeline::DomainOf(Host& host, std::uint32_t task, unsigned controller) {
+  const auto home = host.homes.find(task);
+  if (home != host.homes.end()) return *host.domains[home->second];
+  const auto found = std::find_if(host.domains.begin(), host.domains.end(),
+                                  [&](const auto& domain) { return domain->accesses.controller() == controller; });
+  return found == host.domains.end() ? *host.domains.front() : **found;
 }
 
 void Timeline::OnTrace(const platform::TraceRecord& record) {
@@ -108,31 +111,32 @@ void Timeline::StepEnds(const platform::TraceRecord& record, const DriverEvent& 
 
 void Timeline::Told(const platform::TraceRecord& record, const DriverEvent& event) {
   Host& host = HostOf(record);
-  if (event.what == "device added") DeviceAdded(host, event);
-  TunnelTold(host, event, record.when);
+  if (event.what == "device added") DeviceAdded(host, event, record.taskOrdinal);
+  TunnelTold(host, event, record);
   file_.Instant(tasks_.Of(record).value_or(events_), record.when, event.what, ArgumentsOf(event));
 }
 
-// Devices are added in the order of the controllers.
-void Timeline::DeviceAdded(Host& host, const DriverEvent& event) {
+// Devices are added in the order of the controllers; one that is added again finds its place by what it says on the
+// wire.
+void Timeline::DeviceAdded(Host& host, const DriverEvent& event, std::uint32_t task) {
   const unsigned controller = FieldNumber<unsigned>(event, "controller").value_or(0);
-  if (std::find(host.controllers.begin(), host.controllers.end(), controller) != host.controllers.end()) return;
-  host.controllers.push_back(controller);
-  DomainOf(host, controller).accesses.SetController(controller);
+  if (host.added == host.domains.size()) return;
+  host.homes[task] = host.added;
+  host.domains[host.added++]->accesses.SetController(controller);
 }
 
-void Timeline::TunnelTold(Host& host, const DriverEvent& event, platform::Time when) {
+void Timeline::TunnelTold(Host& host, const DriverEvent& event, const platform::TraceRecord& record) {
   const bool listed = event.what == "tunnel listed", unlisted = event.what == "tunnel unlisted";
   if (!listed && !unlisted && event.what != "USB3 granted") return;
   const auto tunnel = TunnelFrom(event);
   if (!tunnel) return;
-  TunnelTracks& tunnels = DomainOf(host, ControllerOf(*tunnel)).tunnels;
+  TunnelTracks& tunnels = DomainOf(host, record.taskOrdinal, ControllerOf(*tunnel)).tunnels;
   if (listed)
-    tunnels.Listed(*tunnel, when);
+    tunnels.Listed(*tunnel, record.when);
   else if (unlisted)
-    tunnels.Unlisted(*tunnel, when);
+    tunnels.Unlisted(*tunnel, record.when);
   else
-    tunnels.Granted(*tunnel, when);
+    tunnels.Granted(*tunnel, record.when);
 }
 
 void Timeline::Sample(Host& host, platform::Time when) {

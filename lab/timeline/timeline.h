@@ -38,18 +38,19 @@ class Timeline final : public platform::TraceSink {
     const platform::HostKernel* kernel = nullptr;
     unsigned pid = 0;
     std::list<Question> questions;
-    std::vector<std::unique_ptr<Domain>> domains;
-    std::vector<unsigned> controllers;  // the driver's index of each domain, as far as devices have been added
+    std::vector<std::unique_ptr<Domain>> domains;  // by place
+    TaskHomes homes;
+    std::size_t added = 0;  // devices; a second start of one adds none
   };
   void AddHost(std::size_t number);
   Host& HostOf(const platform::TraceRecord& record);
-  Domain& DomainOf(Host& host, unsigned controller);
+  Domain& DomainOf(Host& host, std::uint32_t task, unsigned controller);
   void Driver(const platform::TraceRecord& record);
   void StepBegins(const platform::TraceRecord& record, const DriverEvent& event);
   void StepEnds(const platform::TraceRecord& record, const DriverEvent& event);
   void Told(const platform::TraceRecord& record, const DriverEvent& event);
-  void DeviceAdded(Host& host, const DriverEvent& event);
-  void TunnelTold(Host& host, const DriverEvent& event, platform::Time when);
+  void DeviceAdded(Host& host, const DriverEvent& event, std::uint32_t task);
+  void TunnelTold(Host& host, const DriverEvent& event, const platform::TraceRecord& record);
   void Sample(Host& host, platform::Time when);
 
   Machine& machine_;

@@ -100,7 +100,8 @@ class HostKernel {
   void SurpriseRemoveAsync(DeviceId id);
   void SystemSleepAsync(SystemPowerAction action);
   void SystemResumeAsync();
-  bool Busy() const;  // a PnP or power transition is in progress or queued
+  bool WaitsForResume() const;  // a start or an orderly removal was asked for while the system sleeps
+  bool Busy() const;            // a PnP or power transition is in progress or queued
 
   // --- requests of clients ---
   // Brings the request to the device's queues on a task of its own; completed when the driver has completed it.

@@ -38,7 +38,7 @@ struct SimulationOptions {
   std::uint64_t seed = 0;
   unsigned priorityDrops = 3;          // Policy::Priority only
   std::vector<std::uint32_t> choices;  // Policy::Replay only
-  std::uint64_t stopAtStep = 0;        // 0: never
+  std::uint64_t stopAtStep = 0;        // the last choice that is made; 0: no limit
 };
 
 // A thing that the verifier holds against the driver (or, for `host` reports, against the model).
@@ -69,7 +69,7 @@ enum class Outcome {
   Deadline,     // virtual time is up
   Violation,    // the verifier stopped the run
   Hang,         // deadlock, or spinning without virtual time advancing
-  StepReached,  // stopAtStep
+  StepReached,  // the next choice would be the one after stopAtStep
 };
 
 using EventId = std::uint64_t;
@@ -112,6 +112,9 @@ class Simulation {
   Outcome RunFor(Time duration);  // lets virtual time pass; Deadline is the normal outcome
   // Runs `body` as a task of `kernel` and returns when it has ended.
   Outcome RunTask(HostKernel* kernel, std::string name, std::function<void()> body);
+  // After StepReached: runs `body` as a task of `kernel`, and beside it only tasks that hold a lock it waits for, until
+  // they release it. Makes no choice; time and trace hash stay as they are. False when `body` waits for anything else.
+  bool RunAlone(HostKernel* kernel, std::string name, std::function<void()> body);
   // True when no task is runnable and no event is scheduled at or before `horizon` (absolute).
   bool QuietUntil(Time horizon) const;
 
@@ -123,7 +126,8 @@ class Simulation {
   // counts the hit and returns. Otherwise does not return when called from a task.
   void Report(Rule rule, std::string detail, std::int64_t measured = 0);
   void ReportHang(std::string why);          // ends the run; HangReport() then also says who waits for what
-  bool Stopped() const { return stopped_; }  // a violation or hang has ended this simulation for good
+  bool Stopped() const { return stopped_; }  // a violation, a hang or stopAtStep has ended this simulation for good
+  bool StepReached() const { return stepReached_; }
   std::string HangReport() const { return hangReport_; }  // who waits for what
 
   // --- sinks
@@ -152,6 +156,7 @@ class Simulation {
   std::vector<TraceSink*> sinks_;
   std::string hangReport_;
   bool stopped_ = false;
+  bool stepReached_ = false;
   std::unique_ptr<Scheduler> scheduler_;
 };
 

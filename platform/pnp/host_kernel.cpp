@@ -137,6 +137,10 @@ bool HostKernel::SystemAsleep() const {
   return pnp_->SleepIsAhead();
 }
 
+bool HostKernel::WaitsForResume() const {
+  return pnp_->WaitsForResume();
+}
+
 bool HostKernel::Busy() const {
   return pnp_->Busy();
 }

@@ -35,6 +35,7 @@ class PnpManager final : public PowerTransitions {
 
   bool SystemAsleep() const override { return systemAsleep_; }
   bool HasDevice() const;  // of the driver
+  bool WaitsForResume() const { return !waitingForResume_.empty(); }
   bool Busy() const;
   int verbs = 0;  // begun and not ended
 

@@ -24,6 +24,7 @@ namespace {
 
 constexpr std::uint32_t kEventsWithoutProgress = 1'000'000;
 constexpr Time kDriftPerWait = 20 * kMillisecond;
+constexpr unsigned kTurnsAlone = 10'000;
 
 }  // namespace
 
@@ -58,6 +59,7 @@ struct Scheduler::State {
   ctx::fcontext_t scheduler = nullptr;
   const ActionRef* request = nullptr;  // what a task wants done on the scheduler's stack
   Task* forced = nullptr;              // chosen at a switch point
+  Task* alone = nullptr;               // RunAlone
   std::uint32_t nextOrdinal = 1;
   std::uint64_t step = 0;
   std::uint32_t eventsSinceTimeMoved = 0;
@@ -278,14 +280,27 @@ void Scheduler::Stall(Time duration) {
 void Scheduler::SeededSwitchPoint() {
   State& state = *state_;
   if (current_ == nullptr) return;
+  if (state.alone != nullptr) [[unlikely]]
+    return SwitchAlone();
   if (state.drift.Chance(1, 32)) OnSchedulerStack([this] { DriftToNextDeviceEvent(); });
   if (state.runnable.empty()) return;
+  if (StopBeforeChoice()) [[unlikely]]
+    return Yield();
   state.runnable.push_back(current_);
   const std::uint32_t index = Choose(state.runnable);
   state.runnable.pop_back();
   if (index == state.runnable.size()) return;
   state.forced = state.runnable[index];
   Yield();
+}
+
+// The run ends between two choices, so that all that follows from the last one still happens.
+bool Scheduler::StopBeforeChoice() {
+  Simulation& simulation = state_->simulation;
+  const std::uint64_t stopAt = simulation.options().stopAtStep;
+  if (stopAt == 0 || state_->step < stopAt) return false;
+  simulation.stepReached_ = simulation.stopped_ = true;
+  return true;
 }
 
 std::uint32_t Scheduler::Choose(std::span<Task* const> candidates) {
@@ -353,6 +368,7 @@ Task* Scheduler::TakeRunnable() {
                                      state.runnable.begin());
     state.forced = nullptr;
   } else if (seeded_ && state.runnable.size() > 1) {
+    if (StopBeforeChoice()) return nullptr;
     index = Choose(state.runnable);
   }
   Task* task = state.runnable[index];
@@ -397,15 +413,15 @@ Outcome Scheduler::RunUntil(const std::function<bool()>& done, Time deadline) {
     explicit Activation(Scheduler* scheduler) { active_ = scheduler; }
     ~Activation() { active_ = nullptr; }
   } activation(this);
-  const std::uint64_t stopAt = state.simulation.options().stopAtStep;
   for (;;) {
+    if (state.simulation.StepReached()) return Outcome::StepReached;
     if (state.simulation.Stopped()) return state.simulation.HangReport().empty() ? Outcome::Violation : Outcome::Hang;
-    if (stopAt != 0 && state.step >= stopAt) return Outcome::StepReached;
     if (done && done()) return Outcome::Done;
     if (Task* task = TakeRunnable()) {
       RunTask(*task);
       continue;
     }
+    if (state.simulation.Stopped()) continue;
     const Time next = state.events.NextTime();
     if (next == kNever && deadline == kNever) {
       if (!done) return Outcome::Idle;
@@ -420,17 +436,54 @@ Outcome Scheduler::RunUntil(const std::function<bool()>& done, Time deadline) {
   }
 }
 
+// --- alone
+// --------------------------------------------------------------------------------------------------------------------
+
+// The owner of a lock runs no further than to its release.
+void Scheduler::SwitchAlone() {
+  if (current_ != state_->alone && !IsParked(*state_->alone)) Yield();
+}
+
+// The task itself, or the owner of the lock that it waits for, or of the lock that this one waits for; null when they
+// wait for anything else than a lock or the end of a stall.
+Task* Scheduler::RunnableFor(Task& task) {
+  Task* next = &task;
+  for (std::size_t i = 0; i < state_->tasks.size() && next != nullptr && IsParked(*next); ++i) {
+    const Task::Machine& machine = *next->machine_;
+    if (machine.object == nullptr && machine.timeout != 0)
+      Wake(*next);
+    else
+      next = OwnerOf(machine.object);
+  }
+  return next != nullptr && !IsParked(*next) ? next : nullptr;
+}
+
+void Scheduler::RunAlone(Task& task, const bool& ended) {
+  const std::uint64_t hash = hash_;
+  active_ = this;
+  state_->alone = &task;
+  for (unsigned turn = 0; turn < kTurnsAlone && !ended && !state_->simulation.Stopped(); ++turn) {
+    Task* next = RunnableFor(task);
+    if (next == nullptr) break;
+    std::erase(state_->runnable, next);
+    RunTask(*next);
+  }
+  state_->alone = nullptr;
+  active_ = nullptr;
+  hash_ = hash;
+}
+
 bool Scheduler::QuietUntil(Time horizon) const {
   return state_->runnable.empty() && state_->events.NextTime() > horizon;
 }
 
-std::string Scheduler::OwnerOf(const void* lock) const {
+Task* Scheduler::OwnerOf(const void* lock) const {
   for (const auto& task : state_->tasks) {
     for (const HeldLock& held : task->held) {
-      if (lock && held.lock == lock) return ", held by task '" + task->name_ + "'";
+      if (lock && held.lock == lock) return task.get();
     }
   }
-  return {};
+  return nullptr;
 }
 
 std::string Scheduler::WhoWaits() const {
@@ -444,7 +497,7 @@ std::string Scheduler::WhoWaits() const {
       continue;
     }
     text += " waits in " + std::string(task->call[0] ? task->call : "the platform") + ": " + machine.why;
-    text += OwnerOf(machine.object);
+    if (const Task* owner = OwnerOf(machine.object)) text += ", held by task '" + owner->name_ + "'";
     if (machine.deadline == kNever) text += ", without a time-out";
   }
   return text;

@@ -86,6 +86,7 @@ class Scheduler {
   EventId After(Time delay, const char* name, Action&& action);
   void Cancel(EventId id);
   Outcome RunUntil(const std::function<bool()>& done, Time deadline);
+  void RunAlone(Task& task, const bool& ended);  // Simulation::RunAlone
   bool QuietUntil(Time horizon) const;
   std::string WhoWaits() const;  // one line per live task, for hang reports
   std::uint64_t step() const;
@@ -99,11 +100,14 @@ class Scheduler {
   friend class KernelCall;
   void SeededSwitchPoint();
   std::uint32_t Choose(std::span<Task* const> candidates);
-  std::string OwnerOf(const void* lock) const;
+  Task* OwnerOf(const void* lock) const;
   void DriftToNextDeviceEvent();
   void EmitWait(const char* why, bool ends);
   bool RunNextEvent(bool naturally);
   Task* TakeRunnable();
+  bool StopBeforeChoice();
+  void SwitchAlone();
+  Task* RunnableFor(Task& task);
   void RunTask(Task& task);
   struct State;
   static inline constinit thread_local Task* current_ = nullptr;

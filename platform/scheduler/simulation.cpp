@@ -49,7 +49,7 @@ Outcome Simulation::RunFor(Time duration) {
 }
 
 Outcome Simulation::RunTask(HostKernel* kernel, std::string name, std::function<void()> body) {
-  if (stopped_) return hangReport_.empty() ? Outcome::Violation : Outcome::Hang;
+  if (stopped_) return RunUntil({});
   // The task may outlive this call when the run stops early, so what it sets lives on the heap.
   auto ended = std::make_shared<bool>(false);
   Spawn(kernel, std::move(name), [ended, body = std::move(body)] {
@@ -57,6 +57,22 @@ Outcome Simulation::RunTask(HostKernel* kernel, std::string name, std::function<
     *ended = true;
   });
   return RunUntil([ended] { return *ended; });
+}
+
+bool Simulation::RunAlone(HostKernel* kernel, std::string name, std::function<void()> body) {
+  if (!stepReached_) return false;
+  const auto ended = std::make_shared<bool>(false);
+  Task& task = Spawn(kernel, std::move(name), [ended, body = std::move(body)] {
+    body();
+    *ended = true;
+  });
+  stopped_ = false;
+  scheduler_->RunAlone(task, *ended);
+  stopped_ = true;
+  // What a released task does on its way is no longer the run.
+  violations_.clear();
+  hangReport_.clear();
+  return *ended;
 }
 
 bool Simulation::QuietUntil(Time horizon) const {

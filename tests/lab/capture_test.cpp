@@ -19,7 +19,8 @@ std::string Output(const std::string& command) {
 }
 
 std::string Tshark(const std::string& file, const std::string& options) {
-  return Output("tshark -X lua_script:" PROJECT_ROOT "/lab/decode/wireshark/usb4_control.lua -r " + file + " " + options);
+  return Output("tshark -X lua_script:" PROJECT_ROOT "/lab/decode/wireshark/usb4_control.lua -r " + file + " " +
+                options);
 }
 
 std::vector<std::uint8_t> Bytes(const std::string& hex) {

@@ -1,8 +1,14 @@
 // Goal: a person who mistypes gets one line that says where and what. Method: files with one mistake each.
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
 #include "lab/input/duration.h"
 #include "lab/input/hex_file.h"
+#include "lab/input/input_file.h"
 #include "lab/input/suggest.h"
-#include "lab/input/toml_reader.h"
 #include "lab/run/soak.h"
 #include "lab/scenario/scenario.h"
 #include "tests/support/scenario_text.h"
@@ -10,6 +16,7 @@
 namespace {
 
 using tests::Complaint;
+using tests::ComplaintAbout;
 using tests::WriteFile;
 
 TEST(ScenarioInput, EachMistakeIsOneLineWithItsPlace) {
@@ -55,13 +62,93 @@ TEST(ScenarioInput, EachMistakeIsOneLineWithItsPlace) {
   for (const auto& test : kCases) EXPECT_EQ(Complaint(test.text), test.complaint) << test.text;
 }
 
-TEST(ScenarioInput, AFileThatIsNotThere) {
-  try {
-    lab::ReadScenario("no/such.toml");
-    FAIL() << "read a file that is not there";
-  } catch (const lab::InputError& error) {
-    EXPECT_STREQ(error.what(), "no/such.toml:1:1: no such file");
-  }
+TEST(ScenarioInput, AllMistakesAtOnceInTheirOrder) {
+  const struct {
+    const char* text;
+    const char* complaints;
+  } kCases[] = {
+      // In the order in which the parts are read, the expectation comes last and the name first.
+      {"[[expect]]\nrouters = \"one\"\n[[host]]\nnam = \"a\"\n[[event]]\nat = 5\ndo = \"seep\"\n",
+       "2:11: routers must be a number, not text\n"
+       "4:1: unknown key \"nam\" (did you mean \"name\"?)\n"
+       "6:6: at must be a time such as \"250 ms\", not a number\n"
+       "7:6: unknown do \"seep\" (did you mean \"sleep\"?)"},
+      // What is missing comes behind the rest of its table, and not at all where a key was meant to be it.
+      {"[[event]]\nhots = \"a\"\ncolour = 3\n",
+       "2:1: unknown key \"hots\" (did you mean \"host\"?)\n3:1: unknown key \"colour\"\n1:1: at is missing\n"
+       "1:1: do is missing"},
+      {"[[router]]\nmodle = \"D1\"\n[[event]]\nq = \"1 s\"\ndo = \"unplug\"\nwhat = \"H1:1\"\n",
+       "2:1: unknown key \"modle\" (did you mean \"model\"?)\n4:1: unknown key \"q\"\n3:1: at is missing"},
+      // A mistake makes no others: of a router without a model, nothing is known that its cables could break.
+      {"[[router]]\nname = \"a\"\nmodel = \"D7\"\n[[link]]\nfrom = \"H1:1\"\nto = \"a:77\"\n"
+       "[[event]]\nat = \"1 s\"\ndo = \"unplug\"\nwhat = \"a\"\n[[expect]]\nroute = 1\ntunnel = 2\nallocated = "
+       "\"1/1\"\n",
+       "3:9: unknown model \"D7\" (did you mean \"D1\"?)\n12:9: route must be text, not a number\n"
+       "13:10: tunnel must be text, not a number"},
+      {"[[host]]\n[[host.controller]]\nmodel = \"H9\"\n[[link]]\nfrom = \"H9:1\"\nto = \"D1:1\"\n",
+       "3:9: unknown model \"H9\" (did you mean \"H1\"?)\n6:6: unknown router \"D1\""},
+  };
+  for (const auto& test : kCases) EXPECT_EQ(Complaint(test.text), test.complaints) << test.text;
+}
+
+std::string Repeated(const std::string& text, int times) {
+  std::string all;
+  for (int i = 0; i < times; ++i) all += text;
+  return all;
+}
+
+// The parser calls itself for each level, and each router takes memory before the first mistake could be told.
+TEST(ScenarioInput, WhatIsTooLargeIsOneLine) {
+  const std::string deep = Repeated("a.", 50'000) + "a";
+  const struct {
+    std::string text;
+    const char* complaint;
+  } kCases[] = {
+      {deep + " = 1\n", "1:1: a key has at most 32 parts, this one has more"},
+      {"name = \"" + deep + "\"\n[" + deep + "]\n", "2:2: a key has at most 32 parts, this one has more"},
+      {"x = [1, {" + deep + " = 2}]\n", "1:10: a key has at most 32 parts, this one has more"},
+      {"name = \"\"\"\n" + deep + "\n\\\"\"\"\"\n# " + deep + "\n'x'." + deep + " = 1\n",
+       "5:1: a key has at most 32 parts, this one has more"},
+      {"name = '''\n" + deep + "'''\n# " + deep, ""},
+      {Repeated("a.", 31) + "a = 1\n", "1:1: unknown key \"a\""},
+      {"x = " + Repeated("[", 50'000),
+       "1:261: Error while parsing value: exceeded maximum nested value depth of 256 (TOML_MAX_NESTED_VALUES)"},
+      {Repeated("[[host]]\n", 9), "9:1: at most 8 of [[host]], here are 9"},
+      {Repeated("#", 1024 * 1024 + 1), "1:1: has more than 1048576 bytes, which is the limit"},
+  };
+  for (const auto& test : kCases) EXPECT_EQ(Complaint(test.text), test.complaint) << test.text.substr(0, 30);
+  std::string routers;
+  for (int i = 0; i < 16'000; ++i) routers += "[[router]]\nmodel = \"D1\"\nname = \"r" + std::to_string(i) + "\"\n";
+  EXPECT_EQ(Complaint(routers), "769:1: at most 256 of [[router]], here are 16000");
+  const std::string many = Complaint(Repeated("[[event]]\n", 200));
+  EXPECT_EQ(std::count(many.begin(), many.end(), '\n'), 100) << "a hundred mistakes and one line about the rest";
+}
+
+TEST(ScenarioInput, WhatIsNoFileIsCalledWhatItIs) {
+  const std::string folder = testing::TempDir() + "folder.toml", pipe = testing::TempDir() + "pipe.toml";
+  std::filesystem::create_directories(folder);
+  std::filesystem::remove(pipe);
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  EXPECT_EQ(ComplaintAbout("no/such.toml"), "1:1: no such file");
+  EXPECT_EQ(ComplaintAbout(folder), "1:1: is a directory, not a file");
+  EXPECT_EQ(ComplaintAbout(pipe), "1:1: is a pipe, not a file (- reads standard input)");
+  EXPECT_EQ(ComplaintAbout("/dev/null"), "1:1: is a device, not a file (- reads standard input)");
+}
+
+TEST(SameFile, IsOneWhateverItIsCalled) {
+  const std::string file = WriteFile("same.toml", ""), link = testing::TempDir() + "same.link";
+  std::filesystem::remove(link);
+  std::filesystem::create_hard_link(file, link);
+  const struct {
+    std::string first, second;
+    bool same;
+  } kCases[] = {{file, file, true},
+                {link, file, true},
+                {testing::TempDir() + "./same.toml", file, true},
+                {testing::TempDir() + "new.svg", testing::TempDir() + "x/../new.svg", true},
+                {testing::TempDir() + "new.svg", file, false},
+                {"/dev/null", "/dev/null", false}};
+  for (const auto& test : kCases) EXPECT_EQ(lab::SameFile(test.first, test.second), test.same) << test.first;
 }
 
 TEST(ScenarioInput, EveryKeyArrives) {

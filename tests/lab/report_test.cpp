@@ -124,7 +124,7 @@ TEST(Json, OneDocumentWithEveryKeyInOrder) {
   report.faultsFired = 7;
   report.traceHash = 0xAB;
   EXPECT_EQ(Unbroken(lab::FormatJson(report)), Unbroken(R"({
-    "format_version": "1.2","verdict": "pass","seed": "18446744073709551615","virtualTimeMs": 12.3456,
+    "format_version": "1.3","verdict": "pass","seed": "18446744073709551615","virtualTimeMs": 12.3456,
     "routers": [{
       "route": "0","name": "0-0","generation": 4,"vendorName": null,"deviceName": null,"uid": null,
       "depth": 0,"upstreamAdapter": 2,"adapters": [[1,"lane",1],[2,"host interface",2]],"link": null,"tmu": null

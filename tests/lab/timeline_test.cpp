@@ -159,6 +159,33 @@ TEST(Timeline, SaysWhatTheWireAndTheDomainSay) {
   }
 }
 
+// One hardware ID for both, so that the driver calls both controller 0; a hub with PCIe below each.
+TEST(Timeline, ControllersOfOneKindHaveAProcessEach) {
+  std::string text = "[[host]]\n";
+  for (const char* name : {"left", "right"})
+    text += std::string("[[host.controller]]\nname = \"") + name +
+            "\"\nregistry = { 'PCIETunnel\\PCIETunnelSupported' = 1 }\n";
+  for (const char* name : {"left", "right"})
+    text += std::string("[[router]]\nname = \"hub of ") + name + "\"\nmodel = \"D1\"\n[[link]]\nfrom = \"" + name +
+            ":1\"\nto = \"hub of " + name + ":1\"\n";
+  lab::RunOptions options;
+  options.traceFile = kFile;
+  ASSERT_EQ(lab::RunScenario(lab::ReadScenarioText(text, "two"), options).code, lab::ExitCode::Held);
+  const Json document = Json::parse(Bytes(kFile));
+  EXPECT_EQ(Reading(document).flaw, "");
+  std::map<std::string, int> lives, accesses;  // by process
+  std::map<int, std::string> processes;
+  for (const Json& event : document.at("traceEvents")) {
+    const int pid = event.at("pid");
+    if (event.at("name") == "process_name") processes[pid] = event.at("args").at("name");
+    if (event.at("ph") == "b") ++lives[processes[pid]];
+    accesses[processes[pid]] += event.contains("/args/request"_json_pointer);
+    EXPECT_NE(event.value("/args/answer"_json_pointer, ""), "nobody waits for one");
+  }
+  EXPECT_EQ(lives, (std::map<std::string, int>{{"host/left", 1}, {"host/right", 1}}));
+  EXPECT_EQ(accesses["host/left"], accesses["host/right"]);
+}
+
 TEST(Timeline, ChangesNothingAndIsTheSameEveryTime) {
   for (const char* faults : {"none", "heavy"}) {
     lab::RunOptions options;

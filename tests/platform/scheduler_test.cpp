@@ -140,19 +140,78 @@ TEST(Scheduler, SeededTimeDriftsToDeviceEventsButNeverFarAndTimersEndAtTicks) {
   EXPECT_GT(drifted, 30u) << "answers must be able to land between two calls";
 }
 
-TEST(Scheduler, StopsAtTheAskedStep) {
-  SimulationOptions options{Policy::Uniform, 7};
-  options.stopAtStep = 5;
-  Simulation simulation(options);
-  std::string order;
-  for (char name : {'a', 'b'}) {
-    simulation.Spawn(nullptr, "t", [&order, name] {
-      for (int i = 0; i < 50; ++i) order += name, S().Yield();
+// Two tasks that switch at every step until the first one has taken twenty; then it breaks a rule.
+Outcome RunToTheBreach(Simulation& simulation) {
+  for (const bool breaks : {true, false}) {
+    simulation.Spawn(nullptr, "t", [&simulation, breaks] {
+      for (int i = 0; i < 20 || !breaks; ++i) S().SwitchPoint();
+      simulation.Report(Rule::BugCheck, "planted");
     });
   }
-  EXPECT_EQ(simulation.RunUntil({}), Outcome::StepReached);
-  EXPECT_EQ(simulation.Step(), 5u);
-  EXPECT_LT(order.size(), 10u);
+  return simulation.RunUntil({});
+}
+
+TEST(Scheduler, StopsBehindTheAskedChoiceAndAllThatFollowsFromIt) {
+  for (std::uint64_t seed = 1; seed <= 20; ++seed) {
+    SimulationOptions options{Policy::Uniform, seed};
+    Simulation whole(options);
+    ASSERT_EQ(RunToTheBreach(whole), Outcome::Violation);
+    const std::uint64_t last = whole.Step();
+    options.stopAtStep = last;
+    Simulation replay(options);
+    EXPECT_EQ(RunToTheBreach(replay), Outcome::Violation) << "what follows from the last choice happens";
+    EXPECT_EQ(replay.TraceHash(), whole.TraceHash());
+    options.stopAtStep = last - 1;
+    Simulation shorter(options);
+    EXPECT_EQ(RunToTheBreach(shorter), Outcome::StepReached);
+    EXPECT_EQ(shorter.Step(), last - 1);
+    EXPECT_TRUE(shorter.Stopped());
+    EXPECT_EQ(shorter.RunFor(kSecond), Outcome::StepReached) << "for good";
+  }
+}
+
+TEST(Scheduler, ATaskThatRunsAloneWaitsForTheOwnersOfLocksAndForNothingElse) {
+  unsigned waited = 0;
+  for (std::uint64_t seed = 1; seed <= 40; ++seed) {
+    SimulationOptions options{Policy::Uniform, seed};
+    options.stopAtStep = 5;
+    Simulation simulation(options);
+    const int lock = 0;
+    bool held = false;
+    Task* waiter = nullptr;
+    std::string log;
+    simulation.Spawn(nullptr, "owner", [&] {
+      S().SwitchPoint();
+      held = true;
+      Scheduler::Current()->held.push_back({&lock, false});
+      for (int i = 0; i < 6; ++i) S().SwitchPoint();
+      S().Stall(10);
+      held = false;
+      Scheduler::Current()->held.clear();
+      if (waiter != nullptr) S().Wake(*waiter);
+      for (log += "released ";; log += "owner ") S().SwitchPoint();
+    });
+    simulation.Spawn(nullptr, "other", [&] {
+      for (;; log += "other ") S().SwitchPoint();
+    });
+    ASSERT_EQ(simulation.RunUntil({}), Outcome::StepReached);
+    const std::uint64_t hash = simulation.TraceHash();
+    waited += held;
+    log = held ? "" : "free ";
+    EXPECT_TRUE(simulation.RunAlone(nullptr, "look", [&] {
+      waiter = Scheduler::Current();
+      while (held) S().Park("a lock", &lock);
+      log += "look";
+    }));
+    EXPECT_TRUE(log == "released look" || log == "free look") << log;
+    EXPECT_FALSE(simulation.RunAlone(nullptr, "look", [&] { S().Park("an event", &log); }));
+    EXPECT_FALSE(simulation.RunAlone(nullptr, "look", [&] { simulation.Report(Rule::BugCheck, "planted"); }));
+    EXPECT_TRUE(simulation.violations().empty()) << "who looks is not the run";
+    EXPECT_EQ(simulation.TraceHash(), hash);
+    EXPECT_EQ(simulation.Step(), 5u);
+    EXPECT_TRUE(simulation.Stopped());
+  }
+  EXPECT_GT(waited, 5u);
 }
 
 TEST(FaultPlan, FailsTheNthOnceFromThereOnOrByChanceAndCountsUnarmedSites) {

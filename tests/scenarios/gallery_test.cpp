@@ -93,15 +93,4 @@ TEST(Gallery, OnlyTheHastyDockBehindAHubLosesPatience) {
   }
 }
 
-TEST(Gallery, ARunStopsAtTheStepThatIsAskedFor) {
-  lab::RunOptions options;
-  options.seed = 5;
-  options.stopAtStep = 100;
-  const lab::RunReport report = lab::RunScenario(lab::ReadScenario(PROJECT_ROOT "/scenarios/host.toml"), options);
-  EXPECT_TRUE(report.stopReached);
-  EXPECT_GE(report.step, 100u);
-  EXPECT_LE(report.step, 101u) << "the choice that was asked for is the last";
-  EXPECT_TRUE(report.domains.empty());
-}
-
 }  // namespace

@@ -15,15 +15,19 @@ std::string WriteFile(const std::string& name, const std::string& text) {
   return path;
 }
 
-std::string Complaint(const std::string& text) {
-  const std::string path = WriteFile("bad.toml", text);
+std::string ComplaintAbout(const std::string& path) {
+  std::string what;
   try {
     lab::ReadScenario(path);
   } catch (const lab::InputError& error) {
-    const std::string what = error.what();
-    return what.starts_with(path + ":") ? what.substr(path.size() + 1) : what;
+    what = error.what();
   }
-  return "";
+  for (std::size_t at = 0; (at = what.find(path + ":", at)) != std::string::npos;) what.erase(at, path.size() + 1);
+  return what;
+}
+
+std::string Complaint(const std::string& text) {
+  return ComplaintAbout(WriteFile("bad.toml", text));
 }
 
 lab::RunReport Play(const std::string& text, const lab::RunOptions& options) {

@@ -8,6 +8,8 @@ namespace tests {
 
 // The path of a file with that text, among the test's temporary files.
 std::string WriteFile(const std::string& name, const std::string& text);
+// What reading that scenario file complains about, without the file's name; empty when it reads well.
+std::string ComplaintAbout(const std::string& path);
 // What reading the text as a scenario complains about, without the file's name; empty when it reads well.
 std::string Complaint(const std::string& text);
 // Runs the text as a scenario; its file is called text.toml.
