@@ -21,7 +21,7 @@ namespace {
 constexpr std::uint32_t kLargestHopCount = 1023;  // what the ten bits of the capabilities register can say
 constexpr std::size_t kMostResources = 32;
 // A router of the model takes a quarter of a megabyte.
-constexpr std::size_t kMostHosts = 8, kMostControllers = 8, kMostRouters = 256;
+constexpr std::size_t kMostHosts = 8, kMostControllers = 8, kMostRoutersOfAFile = 256;
 constexpr std::uint64_t kDefaultBarStart = 0x90000000;
 constexpr std::uint32_t kBarLength = 0x40000;
 constexpr platform::Time kDropTime = 300 * platform::kMillisecond;
@@ -202,7 +202,7 @@ void ReadFurniture(TableReader& table, MachineConfig& machine, TopologyInput& to
 
 void ReadTopology(TableReader& table, Scenario& scenario, const InputProblems& problems) {
   TopologyInput topology(scenario.machine);
-  for (TableReader& router : table.Tables("router", kMostRouters)) {
+  for (TableReader& router : table.Tables("router", kMostRoutersOfAFile)) {
     scenario.machine.routers.push_back(topology.ReadRouter(router));
     router.Finish();
   }

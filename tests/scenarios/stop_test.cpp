@@ -9,7 +9,7 @@
 namespace {
 
 // A hub that comes, goes and comes back.
-constexpr const char* kHub = R"(
+constexpr const char* kReturningHub = R"(
 [[host]]
 [[host.controller]]
 registry = { 'PCIETunnel\PCIETunnelSupported' = 1 }
@@ -52,7 +52,7 @@ TEST(StopAt, TheReplayOfAFailureFailsAsTheRunDid) {
   for (const auto& test : kCases) {
     for (const auto& seed : tests::SeedsToRun()) {
       if (!seed) continue;  // first come, first served makes no choices
-      const std::string text = std::string(kHub) + test.expectation;
+      const std::string text = std::string(kReturningHub) + test.expectation;
       const lab::RunReport whole = RunTo(text, *seed, 0);
       ASSERT_EQ(whole.failures, std::vector<std::string>{test.failure}) << "seed " << *seed;
       ASSERT_GT(whole.failedStep, 1u);
@@ -75,7 +75,7 @@ TEST(StopAt, TheReplayOfAFailureFailsAsTheRunDid) {
 
 // The driver may be anywhere then: inside its start, its removal, with locks held.
 TEST(StopAt, AnyChoiceIsFollowedByATree) {
-  const lab::Scenario scenario = lab::ReadScenarioText(kHub, "hub");
+  const lab::Scenario scenario = lab::ReadScenarioText(kReturningHub, "hub");
   for (const auto& seed : tests::SeedsToRun()) {
     if (!seed) continue;
     lab::RunOptions options;
