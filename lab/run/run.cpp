@@ -368,7 +368,8 @@ void Run::Sum(bool heals) {
   platform::Simulation& simulation = machine_.simulation();
   simulation.RemoveSink(&events_);
   report_.stopReached = simulation.StepReached();
-  if (report_.stopReached) View();
+  // A stop while the end is judged keeps the view that was judged.
+  if (report_.stopReached && report_.domains.empty()) View();
   report_.violations = simulation.violations();
   report_.hang = simulation.HangReport();
   for (const sim::ProtocolError& error : machine_.fabric().errors().list())
