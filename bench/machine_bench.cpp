@@ -4,10 +4,10 @@
 #include <ntddk.h>
 #include <wdf.h>
 
+#include "hostif/abort.h"
 #include "hostif/config_access.h"
 #include "hostif/host_interface.h"
 #include "hostif/ring.h"
-#include "hostif/abort.h"
 #include "include/device_context.h"
 #include "include/domain.h"
 #include "lab/machine/machine.h"

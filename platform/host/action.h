@@ -14,9 +14,9 @@ class Action {
 
   Action() = default;
   template <class F>
-    requires(!std::is_same_v<std::decay_t<F>, Action>)
-  // NOLINTNEXTLINE(google-explicit-constructor): a lambda is an action.
-  Action(F&& callable) {
+  requires(!std::is_same_v<std::decay_t<F>, Action>)
+      // NOLINTNEXTLINE(google-explicit-constructor): a lambda is an action.
+      Action(F&& callable) {
     using T = std::decay_t<F>;
     if constexpr (sizeof(T) <= kRoom && alignof(T) <= alignof(std::max_align_t) &&
                   std::is_nothrow_move_constructible_v<T>) {
@@ -72,9 +72,9 @@ class Action {
 class ActionRef {
  public:
   template <class F>
-    requires(!std::is_same_v<std::decay_t<F>, ActionRef>)
-  // NOLINTNEXTLINE(google-explicit-constructor)
-  ActionRef(F&& callable)
+  requires(!std::is_same_v<std::decay_t<F>, ActionRef>)
+      // NOLINTNEXTLINE(google-explicit-constructor)
+      ActionRef(F&& callable)
       : object_(const_cast<void*>(static_cast<const void*>(std::addressof(callable)))),
         call_([](void* object) { (*static_cast<std::remove_reference_t<F>*>(object))(); }) {}
   void operator()() const { call_(object_); }

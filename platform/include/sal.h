@@ -80,7 +80,8 @@
 #define __drv_freesMem(kind)
 #define __drv_aliasesMem
 
-// Annotations that stand in code: what a tool takes for granted, the verifier checks (platform/kernel/verified_locks.cpp).
+// Annotations that stand in code: what a tool takes for granted, the verifier checks
+// (platform/kernel/verified_locks.cpp).
 extern "C" {
 // The lock, which has just been initialised, stands at this place of the order, outermost first. No lock is taken while
 // a leaf is held. `name` is kept, not copied.

@@ -3,8 +3,8 @@
 // lists afterwards.
 #include <gtest/gtest.h>
 
-#include "hostif/notifications.h"
 #include "hostif/abort.h"
+#include "hostif/notifications.h"
 #include "hostif/work_items.h"
 #include "tests/support/step_log.h"
 #include "topology/device_list.h"
