@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "hostif/abort.h"
 #include "tests/support/bench.h"
 #include "topology/router_access.h"
 #include "topology/router_lifecycle.h"
@@ -51,21 +52,23 @@ WORLD_TEST(DeviceList, AnEntryIsFoundByRouteAndMarkedByRouter) {
   });
 }
 
-// What a reader does with a router that it has found: it follows the parents up and every link one router far, with an
-// access in between, in which anything may happen.
-void LookAround(USB4_SWITCH& router) {
-  const USB4_ROUTE route = KivUsb4SwitchRoute(&router);
+// What a reader does with a router that it has found: it looks where the links lead, takes its time, and then follows
+// them one router far, and the parents up to the host.
+void LookAround(const USB4_SWITCH& router) {
+  std::vector<const USB4_PORT*> remotes;
   for (const USB4_PORT& adapter : AdaptersOf(&router)) {
-    const USB4_PORT* remote = adapter.Remote;
-    std::uint32_t word = 0;
-    if (KivUsb4PortRead(&adapter, &word, {USB4_CFG_SPACE_ADAPTER, 2, 1}) != 0) word = 0;
-    for (const USB4_SWITCH* above = router.Info.Parent; above != nullptr; above = above->Info.Parent) {
-      EXPECT_TRUE(KivUsb4SwitchRouteMatches(above, &router)) << std::hex << route;
-    }
-    if (remote == nullptr) continue;
-    const bool up = KivUsb4SwitchRoute(remote->Router) < route;
-    EXPECT_EQ(KivUsb4SwitchRoute(up ? remote->Router : &router),
-              KivUsb4SwitchRoute((up ? &router : remote->Router)->Info.Parent));
+    if (const USB4_PORT* remote = adapter.Remote) remotes.push_back(remote);
+  }
+  std::uint32_t word = 0;
+  IgnoreResult(KivUsb4SwRead(&router, &word, {USB4_CFG_SPACE_ROUTER, 0, 1}));
+  SleepMs(router.Domain, 30);
+  const USB4_ROUTE route = KivUsb4SwitchRoute(&router);
+  for (const USB4_SWITCH* above = router.Info.Parent; above != nullptr; above = above->Info.Parent) {
+    EXPECT_TRUE(KivUsb4SwitchRouteMatches(above, &router)) << std::hex << route;
+  }
+  for (const USB4_PORT* remote : remotes) {
+    const USB4_SWITCH* neighbour = remote->Router;
+    EXPECT_TRUE(neighbour == router.Info.Parent || neighbour->Info.Parent == &router) << std::hex << route;
   }
 }
 
@@ -86,10 +89,10 @@ WORLD_TEST(DeviceList, ReadersBesideUnplugsFindWholeRecordsOnly) {
         if (const RouterReference router = KivUsb4DomainGetSwitch(&domain, route)) LookAround(*router), ++looks;
       }
       DeviceWalk walk(&domain);
-      while (const USB4_DEV_ENTRY* entry = walk.Next()) LookAround(*entry->Router);
+      while (const USB4_DEV_ENTRY* entry = walk.Next()) LookAround(*entry->Router), ++looks;
     }
   });
-  EXPECT_GT(looks, 10u);
+  EXPECT_GT(looks, 20u);
   bench.Quiet(60 * kSecond);
   EXPECT_EQ(bench.Routers(),
             "0 gen4\n3 gen4 20G bonded\n1 gen4 20G bonded\n301 gen4 20G bonded\n30301 gen3 20G bonded\n");
