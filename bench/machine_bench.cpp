@@ -9,7 +9,7 @@
 #include "hostif/host_interface.h"
 #include "hostif/ring.h"
 #include "include/device_context.h"
-#include "include/domain.h"
+#include "include/domain_record.h"
 #include "lab/machine/machine.h"
 #include "platform/scheduler/scheduler.h"
 #include "topology/device_list.h"

@@ -12,7 +12,7 @@
 #include "fuzz/drom_reading.h"
 #include "fuzz/verdict.h"
 #include "include/device_context.h"
-#include "include/domain.h"
+#include "include/domain_record.h"
 #include "lab/machine/machine.h"
 #include "sim/host/wire_packet.h"
 #include "sim/router/drom_writer.h"

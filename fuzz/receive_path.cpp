@@ -11,7 +11,7 @@
 #include "fuzz/verdict.h"
 #include "hostif/config_access.h"
 #include "include/device_context.h"
-#include "include/domain.h"
+#include "include/domain_record.h"
 #include "lab/machine/machine.h"
 
 namespace fuzz {

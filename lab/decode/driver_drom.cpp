@@ -5,8 +5,8 @@
 
 #include <memory>
 
-#include "include/domain.h"
-#include "include/switch.h"
+#include "include/domain_record.h"
+#include "include/router_record.h"
 #include "platform/host/host_kernel.h"
 #include "platform/host/simulation.h"
 #include "topology/drom.h"

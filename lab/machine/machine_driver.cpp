@@ -5,11 +5,11 @@
 #include <wdf.h>
 
 #include "include/device_context.h"
-#include "include/domain.h"
+#include "include/domain_record.h"
 #include "include/locks.h"
-#include "include/path.h"
-#include "include/switch.h"
-#include "include/tunnel.h"
+#include "include/path_record.h"
+#include "include/router_record.h"
+#include "include/tunnel_record.h"
 #include "lab/machine/bandwidth.h"
 #include "lab/machine/machine.h"
 #include "lab/machine/register_table.h"

@@ -5,9 +5,9 @@
 #include <wdf.h>
 
 #include "include/device_context.h"
-#include "include/domain.h"
+#include "include/domain_record.h"
 #include "include/locks.h"
-#include "include/switch.h"
+#include "include/router_record.h"
 #include "lab/machine/machine.h"
 #include "lab/machine/register_table.h"
 #include "topology/device_list.h"

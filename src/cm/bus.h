@@ -1,7 +1,7 @@
 // Start, stop and suspend of a domain. PASSIVE_LEVEL; each takes the domain's run lock. KivUsb4BusStart is declared
 // with the operations that hostif needs from this room.
 #pragma once
-#include "include/domain.h"
+#include "include/domain_record.h"
 
 // Frees every tunnel and removes every router. With `keepHardware` the tunnels stay programmed, and the next start
 // adopts them.

@@ -1,6 +1,6 @@
 // Taking the domain over from a connection manager that the host router's firmware runs. PASSIVE_LEVEL.
 #pragma once
-#include "include/domain.h"
+#include "include/domain_record.h"
 #include "include/status.h"
 
 // Whether the host router's function comes from the maker whose firmware manages connections until told otherwise.

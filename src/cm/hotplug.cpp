@@ -6,7 +6,7 @@
 #include "cm/tunnel_sweep.h"
 #include "cm/upcalls.h"
 #include "hostif/diagnostics.h"
-#include "include/domain.h"
+#include "include/domain_record.h"
 #include "include/trace.h"
 #include "topology/device_list.h"
 #include "topology/link.h"

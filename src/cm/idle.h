@@ -1,6 +1,6 @@
 // When the device may rest. PASSIVE_LEVEL.
 #pragma once
-#include "include/domain.h"
+#include "include/domain_record.h"
 
 // A domain without tunnels and without a peer host needs nothing from the device until the next event: its power
 // reference goes back.

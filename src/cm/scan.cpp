@@ -3,7 +3,7 @@
 
 #include "cm/tunnel_policy.h"
 #include "hostif/notifications.h"
-#include "include/domain.h"
+#include "include/domain_record.h"
 #include "include/locks.h"
 #include "include/trace.h"
 #include "topology/adapter_state.h"

@@ -1,8 +1,8 @@
 // Tunnels that somebody else has programmed: firmware before this driver came, or this driver before a low-power state.
 // PASSIVE_LEVEL, under the domain's run lock.
 #pragma once
-#include "include/domain.h"
-#include "include/switch.h"
+#include "include/domain_record.h"
+#include "include/router_record.h"
 
 // Makes the tunnels that start at this router's adapters, and at every router behind it, the domain's own. What is not
 // whole is dropped, which is no failure.

@@ -1,9 +1,9 @@
 // Which PCIe and USB3 tunnels exist: one of each from every router's parent to the router, so that the tree of routers
 // carries a tree of either kind. PASSIVE_LEVEL, under the domain's run lock.
 #pragma once
-#include "include/domain.h"
+#include "include/domain_record.h"
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
 
 // The router's tunnel, unless it is the host router, then those of everything behind it: parents before children,
 // siblings in adapter order. The first failure ends the whole walk and is returned.

@@ -1,9 +1,9 @@
 // What goes with a router that has been unplugged: the tunnels through it, and the displays at it. PASSIVE_LEVEL, under
 // the domain's run lock.
 #pragma once
-#include "include/domain.h"
-#include "include/switch.h"
-#include "include/tunnel.h"
+#include "include/domain_record.h"
+#include "include/router_record.h"
+#include "include/tunnel_record.h"
 
 // Some hop of some path, active or not, enters or leaves a router that is marked unplugged.
 [[nodiscard]] bool KivUsb4IsTunnelInValid(const USB4_TUNNEL* tunnel);

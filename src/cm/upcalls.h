@@ -1,7 +1,7 @@
 // What this room needs from rooms above it, and which room has it.
 #pragma once
 #include "include/config_space.h"
-#include "include/domain.h"
+#include "include/domain_record.h"
 
 // ioctl: the diagnostics directories of what has been found behind the router at `route` since the last time
 void KivUsb4CreateDirectoryForHotplugCreatedSwitch(USB4_DOMAIN* domain, USB4_ROUTE route);

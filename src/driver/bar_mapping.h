@@ -2,7 +2,7 @@
 #pragma once
 #include <ntddk.h>
 
-#include "include/host_interface.h"
+#include "include/host_interface_record.h"
 
 struct MEMORY_RANGE {
   PHYSICAL_ADDRESS Start;

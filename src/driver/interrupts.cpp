@@ -1,7 +1,7 @@
 // The handlers run as passive-level work items, so that they may take mutexes and block.
 #include "driver/interrupts.h"
 
-#include "hostif/interrupts.h"
+#include "hostif/interrupt_handlers.h"
 #include "include/device_context.h"
 #include "include/status.h"
 #include "include/trace.h"

@@ -3,7 +3,7 @@
 #include <ntddk.h>
 #include <wdf.h>
 
-#include "include/domain.h"
+#include "include/domain_record.h"
 
 // One value: the subkey of the device-parameters key, and the value's name.
 struct REGISTRY_NAME {

@@ -6,7 +6,7 @@
 #pragma once
 #include <ntddk.h>
 
-#include "include/domain.h"
+#include "include/domain_record.h"
 
 // Whether the calling flow has to give up. False without a domain.
 _IRQL_requires_max_(DISPATCH_LEVEL) [[nodiscard]] bool IsAborted(USB4_DOMAIN* domain);

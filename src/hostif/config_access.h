@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "include/config_space.h"
-#include "include/control_channel.h"
+#include "include/control_channel_record.h"
 #include "include/status.h"
 
 inline constexpr ULONG kControlReplyMs = 200;

@@ -3,7 +3,7 @@
 #include <ntddk.h>
 
 #include "include/config_space.h"
-#include "include/control_channel.h"
+#include "include/control_channel_record.h"
 #include "include/status.h"
 
 // A request with one reference, its owner's; null when there is no memory. Request and Response point to its own words

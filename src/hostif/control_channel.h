@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "include/config_space.h"
-#include "include/control_channel.h"
+#include "include/control_channel_record.h"
 #include "include/status.h"
 
 // Builds the channel's rings, receive packets and the device's three shared work items. Null when a ring or packet

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "include/config_space.h"
-#include "include/control_channel.h"
+#include "include/control_channel_record.h"
 
 // Route high and route low, host order.
 struct USB4_CFG_HEADER {

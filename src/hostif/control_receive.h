@@ -3,7 +3,7 @@
 #pragma once
 #include <ntddk.h>
 
-#include "include/control_channel.h"
+#include "include/control_channel_record.h"
 
 [[nodiscard]] inline USB4_CTL_PKG* PacketOfFrame(USB4_RING_FRAME* frame) {
   return CONTAINING_RECORD(frame, USB4_CTL_PKG, Frame);

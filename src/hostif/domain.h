@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "include/domain.h"
+#include "include/domain_record.h"
 #include "include/status.h"
 
 // Null when there is no memory. `kind` is 0 for every domain there is.

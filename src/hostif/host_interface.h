@@ -3,7 +3,7 @@
 #include <ntddk.h>
 #include <wdf.h>
 
-#include "include/host_interface.h"
+#include "include/host_interface_record.h"
 
 // Reads the hop count into the record. 0: the hardware is of no use.
 _IRQL_requires_max_(PASSIVE_LEVEL) void ReadHopCount(USB4_HOST_INTERFACE& hostInterface);

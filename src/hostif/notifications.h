@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "include/config_space.h"
-#include "include/domain.h"
+#include "include/domain_record.h"
 
 struct USB4_HOTPLUG_CHANGE {
   USB4_ROUTE Route;  // of the router that saw it

@@ -4,7 +4,7 @@
 #include <wdf.h>
 
 #include "include/device_context.h"
-#include "include/domain.h"
+#include "include/domain_record.h"
 
 inline constexpr ULONG kIdleTimeoutMs = 15000;
 

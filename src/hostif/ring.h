@@ -7,8 +7,8 @@
 
 #include <cstdint>
 
-#include "include/host_interface.h"
-#include "include/ring.h"
+#include "include/host_interface_record.h"
+#include "include/ring_record.h"
 #include "include/status.h"
 
 struct USB4_RING_PARAMETERS {

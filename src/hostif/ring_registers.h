@@ -5,8 +5,8 @@
 #include <cstdint>
 
 #include "include/bits.h"
-#include "include/host_interface.h"
-#include "include/ring.h"
+#include "include/host_interface_record.h"
+#include "include/ring_record.h"
 
 // Per ring: 16 bytes apart by hop.
 inline constexpr std::uint32_t kTransmitRingBase = 0x00000;

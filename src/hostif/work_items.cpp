@@ -6,7 +6,7 @@
 
 #include <utility>
 
-#include "include/domain.h"
+#include "include/domain_record.h"
 #include "include/locks.h"
 #include "include/trace.h"
 #include "include/wait.h"

@@ -6,8 +6,8 @@
 #include <cstdint>
 
 #include "include/atomic.h"
-#include "include/domain.h"
-#include "include/host_interface.h"
+#include "include/domain_record.h"
+#include "include/host_interface_record.h"
 #include "include/locks.h"
 #include "include/work.h"
 

@@ -1,7 +1,7 @@
 // The state of lane adapters and the mode of their links. PASSIVE_LEVEL.
 #pragma once
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
 
 // States of a lane adapter; all others are on the way to one of these.
 inline constexpr KIV_RESULT kLaneDisabled = 0;

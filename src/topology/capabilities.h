@@ -3,8 +3,8 @@
 // A list comes from a device: offsets are followed only as far as the access check lets them, and a list that leads
 // back into itself ends with -1 once more capabilities have been met than a list can hold.
 #pragma once
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
 
 // An offset in dwords (0 ends a list), or a negative result: -1 for not found or a failed read.
 using CAPABILITY_OFFSET = KIV_RESULT;

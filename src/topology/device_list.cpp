@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "hostif/diagnostics.h"
-#include "include/host_interface.h"
+#include "include/host_interface_record.h"
 #include "include/locks.h"
 #include "include/trace.h"
 #include "topology/router_lifecycle.h"

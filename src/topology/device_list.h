@@ -1,8 +1,8 @@
 // The domain's device list: one entry for each router that has been added and for each peer host. PASSIVE_LEVEL.
 // Entries are made and removed under the run lock; readers need no lock: a walk and a reference keep what they give.
 #pragma once
-#include "include/domain.h"
-#include "include/switch.h"
+#include "include/domain_record.h"
+#include "include/router_record.h"
 #include "topology/router_reference.h"
 
 struct USB4_DEV_DESCRIPTION {

@@ -12,8 +12,8 @@
 #pragma once
 #include <cstdint>
 
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
 
 // Reads the image and applies it. 0 also when the image is broken (it is dropped then) and for every router from which
 // none is wanted; -1 or an access error only when a USB4 device router's image can't be read.

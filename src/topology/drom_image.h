@@ -1,6 +1,6 @@
 // Places in a DROM image, for the files that read and parse one.
 #pragma once
-#include "include/switch.h"
+#include "include/router_record.h"
 
 inline constexpr std::uint32_t kDromUidOffset = 1;
 inline constexpr std::uint32_t kDromUidBytes = 8;

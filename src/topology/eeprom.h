@@ -6,8 +6,8 @@
 #include <cstdint>
 
 #include "include/registers.h"
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
 
 enum class EepromDirection { kIn, kOut };
 

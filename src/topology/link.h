@@ -1,7 +1,7 @@
 // Links: speed, width, bonding of their two lanes, and the configured marks of their ends. PASSIVE_LEVEL.
 #pragma once
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
 
 // Gb/s per lane, 10 or 20; -1 without a lane capability, or the read's error.
 [[nodiscard]] KIV_RESULT KivUsb4PortGetLinkSpeed(const USB4_PORT* adapter);

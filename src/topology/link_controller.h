@@ -5,8 +5,8 @@
 // -1.
 #pragma once
 #include "include/registers.h"
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
 
 // -1 when the router has no link controller, or the read's error.
 [[nodiscard]] KIV_RESULT ReadLcDesc(const USB4_SWITCH* router, LinkControllerDescriptor::Value& descriptor);

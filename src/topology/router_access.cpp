@@ -2,7 +2,7 @@
 #include "topology/router_access.h"
 
 #include "hostif/config_access.h"
-#include "include/domain.h"
+#include "include/domain_record.h"
 #include "topology/router_queries.h"
 
 namespace {

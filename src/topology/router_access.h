@@ -2,7 +2,7 @@
 // answer, at worst 4 x 200 ms.
 #pragma once
 #include "include/registers.h"
-#include "include/switch.h"
+#include "include/router_record.h"
 
 // Registers of the router's control adapter: 0, or -1 when the access failed or the router is marked unplugged (then
 // without traffic). The buffer holds range.Length dwords; a read that fails, or that finds no control channel, leaves

@@ -2,8 +2,8 @@
 // scan, and removed, or first marked unplugged and then removed. PASSIVE_LEVEL, under the domain's run lock.
 #pragma once
 #include "include/config_space.h"
-#include "include/domain.h"
-#include "include/switch.h"
+#include "include/domain_record.h"
+#include "include/router_record.h"
 
 // A router, or why there is none: -12 no memory or an unreadable header, -49 too deep, else the error of the question
 // through which adapter it answers (-5: an error packet, so another host may stand there).

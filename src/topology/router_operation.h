@@ -1,7 +1,7 @@
 // Router operations, and the polls on which they and other handshakes stand. PASSIVE_LEVEL.
 #pragma once
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
 
 // A condition on one register: (word AND Mask) equals Value.
 struct REGISTER_CONDITION {

@@ -1,7 +1,7 @@
 // What the records of routers and adapters say without asking the hardware. Any IRQL, under the domain's run lock.
 #pragma once
 #include "include/config_space.h"
-#include "include/switch.h"
+#include "include/router_record.h"
 
 // The route string, 63 bits: byte k is the downstream adapter taken at depth k; 0 for the host router.
 [[nodiscard]] USB4_ROUTE KivUsb4SwitchRoute(const USB4_SWITCH* router);

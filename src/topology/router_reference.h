@@ -6,8 +6,8 @@
 // meanwhile: a reader loads a Remote once and may follow what it has loaded. A router that has left the topology fails
 // every access, like one that is marked unplugged.
 #pragma once
-#include "include/domain.h"
-#include "include/switch.h"
+#include "include/domain_record.h"
+#include "include/router_record.h"
 
 _IRQL_requires_max_(DISPATCH_LEVEL) void ReferenceRouter(USB4_SWITCH* router);
 // The last one frees the record and gives up its hold on the parent.

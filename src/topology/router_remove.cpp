@@ -2,8 +2,8 @@
 #include <utility>
 
 #include "include/locks.h"
+#include "include/peer_record.h"
 #include "include/trace.h"
-#include "include/xdomain.h"
 #include "topology/device_list.h"
 #include "topology/plug_events.h"
 #include "topology/router_lifecycle.h"

@@ -1,8 +1,8 @@
 // Putting routers to sleep with chosen wake sources armed, and reporting what woke them. PASSIVE_LEVEL, while no event
 // is handled.
 #pragma once
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
 
 inline constexpr std::uint32_t kWakeOnConnect = 0x01;     // on a downstream adapter
 inline constexpr std::uint32_t kWakeOnDisconnect = 0x02;  // on a downstream adapter

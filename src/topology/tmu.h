@@ -1,8 +1,8 @@
 // Time management: keeping the local time of USB4 routers in step with the host router's. PASSIVE_LEVEL. Thunderbolt 3
 // routers keep what their firmware has set.
 #pragma once
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
 
 // Intervals of the time-sync packets.
 inline constexpr std::uint32_t kTmuOff = 0;

@@ -1,6 +1,6 @@
 // Posting the host router's time into a device router.
 #include "hostif/abort.h"
-#include "include/domain.h"
+#include "include/domain_record.h"
 #include "topology/router_access.h"
 #include "topology/router_queries.h"
 #include "topology/tmu.h"

@@ -1,7 +1,7 @@
 // What this room needs from rooms above it, and which room has it.
 #pragma once
-#include "include/host_interface.h"
-#include "include/switch.h"
+#include "include/host_interface_record.h"
+#include "include/router_record.h"
 
 void KivUsb4XdomainRemove(USB4_XDOMAIN* xdomain);  // xdomain: takes a peer host away
 // ioctl: removes the router's diagnostics directory

@@ -1,7 +1,7 @@
 // What the graphics driver is told about the power of DisplayPort tunnels.
 #pragma once
 #include "include/device_context.h"
-#include "include/domain.h"
+#include "include/domain_record.h"
 
 inline constexpr std::uint32_t kDisplayEnteredD0 = 1;
 inline constexpr std::uint32_t kDisplayEntersD3 = 4;

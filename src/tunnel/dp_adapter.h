@@ -3,8 +3,8 @@
 #pragma once
 #include <cstdint>
 
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
 
 // Video and AUX together.
 [[nodiscard]] KIV_RESULT KivUsb4DpPortEnable(const USB4_PORT* adapter, bool enable);

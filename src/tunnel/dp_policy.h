@@ -1,7 +1,7 @@
 // Which DP IN feeds which DP OUT. PASSIVE_LEVEL, under the domain's run lock.
 #pragma once
-#include "include/domain.h"
-#include "include/switch.h"
+#include "include/domain_record.h"
+#include "include/router_record.h"
 
 // The first listed DP OUT that carries no tunnel and that `dpIn` can reach: one on the host router, or behind the same
 // host router adapter as the DP IN's own router; for a DP IN on the host router, any. Null when there is none.

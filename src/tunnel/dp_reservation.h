@@ -1,8 +1,8 @@
 // Reserving a DP IN adapter with its router: by router operations on a USB4 router, by the link controller's sinks on a
 // Thunderbolt 3 router. PASSIVE_LEVEL, under the domain's run lock.
 #pragma once
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
 
 // The router's own way, whichever it is.
 [[nodiscard]] bool KivUsb4SwitchQueryDpResource(const USB4_SWITCH* router, const USB4_PORT* dpIn);

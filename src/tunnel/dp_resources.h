@@ -4,9 +4,9 @@
 #pragma once
 #include <cstddef>
 
-#include "include/domain.h"
+#include "include/domain_record.h"
 #include "include/list.h"
-#include "include/switch.h"
+#include "include/router_record.h"
 
 using DpResourceList = ListView<USB4_PORT, offsetof(USB4_PORT, DpResourceLink)>;
 

@@ -1,10 +1,10 @@
 // DisplayPort tunnels: video and the two ways of the AUX channel, from a DP IN to a DP OUT adapter. PASSIVE_LEVEL,
 // under the domain's run lock.
 #pragma once
-#include "include/domain.h"
+#include "include/domain_record.h"
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
-#include "include/tunnel.h"
+#include "include/tunnel_record.h"
 
 inline constexpr std::uint32_t kDpPaths = 3;
 

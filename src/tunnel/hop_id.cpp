@@ -1,7 +1,7 @@
 // The two maps of hop IDs in use that each adapter record holds.
 #include "tunnel/hop_id.h"
 
-#include "include/domain.h"
+#include "include/domain_record.h"
 #include "include/locks.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #pragma once
 #include <cstdint>
 
-#include "include/switch.h"
+#include "include/router_record.h"
 
 // Hop IDs Lowest to Highest, both included; a negative Highest stands for the adapter's own maximum.
 struct USB4_HOP_ID_RANGE {

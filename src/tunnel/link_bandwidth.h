@@ -1,9 +1,9 @@
 // The budget of links, and how USB3 and DisplayPort share it. PASSIVE_LEVEL, under the domain's run lock. `ends`: the
 // adapters between which a tunnel runs or is to run.
 #pragma once
-#include "include/domain.h"
+#include "include/domain_record.h"
 #include "include/status.h"
-#include "include/tunnel.h"
+#include "include/tunnel_record.h"
 
 // Mb/s each way of a link, and the part of them that tunnels may take: a tenth carries what no tunnel owns.
 [[nodiscard]] std::int32_t LinkCapacityMbps(std::int32_t gbpsPerLane, bool bonded);

@@ -7,9 +7,9 @@
 #pragma once
 #include <cstdint>
 
-#include "include/path.h"
+#include "include/path_record.h"
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
 
 struct USB4_PATH_END {
   USB4_PORT* Adapter;

@@ -1,8 +1,8 @@
 // One entry of an adapter's path space: what happens to packets that come in with one hop ID. PASSIVE_LEVEL.
 #pragma once
 #include "include/registers.h"
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
 
 struct USB4_PATH_ENTRY {
   PathCs0::Value Word0;

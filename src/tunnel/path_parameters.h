@@ -3,8 +3,8 @@
 #pragma once
 #include <cstdint>
 
-#include "include/path.h"
-#include "include/switch.h"
+#include "include/path_record.h"
+#include "include/router_record.h"
 
 // Credits of the second hop of a PCIe or USB3 path, by the upstream link of the router that it enters.
 [[nodiscard]] std::uint32_t KivUsb4PcieHopCredits(const USB4_SWITCH* router);

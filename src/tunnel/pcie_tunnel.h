@@ -1,9 +1,9 @@
 // PCIe tunnels and their adapters. PASSIVE_LEVEL, under the domain's run lock.
 #pragma once
-#include "include/domain.h"
+#include "include/domain_record.h"
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
-#include "include/tunnel.h"
+#include "include/tunnel_record.h"
 
 // `ends`: the PCIe downstream adapter, and the upstream adapter of a router further down. Null when a path cannot be
 // had; nothing is written until activation.

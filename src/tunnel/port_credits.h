@@ -2,8 +2,8 @@
 #pragma once
 #include <cstdint>
 
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
 
 // Adds to the adapter's count, in the record and in the hardware; `credits` may be negative. 0 without an access when
 // there is nothing to add, when the router is gone, and on adapters of USB4 routers that are not lane adapters, which

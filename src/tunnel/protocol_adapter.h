@@ -3,9 +3,9 @@
 #pragma once
 #include <cstdint>
 
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
-#include "include/tunnel.h"
+#include "include/tunnel_record.h"
 
 // False for a null adapter.
 [[nodiscard]] bool PortIs(const USB4_PORT* adapter, USB4_ADAPTER_TYPE type);

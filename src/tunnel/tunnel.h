@@ -7,10 +7,10 @@
 #pragma once
 #include <cstdint>
 
-#include "include/domain.h"
+#include "include/domain_record.h"
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
-#include "include/tunnel.h"
+#include "include/tunnel_record.h"
 #include "tunnel/path.h"
 
 // Without callbacks, source, destination and paths; null when there is no memory.

@@ -3,10 +3,10 @@
 #pragma once
 #include <cstdint>
 
-#include "include/domain.h"
+#include "include/domain_record.h"
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
-#include "include/tunnel.h"
+#include "include/tunnel_record.h"
 
 // What a record of the kind gets for its callbacks; a null one is never called.
 struct USB4_TUNNEL_CALLBACKS {

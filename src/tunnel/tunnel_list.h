@@ -3,9 +3,9 @@
 #pragma once
 #include <cstdint>
 
-#include "include/domain.h"
-#include "include/switch.h"
-#include "include/tunnel.h"
+#include "include/domain_record.h"
+#include "include/router_record.h"
+#include "include/tunnel_record.h"
 
 [[nodiscard]] inline TunnelList TunnelsOf(USB4_DOMAIN* domain) {
   return TunnelList(domain->TunnelListHead);

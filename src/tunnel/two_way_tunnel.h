@@ -3,9 +3,9 @@
 #pragma once
 #include <cstdint>
 
-#include "include/domain.h"
-#include "include/switch.h"
-#include "include/tunnel.h"
+#include "include/domain_record.h"
+#include "include/router_record.h"
+#include "include/tunnel_record.h"
 
 inline constexpr std::uint32_t kTwoWayPaths = 2;
 

@@ -5,8 +5,8 @@
 #include <cstdint>
 
 #include "include/device_context.h"
-#include "include/host_interface.h"
-#include "include/switch.h"
+#include "include/host_interface_record.h"
+#include "include/router_record.h"
 
 // ioctl: tells the graphics driver the power state (1 D0, 4 D3) of the display at a DP IN of the host router
 [[nodiscard]] NTSTATUS KivUsb4SendIoctlToGFXDriver(DEVICE_EXTENSION* context, std::uint8_t adapter,

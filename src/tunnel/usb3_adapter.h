@@ -6,9 +6,9 @@
 #pragma once
 #include <cstdint>
 
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
-#include "include/tunnel.h"
+#include "include/tunnel_record.h"
 
 // -1 without the capability, or the result of the write.
 [[nodiscard]] KIV_RESULT KivUsb4Usb3PortEnable(const USB4_PORT* adapter, bool enable);

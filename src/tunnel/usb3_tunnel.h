@@ -1,10 +1,10 @@
 // USB3 tunnels. Bandwidth is managed for those that start at the host router; deeper ones live inside its grant.
 // PASSIVE_LEVEL, under the domain's run lock.
 #pragma once
-#include "include/domain.h"
+#include "include/domain_record.h"
+#include "include/router_record.h"
 #include "include/status.h"
-#include "include/switch.h"
-#include "include/tunnel.h"
+#include "include/tunnel_record.h"
 
 // The largest grant that a USB3 link of this rate can use, in per cent of the rate and in Mb/s.
 inline constexpr std::int32_t kUsb3UsablePercent = 90;

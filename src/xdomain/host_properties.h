@@ -2,8 +2,8 @@
 #pragma once
 #include <ntddk.h>
 
-#include "include/domain.h"
-#include "include/host_interface.h"
+#include "include/domain_record.h"
+#include "include/host_interface_record.h"
 
 // Builds the host's property tree once per hardware preparation.
 _IRQL_requires_max_(PASSIVE_LEVEL) [[nodiscard]] NTSTATUS KivUsb4XdomainInit(USB4_HOST_INTERFACE* hostInterface);

@@ -7,7 +7,7 @@
 
 #include "hostif/config_access.h"
 #include "hostif/config_request.h"
-#include "include/control_channel.h"
+#include "include/control_channel_record.h"
 #include "tests/support/step_log.h"
 
 namespace {

@@ -5,8 +5,8 @@
 #include <gtest/gtest-spi.h>
 #include <span>
 
-#include "include/switch.h"
-#include "include/tunnel.h"
+#include "include/router_record.h"
+#include "include/tunnel_record.h"
 #include "sim/registers/hop_entry.h"
 #include "tests/support/world.h"
 

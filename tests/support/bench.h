@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "include/switch.h"
+#include "include/router_record.h"
 #include "tests/support/world.h"
 
 namespace tests {

@@ -3,7 +3,7 @@
 #include <functional>
 #include <string>
 
-#include "include/tunnel.h"
+#include "include/tunnel_record.h"
 #include "tests/support/bench.h"
 
 namespace tests {

@@ -15,7 +15,7 @@
 #include <type_traits>
 
 #include "include/device_context.h"
-#include "include/domain.h"
+#include "include/domain_record.h"
 #include "lab/machine/machine.h"
 #include "tests/support/seeds.h"
 

@@ -1,11 +1,11 @@
 // Interrupts only record: the service routine clears the status and asks for the handler, which runs at PASSIVE_LEVEL.
-#include "hostif/interrupts.h"
+#include "hostif/interrupt_handlers.h"
 
 #include "hostif/ring.h"
 #include "hostif/ring_registers.h"
-#include "include/control_channel.h"
+#include "include/control_channel_record.h"
 #include "include/device_context.h"
-#include "include/domain.h"
+#include "include/domain_record.h"
 #include "include/status.h"
 
 namespace {

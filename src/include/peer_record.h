@@ -6,7 +6,7 @@
 
 #include "include/atomic.h"
 #include "include/pool.h"
-#include "include/switch.h"
+#include "include/router_record.h"
 
 struct USB4_XDOMAIN {
   static constexpr ULONG kPoolTag = PoolTag("XDM1");

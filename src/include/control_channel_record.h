@@ -10,7 +10,7 @@
 #include "include/config_space.h"
 #include "include/locks.h"
 #include "include/pool.h"
-#include "include/ring.h"
+#include "include/ring_record.h"
 
 struct USB4_CFG_REQUEST;
 struct USB4_CTL;

@@ -8,7 +8,7 @@
 
 #include "include/atomic.h"
 #include "include/list.h"
-#include "include/path.h"
+#include "include/path_record.h"
 #include "include/pool.h"
 #include "include/status.h"
 

@@ -8,7 +8,7 @@
 #include "include/atomic.h"
 #include "include/locks.h"
 #include "include/pool.h"
-#include "include/ring.h"
+#include "include/ring_record.h"
 
 struct USB4_HOST_INTERFACE {
   static constexpr ULONG kPoolTag = PoolTag("Tag3");
