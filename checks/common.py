@@ -1,4 +1,5 @@
 """What the checks share: the files of the tree, and planting a bad input to prove that a check can fail."""
+import re
 import subprocess
 from pathlib import Path
 
@@ -28,28 +29,33 @@ def plant(root, files):
         path.write_text(text)
 
 
-def compile_driver_object(root, name, text):
-    """Compiles `text` as the driver's release object `name` of the tree at `root`; for planted inputs."""
-    folder = Path(root) / "build/release/src/CMakeFiles/driver.dir"
-    plant(root, {f"src/{name}": text})
-    target = folder / f"{name}.o"
-    target.parent.mkdir(parents=True, exist_ok=True)
-    run("g++", "-std=c++20", "-O2", "-fno-exceptions", "-fno-rtti", "-fno-threadsafe-statics", "-c",
-        str(Path(root) / "src" / name), "-o", str(target))
-    return target
+DRIVER_FOLDER = "src/CMakeFiles/driver.dir"
 
 
-def driver_objects(root):
-    """The driver's release objects, one per source; a source without an object is an error."""
-    folder = Path(root) / "build/release/src/CMakeFiles/driver.dir"
-    objects = []
+def compile_driver_objects(root):
+    """Builds the release objects of the tree at `root`, one for each source of the driver; for planted inputs."""
+    build = Path(root) / "build/release"
+    lines = ["rule cc", "  command = g++ -std=c++20 -O2 -fno-exceptions -fno-rtti -fno-threadsafe-statics -c $in -o $out"]
     for source in code_files(Path(root), "src"):
-        if source.suffix != ".cpp":
-            continue
-        target = folder / (str(source.relative_to(Path(root) / "src")) + ".o")
-        if not target.exists():
-            raise RuntimeError(f"{source}: has no release object")
-        objects.append(target)
+        if source.suffix == ".cpp":
+            lines.append(f"build {DRIVER_FOLDER}/{source.relative_to(Path(root) / 'src')}.o: cc {source}")
+    plant(root, {"build/release/build.ninja": "\n".join(lines) + "\n"})
+    run("ninja", "-C", str(build))
+
+
+def driver_objects(root, preset="release", suffix=".o"):
+    """The driver's objects. Several sources may share one; a source in none of them is an error."""
+    build = Path(root) / "build" / preset
+    names = re.findall(rf"^({DRIVER_FOLDER}/\S+{re.escape(suffix)}): ", run("ninja", "-C", str(build), "-t", "targets", "all"), re.M)
+    objects = [build / name for name in sorted(names)]
+    together = "".join(path.with_suffix("").read_text() for path in objects if path.parent.name == "Unity")
+    for source in code_files(Path(root), "src"):
+        own = build / DRIVER_FOLDER / (str(source.relative_to(Path(root) / "src")) + suffix)
+        if source.suffix == ".cpp" and own not in objects and f'"{source}"' not in together:
+            raise RuntimeError(f"{source}: has no {preset} object")
+    for path in objects:
+        if not path.exists():
+            raise RuntimeError(f"{path}: is not built")
     if not objects:
         raise RuntimeError("the driver has no sources")
     return objects

@@ -3,7 +3,7 @@ import shutil
 import subprocess
 from pathlib import Path
 
-from common import code_files
+from common import driver_objects
 
 HERE = Path(__file__).resolve().parent.parent
 
@@ -16,10 +16,7 @@ def findings(root):
             lines = [line for line in (done.stdout + done.stderr).splitlines() if "rror" in line]
             yield from lines[:12] or [f"{' '.join(command)} failed"]
             return
-    folder = build / "src/CMakeFiles/driver.dir"
-    for source in code_files(root, "src"):
-        if source.suffix == ".cpp" and not (folder / (str(source.relative_to(root / "src")) + ".obj")).exists():
-            yield f"{source}: was not compiled"
+    driver_objects(root, "windows", ".obj")
 
 
 def prepare(root):

@@ -110,9 +110,9 @@ const char* TypeName(const Packet& packet) {
   }
 }
 
-class Explanation {
+class PacketExplanation {
  public:
-  explicit Explanation(const HexLine& line) : packet_(Parse(line)), bytes_(line.bytes.size()) {}
+  explicit PacketExplanation(const HexLine& line) : packet_(Parse(line)), bytes_(line.bytes.size()) {}
 
   DecodedFields Explain() {
     Title();
@@ -233,7 +233,7 @@ class Explanation {
 }  // namespace
 
 DecodedFields DecodePacketLine(const HexLine& line) {
-  return Explanation(line).Explain();
+  return PacketExplanation(line).Explain();
 }
 
 void PrintDecoded(const Console& console, const std::string& title, const DecodedFields& decoded) {

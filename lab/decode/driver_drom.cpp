@@ -7,6 +7,7 @@
 
 #include "include/domain_record.h"
 #include "include/router_record.h"
+#include "lab/machine/machine_config.h"
 #include "platform/host/host_kernel.h"
 #include "platform/host/simulation.h"
 #include "topology/drom.h"
@@ -14,8 +15,6 @@
 
 namespace lab {
 namespace {
-
-constexpr std::uint32_t kMostAdapters = 63;
 
 struct Records {
   USB4_DOMAIN domain{};

@@ -17,6 +17,8 @@
 
 namespace lab {
 
+inline constexpr unsigned kMostAdapters = 63;  // of a router
+
 struct ControllerConfig {
   std::string name = "H1";   // unique within its host
   std::string model = "H1";  // one of HostModelNames()

@@ -27,9 +27,9 @@ std::string RateText(const sim::DpRate& rate) {
   return fmt::format("{} x {} ({} Mb/s)", rate.mbpsPerLane, rate.lanes, sim::DpMbps(rate));
 }
 
-class Explanation {
+class DomainExplanation {
  public:
-  Explanation(const DomainView& domain, Machine& machine, Place place)
+  DomainExplanation(const DomainView& domain, Machine& machine, Place place)
       : domain_(domain),
         fabric_(machine.fabric()),
         host_(fabric_.Find(HostRouterName(machine.config(), place))),
@@ -238,7 +238,7 @@ class Explanation {
 }  // namespace
 
 std::string Explain(const DomainView& domain, Machine& machine, Place place) {
-  return Explanation(domain, machine, place).Go();
+  return DomainExplanation(domain, machine, place).Go();
 }
 
 }  // namespace lab

@@ -26,13 +26,14 @@ struct KindColor {
 };
 
 // In the order of the legend.
-constexpr KindColor kKinds[] = {{TunnelKind::Pcie, "#1f77b4"},
-                                {TunnelKind::Usb3, "#2ca02c"},
-                                {TunnelKind::Dp, "#d6336c"},
-                                {TunnelKind::Dma, "#7048e8"}};
+constexpr KindColor kKindColors[] = {{TunnelKind::Pcie, "#1f77b4"},
+                                     {TunnelKind::Usb3, "#2ca02c"},
+                                     {TunnelKind::Dp, "#d6336c"},
+                                     {TunnelKind::Dma, "#7048e8"}};
 
 const char* ColorOf(TunnelKind kind) {
-  return std::find_if(std::begin(kKinds), std::end(kKinds) - 1, [&](const KindColor& row) { return row.kind == kind; })
+  return std::find_if(std::begin(kKindColors), std::end(kKindColors) - 1,
+                      [&](const KindColor& row) { return row.kind == kind; })
       ->color;
 }
 
@@ -225,7 +226,7 @@ class DomainPicture {
 
   // Every tunnel in words, in its colour.
   void DrawList(int y) {
-    for (const auto& [kind, color] : kKinds) {
+    for (const auto& [kind, color] : kKindColors) {
       for (const TunnelView& tunnel : domain_.tunnels) {
         if (tunnel.kind != kind || !tunnel.listed) continue;
         y += kLine;
@@ -243,7 +244,7 @@ class DomainPicture {
 
 void DrawLegend(Canvas& canvas, int y) {
   int x = kMargin;
-  for (const auto& [kind, color] : kKinds) {
+  for (const auto& [kind, color] : kKindColors) {
     canvas.Line({x, y - 4}, {x + 30, y - 4}, fmt::format("stroke=\"{}\" stroke-width=\"3\"", color));
     canvas.Text({x + 38, y}, "", TunnelKindName(kind));
     x += 100;

@@ -12,8 +12,6 @@
 namespace lab {
 namespace {
 
-constexpr unsigned kMostAdapters = 63;
-
 bool IsLane(const sim::AdapterModel& adapter) {
   return adapter.presence == sim::AdapterPresence::Implemented && adapter.type == sim::kTypeLane;
 }

@@ -75,15 +75,14 @@ class HostKernel {
   const HostKernelOptions& options() const { return options_; }
 
   // --- driver
-  // -----------------------------------------------------------------------------------------------------------------
   Status LoadDriver(DriverEntryFunction entry);
   // Unloads once every device is gone; then checks pool, handles, mappings and buffers for leaks (rules *-leak).
   void UnloadDriver();
   bool DriverLoaded() const;
 
   // --- PnP and power: verbs
-  // --------------------------------------------------------------------------------------------------- Device add,
-  // prepare hardware, D0 entry, interrupts connected, post-interrupts-enabled. The status of the first failure.
+  // Device add, prepare hardware, D0 entry, interrupts connected, post-interrupts-enabled. The status of the first
+  // failure.
   Status AddAndStart(const DeviceConfig& config, DeviceId* id);
   // Orderly removal, and enabling, wait while the system sleeps.
   void Remove(DeviceId id);                    // orderly: D0 exit to D3Final, release hardware, delete
@@ -118,7 +117,6 @@ class HostKernel {
   PowerReferences References(DeviceId id) const;
 
   // --- views for the tool and tests
-  // -------------------------------------------------------------------------------------------
   std::size_t PoolBytes() const;  // live pool, and by tag
   std::map<std::string, std::size_t> PoolByTag() const;
   std::size_t LiveObjects() const;  // framework objects, the driver object included
@@ -130,7 +128,7 @@ class HostKernel {
   // The WDFDEVICE of a started device; for code that runs on a task of this kernel.
   void* FrameworkDevice(DeviceId id) const;
 
-  // The parts behind the calls (platform/*.h); for the platform's own files.
+  // The parts behind the calls in higher rooms; for the platform's own files.
   class KernelState& state() {  // waits, lock order, trace providers
     return *state_;
   }

@@ -38,6 +38,7 @@ struct SimulationOptions {
   std::uint64_t seed = 0;
   unsigned priorityDrops = 3;          // Policy::Priority only
   std::vector<std::uint32_t> choices;  // Policy::Replay only
+  bool keepChoices = false;            // Scheduler::choices() has them, for such a replay
   std::uint64_t stopAtStep = 0;        // the last choice that is made; 0: no limit
 };
 
@@ -96,18 +97,15 @@ class Simulation {
   FaultPlan& faults() { return faults_; }
 
   // --- events: run on the scheduler's stack when the clock reaches them, in (time, insertion) order
-  // -------------------------
   EventId After(Time delay, const char* name, Action action);
   void Cancel(EventId id);  // of an event that has run or was cancelled: no effect
 
   // --- tasks
-  // --------------------------------------------------------------------------------------------------------------- A
-  // new runnable task at PASSIVE_LEVEL that belongs to `kernel` (null: to nobody; it may make no kernel call).
+  // A new runnable task at PASSIVE_LEVEL that belongs to `kernel` (null: to nobody; it may make no kernel call).
   Task& Spawn(HostKernel* kernel, std::string name, std::function<void()> body);
 
   // --- running (from the outside only, never from a task)
-  // -------------------------------------------------------------------- Runs until `done()` holds (checked between
-  // tasks), nothing is left to do, or `deadline` (absolute) is reached.
+  // Runs until `done()` holds (checked between tasks), nothing is left to do, or `deadline` (absolute) is reached.
   Outcome RunUntil(const std::function<bool()>& done, Time deadline = kNever);
   Outcome RunFor(Time duration);  // lets virtual time pass; Deadline is the normal outcome
   // Runs `body` as a task of `kernel` and returns when it has ended.
@@ -119,7 +117,6 @@ class Simulation {
   bool QuietUntil(Time horizon) const;
 
   // --- verifier
-  // --------------------------------------------------------------------------------------------------------------
   const std::vector<Violation>& violations() const { return violations_; }
   std::vector<Waiver>& waivers() { return waivers_; }
   // Records a violation and stops the run. `measured` is compared with a waiver's bound; when a waiver covers it,
@@ -131,7 +128,6 @@ class Simulation {
   std::string HangReport() const { return hangReport_; }  // who waits for what
 
   // --- sinks
-  // -----------------------------------------------------------------------------------------------------------------
   void AddSink(TraceSink* sink);
   void RemoveSink(TraceSink* sink);
   bool HasSinks() const { return !sinks_.empty(); }

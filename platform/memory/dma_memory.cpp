@@ -4,7 +4,6 @@
 #include <cstring>
 #include <new>
 
-#include "platform/memory/page.h"
 #include "platform/scheduler/kept_range.h"
 
 #if defined(__SANITIZE_ADDRESS__)

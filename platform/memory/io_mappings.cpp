@@ -1,15 +1,12 @@
 #include "platform/memory/io_mappings.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
-#include "platform/memory/page.h"
+#include "platform/scheduler/kept_range.h"
 
 namespace platform {
-namespace {}  // namespace
 
 IoMappings::~IoMappings() {
   for (const Mapping& mapping : mappings_) munmap(reinterpret_cast<void*>(mapping.range), mapping.rangeBytes);

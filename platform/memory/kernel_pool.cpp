@@ -46,7 +46,7 @@ namespace {
 constexpr std::uint64_t kLive = 0x4c6976652e2e2e2e;
 constexpr std::uint64_t kFree = 0x467265652e2e2e2e;
 constexpr std::uint64_t kRedZoneWord = 0xfdfdfdfdfdfdfdfd;
-constexpr std::byte kRedZone{0xfd};
+constexpr std::byte kRedZoneByte{0xfd};
 constexpr std::byte kFreed{0xdd};
 constexpr std::byte kNeverWritten{0xcc};
 constexpr std::size_t kMinRedZone = 16;
@@ -133,7 +133,7 @@ void* Pool::Take(std::size_t bytes, std::uint32_t tag, bool zeroed, const void* 
   std::memset(block->data(), zeroed ? 0 : std::to_integer<int>(kNeverWritten), bytes);
   std::byte* end = block->data() + bytes;
   const std::size_t redZone = classBytes - sizeof(Block) - bytes;
-  std::memset(end, std::to_integer<int>(kRedZone), redZone);
+  std::memset(end, std::to_integer<int>(kRedZoneByte), redZone);
   POISON(end, redZone);
   return block->data();
 }
@@ -231,7 +231,7 @@ void Pool::CheckRedZones(const Block& block) {
   const std::byte* end = block.data() + block.bytes;
   const std::size_t redZone = ClassBytes(block.sizeClass) - sizeof(Block) - block.bytes;
   UNPOISON(end, redZone);
-  if (!AllBytesAre(end, redZone, kRedZone)) {
+  if (!AllBytesAre(end, redZone, kRedZoneByte)) {
     simulation_.Report(Rule::PoolOverrun, "written past its end: " + Describe(block));
   } else if (block.frontRedZone != kRedZoneWord) {
     simulation_.Report(Rule::PoolOverrun, "written before its start: " + Describe(block));

@@ -9,10 +9,12 @@
 
 namespace platform {
 
+inline constexpr std::size_t kPageBytes = 4096;
+
 class KeptRanges {
  public:
-  // Readable and writable; zero only where nobody has written before.
-  static void* Take(std::size_t bytes) {
+  // Readable and writable but for `guardBytes` at the start. Zero only where nobody has written before.
+  static void* Take(std::size_t bytes, std::size_t guardBytes = 0) {
     std::vector<Range>& kept = Kept();
     for (std::size_t i = kept.size(); i-- > 0;) {
       if (kept[i].bytes != bytes) continue;
@@ -23,11 +25,12 @@ class KeptRanges {
     }
     void* start = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (start == MAP_FAILED) throw std::bad_alloc();
+    if (guardBytes != 0) mprotect(start, guardBytes, PROT_NONE);
     return start;
   }
-  // `touched`: bytes from the start that may have been written; of a large range the pages go back to the system.
+  // `touched`: bytes from the start that may have been written.
   static void Give(void* start, std::size_t bytes, std::size_t touched) {
-    if (touched > kLargest) madvise(static_cast<std::byte*>(start) + kLargest, touched - kLargest, MADV_DONTNEED);
+    if (touched > kKeptPages) madvise(static_cast<std::byte*>(start) + kKeptPages, touched - kKeptPages, MADV_DONTNEED);
     if (Kept().size() < kMost) {
       Kept().push_back({start, bytes});
     } else {
@@ -37,7 +40,13 @@ class KeptRanges {
 
  private:
   static constexpr std::size_t kMost = 96;
-  static constexpr std::size_t kLargest = std::size_t{8} << 20;
+  // Bytes of a range whose pages are kept too. None with sanitizers: the pages read zero in the next run, because a
+  // stale byte that the driver reads must not make a replay differ.
+#if defined(KIVUSB4_SANITIZED)
+  static constexpr std::size_t kKeptPages = 0;
+#else
+  static constexpr std::size_t kKeptPages = std::size_t{8} << 20;
+#endif
   struct Range {
     void* start;
     std::size_t bytes;

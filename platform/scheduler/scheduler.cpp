@@ -3,7 +3,7 @@
 #include "platform/scheduler/scheduler.h"
 
 #include <algorithm>
-#include <boost/context/detail/fcontext.hpp>
+#include <boost/context/fiber.hpp>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
@@ -18,7 +18,7 @@
 
 namespace platform {
 
-namespace ctx = boost::context::detail;
+namespace ctx = boost::context;
 
 namespace {
 
@@ -31,8 +31,13 @@ constexpr unsigned kTurnsAlone = 10'000;
 enum class TaskState { Runnable, Running, Parked, Ended };
 
 struct Task::Machine {
+  Machine() : fiber() {}
+  ~Machine() {}  // does not unwind an abandoned task: its frames go with its stack
+
   TaskStack stack;
-  ctx::fcontext_t context = nullptr;
+  union {
+    ctx::fiber fiber;  // where the task goes on; empty while it runs and once it has ended
+  };
   void* fakeStack = nullptr;  // address sanitizer's
   TaskState state = TaskState::Runnable;
   bool timedOut = false;
@@ -56,7 +61,7 @@ struct Scheduler::State {
   std::vector<Task*> runnable;  // in order of becoming so; few
   std::vector<std::uint32_t> choices;
   EventQueue events;
-  ctx::fcontext_t scheduler = nullptr;
+  ctx::fiber scheduler;                // where the scheduler goes on, while a task runs
   const ActionRef* request = nullptr;  // what a task wants done on the scheduler's stack
   Task* forced = nullptr;              // chosen at a switch point
   Task* alone = nullptr;               // RunAlone
@@ -71,16 +76,22 @@ struct Scheduler::State {
   void* schedulerFakeStack = nullptr;
 
   void SwitchTo(Task& task);  // from the scheduler's stack
-  void SwitchToScheduler(Task& task, bool ending);
-  static void Entry(ctx::transfer_t transfer);
+  void SwitchToScheduler(Task& task);
+  ctx::fiber Run(Task& task, ctx::fiber&& caller);  // a task from its first to its last moment
 };
 
 namespace {
 
-// What the running task's entry needs before it owns a stack: passed through the first jump.
-struct FirstJump {
-  Scheduler* scheduler;
-  Task* task;
+// The stack of a task, which the task's fiber borrows.
+struct BorrowedStack {
+  TaskStack stack;
+  ctx::stack_context allocate() const {
+    ctx::stack_context context;
+    context.sp = stack.Top();
+    context.size = stack.bytes;
+    return context;
+  }
+  void deallocate(ctx::stack_context&) const noexcept {}
 };
 
 Time TickFor(const SimulationOptions& options) {
@@ -113,48 +124,42 @@ const std::vector<std::uint32_t>& Scheduler::choices() const {
 }
 
 // --- switching
-// ------------------------------------------------------------------------------------------------------------
 
-void Scheduler::State::Entry(ctx::transfer_t transfer) {
-  Task& task = *static_cast<FirstJump*>(transfer.data)->task;
-  State& state = *static_cast<FirstJump*>(transfer.data)->scheduler->state_;
-  state.scheduler = transfer.fctx;
+ctx::fiber Scheduler::State::Run(Task& task, ctx::fiber&& caller) {
+  scheduler = std::move(caller);
 #if defined(__SANITIZE_ADDRESS__)
-  __sanitizer_finish_switch_fiber(nullptr, &state.schedulerStack, &state.schedulerStackBytes);
+  __sanitizer_finish_switch_fiber(nullptr, &schedulerStack, &schedulerStackBytes);
 #endif
   task.body_();
   task.machine_->state = TaskState::Ended;
-  state.SwitchToScheduler(task, true);
-  std::abort();  // an ended task is never switched to
+#if defined(__SANITIZE_ADDRESS__)
+  __sanitizer_start_switch_fiber(nullptr, schedulerStack, schedulerStackBytes);
+#endif
+  return std::move(scheduler);
 }
 
 void Scheduler::State::SwitchTo(Task& task) {
   Task::Machine& machine = *task.machine_;
-  FirstJump first{simulation.scheduler_.get(), &task};
   machine.state = TaskState::Running;
   current_ = &task;
 #if defined(__SANITIZE_ADDRESS__)
   __sanitizer_start_switch_fiber(&schedulerFakeStack, machine.stack.bottom, machine.stack.bytes);
 #endif
-  ctx::transfer_t back = ctx::jump_fcontext(machine.context, &first);
+  machine.fiber = std::move(machine.fiber).resume();
 #if defined(__SANITIZE_ADDRESS__)
   __sanitizer_finish_switch_fiber(schedulerFakeStack, nullptr, nullptr);
 #endif
   current_ = nullptr;
-  machine.context = back.fctx;
 }
 
-void Scheduler::State::SwitchToScheduler(Task& task, bool ending) {
+void Scheduler::State::SwitchToScheduler([[maybe_unused]] Task& task) {
 #if defined(__SANITIZE_ADDRESS__)
-  __sanitizer_start_switch_fiber(ending ? nullptr : &task.machine_->fakeStack, schedulerStack, schedulerStackBytes);
+  __sanitizer_start_switch_fiber(&task.machine_->fakeStack, schedulerStack, schedulerStackBytes);
 #endif
-  ctx::transfer_t back = ctx::jump_fcontext(scheduler, nullptr);
-  scheduler = back.fctx;
+  scheduler = std::move(scheduler).resume();
 #if defined(__SANITIZE_ADDRESS__)
   __sanitizer_finish_switch_fiber(task.machine_->fakeStack, nullptr, nullptr);
 #endif
-  (void)ending;
-  (void)task;
 }
 
 Task& Scheduler::Spawn(HostKernel* kernel, std::string name, std::function<void()> body) {
@@ -177,7 +182,8 @@ Task& Scheduler::Spawn(HostKernel* kernel, std::string name, std::function<void(
   task->callbackContext = nullptr;
   Task::Machine& machine = *task->machine_;
   machine.fakeStack = nullptr;
-  machine.context = ctx::make_fcontext(machine.stack.Top(), machine.stack.bytes, &State::Entry);
+  machine.fiber = ctx::fiber(std::allocator_arg, BorrowedStack{machine.stack},
+                             [this, task](ctx::fiber&& caller) { return state_->Run(*task, std::move(caller)); });
   machine.state = TaskState::Runnable;
   state_->runnable.push_back(task);
   return *task;
@@ -187,19 +193,18 @@ void Scheduler::OnSchedulerStack(ActionRef action) {
   Task* task = current_;
   if (task == nullptr) return action();
   state_->request = &action;
-  state_->SwitchToScheduler(*task, false);
+  state_->SwitchToScheduler(*task);
 }
 
 void Scheduler::Abandon() {
   Task& task = *current_;
   task.machine_->state = TaskState::Parked;
   task.machine_->why = "stopped";
-  state_->SwitchToScheduler(task, false);
+  state_->SwitchToScheduler(task);
   std::abort();  // a stopped simulation runs no task
 }
 
 // --- parking and waking
-// -----------------------------------------------------------------------------------------------------
 
 // Only for waits inside a platform call: a worker without work waits for nothing that the driver knows of.
 void Scheduler::EmitWait(const char* why, bool ends) {
@@ -231,7 +236,7 @@ bool Scheduler::Park(const char* why, const void* object, Time deadline) {
     const Time due = (deadline + state_->tick - 1) / state_->tick * state_->tick;
     machine.timeout = state_->events.AddTimeout(std::max(due, now_), task);
   }
-  state_->SwitchToScheduler(task, false);
+  state_->SwitchToScheduler(task);
   machine.object = nullptr;
   EmitWait(why, true);
   return !machine.timedOut;
@@ -261,7 +266,7 @@ void Scheduler::Yield() {
   Task& task = *current_;
   task.machine_->state = TaskState::Runnable;
   state_->runnable.push_back(&task);
-  state_->SwitchToScheduler(task, false);
+  state_->SwitchToScheduler(task);
 }
 
 void Scheduler::Stall(Time duration) {
@@ -273,7 +278,7 @@ void Scheduler::Stall(Time duration) {
   machine.object = nullptr;
   machine.deadline = now_ + duration;
   machine.timeout = state_->events.AddTimeout(now_ + duration, task);
-  state_->SwitchToScheduler(task, false);
+  state_->SwitchToScheduler(task);
   EmitWait("a stall", true);
 }
 
@@ -306,7 +311,7 @@ bool Scheduler::StopBeforeChoice() {
 std::uint32_t Scheduler::Choose(std::span<Task* const> candidates) {
   ++state_->step;
   const std::uint32_t index = state_->policy->Next(candidates);
-  state_->choices.push_back(index);
+  if (state_->simulation.options().keepChoices) state_->choices.push_back(index);
   Mix(candidates[index]->ordinal());
   return index;
 }
@@ -357,7 +362,6 @@ void Scheduler::Cancel(EventId id) {
 }
 
 // --- running
-// ------------------------------------------------------------------------------------------------------------------
 
 Task* Scheduler::TakeRunnable() {
   State& state = *state_;
@@ -437,7 +441,6 @@ Outcome Scheduler::RunUntil(const std::function<bool()>& done, Time deadline) {
 }
 
 // --- alone
-// --------------------------------------------------------------------------------------------------------------------
 
 // The owner of a lock runs no further than to its release.
 void Scheduler::SwitchAlone() {

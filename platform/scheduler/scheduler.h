@@ -90,7 +90,7 @@ class Scheduler {
   bool QuietUntil(Time horizon) const;
   std::string WhoWaits() const;  // one line per live task, for hang reports
   std::uint64_t step() const;
-  const std::vector<std::uint32_t>& choices() const;  // of a seeded run so far; Policy::Replay repeats them
+  const std::vector<std::uint32_t>& choices() const;  // so far, when the run keeps them; Policy::Replay repeats them
   void Mix(std::uint64_t word) {
     hash_ = (hash_ ^ word) * 0x9ddfea08eb382d69u, hash_ ^= hash_ >> 29;
   }  // into the trace hash

@@ -1,8 +1,6 @@
 #include "platform/scheduler/task_stack.h"
 
-#include <sys/mman.h>
-
-#include <new>
+#include "platform/scheduler/kept_range.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/asan_interface.h>
@@ -11,32 +9,18 @@
 namespace platform {
 namespace {
 
-constexpr std::size_t kGuardBytes = 4096;
+constexpr std::size_t kGuardBytes = kPageBytes;
 #if defined(__SANITIZE_ADDRESS__)
 constexpr std::size_t kStackBytes = 1024 * 1024;
 #else
 constexpr std::size_t kStackBytes = 256 * 1024;
 #endif
-
-constexpr std::size_t kMostKept = 64;
-
-// Stacks of runs that are over, guard pages and all.
-std::vector<TaskStack>& Kept() {
-  // Never destroyed: a simulation may end after the thread's objects have.
-  thread_local std::vector<TaskStack>* const kept = new std::vector<TaskStack>;
-  return *kept;
-}
+constexpr std::size_t kRangeBytes = kGuardBytes + kStackBytes;
 
 }  // namespace
 
 TaskStackPool::~TaskStackPool() {
-  for (TaskStack& stack : free_) {
-    if (Kept().size() < kMostKept) {
-      Kept().push_back(stack);
-    } else {
-      munmap(stack.bottom - kGuardBytes, stack.bytes + kGuardBytes);
-    }
-  }
+  for (TaskStack& stack : free_) KeptRanges::Give(stack.bottom - kGuardBytes, kRangeBytes, kRangeBytes);
 }
 
 TaskStack TaskStackPool::Take() {
@@ -45,16 +29,7 @@ TaskStack TaskStackPool::Take() {
     free_.pop_back();
     return stack;
   }
-  if (!Kept().empty()) {
-    const TaskStack stack = Kept().back();
-    Kept().pop_back();
-    return stack;
-  }
-  void* base = mmap(nullptr, kStackBytes + kGuardBytes, PROT_READ | PROT_WRITE,
-                    MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-  if (base == MAP_FAILED) throw std::bad_alloc();
-  mprotect(base, kGuardBytes, PROT_NONE);
-  return {static_cast<std::byte*>(base) + kGuardBytes, kStackBytes};
+  return {static_cast<std::byte*>(KeptRanges::Take(kRangeBytes, kGuardBytes)) + kGuardBytes, kStackBytes};
 }
 
 void TaskStackPool::Give(TaskStack stack) {

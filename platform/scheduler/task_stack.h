@@ -1,4 +1,4 @@
-// Stacks of tasks: mapped with a guard page below, kept for reuse, and told to the address sanitizer.
+// Stacks of tasks: with a guard page below, kept for reuse, and told to the address sanitizer.
 #pragma once
 #include <cstddef>
 #include <vector>

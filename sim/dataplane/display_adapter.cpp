@@ -14,7 +14,7 @@ namespace sim {
 namespace {
 
 constexpr DelayRange kHandshake{"sim.dp.handshake", 2 * kMs, 1 * kMs / 10, 60 * kMs};
-constexpr DelayRange kCapabilities{"sim.dp.capabilities", 7 * kMs, 5 * kMs, 10 * kMs};
+constexpr DelayRange kCapabilitiesTime{"sim.dp.capabilities", 7 * kMs, 5 * kMs, 10 * kMs};
 
 constexpr std::uint32_t kVideo = 1u << 31;             // dword 0
 constexpr std::uint32_t kAux = 1u << 30;               // dword 0
@@ -64,7 +64,7 @@ void Ask(Adapter& dpIn, Adapter& dpOut) {
   if (!display.answers) return;
   if (dpIn.router().fabric().simulation().faults().Fires("dp.no-capabilities")) return;
   const platform::Time delay =
-      display.readyAfter ? *display.readyAfter : dpIn.router().fabric().timing().Draw(kCapabilities);
+      display.readyAfter ? *display.readyAfter : dpIn.router().fabric().timing().Draw(kCapabilitiesTime);
   Later(dpIn, delay, "display capabilities", [&dpIn, &dpOut, question] {
     if (dpIn.dpTalk.question != question || ReachedDisplayPort(dpIn) != &dpOut || !dpOut.dp.display) return;
     Learn(dpIn, *dpOut.dp.display);

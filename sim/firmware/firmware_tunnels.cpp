@@ -14,7 +14,6 @@ namespace {
 
 constexpr unsigned kRoundTrips = 7;  // of a path that is longer than 14 hops
 
-constexpr std::uint32_t kManagerVersion = 0x10u << 8;        // ROUTER_CS_4
 constexpr std::uint32_t kRouterSetUp = 1u << 31 | 1u << 23;  // ROUTER_CS_5
 
 struct NamedKind {
@@ -131,7 +130,7 @@ void Enumerate(Router& router) {
   space.Set(kRouterCs2, static_cast<std::uint32_t>(place.route));
   space.Set(kRouterCs3, static_cast<std::uint32_t>(place.route >> 32) | kConfigurationValid);
   if (!router.model().usb4()) return;
-  space.SetBits(kRouterCs4, 0xFF00, kManagerVersion);
+  space.SetBits(kRouterCs4, 0xFF00, kManagerVersion << 8);
   if (router.isHost()) return;
   space.SetBits(kRouterCs5, kRouterSetUp, kRouterSetUp);
   space.SetBits(kRouterCs6, kConfigurationReady, kConfigurationReady);

@@ -14,7 +14,7 @@ constexpr std::uint32_t kStatus = 0x37800;
 constexpr std::uint32_t kMask = 0x38200;
 constexpr std::uint32_t kThrottle = 0x38C00;
 constexpr std::uint32_t kVectors = 0x38C40;
-constexpr std::uint32_t kCapabilities = 0x39640;
+constexpr std::uint32_t kCapabilitiesRegister = 0x39640;
 // Above the hop count the capabilities dword says more than the driver wants; it must mask.
 constexpr std::uint32_t kCapabilitiesAboveHopCount = 0x00010000;
 
@@ -79,7 +79,7 @@ std::uint32_t HostInterface::BadAccess(std::uint32_t offset, const char* what) {
 std::uint32_t HostInterface::ReadRegister(std::uint32_t offset) {
   if (power_ != platform::FunctionPower::D0) return ~0u;
   if (offset % 4 != 0) return BadAccess(offset, "read of unknown register");
-  if (offset == kCapabilities) return kCapabilitiesAboveHopCount | config_.hopCount;
+  if (offset == kCapabilitiesRegister) return kCapabilitiesAboveHopCount | config_.hopCount;
   std::uint32_t index = 0;
   if (InBlock(offset, kStatus, interrupts_.statusDwords(), index)) return interrupts_.ReadStatus(index);
   if (InBlock(offset, kMask, interrupts_.maskDwords(), index)) return interrupts_.ReadMask(index);
@@ -94,7 +94,7 @@ void HostInterface::WriteRegister(std::uint32_t offset, std::uint32_t value) {
   std::uint32_t index = 0;
   if (offset % 4 != 0) {
     BadAccess(offset, "write of unknown register");
-  } else if (offset == kCapabilities || InBlock(offset, kStatus, interrupts_.statusDwords(), index)) {
+  } else if (offset == kCapabilitiesRegister || InBlock(offset, kStatus, interrupts_.statusDwords(), index)) {
     BadAccess(offset, "write to read-only register");
   } else if (InBlock(offset, kMask, interrupts_.maskDwords(), index)) {
     interrupts_.WriteMask(index, value);

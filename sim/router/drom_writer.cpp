@@ -12,7 +12,7 @@
 namespace sim {
 namespace {
 
-constexpr std::size_t kData = 13;
+constexpr std::size_t kChecksummedFrom = 13;
 constexpr unsigned kUsb4Format = 3;
 
 void Put(std::vector<std::uint8_t>& image, std::size_t at, std::uint64_t value, unsigned bytes) {
@@ -91,9 +91,9 @@ std::vector<std::uint8_t> BuildDrom(const RouterModel& model) {
       AppendPort(image, adapter);
   AppendText(image, 1, model.drom.vendorName);
   AppendText(image, 2, model.drom.deviceName);
-  Put(image, 14, image.size() - kData, 2);
+  Put(image, 14, image.size() - kChecksummedFrom, 2);
   image[0] = model.host && !usb4 ? EepromUidCheck(image.data() + 1) : DromCrc8(image.data() + 1, 8);
-  Put(image, 9, Crc32c(std::span(image).subspan(kData)), 4);
+  Put(image, 9, Crc32c(std::span(image).subspan(kChecksummedFrom)), 4);
   Break(image, model.drom.faults);
   return image;
 }

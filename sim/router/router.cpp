@@ -16,7 +16,6 @@ constexpr DelayRange kStartEvent{"sim.router.start-event", 12 * kMs, 1 * kMs, 30
 
 constexpr std::uint32_t kPlugEventsOn = 0x04;  // bits 6:2 of the plug-events control dword
 constexpr std::uint32_t kPlugEventsMask = 0x7C;
-constexpr std::uint32_t kManagerVersion = 0x10;
 
 constexpr RegisterRules kCs1Rules{{13, 8, ReadWrite}, {22, 20, ReadWrite}};
 constexpr RegisterRules kCs4Rules{{15, 0, ReadWrite}};

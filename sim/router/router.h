@@ -74,6 +74,7 @@ inline constexpr unsigned kRouterCs3 = 3;
 inline constexpr unsigned kRouterCs4 = 4;
 inline constexpr unsigned kRouterCs5 = 5;
 inline constexpr unsigned kRouterCs6 = 6;
+inline constexpr std::uint32_t kManagerVersion = 0x10;          // in bits 15:8 of dword 4: the manager knows USB4
 inline constexpr std::uint32_t kConfigurationValid = 1u << 31;  // of dword 3
 inline constexpr std::uint32_t kEnterSleep = 1u << 0;           // of dword 5
 inline constexpr std::uint32_t kSleepReady = 1u << 0;           // of dword 6
@@ -105,8 +106,8 @@ class Router {
   void SetPlace(const Place& place);
 
   // --- control packets
-  // Answers a
-  // packet that ends here and came in through `arrival`; nothing for acknowledgements and what a router drops.
+  // Answers a packet that ends here and came in through `arrival`; nothing for acknowledgements and for what a router
+  // drops.
   std::optional<ControlPacket> Handle(const ControlPacket& packet, unsigned arrival);
   // Records a mistake of the driver; "router 1 adapter 3: " or "router 1: " goes before the text (adapter 0: none).
   void Misuse(unsigned adapter, const std::string& text) const;

@@ -11,7 +11,7 @@ using enum BitKind;
 constexpr DelayRange kBusy{"sim.router.operation", kMs / 2, kMs / 10, 3 * kMs};
 constexpr platform::Time kSlow = 350 * kMs;
 
-constexpr unsigned kData = 9;
+constexpr unsigned kFirstDataDword = 9;
 constexpr unsigned kDataDwords = 16;
 constexpr unsigned kMetadata = 25;
 constexpr unsigned kControl = 26;
@@ -27,7 +27,7 @@ constexpr std::uint16_t kReadDrom = 0x24;
 
 void RouterOperations::Define() {
   ConfigSpace& space = router_.space();
-  for (unsigned i = 0; i < kDataDwords; ++i) space.Define(kData + i, 0, kAllReadWrite);
+  for (unsigned i = 0; i < kDataDwords; ++i) space.Define(kFirstDataDword + i, 0, kAllReadWrite);
   space.Define(kMetadata, 0, kAllReadWrite);
   space.Define(kControl, 0, {{31, 0, ReservedZero}, {15, 0, ReadWrite}, {31, 24, ReadWrite}});
   space.OnWrite(kControl, [this](const ConfigSpace::Access& access) {
@@ -86,7 +86,7 @@ RouterOperations::Outcome RouterOperations::ReadDrom() {
       const std::size_t at = address + 4 * i + byte;
       if (at < drom_.size()) word |= static_cast<std::uint32_t>(drom_[at]) << (8 * byte);
     }
-    router_.space().Set(kData + i, word);
+    router_.space().Set(kFirstDataDword + i, word);
   }
   return {};
 }

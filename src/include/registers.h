@@ -17,7 +17,6 @@ struct PathSpace : RegisterBlock<USB4_CFG_SPACE_PATH> {};
 struct CounterSpace : RegisterBlock<USB4_CFG_SPACE_COUNTERS> {};
 
 // --- Router space
-// -----------------------------------------------------------------------------------------------------
 
 inline constexpr std::uint32_t kRouterHeaderDwords = 5;
 
@@ -119,7 +118,6 @@ inline constexpr std::uint32_t kVendorSpecificPlugEvents = 1;  // also the way t
 inline constexpr std::uint32_t kVendorSpecificLinkController = 6;
 
 // --- Time management unit of a router
-// ---------------------------------------------------------------------------------
 
 struct RouterTmuCs0 : Register<RouterTmuCapability, 0> {
   using TimeDisruption = Bit<27>;
@@ -148,7 +146,6 @@ using RouterTmuPostLocalTime = RegisterArray<RouterTmuCapability, 22, 2>;  // lo
 using RouterTmuPostTime = RegisterArray<RouterTmuCapability, 24, 2>;       // 0 once the router has taken it
 
 // --- Plug events and EEPROM of a Thunderbolt 3 router
-// -----------------------------------------------------------------
 
 struct PlugEventsCs1 : Register<PlugEventsCapability, 1> {
   using LowMask = Bit<2>;  // set in both states
@@ -171,7 +168,6 @@ using PlugEventsBlock = RegisterArray<PlugEventsCapability, 0, 13>;
 inline constexpr std::uint32_t kPlugEventsDromOffset = 12;  // byte offset of the DROM inside the EEPROM
 
 // --- Link controller of a Thunderbolt 3 router
-// ------------------------------------------------------------------------
 
 struct LinkControllerDescriptor : Register<LinkControllerCapability, 2> {
   using PortCount = Field<3, 0>;
@@ -210,7 +206,6 @@ struct LinkControllerPortControl : Register<LinkControllerPortBlock, 150> {
 };
 
 // --- Adapter space
-// ----------------------------------------------------------------------------------------------------
 
 inline constexpr std::uint32_t kAdapterHeaderDwords = 8;
 
@@ -271,7 +266,6 @@ enum USB4_ADAPTER_TYPE : std::uint32_t {
 };
 
 // --- Lane adapter
-// -----------------------------------------------------------------------------------------------------
 
 struct LaneAdpCs0 : Register<LaneCapability, 0> {
   using SupportedWidths = Field<25, 20>;  // mask: 1 = x1, 2 = x2
@@ -290,7 +284,6 @@ struct LaneAdpCs1 : Register<LaneCapability, 1> {
 };
 
 // --- Time management unit of an adapter
-// -------------------------------------------------------------------------------
 
 struct AdapterTmuCs3 : Register<AdapterTmuCapability, 3> {
   using Unidirectional = Bit<29>;
@@ -298,7 +291,6 @@ struct AdapterTmuCs3 : Register<AdapterTmuCapability, 3> {
 };
 
 // --- USB4 port
-// --------------------------------------------------------------------------------------------------------
 
 struct PortCs18 : Register<Usb4PortCapability, 18> {
   using BondingEnabled = Bit<8>;
@@ -318,7 +310,6 @@ struct PortCs19 : Register<Usb4PortCapability, 19> {
 };
 
 // --- Protocol adapters
-// ------------------------------------------------------------------------------------------------
 
 struct PcieAdpCs0 : Register<ProtocolCapability, 0> {
   using PathEnable = Bit<31>;
@@ -407,7 +398,6 @@ struct DpAdpCs6 : Register<ProtocolCapability, 6> {
 };
 
 // --- Path space: an entry of two words per input hop ID
-// ---------------------------------------------------------------
 
 inline constexpr std::uint32_t kPathEntryDwords = 2;
 inline constexpr std::uint32_t kCounterSetDwords = 3;

@@ -5,8 +5,11 @@
 
 #include "lab/run/run.h"
 #include "lab/timeline/pcapng.h"
+#include "tests/support/scenario_text.h"
 
 namespace {
+
+using tests::Bytes;
 
 // Standard output of a command, or an empty text when it fails.
 std::string Output(const std::string& command) {
@@ -21,13 +24,6 @@ std::string Output(const std::string& command) {
 std::string Tshark(const std::string& file, const std::string& options) {
   return Output("tshark -X lua_script:" PROJECT_ROOT "/lab/decode/wireshark/usb4_control.lua -r " + file + " " +
                 options);
-}
-
-std::vector<std::uint8_t> Bytes(const std::string& hex) {
-  std::vector<std::uint8_t> bytes;
-  for (std::size_t i = 0; i < hex.size(); i += 2)
-    bytes.push_back(static_cast<std::uint8_t>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-  return bytes;
 }
 
 class Captured : public testing::Test {

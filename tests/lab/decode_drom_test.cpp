@@ -3,8 +3,11 @@
 #include <fstream>
 
 #include "lab/decode/decode_drom.h"
+#include "tests/support/scenario_text.h"
 
 namespace {
+
+using tests::Bytes;
 
 // A USB4 hub: product, lane pair 1-2, adapter 3 in use, 4 disabled, a type that nobody knows, two names.
 constexpr const char* kUsb4 =
@@ -14,16 +17,6 @@ constexpr const char* kUsb4 =
     "05 01 41 42 00 07 02 48 75 62 1b 00";
 // The older format, whose data CRC is wrong and always was.
 constexpr const char* kThunderbolt = "67 01 00 00 00 00 00 d1 00 00 00 00 00 01 0d 00 00 22 11 44 33 00 04 01 58 00";
-
-std::vector<std::uint8_t> Bytes(const std::string& hex) {
-  std::vector<std::uint8_t> bytes;
-  std::string digits;
-  for (char c : hex)
-    if (c != ' ') digits += c;
-  for (std::size_t i = 0; i < digits.size(); i += 2)
-    bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
-  return bytes;
-}
 
 std::string Fields(const lab::DecodedFields& decoded) {
   std::string text = decoded.title + "\n";

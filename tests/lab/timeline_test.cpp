@@ -68,7 +68,7 @@ struct Reading {
   std::set<std::pair<char, int>> pairs_;  // arrows and lives that have begun
 };
 
-std::string Bytes(const std::string& file) {
+std::string ReadWhole(const std::string& file) {
   std::stringstream text;
   text << std::ifstream(file, std::ios::binary).rdbuf();
   return text.str();
@@ -112,7 +112,7 @@ TEST(Timeline, TasksOfOneNameShareNoTrackWhileBothAreBusy) {
   EXPECT_EQ(tasks.Begin(process, first, "c").tid, track.tid) << "its track is free again";
   tasks.End(second, "b");
   EXPECT_TRUE(file.Close(0));
-  EXPECT_EQ(Reading(Json::parse(Bytes(kFile))).flaw, "");
+  EXPECT_EQ(Reading(Json::parse(ReadWhole(kFile))).flaw, "");
 }
 
 TEST(Timeline, SaysWhatTheWireAndTheDomainSay) {
@@ -131,7 +131,7 @@ TEST(Timeline, SaysWhatTheWireAndTheDomainSay) {
     machine.RemoveAndUnload();
     ASSERT_TRUE(timeline.Close());
 
-    const Json document = Json::parse(Bytes(kFile));
+    const Json document = Json::parse(ReadWhole(kFile));
     const Reading reading(document);
     EXPECT_EQ(reading.flaw, "");
     EXPECT_EQ(reading.accesses, requests);
@@ -197,7 +197,7 @@ TEST(Timeline, ChangesNothingAndIsTheSameEveryTime) {
       options.traceFile = kFile;
       const lab::RunReport report = lab::RunScenario(TypicalChain(), options);
       EXPECT_EQ(report.traceHash, without);
-      file = Bytes(options.traceFile);
+      file = ReadWhole(options.traceFile);
     }
     EXPECT_TRUE(files[0] == files[1]) << faults;
     EXPECT_EQ(Reading(Json::parse(files[0])).flaw, "") << faults;

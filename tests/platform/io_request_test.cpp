@@ -30,9 +30,9 @@ void Send(PDEVICE_OBJECT device, ConfigRead& read) {
   EXPECT_EQ(KeReadStateEvent(&done), 1);
 }
 
-class IoRequest : public wdf_test::WdfTest {};
+class RequestPacket : public wdf_test::WdfTest {};
 
-TEST_P(IoRequest, ReadsConfigurationSpaceToItsEndAndNotPastIt) {
+TEST_P(RequestPacket, ReadsConfigurationSpaceToItsEndAndNotPastIt) {
   function.config[63] = 0x55556666;
   WithDevice([](WDFDEVICE device) {
     PDEVICE_OBJECT lower = WdfDeviceWdmGetAttachedDevice(device);
@@ -48,7 +48,7 @@ TEST_P(IoRequest, ReadsConfigurationSpaceToItsEndAndNotPastIt) {
   });
 }
 
-INSTANTIATE_WDF(IoRequest);
+INSTANTIATE_WDF(RequestPacket);
 
 // A device object whose driver never sees a packet.
 PDEVICE_OBJECT NoDevice() {

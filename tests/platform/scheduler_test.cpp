@@ -105,7 +105,9 @@ TEST(Scheduler, OneSeedIsOneInterleavingAndSeedsDiffer) {
   for (Policy policy : {Policy::Uniform, Policy::Priority}) {
     std::set<std::string> seen;
     for (std::uint64_t seed = 0; seed < 40; ++seed) {
-      Simulation once({policy, seed}), again({policy, seed});
+      SimulationOptions options{policy, seed};
+      options.keepChoices = true;
+      Simulation once(options), again({policy, seed});
       const std::string order = Interleaving(once);
       EXPECT_EQ(order, Interleaving(again));
       EXPECT_EQ(once.TraceHash(), again.TraceHash());

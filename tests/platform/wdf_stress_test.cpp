@@ -42,7 +42,7 @@ std::string FirstWrongStep(const std::string& log) {
   return before == "driver cleanup" ? "" : "ends after " + before;
 }
 
-BOOLEAN Isr(WDFINTERRUPT interrupt, ULONG) {
+BOOLEAN WorkItemIsr(WDFINTERRUPT interrupt, ULONG) {
   return WdfInterruptQueueWorkItemForIsr(interrupt);
 }
 
@@ -86,7 +86,7 @@ class WdfStress : public WdfTest {
       attributes.ParentObject = device;
       EXPECT_EQ(WdfWorkItemCreate(&work, &attributes, &item), 0);
       WDF_INTERRUPT_CONFIG interrupt;
-      WDF_INTERRUPT_CONFIG_INIT(&interrupt, Isr, nullptr);
+      WDF_INTERRUPT_CONFIG_INIT(&interrupt, WorkItemIsr, nullptr);
       interrupt.EvtInterruptWorkItem = Handler;
       interrupt.InterruptRaw = WdfCmResourceListGetDescriptor(raw, 0);
       interrupt.InterruptTranslated = WdfCmResourceListGetDescriptor(translated, 0);

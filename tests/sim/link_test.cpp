@@ -11,8 +11,8 @@ namespace {
 constexpr unsigned kLane = 0x36;  // lane capability of every model here
 constexpr unsigned kUsb4Port = 0x9C;
 
-struct Cable : Rig {
-  explicit Cable(const char* cables = "H1:1 D1:1", std::uint64_t seed = 0) : Rig("H1", seed) { Manage(cables); }
+struct CableRig : Rig {
+  explicit CableRig(const char* cables = "H1:1 D1:1", std::uint64_t seed = 0) : Rig("H1", seed) { Manage(cables); }
   std::uint32_t Lane(std::uint64_t route, unsigned adapter) { return Value(route, adapter, Space::Adapter, kLane + 1); }
   void Target(std::uint64_t route, unsigned adapter, unsigned width) {
     Write(route, adapter, Space::Adapter, kLane + 1, {(Lane(route, adapter) & ~0x3F0u) | width << 4 | 0x8000});
@@ -31,7 +31,7 @@ TEST(Link, WordsOfAPortWithNothingInItAndOfARunningLink) {
   EXPECT_EQ(empty.Value(0, 1, Space::Adapter, kUsb4Port + 18), 0x00000410u);
   EXPECT_EQ(empty.Value(0, 1, Space::Adapter, kUsb4Port + 19), 0x00000006u);
 
-  Cable rig;
+  CableRig rig;
   EXPECT_EQ(rig.Lane(0, 1), 0x4814001Cu) << "up, 20 Gb/s, one lane";
   EXPECT_EQ(rig.Lane(1, 2), 0x4814001Cu);
   EXPECT_EQ(rig.Value(0, 1, Space::Adapter, kUsb4Port + 18), 0x00000510u) << "bondable, USB4";
@@ -40,7 +40,7 @@ TEST(Link, WordsOfAPortWithNothingInItAndOfARunningLink) {
 }
 
 TEST(Link, BondingNeedsAllFourLanesTakesTimeAndMovesTheBuffers) {
-  Cable rig;
+  CableRig rig;
   const std::pair<std::uint64_t, unsigned> lanes[] = {{1, 1}, {1, 2}, {0, 1}, {0, 2}};
   for (auto [route, adapter] : lanes) {
     EXPECT_EQ(rig.Lane(0, 1) >> 20 & 0x3F, 1u) << "before the last of the four";
@@ -61,7 +61,7 @@ TEST(Link, BondingNeedsAllFourLanesTakesTimeAndMovesTheBuffers) {
 }
 
 TEST(Link, AWidthWithoutTheBondingBitChangesNothing) {
-  Cable rig;
+  CableRig rig;
   for (std::uint64_t route : {1, 0})
     for (unsigned adapter : {1u, 2u})
       rig.Write(route, adapter, Space::Adapter, kLane + 1, {(rig.Lane(route, adapter) & ~0x3F0u) | 0x30});
@@ -70,7 +70,7 @@ TEST(Link, AWidthWithoutTheBondingBitChangesNothing) {
 }
 
 TEST(Link, ADisabledSecondLanePartsTheLinkButKeepsItUp) {
-  Cable rig;
+  CableRig rig;
   rig.Bond();
   rig.Run(1 * kMs);
   rig.Write(0, 2, Space::Adapter, kLane + 1, {rig.Lane(0, 2) | 0x4000});
@@ -94,7 +94,7 @@ TEST(Link, ASingleLaneCableNeverBonds) {
 }
 
 TEST(Link, AThunderboltPartnerPutsThePortIntoItsMode) {
-  Cable rig("H1:1 T1:1");
+  CableRig rig("H1:1 T1:1");
   EXPECT_EQ(rig.Value(0, 1, Space::Adapter, kUsb4Port + 18), 0x00000710u);
   const std::uint32_t descriptor = rig.Value(1, 0, Space::Router, 0x22);
   EXPECT_EQ(descriptor, 0x00A02002u) << "two port blocks of 160 dwords, 32 behind the start";
@@ -107,7 +107,7 @@ TEST(Link, AThunderboltPartnerPutsThePortIntoItsMode) {
 }
 
 TEST(Link, ADropResetsTheFarRouterAndComesBack) {
-  Cable rig("H1:1 D1:1,D1:3 D2:1");
+  CableRig rig("H1:1 D1:1,D1:3 D2:1");
   rig.Bond();
   rig.Run(1 * kMs);
   rig.fabric.DropLink("D1", 50 * kMs);

@@ -43,7 +43,7 @@ class TunnelBench : public Bench {
   std::string Programmed();
   // What the hardware's own accounts hold against the domain, one a line; empty when nothing is amiss.
   std::string Books();
-  // A path entry as two words: "0x8000c809 0x03000b03" style; "invalid" when it is not valid.
+  // A path entry as two words: "8000c809 03000b03"; "invalid" when it is not valid.
   std::string Entry(const std::string& port, unsigned hop);
 
   // Every listed tunnel is torn down, one by one from the head of the list.

@@ -1,7 +1,7 @@
 // A whole machine behind verbs: what every test above the platform and the hardware model is written in.
 //
-// A world starts nothing by itself. Verbs run until the system would say that they are done; the *Later ones begin at a
-// time or a packet and run on. What the verifier, the hardware or a hang holds against the driver fails the test at the
+// A world starts nothing by itself. Verbs run until the system would say that they are done; At and AtPacket begin one
+// at a time or at a packet. What the verifier, the hardware or a hang holds against the driver fails the test at the
 // verb during which it showed. Pointers to driver records never leave InDriver.
 #pragma once
 #include <gtest/gtest.h>
