@@ -7,7 +7,7 @@
 
 #include "lab/machine/domain_view.h"
 #include "platform/host/simulation.h"
-#include "sim/host/protocol_errors.h"
+#include "sim/host/complaints.h"
 
 namespace lab {
 

@@ -3,7 +3,6 @@
 #include "lab/machine/waivers.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace lab {
 
@@ -18,74 +17,47 @@ std::vector<platform::Waiver> KnownWaivers() {
   };
 }
 
-std::vector<ProtocolWaiver> KnownProtocolWaivers() {
+std::vector<ComplaintWaiver> KnownComplaintWaivers() {
+  using enum sim::Complaint;
+  using enum sim::Space;
+  constexpr auto kAny = std::nullopt;
   return {
-      {"of router dword 0 changed",
+      {ReadOnlyBits, Router, 0, 100,
        "a router whose TMU capability could not be read is taken to have it at offset 0, where the header stands"},
-      {"of router dword 3 changed",
+      {ReadOnlyBits, Router, 3, 100,
        "a router whose TMU capability could not be read is taken to have it at offset 0, where the header stands"},
-      {"write to unknown adapter dword 19",
+      {UnknownDword, Adapter, 19, 100,
        "a port whose USB4 port capability could not be read is marked configured all the same, at the mark's offset"},
-      {"configured for route",
+      {ConfiguredRoute, kAny, kAny, 100,
        "the second lane of a port whose first lane could not be read is taken for a port of its own"},
-      {"configured with upstream adapter",
+      {ConfiguredUpstream, kAny, kAny, 100,
        "the second lane of a port whose first lane could not be read is taken for a port of its own"},
-      {"of adapter dword 57 changed",
+      {ReadOnlyBits, Adapter, 57, 100,
        "an answer about another adapter that a fault has put in the right one's place makes it one of another type for "
        "the driver, which switches it on by the bits of that type"},
-      {"write to unknown path dword",
+      {UnknownDword, Path, kAny, 100,
        "an answer about another adapter that a fault has put in the right one's place makes it one with paths"},
-      {"leaves with a hop ID above the limit of",
+      {EntryHopLimit, kAny, kAny, 100,
        "an answer about another adapter that a fault has put in the right one's place gives it that one's limits"},
-      {"of adapter dword 2 changed",
+      {ReadOnlyBits, Adapter, 2, 100,
        "a DP IN whose capability could not be found is taken to have it at offset 0, where the header stands"},
-      {"display resource of adapter",
+      {DisplayResource, kAny, kAny, 100,
        "an answer about another adapter that a fault has put in the right one's place makes it a DP IN for the driver"},
-      {"router operation started while another one runs",
+      {OperationBusy, kAny, kAny, 100,
        "an operation that a router never ends is given up after its time-out, and the next one is asked all the same"},
-      {"DROM read with metadata",
+      {DromMetadata, kAny, kAny, 100,
        "a metadata write that a fault has held back or overtaken leaves the DROM read with the metadata of another "
        "one"},
   };
 }
 
-std::vector<ProtocolWaiver> LostGrants() {
-  return {
-      {"is reserved without video",
-       "a router that was asked for a DP IN and whose answer got lost keeps it for a tunnel that never came"},
-  };
-}
-
-std::vector<ProtocolWaiver> KnownRemains() {
-  std::vector<ProtocolWaiver> remains = {
-      {"dangling entry at",
-       "an entry whose switching off a fault has prevented stays in the host router, where nobody looks at it again"},
-      {"lost: ",
-       "a path that begins with an entry whose switching off a fault has prevented leads nowhere once its tunnel is "
-       "gone"},
-      {"two entries lead to",
-       "the hop behind an entry whose switching off a fault has prevented is free for the next path through that link"},
-  };
-  for (ProtocolWaiver& grant : LostGrants()) remains.push_back(std::move(grant));
-  return remains;
-}
-
-namespace {
-
-bool Covers(const std::vector<ProtocolWaiver>& waivers, const std::string& text) {
-  return std::any_of(waivers.begin(), waivers.end(),
-                     [&](const ProtocolWaiver& waiver) { return text.find(waiver.text) != std::string::npos; });
-}
-
-}  // namespace
-
 bool Excused(const sim::ProtocolError& error) {
-  return Covers(KnownProtocolWaivers(), error.text);
-}
-
-std::vector<std::string> Without(const std::vector<ProtocolWaiver>& waivers, std::vector<std::string> findings) {
-  std::erase_if(findings, [&](const std::string& finding) { return Covers(waivers, finding); });
-  return findings;
+  static const std::vector<ComplaintWaiver> kWaivers = KnownComplaintWaivers();
+  return std::any_of(kWaivers.begin(), kWaivers.end(), [&](const ComplaintWaiver& waiver) {
+    return waiver.rule == error.rule && error.count <= waiver.most &&
+           (!waiver.space || waiver.space == error.arguments.space) &&
+           (!waiver.dword || waiver.dword == error.arguments.dword);
+  });
 }
 
 }  // namespace lab

@@ -4,10 +4,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <set>
 
-#include "lab/machine/waivers.h"
+#include "lab/oracle/remains.h"
 #include "lab/scenario/topology_input.h"
 #include "sim/dataplane/path_probe.h"
 #include "sim/dataplane/usb3_function.h"
@@ -15,8 +16,6 @@
 
 namespace lab {
 namespace {
-
-using Lines = std::vector<std::string>;
 
 // What the driver makes of a grant that it finds in an adapter: bits per second wrap at 32 bits.
 std::int64_t ReadBackMbps(unsigned units, unsigned scale) {
@@ -38,16 +37,16 @@ bool EndsAtMissingLane(const sim::LivePath& path) {
 }
 
 // The entries of tunnels that need such a lane: they are listed, and lead nowhere.
-using Entries = std::set<std::string>;  // "D1:3 hop 8", as the fabric's books call them
+using Entries = std::set<std::pair<std::string, unsigned>>;  // adapter and hop ID
 
-// A line of the fabric's books that is about such a lane or such a tunnel.
-bool AboutMissingLane(const sim::Fabric& fabric, const Entries& stranded, const std::string& line) {
-  constexpr std::string_view kDangling = "dangling entry at ";
-  if (line.starts_with(kDangling) && stranded.contains(line.substr(kDangling.size()))) return true;
-  for (const auto& router : fabric.routers())
-    for (unsigned n = 1; n <= router->maxAdapter(); ++n)
-      if (MissingLane(*router->adapter(n)) && line.ends_with(router->adapter(n)->Name() + " is not up")) return true;
-  return false;
+// A finding of the fabric's books that is about such a lane or such a tunnel.
+bool AboutMissingLane(const sim::FabricPaths& live, const Entries& stranded, const sim::BookFinding& finding) {
+  if (finding.rule == sim::Contradiction::DanglingEntry)
+    return stranded.contains({finding.arguments.adapter, *finding.arguments.hop});
+  if (finding.rule != sim::Contradiction::PathLost) return false;
+  return std::any_of(live.paths.begin(), live.paths.end(), [&](const sim::LivePath& path) {
+    return path.Way() == finding.arguments.path && EndsAtMissingLane(path);
+  });
 }
 
 class DomainAudit {
@@ -60,23 +59,26 @@ class DomainAudit {
 
   const Entries& stranded() const { return stranded_; }
 
-  Lines Go(const OracleOptions& options) {
+  Findings Go(const OracleOptions& options) {
     if (options.complete) Routers();
     for (const TunnelView& tunnel : domain_.tunnels) Tunnel(tunnel);
     if (!options.wreckage) {
       for (const sim::LivePath& path : live_.paths)
         if (Ours(*path.from) && !claimed_.contains(path.trail) && !EndsAtMissingLane(path))
-          Say("no tunnel has the path " + path.Text());
+          Say(path.lost.empty() ? FindingRule::PathUnclaimed : FindingRule::LostPathUnclaimed,
+              {.path = path.Way(), .why = path.lost});
       Buffers();
     }
     Counts();
     for (const RouterView& router : domain_.routers)
       for (const AdapterView& adapter : router.adapters) HopIds(router, adapter);
-    return std::move(lines_);
+    return std::move(findings_);
   }
 
  private:
-  void Say(const std::string& line) { lines_.push_back(domain_.name + ": " + line); }
+  void Say(FindingRule rule, sim::FindingArguments arguments) {
+    findings_.push_back({rule, domain_.name, std::move(arguments)});
+  }
 
   sim::Router* Hardware(std::uint64_t route) const { return machine_.fabric().AtRoute(*host_, route); }
   bool Ours(const sim::Adapter& adapter) const { return adapter.router().place().host == host_; }
@@ -87,13 +89,13 @@ class DomainAudit {
     for (const RouterView& view : domain_.routers) {
       const sim::Router* router = Hardware(view.route);
       if (router == nullptr)
-        Say(fmt::format("router {:x} is listed and not there", view.route));
+        Say(FindingRule::RouterGone, {.route = view.route});
       else if (++listed[router] == 2)
-        Say(router->name() + " is listed twice");
+        Say(FindingRule::RouterTwice, {.router = router->name()});
     }
     for (const auto& router : machine_.fabric().routers())
       if (router->place().host == host_ && !TooDeep(*router) && !listed.contains(router.get()))
-        Say(fmt::format("{} at route {:x} is not listed", router->name(), router->place().route));
+        Say(FindingRule::RouterMissing, {.router = router->name(), .route = router->place().route});
   }
 
   bool TooDeep(const sim::Router& router) const {
@@ -133,7 +135,7 @@ class DomainAudit {
   void Strand(const PathView& path) {
     for (const HopView& hop : path.hops)
       if (const sim::Router* router = Hardware(hop.route))
-        stranded_.insert(fmt::format("{} hop {}", router->adapter(hop.in)->Name(), hop.inHop));
+        stranded_.insert({router->adapter(hop.in)->Name(), hop.inHop});
   }
 
   void Tunnel(const TunnelView& tunnel) {
@@ -150,7 +152,7 @@ class DomainAudit {
       const std::string trail = Trail(path);
       const sim::LivePath* live = trail.empty() ? nullptr : Find(tunnel, trail);
       if (live == nullptr) {
-        Say(fmt::format("{}: the fabric has no path {} {}", TunnelText(tunnel), path.name, PathText(path)));
+        Say(FindingRule::PathMissing, {.path = path.name + " " + PathText(path), .tunnel = TunnelText(tunnel)});
       } else {
         claimed_.insert(live->trail);
       }
@@ -172,8 +174,9 @@ class DomainAudit {
     if (granted(tunnel.allocated->up, book.allocatedUpUnits) &&
         granted(tunnel.allocated->down, book.allocatedDownUnits))
       return;
-    Say(fmt::format("{}: allocated {} Mb/s, its adapter has {}/{}", TunnelText(tunnel),
-                    BandwidthText(*tunnel.allocated), book.allocated.upMbps, book.allocated.downMbps));
+    Say(FindingRule::Grant, {.tunnel = TunnelText(tunnel),
+                             .held = BandwidthText(*tunnel.allocated),
+                             .used = fmt::format("{}/{}", book.allocated.upMbps, book.allocated.downMbps)});
   }
 
   // Tunnels that have left the list without being torn down stay counted, and tunnels to other hosts never are.
@@ -187,21 +190,23 @@ class DomainAudit {
       listed.dp += tunnel.kind == TunnelKind::Dp;
     }
     const auto compare = [this](const char* what, std::int64_t counted, std::int64_t there) {
-      if (counted != there) Say(fmt::format("{} {} tunnels counted, {} listed", counted, what, there));
+      if (counted != there) Say(FindingRule::TunnelCount, {.kind = what, .found = counted, .expected = there});
     };
-    compare("such", domain_.counts.total, listed.total);
-    compare("PCIe", domain_.counts.pcie, listed.pcie);
-    compare("USB3", domain_.counts.usb3, listed.usb3);
+    compare("tunnels", domain_.counts.total, listed.total);
+    compare("PCIe tunnels", domain_.counts.pcie, listed.pcie);
+    compare("USB3 tunnels", domain_.counts.usb3, listed.usb3);
     // An adopted one counts in the total only.
-    if (domain_.counts.dp > listed.dp) compare("DP", domain_.counts.dp, listed.dp);
+    if (domain_.counts.dp > listed.dp) compare("DP tunnels", domain_.counts.dp, listed.dp);
   }
 
   void HopIds(const RouterView& router, const AdapterView& adapter) {
     const std::pair key{router.route, adapter.number};
     const auto compare = [&](const char* what, const std::vector<unsigned>& held, const std::set<unsigned>& used) {
       if (std::equal(held.begin(), held.end(), used.begin(), used.end())) return;
-      Say(fmt::format("{:x}:{} has reserved {} hop IDs [{}], tunnels use [{}]", router.route, adapter.number, what,
-                      fmt::join(held, " "), fmt::join(used, " ")));
+      Say(FindingRule::HopIds, {.adapter = fmt::format("{:x}:{}", router.route, adapter.number),
+                                .kind = what,
+                                .held = fmt::format("{}", fmt::join(held, " ")),
+                                .used = fmt::format("{}", fmt::join(used, " "))});
     };
     compare("input", adapter.inputHops, inputs_[key]);
     compare("output", adapter.outputHops, outputs_[key]);
@@ -229,7 +234,7 @@ class DomainAudit {
       if (adapter == nullptr || !Ours(*adapter) || adopted.contains(book.adapter)) continue;
       const std::int64_t wanted = book.setAsideReset + added[book.adapter];
       if (book.setAside != wanted)
-        Say(fmt::format("{} has {} buffers set aside, its paths account for {}", book.adapter, book.setAside, wanted));
+        Say(FindingRule::PathBuffers, {.adapter = book.adapter, .found = book.setAside, .expected = wanted});
     }
   }
 
@@ -240,7 +245,7 @@ class DomainAudit {
   Entries stranded_;
   std::set<std::string> claimed_;  // trails of live paths that some tunnel has
   std::map<std::pair<std::uint64_t, unsigned>, std::set<unsigned>> inputs_, outputs_;  // hop IDs of all paths
-  Lines lines_;
+  Findings findings_;
 };
 
 bool Running(Machine& machine, Place place) {
@@ -260,8 +265,8 @@ OracleOptions OracleOptionsFor(const MachineConfig& config) {
 
 namespace {
 
-Lines AllFindings(Machine& machine, const OracleOptions& options) {
-  Lines lines;
+Findings AllFindings(Machine& machine, const OracleOptions& options) {
+  Findings findings;
   const sim::FabricPaths live = sim::TracePaths(machine.fabric());
   bool all = true;
   Entries stranded;
@@ -271,21 +276,22 @@ Lines AllFindings(Machine& machine, const OracleOptions& options) {
       continue;
     }
     DomainAudit audit(machine, place, live);
-    const Lines found = audit.Go(options);
-    lines.insert(lines.end(), found.begin(), found.end());
+    Findings found = audit.Go(options);
+    std::move(found.begin(), found.end(), std::back_inserter(findings));
     stranded.insert(audit.stranded().begin(), audit.stranded().end());
   }
   // The fabric's own books know no domains.
-  if (!all || options.wreckage) return lines;
-  for (const std::string& line : sim::CheckBooks(machine.fabric()))
-    if (!AboutMissingLane(machine.fabric(), stranded, line)) lines.push_back(line);
-  return lines;
+  if (!all || options.wreckage) return findings;
+  for (sim::BookFinding& finding : sim::CheckBooks(machine.fabric()))
+    if (!AboutMissingLane(live, stranded, finding))
+      findings.push_back({static_cast<FindingRule>(finding.rule), "", std::move(finding.arguments)});
+  return findings;
 }
 
 }  // namespace
 
-std::vector<std::string> OracleFindings(Machine& machine, const OracleOptions& options) {
-  Lines found = AllFindings(machine, options);
+Findings OracleFindings(Machine& machine, const OracleOptions& options) {
+  Findings found = AllFindings(machine, options);
   if (options.remains) return Without(KnownRemains(), std::move(found));
   return options.lostGrants ? Without(LostGrants(), std::move(found)) : found;
 }

@@ -1,10 +1,8 @@
 // What must hold between hardware and driver once a machine is quiet. Truth is the fabric: entries, adapters and
 // buffers as packets find them; the driver's records are what is judged.
 #pragma once
-#include <string>
-#include <vector>
-
 #include "lab/machine/machine.h"
+#include "lab/oracle/findings.h"
 
 namespace lab {
 
@@ -20,8 +18,8 @@ struct OracleOptions {
 // Those for a machine of this configuration.
 OracleOptions OracleOptionsFor(const MachineConfig& config);
 
-// What does not hold, one line each; empty when all does. Controllers that are not running are left out, and so is what
+// What does not hold; empty when all does. Controllers that are not running are left out, and so is what
 // hangs on them: what a domain leaves programmed while it sleeps is looked at when it is awake.
-std::vector<std::string> OracleFindings(Machine& machine, const OracleOptions& options = {});
+Findings OracleFindings(Machine& machine, const OracleOptions& options = {});
 
 }  // namespace lab

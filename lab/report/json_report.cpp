@@ -121,7 +121,10 @@ Json Violations(const RunReport& report) {
 
 Json ProtocolErrors(const std::vector<sim::ProtocolError>& errors) {
   return List(errors, [](const sim::ProtocolError& error) {
-    return Json{{"timeMs", Milliseconds(error.when)}, {"text", error.text}, {"count", error.count}};
+    return Json{{"timeMs", Milliseconds(error.when)},
+                {"rule", sim::ComplaintName(error.rule)},
+                {"text", error.Text()},
+                {"count", error.count}};
   });
 }
 

@@ -34,10 +34,10 @@ void PrintFindings(const Console& console, const RunReport& report) {
                                                 waiver.where, waiver.hits, waiver.reason)));
   for (const sim::ProtocolError& error : report.waivedErrors)
     console.Out(console.Paint(Style::Faint, fmt::format("excused    {} ({} times): a fault has struck in this run",
-                                                        error.text, error.count)));
+                                                        error.Text(), error.count)));
   for (const std::string& failure : report.failures) console.Out(console.Paint(Style::Bad, "failed     ") + failure);
   for (const sim::ProtocolError& error : report.protocolErrors)
-    console.Out(fmt::format("{}{} ({} times, first at {} ms)", console.Paint(Style::Bad, "protocol   "), error.text,
+    console.Out(fmt::format("{}{} ({} times, first at {} ms)", console.Paint(Style::Bad, "protocol   "), error.Text(),
                             error.count, FormatMs(error.when)));
   for (const platform::Violation& violation : report.violations) PrintViolation(console, violation);
   if (!report.hang.empty()) console.Out(console.Paint(Style::Bad, "hang       ") + report.hang);

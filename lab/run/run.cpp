@@ -276,9 +276,9 @@ void Run::Judge(const Expectation& expectation) {
 void Run::JudgeHardware() {
   OracleOptions options = OracleOptionsFor(scenario_.machine);
   options.lostGrants = options_.faults == kLightFaults && machine_.faults().Fired();
-  const std::vector<std::string> findings = OracleFindings(machine_, options);
+  const Findings findings = OracleFindings(machine_, options);
   if (Over()) return;
-  for (const std::string& finding : findings) Fail("oracle: " + finding);
+  for (const Finding& finding : findings) Fail("oracle: " + finding.Text());
 }
 
 // What is asked of a controller whose host sleeps waits for the resume, and keeps the machine busy until then.

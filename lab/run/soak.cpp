@@ -25,7 +25,7 @@ std::string FirstFinding(const RunReport& report) {
     return fmt::format("{}: {}", platform::RuleName(report.violations.front().rule), report.violations.front().detail);
   if (!report.hang.empty()) return "hang: " + report.hang.substr(0, report.hang.find('\n'));
   if (!report.failures.empty()) return report.failures.front();
-  return report.protocolErrors.empty() ? "failed" : report.protocolErrors.front().text;
+  return report.protocolErrors.empty() ? "failed" : report.protocolErrors.front().Text();
 }
 
 // Where the second run of a seed parts from the first; empty when it does not.

@@ -30,7 +30,7 @@ DpRate Least(const DpRate& a, const DpRate& b) {
 
 void HandshakeWritten(Adapter& adapter) {
   if (!adapter.router().takesPartInDpHandshake()) {
-    adapter.router().Misuse(adapter.number(), "DP handshake with a router that has none");
+    adapter.router().Misuse(adapter.number(), Complaint::DpHandshake);
     return;
   }
   if (adapter.dp.refusesHandshake) return;

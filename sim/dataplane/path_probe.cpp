@@ -191,9 +191,12 @@ ProbeResult Probe(Adapter& from, unsigned hop) {
   return Walk(from, hop, true).Go();
 }
 
+std::string LivePath::Way() const {
+  return std::string(PathKindName(kind)) + ": " + trail;
+}
+
 std::string LivePath::Text() const {
-  const std::string text = std::string(PathKindName(kind)) + ": " + trail;
-  return lost.empty() ? text : text + " lost: " + lost;
+  return lost.empty() ? Way() : Way() + " lost: " + lost;
 }
 
 std::string DanglingEntry::Text() const {

@@ -49,9 +49,9 @@ struct LivePath {
   unsigned toHop = 0;
   std::vector<PathHop> hops;
   std::string trail;
-  std::string lost;  // why a packet does not arrive; empty for a path that works
-  // "PCIe: H1:3 8 -> H1:1 9 | D1:1 9 -> D1:9 8", with " lost: <why>" behind it where it is.
-  std::string Text() const;
+  std::string lost;          // why a packet does not arrive; empty for a path that works
+  std::string Way() const;   // "PCIe: H1:3 8 -> H1:1 9 | D1:1 9 -> D1:9 8"
+  std::string Text() const;  // that, with " lost: <why>" behind it where it is
 };
 
 struct DanglingEntry {

@@ -28,8 +28,7 @@ void CheckSwitchedOn(Adapter& adapter, const ConfigSpace::Access& access) {
   const std::uint32_t switches = Switches(adapter);
   if ((access.old & switches) != 0 || (access.now & switches) == 0 || APathBeginsAt(adapter)) return;
   Router& router = adapter.router();
-  if (!router.fabric().simulation().faults().Fired())
-    router.Misuse(adapter.number(), "is switched on before a path begins at it");
+  if (!router.fabric().simulation().faults().Fired()) router.Misuse(adapter.number(), Complaint::NoPathYet);
 }
 
 void WatchProtocolAdapter(Adapter& adapter) {

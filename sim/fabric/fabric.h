@@ -12,10 +12,10 @@
 #include <vector>
 
 #include "platform/host/simulation.h"
+#include "sim/host/complaints.h"
 #include "sim/host/control_wire.h"
 #include "sim/host/host_device.h"
 #include "sim/host/host_firmware.h"
-#include "sim/host/protocol_errors.h"
 #include "sim/host/timing.h"
 #include "sim/router/cable.h"
 #include "sim/router/router.h"

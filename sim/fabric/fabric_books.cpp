@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <map>
+#include <utility>
 
 #include "sim/dataplane/path_probe.h"
 #include "sim/dataplane/protocol_adapters.h"
@@ -17,10 +18,6 @@ void ForEachAdapter(const Fabric& fabric, Action action) {
   for (const auto& router : fabric.routers())
     for (unsigned n = 1; n <= router->maxAdapter(); ++n)
       if (router->adapter(n)->implemented()) action(*router->adapter(n));
-}
-
-std::string AtHop(const Adapter& adapter, unsigned hop) {
-  return adapter.Name() + " hop " + std::to_string(hop);
 }
 
 BufferBook BookOf(const Adapter& adapter) {
@@ -60,7 +57,7 @@ class Audit {
  public:
   explicit Audit(const Fabric& fabric) : fabric_(fabric), found_(TracePaths(fabric)) {}
 
-  std::vector<std::string> Go() {
+  std::vector<BookFinding> Go() {
     Paths();
     ForEachAdapter(fabric_, [this](Adapter& adapter) {
       Entries(adapter);
@@ -68,12 +65,12 @@ class Audit {
       Buffers(adapter);
     });
     for (const auto& [place, entries] : targets_)
-      if (entries > 1) lines_.push_back("two entries lead to " + place);
-    return std::move(lines_);
+      if (entries > 1) Say(Contradiction::HopShared, {.adapter = place.first, .hop = place.second, .found = entries});
+    return std::move(findings_);
   }
 
  private:
-  void Say(const std::string& line) { lines_.push_back(line); }
+  void Say(Contradiction rule, FindingArguments arguments) { findings_.push_back({rule, std::move(arguments)}); }
 
   bool Has(PathKind kind, const Adapter* from, const Adapter* to) const {
     return std::any_of(found_.paths.begin(), found_.paths.end(),
@@ -88,49 +85,52 @@ class Audit {
   void Paths() {
     for (const LivePath& path : found_.paths) {
       if (!path.lost.empty()) {
-        Say("lost: " + path.Text());
+        Say(Contradiction::PathLost, {.path = path.Way(), .why = path.lost});
         continue;
       }
       const PathKind back = path.kind == PathKind::DpVideo ? PathKind::DpAux : path.kind;
-      if (path.kind != PathKind::Network && !Has(back, path.to, path.from)) Say("one way only: " + path.Text());
+      if (path.kind != PathKind::Network && !Has(back, path.to, path.from))
+        Say(Contradiction::PathOneWay, {.path = path.Way()});
     }
-    for (const DanglingEntry& entry : found_.dangling) Say(entry.Text());
+    for (const DanglingEntry& entry : found_.dangling)
+      Say(Contradiction::DanglingEntry, {.adapter = entry.adapter->Name(), .hop = entry.hop});
   }
 
   void Entries(const Adapter& adapter) {
     for (unsigned hop = 0; hop < adapter.pathEntries(); ++hop) {
       const PathEntry entry = adapter.pathEntry(hop);
-      if (adapter.pathPending(hop)) Say("packets pending at " + AtHop(adapter, hop));
+      if (adapter.pathPending(hop)) Say(Contradiction::PacketsPending, {.adapter = adapter.Name(), .hop = hop});
       const Adapter* out = adapter.router().adapter(entry.outAdapter());
-      if (entry.valid() && !adapter.isControlEntry(hop) && out != nullptr) ++targets_[AtHop(*out, entry.outHop())];
+      if (entry.valid() && !adapter.isControlEntry(hop) && out != nullptr) ++targets_[{out->Name(), entry.outHop()}];
     }
   }
 
   void Protocol(const Adapter& adapter) {
     if (adapter.protocolCapability == 0 || adapter.isLane()) return;
     const bool known = adapter.isPcie() || adapter.isUsb3() || adapter.isDisplayPort();
-    if (known && SwitchedOn(adapter) && !Touches(adapter)) Say(adapter.Name() + " is switched on without a path");
-    if (adapter.isUsb3() && ReadUsb3(adapter).requested) Say(adapter.Name() + " has an open bandwidth request");
+    if (known && SwitchedOn(adapter) && !Touches(adapter))
+      Say(Contradiction::OnWithoutPath, {.adapter = adapter.Name()});
+    if (adapter.isUsb3() && ReadUsb3(adapter).requested) Say(Contradiction::OpenRequest, {.adapter = adapter.Name()});
     if (adapter.type() != kTypeDpIn || !KeepsReservations(adapter.router())) return;
     const bool video = std::any_of(found_.paths.begin(), found_.paths.end(), [&](const LivePath& path) {
       return path.kind == PathKind::DpVideo && path.from == &adapter;
     });
-    if (video && !Reserved(adapter)) Say(adapter.Name() + " carries video and is not reserved");
-    if (!video && Reserved(adapter)) Say(adapter.Name() + " is reserved without video");
+    if (video && !Reserved(adapter)) Say(Contradiction::VideoUnreserved, {.adapter = adapter.Name()});
+    if (!video && Reserved(adapter)) Say(Contradiction::ReservedWithoutVideo, {.adapter = adapter.Name()});
   }
 
   // Set-aside buffers belong to entries without flow control.
   void Buffers(const Adapter& adapter) {
     const BufferBook book = BookOf(adapter);
     if (book.openEntries == 0 && book.setAside != book.setAsideReset)
-      Say(book.adapter + " has " + std::to_string(book.setAside) + " buffers set aside, " +
-          std::to_string(book.setAsideReset) + " after reset");
+      Say(Contradiction::SetAsideBuffers,
+          {.adapter = book.adapter, .found = book.setAside, .expected = book.setAsideReset});
   }
 
   const Fabric& fabric_;
   const FabricPaths found_;
-  std::map<std::string, unsigned> targets_;  // where entries lead, and how many to each place
-  std::vector<std::string> lines_;
+  std::map<std::pair<std::string, unsigned>, unsigned> targets_;  // adapter and hop ID, and how many entries lead there
+  std::vector<BookFinding> findings_;
 };
 
 }  // namespace
@@ -154,7 +154,17 @@ std::vector<std::string> DpReservations(const Fabric& fabric) {
   return reserved;
 }
 
-std::vector<std::string> CheckBooks(const Fabric& fabric) {
+std::string BookFinding::Text() const {
+  constexpr std::pair<const char*, const char*> kRules[] = {
+#define X(enumerator, name, message) {name, message},
+      SIM_CONTRADICTIONS(X)
+#undef X
+  };
+  const auto& [name, message] = kRules[static_cast<unsigned>(rule)];
+  return FillFinding(message, arguments) + " [" + name + "]";
+}
+
+std::vector<BookFinding> CheckBooks(const Fabric& fabric) {
   return Audit(fabric).Go();
 }
 

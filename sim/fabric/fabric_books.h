@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "sim/rules/findings.h"
+
 namespace sim {
 
 class Fabric;
@@ -26,17 +28,33 @@ std::vector<BufferBook> BufferBooks(const Fabric& fabric);
 // DP IN adapters that are reserved with their router: "H1:5". Of Thunderbolt 3 routers those whose sink is in state 1.
 std::vector<std::string> DpReservations(const Fabric& fabric);
 
-// What the registers contradict among themselves, one line each; empty for a domain in order.
-//   "dangling entry at D1:1 hop 9"
-//   "lost: PCIe: H1:3 8 -> H1:1 9 lost: no valid entry at D1:1 9"
-//   "one way only: PCIe: H1:3 8 -> H1:1 9 | D1:1 9 -> D1:9 8"
-//   "two entries lead to H1:1 hop 9"
-//   "packets pending at H1:3 hop 8"
-//   "H1:3 is switched on without a path"
-//   "H1:5 carries video and is not reserved"
-//   "H1:5 is reserved without video"
-//   "H1:4 has an open bandwidth request"
-//   "D1:2 has 12 buffers set aside, 0 after reset"
-std::vector<std::string> CheckBooks(const Fabric& fabric);
+// X(enumerator, "name", "message"); the names in braces are fields of FindingArguments.
+#define SIM_CONTRADICTIONS(X)                                                              \
+  X(DanglingEntry, "dangling-entry", "dangling entry at {adapter} hop {hop}")              \
+  X(PathLost, "path-lost", "lost: {path} lost: {why}")                                     \
+  X(PathOneWay, "path-one-way", "one way only: {path}")                                    \
+  X(HopShared, "hop-shared", "{found} entries lead to {adapter} hop {hop}")                \
+  X(PacketsPending, "packets-pending", "packets pending at {adapter} hop {hop}")           \
+  X(OnWithoutPath, "on-without-path", "{adapter} is switched on without a path")           \
+  X(OpenRequest, "open-request", "{adapter} has an open bandwidth request")                \
+  X(VideoUnreserved, "video-unreserved", "{adapter} carries video and is not reserved")    \
+  X(ReservedWithoutVideo, "reserved-without-video", "{adapter} is reserved without video") \
+  X(SetAsideBuffers, "set-aside-buffers", "{adapter} has {found} buffers set aside, {expected} after reset")
+
+enum class Contradiction : unsigned {
+#define X(enumerator, name, message) enumerator,
+  SIM_CONTRADICTIONS(X)
+#undef X
+      Count
+};
+
+struct BookFinding {
+  Contradiction rule = Contradiction::Count;
+  FindingArguments arguments;
+  std::string Text() const;  // "dangling entry at D1:1 hop 9 [dangling-entry]"
+};
+
+// What the registers contradict among themselves; empty for a domain in order.
+std::vector<BookFinding> CheckBooks(const Fabric& fabric);
 
 }  // namespace sim

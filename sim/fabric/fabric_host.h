@@ -11,7 +11,7 @@ struct Fabric::Host final : PacketSink {
   Host(Fabric& owner, Router& hostRouter, const HostInterfaceConfig& config)
       : fabric(owner),
         router(hostRouter),
-        interface(owner.simulation_, config, owner.errors_),
+        interface(owner.simulation_, hostRouter.name(), config, owner.errors_),
         wire(owner.simulation_, interface, *this, owner.errors_) {}
 
   void PacketFromHost(const DecodedPacket& packet, bool damaged) override {

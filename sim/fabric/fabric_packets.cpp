@@ -25,12 +25,13 @@ bool InterDomain(const ControlPacket& packet) {
 void Fabric::PacketFromHost(Router& host, const DecodedPacket& packet, bool damaged) {
   if (!packet.crcGood) {
     // Routers drop what they cannot trust; only an undamaged packet with a bad CRC is the driver's doing.
-    if (!damaged) host.Misuse(0, "packet with a wrong CRC");
+    if (!damaged) host.Misuse(0, Complaint::PacketCrc);
     return;
   }
   if (packet.packet.pdf == Pdf::FirmwareHandover) return HandOver(host, packet.packet);
   if (packet.packet.dwords.size() < kHeaderDwords) {
-    if (!damaged) host.Misuse(0, "packet of " + std::to_string(packet.packet.dwords.size()) + " dwords");
+    const auto count = static_cast<std::uint32_t>(packet.packet.dwords.size());
+    if (!damaged) host.Misuse(0, Complaint::PacketLength, {.count = count, .limit = kHeaderDwords});
     return;
   }
   Arrive(host, host.upstreamAdapter(), 0, {packet.packet, packet.packet.Route(), damaged});
@@ -39,7 +40,7 @@ void Fabric::PacketFromHost(Router& host, const DecodedPacket& packet, bool dama
 void Fabric::HandOver(Router& host, const ControlPacket& packet) {
   const unsigned before = HostOf(host)->firmware.handOvers();
   const auto answer = HostOf(host)->firmware.Handle(packet);
-  if (HostOf(host)->firmware.handOvers() == before) host.Misuse(0, "malformed hand-over request");
+  if (HostOf(host)->firmware.handOvers() == before) host.Misuse(0, Complaint::HandOverRequest);
   if (!answer) return;
   ++inFlight_;
   simulation_.After(timing_.Draw(kHandOverTime), "firmware hands over", [this, &host, answer = answer] {

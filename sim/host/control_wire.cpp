@@ -41,13 +41,15 @@ void ControlWire::FrameFromHost(unsigned hop, Frame frame) {
     sink_.FrameFromNetworkRing(hop, std::move(frame));
     return;
   }
-  if (frame.startPdf != frame.endPdf)
-    errors_.Report(simulation_.Now(), "control packet with start-of-frame PDF " + std::to_string(frame.startPdf) +
-                                          " and end-of-frame PDF " + std::to_string(frame.endPdf));
+  if (frame.startPdf != frame.endPdf) Misuse(Complaint::FramePdfs, {.index = frame.startPdf, .limit = frame.endPdf});
   Passage passage;
   passage.packet.pdf = frame.endPdf;
   passage.packet.bytes = std::move(frame.bytes);
   Pass(std::move(passage));
+}
+
+void ControlWire::Misuse(Complaint rule, ComplaintArguments arguments) {
+  errors_.Report(simulation_.Now(), rule, host_.name() + " transmit ring 0", std::move(arguments));
 }
 
 void ControlWire::PacketToHost(const ControlPacket& packet) {
@@ -206,8 +208,7 @@ void ControlWire::Forward(Passage passage) {
   Log(passage, number);
   const auto decoded = DecodePacket(static_cast<Pdf>(passage.packet.pdf), passage.packet.bytes);
   if (!decoded) {
-    errors_.Report(simulation_.Now(), "control packet of " + std::to_string(passage.packet.bytes.size()) + " bytes");
-    return;
+    return Misuse(Complaint::PacketBytes, {.count = static_cast<std::uint32_t>(passage.packet.bytes.size())});
   }
   sink_.PacketFromHost(*decoded, passage.damaged);
 }

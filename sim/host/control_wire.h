@@ -8,9 +8,9 @@
 #include <string>
 
 #include "platform/host/simulation.h"
+#include "sim/host/complaints.h"
 #include "sim/host/frame.h"
 #include "sim/host/host_device.h"
-#include "sim/host/protocol_errors.h"
 #include "sim/host/timing.h"
 #include "sim/host/wire_log.h"
 #include "sim/host/wire_packet.h"
@@ -66,6 +66,7 @@ class ControlWire final : public FramePort {
   void HostPowerChanged(platform::FunctionPower power) override { sink_.HostPowerChanged(power); }
 
  private:
+  void Misuse(Complaint rule, ComplaintArguments arguments);
   struct Passage {
     bool up = false;
     RawPacket packet;

@@ -1,7 +1,7 @@
 // The USB4 host interface of a host router: which register an offset names, and what power states do to them.
 #include "sim/host/host_device.h"
 
-#include <cstdio>
+#include <utility>
 
 namespace sim {
 namespace {
@@ -18,6 +18,10 @@ constexpr std::uint32_t kCapabilitiesRegister = 0x39640;
 // Above the hop count the capabilities dword says more than the driver wants; it must mask.
 constexpr std::uint32_t kCapabilitiesAboveHopCount = 0x00010000;
 
+// Parts of it, as complaints call them.
+constexpr const char* kWhole = "host interface";
+constexpr const char* kPciFunction = "PCI function";
+
 // Index of the dword that `offset` names in a block of `count` dwords at `base`.
 bool InBlock(std::uint32_t offset, std::uint32_t base, std::uint32_t count, std::uint32_t& index) {
   if (offset < base || offset >= base + 4 * count) return false;
@@ -27,18 +31,21 @@ bool InBlock(std::uint32_t offset, std::uint32_t base, std::uint32_t count, std:
 
 }  // namespace
 
-HostInterface::HostInterface(platform::Simulation& simulation, HostInterfaceConfig config, ProtocolErrors& errors)
+HostInterface::HostInterface(platform::Simulation& simulation, std::string name, HostInterfaceConfig config,
+                             ProtocolErrors& errors)
     : simulation_(simulation),
+      name_(std::move(name)),
       config_(config),
       errors_(errors),
       timing_(simulation),
-      pci_(config.pci, [this](std::string text) { Misuse(std::move(text)); }),
+      pci_(config.pci,
+           [this](Complaint rule, ComplaintArguments arguments) { Misuse(kPciFunction, rule, std::move(arguments)); }),
       interrupts_(
           simulation, config.hopCount,
           [this](unsigned vector) {
             if (slot_ != nullptr) slot_->SignalMessage(vector);
           },
-          [this](std::string text) { Misuse(std::move(text)); }) {
+          [this](Complaint rule, ComplaintArguments arguments) { Misuse(kWhole, rule, std::move(arguments)); }) {
   RingBus& bus = *this;
   for (unsigned hop = 0; hop < config_.hopCount; ++hop) {
     transmitRings_.push_back(std::make_unique<TransmitRing>(bus, hop, hop));
@@ -48,8 +55,8 @@ HostInterface::HostInterface(platform::Simulation& simulation, HostInterfaceConf
 
 HostInterface::~HostInterface() = default;
 
-void HostInterface::Misuse(std::string text) {
-  errors_.Report(simulation_.Now(), "host interface: " + std::move(text));
+void HostInterface::Misuse(const std::string& part, Complaint rule, ComplaintArguments arguments) {
+  errors_.Report(simulation_.Now(), rule, name_ + " " + part, std::move(arguments));
 }
 
 RingRegister HostInterface::FindRingRegister(std::uint32_t offset) {
@@ -69,16 +76,14 @@ RingRegister HostInterface::FindRingRegister(std::uint32_t offset) {
   return find(kReceiveControl, 32, receiveRings_, kRun, 2);
 }
 
-std::uint32_t HostInterface::BadAccess(std::uint32_t offset, const char* what) {
-  char text[64];
-  std::snprintf(text, sizeof text, "%s 0x%05x", what, offset);
-  Misuse(text);
+std::uint32_t HostInterface::BadAccess(Complaint rule, ComplaintArguments arguments) {
+  Misuse(kWhole, rule, std::move(arguments));
   return 0;
 }
 
 std::uint32_t HostInterface::ReadRegister(std::uint32_t offset) {
   if (power_ != platform::FunctionPower::D0) return ~0u;
-  if (offset % 4 != 0) return BadAccess(offset, "read of unknown register");
+  if (offset % 4 != 0) return BadAccess(Complaint::UnknownRegisterRead, {.offset = offset});
   if (offset == kCapabilitiesRegister) return kCapabilitiesAboveHopCount | config_.hopCount;
   std::uint32_t index = 0;
   if (InBlock(offset, kStatus, interrupts_.statusDwords(), index)) return interrupts_.ReadStatus(index);
@@ -86,16 +91,17 @@ std::uint32_t HostInterface::ReadRegister(std::uint32_t offset) {
   if (InBlock(offset, kThrottle, InterruptUnit::kVectors, index)) return interrupts_.ReadThrottle(index);
   if (InBlock(offset, kVectors, interrupts_.vectorDwords(), index)) return interrupts_.ReadVectors(index);
   const RingRegister found = FindRingRegister(offset);
-  return found.ring != nullptr ? found.ring->Read(found.which) : BadAccess(offset, "read of unknown register");
+  return found.ring != nullptr ? found.ring->Read(found.which)
+                               : BadAccess(Complaint::UnknownRegisterRead, {.offset = offset});
 }
 
 void HostInterface::WriteRegister(std::uint32_t offset, std::uint32_t value) {
   if (power_ != platform::FunctionPower::D0) return;
   std::uint32_t index = 0;
   if (offset % 4 != 0) {
-    BadAccess(offset, "write of unknown register");
+    BadAccess(Complaint::UnknownRegisterWrite, {.value = value, .offset = offset});
   } else if (offset == kCapabilitiesRegister || InBlock(offset, kStatus, interrupts_.statusDwords(), index)) {
-    BadAccess(offset, "write to read-only register");
+    BadAccess(Complaint::ReadOnlyRegister, {.value = value, .offset = offset});
   } else if (InBlock(offset, kMask, interrupts_.maskDwords(), index)) {
     interrupts_.WriteMask(index, value);
   } else if (InBlock(offset, kThrottle, InterruptUnit::kVectors, index)) {
@@ -105,7 +111,7 @@ void HostInterface::WriteRegister(std::uint32_t offset, std::uint32_t value) {
   } else if (const RingRegister found = FindRingRegister(offset); found.ring != nullptr) {
     found.ring->Write(found.which, value);
   } else {
-    BadAccess(offset, "write of unknown register");
+    BadAccess(Complaint::UnknownRegisterWrite, {.value = value, .offset = offset});
   }
 }
 

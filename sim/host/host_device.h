@@ -10,10 +10,10 @@
 
 #include "platform/host/device_model.h"
 #include "platform/host/simulation.h"
+#include "sim/host/complaints.h"
 #include "sim/host/frame.h"
 #include "sim/host/interrupt_unit.h"
 #include "sim/host/pci_function.h"
-#include "sim/host/protocol_errors.h"
 #include "sim/host/ring_engine.h"
 #include "sim/host/timing.h"
 
@@ -28,9 +28,11 @@ struct HostInterfaceConfig {
 
 class HostInterface final : public platform::DeviceModel, private RingBus {
  public:
-  HostInterface(platform::Simulation& simulation, HostInterfaceConfig config, ProtocolErrors& errors);
+  // `name` of its host router.
+  HostInterface(platform::Simulation& simulation, std::string name, HostInterfaceConfig config, ProtocolErrors& errors);
   ~HostInterface() override;
 
+  const std::string& name() const { return name_; }
   const HostInterfaceConfig& config() const { return config_; }
   void Connect(FramePort* port) { port_ = port; }
 
@@ -64,14 +66,15 @@ class HostInterface final : public platform::DeviceModel, private RingBus {
   platform::Simulation& simulation() override { return simulation_; }
   const Timing& timing() const override { return timing_; }
   void RaiseRingInterrupt(unsigned number) override { interrupts_.Raise(number); }
-  void Misuse(std::string text) override;
+  void Misuse(const std::string& part, Complaint rule, ComplaintArguments arguments) override;
   void FrameFetched(unsigned hop, Frame frame) override;
 
   void Reset();
   RingRegister FindRingRegister(std::uint32_t offset);
-  std::uint32_t BadAccess(std::uint32_t offset, const char* what);
+  std::uint32_t BadAccess(Complaint rule, ComplaintArguments arguments);
 
   platform::Simulation& simulation_;
+  std::string name_;
   HostInterfaceConfig config_;
   ProtocolErrors& errors_;
   Timing timing_;

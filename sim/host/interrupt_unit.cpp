@@ -2,7 +2,6 @@
 #include "sim/host/interrupt_unit.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <utility>
 
 namespace sim {
@@ -13,20 +12,14 @@ platform::Time ThrottleInterval(std::uint32_t units) {
   return (static_cast<platform::Time>(units) * 256 + 99) / 100;
 }
 
-std::string Bits(const char* text, std::uint32_t bits) {
-  char number[16];
-  std::snprintf(number, sizeof number, "0x%08x", bits);
-  return std::string(text) + number;
-}
-
 }  // namespace
 
 InterruptUnit::InterruptUnit(platform::Simulation& simulation, unsigned hopCount, std::function<void(unsigned)> signal,
-                             std::function<void(std::string)> misuse)
+                             Complain complain)
     : simulation_(simulation),
       interrupts_(2 * hopCount),
       signal_(std::move(signal)),
-      misuse_(std::move(misuse)),
+      complain_(std::move(complain)),
       status_((hopCount * 3 + 31) / 32),
       mask_((hopCount * 2 + 31) / 32),
       vectors_((hopCount * 2 + 7) / 8) {}
@@ -39,12 +32,12 @@ void InterruptUnit::WriteMask(unsigned index, std::uint32_t value) {
   const unsigned first = index * 32;
   const unsigned valid = std::min(32u, interrupts_ - first);
   const std::uint32_t allowed = valid == 32 ? ~0u : (1u << valid) - 1;
-  if ((value & ~allowed) != 0) misuse_(Bits("interrupt mask of rings that do not exist: ", value & ~allowed));
+  if ((value & ~allowed) != 0) complain_(Complaint::InterruptMask, {.bits = value & ~allowed});
   mask_[index] = value & allowed;
 }
 
 void InterruptUnit::WriteThrottle(unsigned vector, std::uint32_t value) {
-  if (value > 0xFFFF) misuse_(Bits("reserved bits of a throttling register written: ", value));
+  if (value > 0xFFFF) complain_(Complaint::Throttling, {.value = value});
   throttle_[vector] = value & 0xFFFF;
 }
 

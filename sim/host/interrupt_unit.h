@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/host/simulation.h"
+#include "sim/host/complaints.h"
 
 namespace sim {
 
@@ -17,9 +18,9 @@ class InterruptUnit {
  public:
   static constexpr unsigned kVectors = 16;
 
-  // `signal` sends one message; `misuse` records what the driver did wrong.
+  // `signal` sends one message; `complain` records what the driver did wrong.
   InterruptUnit(platform::Simulation& simulation, unsigned hopCount, std::function<void(unsigned)> signal,
-                std::function<void(std::string)> misuse);
+                Complain complain);
 
   // Registers, by dword index within their block; the index has been checked against the counts below.
   std::uint32_t ReadStatus(unsigned index);
@@ -50,7 +51,7 @@ class InterruptUnit {
   platform::Simulation& simulation_;
   unsigned interrupts_;  // ring interrupts that exist
   std::function<void(unsigned)> signal_;
-  std::function<void(std::string)> misuse_;
+  Complain complain_;
   std::vector<std::uint32_t> status_, mask_, vectors_;
   std::array<std::uint32_t, kVectors> throttle_{};
   std::array<Vector, kVectors> state_{};

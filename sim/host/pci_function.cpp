@@ -1,7 +1,7 @@
 // PCI configuration space of a host interface.
 #include "sim/host/pci_function.h"
 
-#include "sim/host/protocol_errors.h"
+#include <utility>
 
 namespace sim {
 namespace {
@@ -16,8 +16,8 @@ constexpr std::uint32_t kClassUsb4HostInterface = 0x0C0340;
 
 }  // namespace
 
-PciFunction::PciFunction(PciFunctionConfig config, std::function<void(std::string)> misuse)
-    : config_(config), misuse_(std::move(misuse)) {
+PciFunction::PciFunction(PciFunctionConfig config, Complain complain)
+    : config_(config), complain_(std::move(complain)) {
   words_[0] = static_cast<std::uint32_t>(config_.device) << 16 | config_.vendor;
   words_[1] = 0x00100006;  // memory space and bus master on, capability list
   words_[2] = kClassUsb4HostInterface << 8 | config_.revision;
@@ -29,7 +29,7 @@ PciFunction::PciFunction(PciFunctionConfig config, std::function<void(std::strin
 
 std::uint32_t PciFunction::Read(std::uint32_t offset) {
   if (offset % 4 != 0 || offset > 0xFC) {
-    misuse_("configuration read at offset " + Hex32(offset));
+    complain_(Complaint::ConfigurationRead, {.offset = offset});
     return ~0u;
   }
   if (config_.powerOnSequence && offset == kPowerStatus && powerRequested_ && config_.readsUntilReady >= 0 &&
@@ -41,14 +41,14 @@ std::uint32_t PciFunction::Read(std::uint32_t offset) {
 
 void PciFunction::Write(std::uint32_t offset, std::uint32_t value) {
   if (offset % 4 != 0 || offset > 0xFC) {
-    misuse_("configuration write at offset " + Hex32(offset));
+    complain_(Complaint::ConfigurationOffset, {.offset = offset});
     return;
   }
   if (config_.powerOnSequence && (offset == kPowerRequest || offset == kCommand)) {
     WriteSequence(offset, value);
     return;
   }
-  misuse_("configuration write of " + Hex32(value) + " to offset " + Hex32(offset));
+  complain_(Complaint::ConfigurationWrite, {.value = value, .offset = offset});
 }
 
 // The request must keep the low 24 bits but bit 1 and carry 0x22 above; the command must echo its status word in both
@@ -56,12 +56,12 @@ void PciFunction::Write(std::uint32_t offset, std::uint32_t value) {
 void PciFunction::WriteSequence(std::uint32_t offset, std::uint32_t value) {
   if (offset == kPowerRequest) {
     const std::uint32_t expected = (words_[offset / 4] & 0x00FFFFFF) | 0x22000002;
-    if (value != expected) misuse_("power request " + Hex32(value) + " written where " + Hex32(expected) + " was due");
+    if (value != expected) complain_(Complaint::PowerRequest, {.value = value, .expected = expected});
     powerRequested_ = true;
     readsSinceRequest_ = 0;
   } else {
     const std::uint32_t low = words_[kCommandStatus / 4] & 0xFFFF;
-    if (value != (low << 16 | low)) misuse_("power command " + Hex32(value) + " does not echo the status word");
+    if (value != (low << 16 | low)) complain_(Complaint::PowerCommand, {.value = value, .expected = low});
     commandEchoed_ = true;
   }
   words_[offset / 4] = value;

@@ -2,8 +2,8 @@
 #pragma once
 #include <array>
 #include <cstdint>
-#include <functional>
-#include <string>
+
+#include "sim/host/complaints.h"
 
 namespace sim {
 
@@ -20,7 +20,7 @@ struct PciFunctionConfig {
 
 class PciFunction {
  public:
-  PciFunction(PciFunctionConfig config, std::function<void(std::string)> misuse);
+  PciFunction(PciFunctionConfig config, Complain complain);
 
   std::uint32_t Read(std::uint32_t offset);
   void Write(std::uint32_t offset, std::uint32_t value);
@@ -33,7 +33,7 @@ class PciFunction {
   void WriteSequence(std::uint32_t offset, std::uint32_t value);
 
   PciFunctionConfig config_;
-  std::function<void(std::string)> misuse_;
+  Complain complain_;
   std::array<std::uint32_t, 64> words_{};
   int readsSinceRequest_ = 0;
   bool powerRequested_ = false;

@@ -3,8 +3,6 @@
 
 #include <algorithm>
 
-#include "sim/host/protocol_errors.h"
-
 namespace sim {
 namespace {
 
@@ -52,7 +50,7 @@ std::uint32_t Ring::Read(Register which) const {
 
 void Ring::Write(Register which, std::uint32_t value) {
   const bool shapesRing = which != Register::Index && which != Register::Control;
-  if (shapesRing && running()) bus_.Misuse(Name() + ": set-up register written while the ring runs");
+  if (shapesRing && running()) Misuse(Complaint::RingRunning, {.value = value});
   switch (which) {
     case Register::BaseLow:
       baseLow_ = value;
@@ -62,13 +60,12 @@ void Ring::Write(Register which, std::uint32_t value) {
       break;
     case Register::Size: {
       const std::uint32_t allowed = transmit_ ? 0x0000FFFF : 0x0FFFFFFF;
-      if ((value & ~allowed) != 0)
-        bus_.Misuse(Name() + ": reserved bits of the size register written: " + Hex32(value));
+      if ((value & ~allowed) != 0) Misuse(Complaint::RingSize, {.value = value});
       size_ = value & allowed;
       break;
     }
     case Register::PdfMasks:
-      if (transmit_ && value != 0) bus_.Misuse(Name() + ": PDF masks of a transmit ring written: " + Hex32(value));
+      if (transmit_ && value != 0) Misuse(Complaint::RingPdfMasks, {.value = value});
       pdfMasks_ = value;
       break;
     case Register::Index:
@@ -83,25 +80,24 @@ void Ring::Write(Register which, std::uint32_t value) {
 void Ring::WriteIndex(std::uint32_t value) {
   const std::uint32_t index = transmit_ ? value >> 16 : value & 0xFFFF;
   const std::uint32_t other = transmit_ ? value & 0xFFFF : value >> 16;
-  if (other != 0) bus_.Misuse(Name() + ": reserved half of the index register written: " + Hex32(value));
+  if (other != 0) Misuse(Complaint::RingIndexReserved, {.value = value});
   if (running() && index >= count()) {
-    bus_.Misuse(Name() + ": index " + std::to_string(index) + " of a ring of " + std::to_string(count()));
+    Misuse(Complaint::RingIndexRange, {.index = index, .limit = count()});
     return;
   }
-  if (!running() && value != 0) bus_.Misuse(Name() + ": index written while the ring does not run");
+  if (!running() && value != 0) Misuse(Complaint::RingIndexStopped, {.value = value});
   index_ = value;
   if (running()) IndexWritten(index);
 }
 
 void Ring::WriteControl(std::uint32_t value) {
   const std::uint32_t allowed = kValid | kRawMode | kEndToEnd | (transmit_ ? 0 : 0x007FF000u);
-  if ((value & ~allowed) != 0) bus_.Misuse(Name() + ": reserved bits of the control register written: " + Hex32(value));
+  if ((value & ~allowed) != 0) Misuse(Complaint::RingControl, {.value = value});
   const bool wasRunning = running();
   control_ = value & allowed;
   if (running() && !wasRunning) {
-    if ((baseLow_ | baseHigh_) == 0 || (baseLow_ & 0xF) != 0)
-      bus_.Misuse(Name() + ": started without a descriptor table");
-    if (count() < 2) bus_.Misuse(Name() + ": started with " + std::to_string(count()) + " descriptors");
+    if ((baseLow_ | baseHigh_) == 0 || (baseLow_ & 0xF) != 0) Misuse(Complaint::RingTable);
+    if (count() < 2) Misuse(Complaint::RingShort, {.count = count()});
     Started();
   }
   if (!running() && wasRunning) Quiesce();
@@ -161,11 +157,10 @@ void TransmitRing::Kick() {
 
 void TransmitRing::CheckDescriptor(const Descriptor& descriptor) {
   if ((descriptor.word2 & 0xFFF00000) != (kRequestStatus | kInterruptEnable))
-    bus_.Misuse(Name() + ": descriptor posted with flags " + Hex32(descriptor.word2 & 0xFFF00000));
-  if (descriptor.word3 != 0) bus_.Misuse(Name() + ": descriptor posted with last dword " + Hex32(descriptor.word3));
+    Misuse(Complaint::DescriptorFlags, {.value = descriptor.word2 & 0xFFF00000});
+  if (descriptor.word3 != 0) Misuse(Complaint::DescriptorEnd, {.value = descriptor.word3});
   const std::uint32_t size = descriptor.word2 & 0xFFF;
-  if ((control_ & kRawMode) != 0 && (size == 0 || size > 256))
-    bus_.Misuse(Name() + ": frame of " + std::to_string(size) + " bytes in raw mode");
+  if ((control_ & kRawMode) != 0 && (size == 0 || size > 256)) Misuse(Complaint::FrameLength, {.count = size});
 }
 
 void TransmitRing::Fetch() {
@@ -217,7 +212,7 @@ bool ReceiveRing::Deliver(const Frame& frame, const WriteBackForgery& forgery) {
   Descriptor descriptor;
   if (!ReadDescriptor(index, descriptor)) return false;
   if ((descriptor.word2 & 0xFFF00000) != (kRequestStatus | kInterruptEnable) || descriptor.word3 != 0)
-    bus_.Misuse(Name() + ": descriptor posted with flags " + Hex32(descriptor.word2 & 0xFFF00000));
+    Misuse(Complaint::DescriptorFlags, {.value = descriptor.word2 & 0xFFF00000});
 
   const auto stored = std::min<std::size_t>(frame.bytes.size(), bufferBytes());
   const auto size = forgery.size.value_or(static_cast<std::uint32_t>(stored)) & 0xFFF;

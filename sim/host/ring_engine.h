@@ -7,6 +7,7 @@
 
 #include "platform/host/device_model.h"
 #include "platform/host/simulation.h"
+#include "sim/host/complaints.h"
 #include "sim/host/frame.h"
 #include "sim/host/timing.h"
 
@@ -20,7 +21,8 @@ class RingBus {
   virtual platform::Simulation& simulation() = 0;
   virtual const Timing& timing() const = 0;
   virtual void RaiseRingInterrupt(unsigned number) = 0;
-  virtual void Misuse(std::string text) = 0;
+  // `part` of the host interface: "transmit ring 0".
+  virtual void Misuse(const std::string& part, Complaint rule, ComplaintArguments arguments) = 0;
   virtual void FrameFetched(unsigned hop, Frame frame) = 0;
 };
 
@@ -72,6 +74,9 @@ class Ring {
   // Completion interrupt of the ring, after its own short delay.
   void RaiseLater();
   std::string Name() const;
+  void Misuse(Complaint rule, ComplaintArguments arguments = {}) const {
+    bus_.Misuse(Name(), rule, std::move(arguments));
+  }
 
   RingBus& bus_;
   const bool transmit_;

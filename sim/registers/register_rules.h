@@ -2,7 +2,6 @@
 #pragma once
 #include <cstdint>
 #include <initializer_list>
-#include <string>
 
 namespace sim {
 
@@ -56,9 +55,9 @@ inline constexpr RegisterRules kAllStatus{{31, 0, BitKind::Status}};
 struct StoreResult {
   std::uint32_t value = 0;    // what the register holds afterwards
   std::uint32_t started = 0;  // self-clearing bits that were written 1
-  std::string complaint;      // empty when the write was proper; else "read-only bits 0x00000002 of %s changed"
+  // Bits that the write was wrong about: read-only and preserved ones that it changes, reserved ones that it sets.
+  std::uint32_t readOnly = 0, preserved = 0, reserved = 0;
 };
-// `place` names the register in the complaint, "adapter dword 5".
-StoreResult Store(const RegisterRules& rules, std::uint32_t old, std::uint32_t written, const std::string& place);
+StoreResult Store(const RegisterRules& rules, std::uint32_t old, std::uint32_t written);
 
 }  // namespace sim

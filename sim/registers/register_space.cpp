@@ -2,6 +2,7 @@
 #include "sim/registers/register_space.h"
 
 #include <cassert>
+#include <utility>
 
 namespace sim {
 
@@ -42,7 +43,15 @@ bool ConfigSpace::Read(unsigned offset, unsigned length, std::vector<std::uint32
   return true;
 }
 
-bool ConfigSpace::Write(unsigned offset, std::span<const std::uint32_t> data, std::vector<std::string>& complaints) {
+void ConfigSpace::Judge(unsigned offset, std::uint32_t written, const StoreResult& stored,
+                        const Complain& complain) const {
+  for (const auto& [rule, bits] :
+       {std::pair(Complaint::ReadOnlyBits, stored.readOnly), std::pair(Complaint::PreservedBits, stored.preserved),
+        std::pair(Complaint::ReservedBits, stored.reserved)})
+    if (bits != 0) complain(rule, {.value = written, .bits = bits, .space = space_, .dword = offset});
+}
+
+bool ConfigSpace::Write(unsigned offset, std::span<const std::uint32_t> data, const Complain& complain) {
   const auto length = static_cast<unsigned>(data.size());
   if (length == 0 || offset + length > size()) return false;
   for (unsigned i = 0; i < length; ++i)
@@ -53,8 +62,8 @@ bool ConfigSpace::Write(unsigned offset, std::span<const std::uint32_t> data, st
   for (unsigned i = 0; i < length; ++i) {
     Register& reg = registers_[offset + i];
     const std::uint32_t old = reg.value;
-    StoreResult stored = Store(reg.rules, old, data[i], std::string(label_) + " dword " + std::to_string(offset + i));
-    if (!stored.complaint.empty()) complaints.push_back(std::move(stored.complaint));
+    const StoreResult stored = Store(reg.rules, old, data[i]);
+    Judge(offset + i, data[i], stored, complain);
     reg.value = stored.value;
     accesses.push_back({old, data[i], stored.value, stored.started});
   }

@@ -4,9 +4,9 @@
 #include <functional>
 #include <map>
 #include <span>
-#include <string>
 #include <vector>
 
+#include "sim/host/complaints.h"
 #include "sim/registers/register_rules.h"
 
 namespace sim {
@@ -23,8 +23,7 @@ class ConfigSpace {
   using WriteHook = std::function<void(const Access&)>;
   using ReadHook = std::function<std::uint32_t(std::uint32_t stored)>;
 
-  // `label` names the space in complaints: "adapter", "router", "path", "counters".
-  explicit ConfigSpace(const char* label) : label_(label) {}
+  explicit ConfigSpace(Space space) : space_(space) {}
 
   void Define(unsigned offset, std::uint32_t resetValue, const RegisterRules& rules = kAllReadOnly);
   void OnWrite(unsigned offset, WriteHook hook) { writeHooks_[offset] = std::move(hook); }
@@ -44,8 +43,9 @@ class ConfigSpace {
 
   // The driver's access. Reading a hole between registers gives 0; reading past the last register fails.
   bool Read(unsigned offset, unsigned length, std::vector<std::uint32_t>& data);
-  // Fails without storing anything when one of the dwords does not exist. Complaints are appended, one per dword.
-  bool Write(unsigned offset, std::span<const std::uint32_t> data, std::vector<std::string>& complaints);
+  // Fails without storing anything when one of the dwords does not exist. Tells `complain` what is wrong with each
+  // dword.
+  bool Write(unsigned offset, std::span<const std::uint32_t> data, const Complain& complain);
 
  private:
   struct Register {
@@ -55,7 +55,9 @@ class ConfigSpace {
     bool defined = false;
   };
 
-  const char* label_;
+  void Judge(unsigned offset, std::uint32_t written, const StoreResult& stored, const Complain& complain) const;
+
+  Space space_;
   std::vector<Register> registers_;
   std::map<unsigned, WriteHook> writeHooks_;
   std::map<unsigned, ReadHook> readHooks_;

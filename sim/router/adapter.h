@@ -121,9 +121,9 @@ class Adapter {
 
   Router& router_;
   const AdapterModel& model_;
-  ConfigSpace adapterSpace_{"adapter"};
-  ConfigSpace pathSpace_{"path"};
-  ConfigSpace countersSpace_{"counters"};
+  ConfigSpace adapterSpace_{Space::Adapter};
+  ConfigSpace pathSpace_{Space::Path};
+  ConfigSpace countersSpace_{Space::Counters};
   std::map<unsigned, Draining> draining_;  // by hop ID
 };
 

@@ -92,19 +92,22 @@ bool Adapter::pathPending(unsigned hop) const {
 void Adapter::CheckValidEntry(unsigned hop) {
   const PathEntry entry = pathEntry(hop);
   const Adapter* out = router_.adapter(entry.outAdapter());
-  std::string wrong;
-  if (hop < kFirstPathHop && model_.type != kTypeHostInterface) wrong = "is not for paths";
-  if (pathPending(hop) && !router_.fabric().simulation().faults().Fired())
-    wrong = "is made valid before it has drained";
-  if (entry.counts() && entry.counter() >= model_.counterSets) wrong = "counts into a set that there is not";
+  const auto complain = [&](Complaint rule, ComplaintArguments arguments) {
+    arguments.hop = hop;
+    router_.Misuse(number(), rule, std::move(arguments));
+  };
+  if (hop < kFirstPathHop && model_.type != kTypeHostInterface)
+    complain(Complaint::EntryReserved, {.limit = kFirstPathHop});
+  if (pathPending(hop) && !router_.fabric().simulation().faults().Fired()) complain(Complaint::EntryPending, {});
+  if (entry.counts() && entry.counter() >= model_.counterSets)
+    complain(Complaint::EntryCounter, {.index = entry.counter(), .limit = model_.counterSets});
   if (out == nullptr || !out->implemented()) {
-    wrong = "leads to no adapter";
+    complain(Complaint::EntryAdapter, {.index = entry.outAdapter()});
   } else if (entry.outHop() > out->model().hop) {
-    wrong = "leaves with a hop ID above the limit of " + out->Name();
+    complain(Complaint::EntryHopLimit, {.index = entry.outHop(), .limit = out->model().hop, .other = out->Name()});
   } else if (entry.outHop() < kFirstPathHop && out->type() != kTypeHostInterface) {
-    wrong = "leaves with a hop ID that is not for paths";
+    complain(Complaint::EntryHopReserved, {.index = entry.outHop(), .other = out->Name()});
   }
-  if (!wrong.empty()) router_.Misuse(number(), "path entry " + std::to_string(hop) + " " + wrong);
 }
 
 }  // namespace sim

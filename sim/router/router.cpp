@@ -1,9 +1,10 @@
 // One router: its header, its place, its events.
 #include "sim/router/router.h"
 
-#include <cstdio>
+#include <utility>
 
 #include "sim/router/capability_layout.h"
+#include "sim/rules/pattern.h"
 
 namespace sim {
 namespace {
@@ -104,15 +105,11 @@ void Router::SetPlace(const Place& place) {
   if (knows) space_.SetBits(kRouterCs1, 0x3F << 8, place.upstream << 8);
 }
 
-void Router::Misuse(unsigned adapter, const std::string& text) const {
-  char place[64];
-  const auto route = static_cast<unsigned long long>(place_.route);
-  if (adapter == 0) {
-    std::snprintf(place, sizeof place, "router %llx: ", route);
-  } else {
-    std::snprintf(place, sizeof place, "router %llx adapter %u: ", route, adapter);
-  }
-  fabric_.errors().Report(fabric_.simulation().Now(), place + text);
+void Router::Misuse(unsigned adapter, Complaint rule, ComplaintArguments arguments) const {
+  std::string object = name_;
+  if (adapter != 0) object += ":" + std::to_string(adapter);
+  fabric_.errors().Report(fabric_.simulation().Now(), rule, object + " (route " + Route(place_.route) + ")",
+                          std::move(arguments));
 }
 
 void Router::WatchHeader() {
@@ -133,22 +130,14 @@ void Router::WatchHeader() {
 void Router::CheckTopologyWritten() {
   if (!headerRead_) return;
   const std::uint32_t cs1 = space_.Get(kRouterCs1);
-  char text[96];
-  if (configuredRoute() != place_.route || ((cs1 >> 20) & 7) != (place_.depth & 7)) {
-    std::snprintf(text, sizeof text, "configured for route %llx depth %u",
-                  static_cast<unsigned long long>(configuredRoute()), (cs1 >> 20) & 7);
-    Misuse(0, text);
-  }
-  if (((cs1 >> 8) & 0x3F) != place_.upstream) {
-    std::snprintf(text, sizeof text, "configured with upstream adapter %u, which is %u", (cs1 >> 8) & 0x3F,
-                  place_.upstream);
-    Misuse(0, text);
-  }
+  const std::uint32_t depth = (cs1 >> 20) & 7, upstream = (cs1 >> 8) & 0x3F;
+  if (configuredRoute() != place_.route || depth != (place_.depth & 7))
+    Misuse(0, Complaint::ConfiguredRoute, {.route = configuredRoute(), .count = depth});
+  if (upstream != place_.upstream)
+    Misuse(0, Complaint::ConfiguredUpstream, {.index = upstream, .limit = place_.upstream});
   const std::uint32_t version = (space_.Get(kRouterCs4) >> 8) & 0xFF;
-  if (model_.usb4() && version != kManagerVersion) {
-    std::snprintf(text, sizeof text, "configured by a manager of version 0x%02x", version);
-    Misuse(0, text);
-  }
+  if (model_.usb4() && version != kManagerVersion)
+    Misuse(0, Complaint::ManagerVersion, {.value = version, .expected = kManagerVersion});
 }
 
 // Displays that are there already, and adapters whose hardware reports them although nobody can use them.

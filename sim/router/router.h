@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/host/simulation.h"
-#include "sim/host/protocol_errors.h"
+#include "sim/host/complaints.h"
 #include "sim/host/timing.h"
 #include "sim/host/wire_packet.h"
 #include "sim/registers/register_space.h"
@@ -109,8 +109,8 @@ class Router {
   // Answers a packet that ends here and came in through `arrival`; nothing for acknowledgements and for what a router
   // drops.
   std::optional<ControlPacket> Handle(const ControlPacket& packet, unsigned arrival);
-  // Records a mistake of the driver; "router 1 adapter 3: " or "router 1: " goes before the text (adapter 0: none).
-  void Misuse(unsigned adapter, const std::string& text) const;
+  // Records a mistake of the driver with one of its adapters, or with the router itself (adapter 0).
+  void Misuse(unsigned adapter, Complaint rule, ComplaintArguments arguments = {}) const;
 
   // --- events
   NotificationQueue& notifications() { return notifications_; }
@@ -151,7 +151,7 @@ class Router {
   Surroundings& fabric_;
   const RouterModel& model_;
   std::string name_;
-  ConfigSpace space_{"router"};
+  ConfigSpace space_{Space::Router};
   std::vector<std::unique_ptr<Adapter>> adapters_;
   NotificationQueue notifications_;
   RouterOperations operations_;

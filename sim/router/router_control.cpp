@@ -1,4 +1,6 @@
 // How a router answers the control packets that end at it.
+#include <utility>
+
 #include "sim/router/router.h"
 
 namespace sim {
@@ -25,7 +27,7 @@ std::optional<ControlPacket> Router::Handle(const ControlPacket& packet, unsigne
     case Pdf::FirmwareHandoverAnswer:
       break;
   }
-  Misuse(0, "packet of type " + std::to_string(static_cast<unsigned>(packet.pdf)));
+  Misuse(0, Complaint::PacketType, {.index = static_cast<std::uint32_t>(packet.pdf)});
   return std::nullopt;
 }
 
@@ -35,7 +37,7 @@ void Router::HandleAcknowledge(const ControlPacket& packet) {
   if (packet.dwords.size() != kHeaderDwords ||
       (word & 0x3FFFC0FF) != static_cast<std::uint32_t>(ErrorCode::Acknowledge) || plug < 2 ||
       packet.HeaderBits() != 0) {
-    Misuse(0, "malformed acknowledgement " + Hex32(word));
+    Misuse(0, Complaint::Acknowledgement, {.value = word});
     return;
   }
   notifications_.Acknowledge((word >> 8) & 0x3F, plug == 3);
@@ -66,43 +68,47 @@ std::optional<ControlPacket> Router::HandleAccess(const ControlPacket& packet, u
   AddressWord address = packet.Address();
   const std::uint64_t route = configured() ? configuredRoute() : packet.Route();
   const bool write = packet.pdf == Pdf::Write;
-  auto refuse = [&](ErrorCode code, const std::string& mistake) {
-    if (!mistake.empty()) Misuse(address.adapter, mistake);
-    return ErrorPacket(route, address.adapter, code);
+  const auto refuse = [&](ErrorCode code) { return ErrorPacket(route, address.adapter, code); };
+  const auto complain = [&](Complaint rule, ComplaintArguments arguments) {
+    Misuse(address.adapter, rule, std::move(arguments));
   };
 
-  if (packet.HeaderBits() != 0) return refuse(ErrorCode::HeaderError, "header bits 31:22 of a request set");
+  if (packet.HeaderBits() != 0) {
+    complain(Complaint::RequestHeader, {.bits = packet.HeaderBits()});
+    return refuse(ErrorCode::HeaderError);
+  }
   const std::size_t expected = kHeaderDwords + (write ? address.length : 0);
-  if (packet.dwords.size() != expected || address.length == 0 || address.length > kMaxDataDwords)
-    return refuse(ErrorCode::WrongLength, std::string(write ? "write" : "read") + " of " +
-                                              std::to_string(address.length) + " dwords in a packet of " +
-                                              std::to_string(packet.dwords.size()));
-  if (address.reserved != 0) Misuse(address.adapter, "reserved bits of an address word set");
+  if (packet.dwords.size() != expected || address.length == 0 || address.length > kMaxDataDwords) {
+    complain(Complaint::RequestLength, {.count = address.length,
+                                        .limit = static_cast<std::uint32_t>(packet.dwords.size()),
+                                        .other = write ? "write" : "read"});
+    return refuse(ErrorCode::WrongLength);
+  }
+  if (address.reserved != 0) complain(Complaint::RequestReserved, {.value = packet.Word(2)});
   address.reserved = 0;
 
   ErrorCode error = ErrorCode::NoSuchAddress;
   ConfigSpace* space = FindSpace(address, error);
-  if (space == nullptr) return refuse(error, "");
+  if (space == nullptr) return refuse(error);
   AddressWord echo = address;
   // For router space a router tells through which adapter it was reached; that is how a manager learns it.
   if (address.space == Space::Router) echo.adapter = arrival;
 
   if (!write) {
     std::vector<std::uint32_t> data;
-    if (!space->Read(address.offset, address.length, data)) return refuse(ErrorCode::NoSuchAddress, "");
+    if (!space->Read(address.offset, address.length, data)) return refuse(ErrorCode::NoSuchAddress);
     headerRead_ = headerRead_ || (address.space == Space::Router && address.offset <= kLastHeaderDword);
     return ReadResponse(route, echo, data);
   }
   if (address.space == Space::Router && !configured() && address.offset + address.length > kLastHeaderDword + 1)
-    return refuse(ErrorCode::NotEnumerated, "");
-  std::vector<std::string> complaints;
+    return refuse(ErrorCode::NotEnumerated);
   const auto data = std::span(packet.dwords).subspan(kHeaderDwords);
-  if (!space->Write(address.offset, data, complaints))
-    return refuse(ErrorCode::NoSuchAddress, std::string("write to unknown ") + SpaceName(address.space) + " dword " +
-                                                std::to_string(address.offset));
-  if (headerRead_)
-    for (const std::string& complaint : complaints) Misuse(address.adapter, complaint);
-  return WriteResponse(route, echo);
+  const auto judge = [&](Complaint rule, ComplaintArguments arguments) {
+    if (headerRead_) complain(rule, std::move(arguments));
+  };
+  if (space->Write(address.offset, data, judge)) return WriteResponse(route, echo);
+  complain(Complaint::UnknownDword, {.value = data.front(), .space = address.space, .dword = address.offset});
+  return refuse(ErrorCode::NoSuchAddress);
 }
 
 }  // namespace sim

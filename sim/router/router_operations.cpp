@@ -39,7 +39,7 @@ void RouterOperations::Start(std::uint32_t control) {
   const auto opcode = static_cast<std::uint16_t>(control);
   if (busy_) {
     // A manager whose answer got lost asks again.
-    if (opcode != running_) router_.Misuse(0, "router operation started while another one runs");
+    if (opcode != running_) router_.Misuse(0, Complaint::OperationBusy, {.value = opcode, .expected = running_});
     return;
   }
   Surroundings& fabric = router_.fabric();
@@ -77,7 +77,7 @@ RouterOperations::Outcome RouterOperations::ReadDrom() {
   const std::uint32_t address = metadata & 0x7FFC;
   const std::uint32_t count = (metadata >> 15) & 0x1F;
   if (count == 0 || count > kDataDwords || (metadata & ~0xFFFFCu) != 0) {
-    router_.Misuse(0, "DROM read with metadata " + std::to_string(metadata));
+    router_.Misuse(0, Complaint::DromMetadata, {.value = metadata});
     return {.result = 1};
   }
   for (unsigned i = 0; i < count; ++i) {
@@ -97,7 +97,7 @@ RouterOperations::Outcome RouterOperations::DisplayResource(std::uint16_t opcode
   const unsigned number = metadata_;
   const Adapter* adapter = router_.adapter(number);
   if (adapter == nullptr || adapter->type() != kTypeDpIn) {
-    router_.Misuse(0, "display resource of adapter " + std::to_string(number));
+    router_.Misuse(0, Complaint::DisplayResource, {.index = number});
     return {.result = 1};
   }
   if (opcode == kReleaseDisplay) {

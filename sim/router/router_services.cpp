@@ -33,7 +33,8 @@ void RouterServices::WatchSinks() {
     for (unsigned sink = 0; sink < 2; ++sink) {
       const std::uint32_t mask = 0xFu << (4 * sink);
       if (((access.old ^ access.now) & mask) == 0) continue;
-      if (((access.now & mask) >> (4 * sink)) > 1) router_.Misuse(0, "display sink put into a foreign state");
+      const std::uint32_t state = (access.now & mask) >> (4 * sink);
+      if (state > 1) router_.Misuse(0, Complaint::SinkState, {.value = state, .index = sink});
     }
   });
 }

@@ -142,22 +142,26 @@ WORLD_TEST(FirmwareTunnels, DisplaysAreAdoptedOrConnectedAnew) {
       {FirmwareState::Whole, true, "DP 0:5 -> 1:13\n", "total 1, USB3 0, PCIe 0, DP 0", ""},
       // A found path is taken to have set aside what its DP IN has, 13; the firmware had set 12 aside.
       {FirmwareState::Whole, false, "", kNoTunnels,
-       "H1:5 is reserved without video\nD1:1 has 1023 buffers set aside, 0 after reset\n"},
+       "H1:5 is reserved without video [reserved-without-video]\nD1:1 has 1023 buffers set aside, 0 after reset "
+       "[set-aside-buffers]\n"},
       // The firmware's DP IN is not offered, being reserved; its entries stand in the way of nobody.
       {FirmwareState::Off, true, "DP 0:6 -> 1:13\n", "total 1, USB3 0, PCIe 0, DP 1",
-       "lost: DP AUX: H1:5 8 -> H1:1 9 | D1:1 9 -> D1:13 8 lost: H1:5 is switched off\n"
-       "lost: DP video: H1:5 9 -> H1:1 8 | D1:1 8 -> D1:13 9 lost: H1:5 is switched off\n"
-       "two entries lead to H1:1 hop 8\ntwo entries lead to H1:1 hop 9\n"},
+       "lost: DP AUX: H1:5 8 -> H1:1 9 | D1:1 9 -> D1:13 8 lost: H1:5 is switched off [path-lost]\n"
+       "lost: DP video: H1:5 9 -> H1:1 8 | D1:1 8 -> D1:13 9 lost: H1:5 is switched off [path-lost]\n"
+       "2 entries lead to H1:1 hop 8 [hop-shared]\n2 entries lead to H1:1 hop 9 [hop-shared]\n"},
       // A DP OUT that is on when it is found is nobody's resource.
       {FirmwareState::Bare, true, "", kNoTunnels,
-       "H1:5 is reserved without video\nD1:13 is switched on without a path\n"},
+       "H1:5 is reserved without video [reserved-without-video]\nD1:13 is switched on without a path "
+       "[on-without-path]\n"},
       {FirmwareState::Half, true, "", kNoTunnels,
-       "H1:5 is reserved without video\nD1:1 has 1023 buffers set aside, 0 after reset\n"},
+       "H1:5 is reserved without video [reserved-without-video]\nD1:1 has 1023 buffers set aside, 0 after reset "
+       "[set-aside-buffers]\n"},
       {FirmwareState::Broken, true, "", kNoTunnels,
-       "lost: DP AUX: D1:13 8 -> D1:1 8 lost: no valid entry at H1:1 8\nH1:5 is reserved without video\n"
-       "D1:1 has 12 buffers set aside, 0 after reset\n"},
+       "lost: DP AUX: D1:13 8 -> D1:1 8 lost: no valid entry at H1:1 8 [path-lost]\nH1:5 is reserved without video "
+       "[reserved-without-video]\n"
+       "D1:1 has 12 buffers set aside, 0 after reset [set-aside-buffers]\n"},
       {FirmwareState::FarOff, true, "DP 0:6 -> 1:13\n", "total 1, USB3 0, PCIe 0, DP 1",
-       "H1:5 is reserved without video\n"},
+       "H1:5 is reserved without video [reserved-without-video]\n"},
   };
   for (const auto& test : kCases) {
     SCOPED_TRACE(static_cast<int>(test.state));

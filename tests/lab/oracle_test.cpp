@@ -15,7 +15,7 @@ namespace {
 
 std::string Findings(World& world, const lab::OracleOptions& options = {}) {
   std::string text;
-  for (const std::string& line : lab::OracleFindings(world.machine(), options)) text += line + "\n";
+  for (const lab::Finding& finding : lab::OracleFindings(world.machine(), options)) text += finding.Text() + "\n";
   return text;
 }
 
@@ -45,36 +45,37 @@ struct Fault {
 
 const Fault kInTheFabric[] = {
     {"an entry is gone", [](World& world) { ClearValid(world, "D1:1", 9); },
-     "host/H1: PCIe 0:3 -> 1:9: the fabric has no path PCIe Down 0:3 8 -> 0:1 9 | 1:1 9 -> 1:9 8\n"
-     "host/H1: no tunnel has the path PCIe: H1:3 8 -> H1:1 9 lost: no valid entry at D1:1 9\n"
-     "lost: PCIe: H1:3 8 -> H1:1 9 lost: no valid entry at D1:1 9\n"
-     "one way only: PCIe: D1:9 8 -> D1:1 9 | H1:1 9 -> H1:3 8\n"},
+     "host/H1: PCIe 0:3 -> 1:9: the fabric has no path PCIe Down 0:3 8 -> 0:1 9 | 1:1 9 -> 1:9 8 [path-missing]\n"
+     "host/H1: no tunnel has the path PCIe: H1:3 8 -> H1:1 9, which ends: no valid entry at D1:1 9 "
+     "[lost-path-unclaimed]\n"
+     "lost: PCIe: H1:3 8 -> H1:1 9 lost: no valid entry at D1:1 9 [path-lost]\n"
+     "one way only: PCIe: D1:9 8 -> D1:1 9 | H1:1 9 -> H1:3 8 [path-one-way]\n"},
     {"an entry that belongs to no path",
      [](World& world) {
        world.fabric().FindAdapter("D1:5")->SetPathEntry(8, {sim::kPathValid | 3 << 11 | 8, 0});
      },
-     "dangling entry at D1:5 hop 8\n"},
+     "dangling entry at D1:5 hop 8 [dangling-entry]\n"},
     {"an adapter is off", [](World& world) { SwitchOff(world, "D1:9"); },
-     "lost: PCIe: H1:3 8 -> H1:1 9 | D1:1 9 -> D1:9 8 lost: D1:9 is switched off\n"
-     "lost: PCIe: D1:9 8 -> D1:1 9 | H1:1 9 -> H1:3 8 lost: D1:9 is switched off\n"},
+     "lost: PCIe: H1:3 8 -> H1:1 9 | D1:1 9 -> D1:9 8 lost: D1:9 is switched off [path-lost]\n"
+     "lost: PCIe: D1:9 8 -> D1:1 9 | H1:1 9 -> H1:3 8 lost: D1:9 is switched off [path-lost]\n"},
     {"buffers set aside for nothing", [](World& world) { world.fabric().FindAdapter("H1:1")->SetSetAsideBuffers(5); },
-     "host/H1: H1:1 has 5 buffers set aside, its paths account for 0\n"
-     "H1:1 has 5 buffers set aside, 0 after reset\n"},
+     "host/H1: H1:1 has 5 buffers set aside, its paths account for 0 [path-buffers]\n"
+     "H1:1 has 5 buffers set aside, 0 after reset [set-aside-buffers]\n"},
     {"a reservation without video",
      [](World& world) { world.fabric().Find("H1")->operations().dpReservations() = {5}; },
-     "H1:5 is reserved without video\n"},
+     "H1:5 is reserved without video [reserved-without-video]\n"},
     {"another grant than the record's",
      [](World& world) {
        sim::Adapter& at = *world.fabric().FindAdapter("H1:4");
        at.space().SetBits(at.protocolCapability + 2, 0xFFF, 100);
      },
-     "host/H1: USB3 0:4 -> 1:16: allocated 18000/18000 Mb/s, its adapter has 819/18006\n"},
+     "host/H1: USB3 0:4 -> 1:16: allocated 18000/18000 Mb/s, its adapter has 819/18006 [grant]\n"},
     {"a router that nobody told of",
      [](World& world) {
        world.fabric().AddRouter("D2", "late");
        world.fabric().Connect("D1:5", "late:1");
      },
-     "host/H1: late at route 501 is not listed\n"},
+     "host/H1: late at route 501 is not listed [router-missing]\n"},
 };
 
 USB4_TUNNEL& FirstTunnel(USB4_DOMAIN& domain) {
@@ -86,18 +87,18 @@ const Fault kInTheDriver[] = {
      [](World& world) {
        world.InDriver([](USB4_DOMAIN& domain) { domain.HostRouter->Adapters[1].InputHops[12] = 1; });
      },
-     "host/H1: 0:1 has reserved input hop IDs [8 9 12], tunnels use [8 9]\n"},
+     "host/H1: 0:1 has reserved input hop IDs [8 9 12], tunnels use [8 9] [hop-ids]\n"},
     {"a hop ID given back too early",
      [](World& world) {
        world.InDriver([](USB4_DOMAIN& domain) { domain.HostRouter->Adapters[1].OutputHops[9] = 0; });
      },
-     "host/H1: 0:1 has reserved output hop IDs [8], tunnels use [8 9]\n"},
+     "host/H1: 0:1 has reserved output hop IDs [8], tunnels use [8 9] [hop-ids]\n"},
     {"a counter that is off",
      [](World& world) { world.InDriver([](USB4_DOMAIN& domain) { domain.PcieTunnelCount.Store(2); }); },
-     "host/H1: 2 PCIe tunnels counted, 1 listed\n"},
+     "host/H1: 2 PCIe tunnels counted, 1 listed [tunnel-count]\n"},
     {"a path that the driver takes for inactive",
      [](World& world) { world.InDriver([](USB4_DOMAIN& domain) { FirstTunnel(domain).Paths[1]->Active = 0; }); },
-     "host/H1: no tunnel has the path USB3: D1:16 8 -> D1:1 8 | H1:1 8 -> H1:4 8\n"},
+     "host/H1: no tunnel has the path USB3: D1:16 8 -> D1:1 8 | H1:1 8 -> H1:4 8 [path-unclaimed]\n"},
 };
 
 TEST(Oracle, NamesEachThingThatStandsWrong) {
@@ -113,6 +114,14 @@ TEST(Oracle, NamesEachThingThatStandsWrong) {
       world.ExpectStopped();
     }
   }
+}
+
+TEST(Oracle, ARouterThatIsNotThereIsNotListed) {
+  World world("H1:1 - D1:1");
+  ASSERT_EQ(world.Start(), 0);
+  world.Quiet();
+  world.fabric().Unplug("D1");
+  EXPECT_EQ(Findings(world), "host/H1: router 1 is listed and not there [router-gone]\n");
 }
 
 TEST(Oracle, ARouterMayBeMissingWhereSomethingWasMeantToFail) {
@@ -136,7 +145,7 @@ TEST(Oracle, PassesOverTheRemainsOfAFaultOnlyWhereAsked) {
   EXPECT_TRUE(world.faults().Fires("pool.allocate"));
   world.faults().HealAll();
   world.fabric().FindAdapter("D1:5")->SetPathEntry(8, {sim::kPathValid | 3 << 11 | 8, 0});
-  EXPECT_EQ(Findings(world), "dangling entry at D1:5 hop 8\n");
+  EXPECT_EQ(Findings(world), "dangling entry at D1:5 hop 8 [dangling-entry]\n");
   EXPECT_EQ(Findings(world, {.remains = true}), "");
 }
 
@@ -148,7 +157,7 @@ TEST(Oracle, FailsARunOfAScenarioAndATest) {
         world.Quiet();
         world.fabric().FindAdapter("D1:5")->SetPathEntry(8, {sim::kPathValid | 3 << 11 | 8, 0});
       },
-      "oracle: dangling entry at D1:5 hop 8");
+      "oracle: dangling entry at D1:5 hop 8 [dangling-entry]");
 }
 
 TEST(Oracle, ADisplayBehindOneLaneIsConnectedToNothing) {

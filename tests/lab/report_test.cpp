@@ -117,7 +117,7 @@ TEST(Json, OneDocumentWithEveryKeyInOrder) {
   report.events.push_back({5'000, "host", "sleep", "asked"});
   report.failures = {"routers is 1, expected 2"};
   report.waivers = {{platform::Rule::StallTooLong, "KeStall", 3100, "power-on", 2}};
-  report.waivedErrors = {{1, "write refused", 3}};
+  report.waivedErrors = {{1, sim::Complaint::NoPathYet, "H1:3 (route 0)", {}, 3}};
   report.leftovers = {{"host", 1, 2, 3, 4, 5}};
   report.step = 99;
   report.failedStep = 98;
@@ -145,7 +145,8 @@ TEST(Json, OneDocumentWithEveryKeyInOrder) {
     "peers": [],"violations": [],"protocolErrors": [],
     "failures": ["routers is 1, expected 2"],"hang": null,"waived": [{"rule": "stall-too-long",
       "where": "KeStall","count": 2,"reason": "power-on"}],
-    "excused": [{"timeMs": 0.0001,"text": "write refused","count": 3}],
+    "excused": [{"timeMs": 0.0001,"rule": "no-path-yet",
+      "text": "H1:3 (route 0): switched on before a path begins here [no-path-yet]","count": 3}],
     "leftovers": [{"host": "host","poolBytes": 1,"handles": 2,"mappings": 3,"buffers": 4,"references": 5}],
     "choices": 99,"failedAtChoice": 98,"faults": 7,"traceHash": "00000000000000ab",
     "events": [{"timeMs": 0.5,"where": "host","event": "sleep","effect": "asked"}]

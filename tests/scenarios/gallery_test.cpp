@@ -21,7 +21,7 @@ std::string Findings(const lab::RunReport& report) {
   for (const std::string& failure : report.failures) text += failure + "\n";
   for (const platform::Violation& violation : report.violations)
     text += std::string(platform::RuleName(violation.rule)) + ": " + violation.detail + "\n";
-  for (const sim::ProtocolError& error : report.protocolErrors) text += error.text + "\n";
+  for (const sim::ProtocolError& error : report.protocolErrors) text += error.Text() + "\n";
   return text;
 }
 

@@ -36,7 +36,7 @@ TEST(DisplayResources, EachAdapterIsLentOnce) {
   EXPECT_EQ(DpReservations(rig.fabric), std::vector<std::string>{"H1:6"});
   EXPECT_EQ(rig.Errors(), "");
   EXPECT_EQ(rig.Operate(kAllocate, 3), 1u);
-  EXPECT_EQ(rig.Errors(), "router 0: display resource of adapter 3\n");
+  EXPECT_EQ(rig.Errors(), "H1 (route 0): display resource of adapter 3, which is no DP IN [display-resource]\n");
 }
 
 TEST(DisplayResources, ARouterDrivesAsManyDisplaysAsItsModelSays) {
@@ -69,7 +69,8 @@ TEST(DisplayResources, ThunderboltHostsKeepTwoSinks) {
   EXPECT_EQ(DpReservations(rig.fabric), std::vector<std::string>{"HT:11"});
   EXPECT_EQ(rig.Errors(), "");
   rig.Write(0, 0, Space::Router, 0x20 + 16, {0x20});
-  EXPECT_EQ(rig.Errors(), "router 0: display sink put into a foreign state\n");
+  EXPECT_EQ(rig.Errors(),
+            "HT (route 0): display sink 1 put into state 0x00000002, which is not the manager's [sink-state]\n");
 }
 
 }  // namespace

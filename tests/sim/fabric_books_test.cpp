@@ -12,6 +12,12 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
+Lines Found(const Fabric& fabric) {
+  Lines lines;
+  for (const BookFinding& finding : CheckBooks(fabric)) lines.push_back(finding.Text());
+  return lines;
+}
+
 struct BookBench : Rig {
   BookBench() : Rig("H1") {
     Build("H1:1 D1:1");
@@ -32,17 +38,19 @@ TEST(FabricBooks, NameWhatDoesNotAddUp) {
   };
   const Case cases[] = {
       {[](BookBench&) {}, {}},
-      {[](BookBench& rig) { rig.Set("D1:10", 0x39, 0x80000000); }, {"D1:10 is switched on without a path"}},
+      {[](BookBench& rig) { rig.Set("D1:10", 0x39, 0x80000000); },
+       {"D1:10 is switched on without a path [on-without-path]"}},
       {[](BookBench& rig) { rig.fabric.Find("H1")->operations().dpReservations().clear(); },
-       {"H1:5 carries video and is not reserved"}},
-      {[](BookBench& rig) { rig.Set("H1:4", 0x0C, 0x80000000); }, {"H1:4 has an open bandwidth request"}},
+       {"H1:5 carries video and is not reserved [video-unreserved]"}},
+      {[](BookBench& rig) { rig.Set("H1:4", 0x0C, 0x80000000); },
+       {"H1:4 has an open bandwidth request [open-request]"}},
       {[](BookBench& rig) { rig.adapter("D1:3").SetPathEntry(8, rig.adapter("D1:1").pathEntry(9)); },
-       {"dangling entry at D1:3 hop 8", "two entries lead to D1:16 hop 8"}},
+       {"dangling entry at D1:3 hop 8 [dangling-entry]", "2 entries lead to D1:16 hop 8 [hop-shared]"}},
   };
   for (const Case& c : cases) {
     BookBench rig;
     c.spoil(rig);
-    EXPECT_EQ(CheckBooks(rig.fabric), c.lines);
+    EXPECT_EQ(Found(rig.fabric), c.lines);
   }
 }
 
@@ -51,9 +59,9 @@ TEST(FabricBooks, PendingEntriesAreNamedUntilTheyHaveDrained) {
   rig.Manage();
   rig.Write(0, 3, Space::Path, 16, {0x800E0809, 0x03000301});
   rig.Write(0, 3, Space::Path, 16, {0x000E0809, 0x03000301});
-  EXPECT_EQ(CheckBooks(rig.fabric), Lines{"packets pending at H1:3 hop 8"});
+  EXPECT_EQ(Found(rig.fabric), Lines{"packets pending at H1:3 hop 8 [packets-pending]"});
   rig.Run(100 * kMs);
-  EXPECT_EQ(CheckBooks(rig.fabric), Lines{});
+  EXPECT_EQ(Found(rig.fabric), Lines{});
 }
 
 TEST(FabricBooks, BuffersAreCountedByAdapter) {

@@ -40,7 +40,7 @@ TEST(FirmwareTunnels, ThunderboltHostsReserveTheirSink) {
   SetUpFirmwareTunnel(rig.fabric, {FirmwareKind::Dp, "HT:11", "T3:10"});
   EXPECT_EQ(rig.fabric.Find("HT")->space().Get(0x20 + 16), 0x10u);
   EXPECT_EQ(DpReservations(rig.fabric), Texts{"HT:11"});
-  EXPECT_EQ(CheckBooks(rig.fabric), Texts{});
+  EXPECT_TRUE(CheckBooks(rig.fabric).empty());
 }
 
 TEST(FirmwareTunnels, RefuseWhatCannotBe) {

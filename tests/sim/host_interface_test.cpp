@@ -10,7 +10,7 @@ namespace sim::test {
 namespace {
 
 struct Bench {
-  explicit Bench(HostInterfaceConfig config = {}) : host(simulation, config, errors) { host.Attach(slot); }
+  explicit Bench(HostInterfaceConfig config = {}) : host(simulation, "H1", config, errors) { host.Attach(slot); }
   std::string Errors() { return Text(errors); }
   platform::Simulation simulation;
   FakeSlot slot{simulation};
@@ -34,15 +34,27 @@ TEST(HostInterface, UnknownOffsetsAndReadOnlyRegistersAreRecorded) {
     const char* text;
   };
   const Case cases[] = {
-      {false, 0x000C0, "host interface: read of unknown register 0x000c0\n"},  // ring 12 of 12
-      {true, 0x080C8, "host interface: write of unknown register 0x080c8\n"},  // ring 12 of 12
-      {false, 0x19808, "host interface: read of unknown register 0x19808\n"},  // between two rings
-      {false, 0x37808, "host interface: read of unknown register 0x37808\n"},  // 36 status bits are two dwords
-      {false, 0x38204, "host interface: read of unknown register 0x38204\n"},  // 24 mask bits are one
-      {true, 0x38C4C, "host interface: write of unknown register 0x38c4c\n"},  // 24 vectors are three
-      {true, 0x39640, "host interface: write to read-only register 0x39640\n"},
-      {true, 0x37800, "host interface: write to read-only register 0x37800\n"},
-      {false, 0x3FFFC, "host interface: read of unknown register 0x3fffc\n"},
+      {false, 0x000C0,
+       "H1 host interface: read of register 0x000c0, which does not exist [unknown-register-read]\n"},  // ring 12 of 12
+      {true, 0x080C8,
+       "H1 host interface: write of 0x00000001 to register 0x080c8, which does not exist "
+       "[unknown-register-write]\n"},  // ring 12 of 12
+      {false, 0x19808,
+       "H1 host interface: read of register 0x19808, which does not exist [unknown-register-read]\n"},  // between two
+                                                                                                        // rings
+      {false, 0x37808,
+       "H1 host interface: read of register 0x37808, which does not exist [unknown-register-read]\n"},  // 36 status
+                                                                                                        // bits are two
+                                                                                                        // dwords
+      {false, 0x38204,
+       "H1 host interface: read of register 0x38204, which does not exist [unknown-register-read]\n"},  // 24 mask bits
+                                                                                                        // are one
+      {true, 0x38C4C,
+       "H1 host interface: write of 0x00000001 to register 0x38c4c, which does not exist "
+       "[unknown-register-write]\n"},  // 24 vectors are three
+      {true, 0x39640, "H1 host interface: write of 0x00000001 to read-only register 0x39640 [read-only-register]\n"},
+      {true, 0x37800, "H1 host interface: write of 0x00000001 to read-only register 0x37800 [read-only-register]\n"},
+      {false, 0x3FFFC, "H1 host interface: read of register 0x3fffc, which does not exist [unknown-register-read]\n"},
       {true, 0x38200, ""},
   };
   for (const Case& c : cases) {
@@ -63,8 +75,8 @@ TEST(HostInterface, MaskAndThrottleRefuseBitsThatDoNotExist) {
   EXPECT_EQ(bench.host.ReadRegister(0x38200), 1u);
   EXPECT_EQ(bench.host.ReadRegister(0x38C00), 0x1F4u);
   EXPECT_EQ(bench.Errors(),
-            "host interface: interrupt mask of rings that do not exist: 0x01000000\n"
-            "host interface: reserved bits of a throttling register written: 0x000101f4\n");
+            "H1 host interface: interrupt mask of rings that do not exist: 0x01000000 [interrupt-mask]\n"
+            "H1 host interface: write of 0x000101f4 sets reserved bits of a throttling register [throttling]\n");
 }
 
 TEST(Interrupts, AMessageGoesOutWhenAnUnmaskedBitRisesAndReadingClearsTheWholeDword) {
@@ -136,10 +148,14 @@ TEST(PowerOn, NeverReadyAndWrongWritesAreSeen) {
   for (int read = 0; read < 400; ++read) ASSERT_EQ(bench.host.ReadConfig(0xC8) >> 31, 0u);
   bench.host.WriteConfig(0xE0, 0x00000A5C);
   bench.host.WriteConfig(0xC8, 0);
+  bench.host.WriteConfig(0x100, 0);
+  EXPECT_EQ(bench.host.ReadConfig(0x0E), ~0u);
   EXPECT_EQ(bench.Errors(),
-            "host interface: power request 0x22000000 written where 0x22310406 was due\n"
-            "host interface: power command 0x00000a5c does not echo the status word\n"
-            "host interface: configuration write of 0x00000000 to offset 0x000000c8\n");
+            "H1 PCI function: power request 0x22000000 written where 0x22310406 was due [power-request]\n"
+            "H1 PCI function: power command 0x00000a5c does not echo the status word 0x00000a5c [power-command]\n"
+            "H1 PCI function: configuration write of 0x00000000 to offset 0x000c8 [configuration-write]\n"
+            "H1 PCI function: configuration write at offset 0x00100 [configuration-offset]\n"
+            "H1 PCI function: configuration read at offset 0x0000e [configuration-read]\n");
 }
 
 }  // namespace

@@ -85,7 +85,7 @@ TEST(Notifications, MalformedAcknowledgementsAreBlamed) {
     rig.Send(Pdf::Notification, 0, word);
     rig.Run(1 * kMs);
     char text[64];
-    std::snprintf(text, sizeof text, "router 0: malformed acknowledgement 0x%08x\n", word);
+    std::snprintf(text, sizeof text, "H1 (route 0): malformed acknowledgement 0x%08x [acknowledgement]\n", word);
     EXPECT_EQ(rig.Errors(), text);
     EXPECT_FALSE(rig.fabric.Quiet());
   }

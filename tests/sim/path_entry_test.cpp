@@ -36,23 +36,31 @@ TEST(PathEntry, ComplainsAboutWhatNoManagerShouldWrite) {
   const Case cases[] = {
       {0, 3, 8, 0x800E0809, 0x03000301, ""},
       {1, 1, 9, 0x80204808, 0x01000301, ""},
-      {0, 3, 8, 0x820E0809, 0x03000301, "router 0 adapter 3: reserved bits 0x02000000 of path dword 16 written\n"},
-      {0, 3, 8, 0x800E0809, 0x23000301, "router 0 adapter 3: reserved bits 0x20000000 of path dword 17 written\n"},
-      {0, 3, 8, 0x800E0809, 0x03000311, "router 0 adapter 3: reserved bits 0x00000010 of path dword 17 written\n"},
-      {0, 3, 8, 0x800E4009, 0x03000301, "router 0 adapter 3: path entry 8 leads to no adapter\n"},
+      {0, 3, 8, 0x820E0809, 0x03000301,
+       "H1:3 (route 0): write of 0x820e0809 sets reserved bits 0x02000000 of path dword 16 [reserved-bits]\n"},
+      {0, 3, 8, 0x800E0809, 0x23000301,
+       "H1:3 (route 0): write of 0x23000301 sets reserved bits 0x20000000 of path dword 17 [reserved-bits]\n"},
+      {0, 3, 8, 0x800E0809, 0x03000311,
+       "H1:3 (route 0): write of 0x03000311 sets reserved bits 0x00000010 of path dword 17 [reserved-bits]\n"},
+      {0, 3, 8, 0x800E4009, 0x03000301,
+       "H1:3 (route 0): path entry 8 leads to adapter 8, which is none [entry-adapter]\n"},
       {0, 3, 8, 0x000E4009, 0x03000301, ""},
       {0, 3, 8, 0x800E0817, 0x03000301,
-       "router 0 adapter 3: path entry 8 leaves with a hop ID above the limit of H1:1\n"},
+       "H1:3 (route 0): path entry 8 leaves by H1:1 with hop ID 23; its limit is 22 [entry-hop-limit]\n"},
       {0, 3, 8, 0x800E0807, 0x03000301,
-       "router 0 adapter 3: path entry 8 leaves with a hop ID that is not for paths\n"},
+       "H1:3 (route 0): path entry 8 leaves by H1:1 with hop ID 7, which is not for paths [entry-hop-reserved]\n"},
       {0, 7, 1, 0x801A0808, 0x03000301, ""},
       {0, 1, 9, 0x80203801, 0x01000301, ""},
-      {1, 1, 7, 0x80204808, 0x01000301, "router 1 adapter 1: path entry 7 is not for paths\n"},
-      {1, 1, 9, 0x80204808, 0x01804301, "router 1 adapter 1: path entry 9 counts into a set that there is not\n"},
+      {1, 1, 7, 0x80204808, 0x01000301,
+       "D1:1 (route 1): path entry 7 made valid; hop IDs below 8 are not for paths [entry-reserved]\n"},
+      {1, 1, 9, 0x80204808, 0x01804301, "D1:1 (route 1): path entry 9 counts into set 4 of 4 [entry-counter]\n"},
       {1, 1, 9, 0x80204808, 0x01803301, ""},
-      {1, 1, 20, 0x80204808, 0x01000301, "router 1 adapter 1: write to unknown path dword 40\n"},
-      {0, 3, 9, 0x800E0809, 0x03000301, "router 0 adapter 3: write to unknown path dword 18\n"},
-      {0, 1, 0, 0x00000000, 0x21000001, "router 0 adapter 1: preserved bits 0x80040001 of path dword 0 changed\n"},
+      {1, 1, 20, 0x80204808, 0x01000301,
+       "D1:1 (route 1): write of 0x80204808 to path dword 40, which does not exist [unknown-dword]\n"},
+      {0, 3, 9, 0x800E0809, 0x03000301,
+       "H1:3 (route 0): write of 0x800e0809 to path dword 18, which does not exist [unknown-dword]\n"},
+      {0, 1, 0, 0x00000000, 0x21000001,
+       "H1:1 (route 0): write of 0x00000000 changes preserved bits 0x80040001 of path dword 0 [preserved-bits]\n"},
   };
   for (const Case& c : cases) {
     EntryBench rig;
@@ -90,7 +98,8 @@ TEST(PathEntry, MustNotBeMadeValidBeforeItHasDrained) {
     EXPECT_TRUE(rig.adapter("H1:3").pathPending(8));
     if (wait) rig.ReadsUntilDrained();
     rig.WriteEntry(0, 3, 8, 0x800E0809, 0x03000301);
-    EXPECT_EQ(rig.Errors(), wait ? "" : "router 0 adapter 3: path entry 8 is made valid before it has drained\n");
+    EXPECT_EQ(rig.Errors(),
+              wait ? "" : "H1:3 (route 0): path entry 8 made valid before it has drained [entry-pending]\n");
     EXPECT_EQ(rig.adapter("H1:3").pathEntry(8).word1, 0x03000301u);
   }
 }

@@ -169,7 +169,7 @@ void Rig::Unlock(std::uint64_t route, unsigned adapter) {
 
 std::string Text(const ProtocolErrors& errors) {
   std::string text;
-  for (const ProtocolError& error : errors.list()) text += error.text + "\n";
+  for (const ProtocolError& error : errors.list()) text += error.Text() + "\n";
   return text;
 }
 

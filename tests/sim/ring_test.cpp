@@ -97,31 +97,49 @@ TEST(Rings, MisuseIsRecordedByRing) {
   const Case cases[] = {
       {"doorbell of a stopped ring",
        {{0x00008, 0x10000}},
-       "transmit ring 0: index written while the ring does not run"},
+       "transmit ring 0: index register written with 0x00010000 while the ring does not run [ring-index-stopped]"},
       {"index beyond the ring",
        {{0x0, 0x1000}, {0xC, 10}, {0x19800, 0xC0000000}, {0x8, 10u << 16}},
-       "transmit ring 0: index 10 of a ring of 10"},
+       "transmit ring 0: index 10 of a ring of 10 descriptors written [ring-index-range]"},
       {"consumer half of a producer register",
        {{0x0, 0x1000}, {0xC, 10}, {0x19800, 0xC0000000}, {0x8, 1}},
-       "transmit ring 0: reserved half of the index register written: 0x00000001"},
-      {"no table", {{0x800C, 0x0100000A}, {0x29800, 0xC0000000}}, "receive ring 0: started without a descriptor table"},
-      {"no descriptors", {{0x8000, 0x1000}, {0x29800, 0xC0000000}}, "receive ring 0: started with 0 descriptors"},
+       "transmit ring 0: write of 0x00000001 sets the reserved half of the index register [ring-index-reserved]"},
+      {"no table",
+       {{0x800C, 0x0100000A}, {0x29800, 0xC0000000}},
+       "receive ring 0: started without a descriptor table [ring-table]"},
+      {"no descriptors",
+       {{0x8000, 0x1000}, {0x29800, 0xC0000000}},
+       "receive ring 0: started with 0 descriptors [ring-short]"},
       {"size while running",
        {{0x8000, 0x1000}, {0x800C, 10}, {0x29800, 0x80000000}, {0x800C, 11}},
-       "receive ring 0: set-up register written while the ring runs"},
+       "receive ring 0: set-up register written with 0x0000000b while the ring runs [ring-running]"},
       {"end-to-end hop on a transmit ring",
        {{0x19820, 0x00001000}},
-       "transmit ring 1: reserved bits of the control register written: 0x00001000"},
+       "transmit ring 1: write of 0x00001000 sets reserved bits of the control register [ring-control]"},
       {"size of a transmit ring",
        {{0x1C, 0x01000010}},
-       "transmit ring 1: reserved bits of the size register written: 0x01000010"},
-      {"masks of a transmit ring", {{0x19824, 1}}, "transmit ring 1: PDF masks of a transmit ring written: 0x00000001"},
+       "transmit ring 1: write of 0x01000010 sets reserved bits of the size register [ring-size]"},
+      {"masks of a transmit ring",
+       {{0x19824, 1}},
+       "transmit ring 1: PDF masks 0x00000001 of a transmit ring written [ring-pdf-masks]"},
   };
   for (const Case& c : cases) {
     Rig rig;
     for (auto [offset, value] : c.writes) rig.host.WriteRegister(offset, value);
-    EXPECT_EQ(rig.Errors(), std::string("host interface: ") + c.text + "\n") << c.what;
+    EXPECT_EQ(rig.Errors(), std::string("H1 ") + c.text + "\n") << c.what;
   }
+}
+
+TEST(Rings, AControlFrameIsOnePacketOfOneType) {
+  Rig rig;
+  rig.StartControlRing();
+  rig.Send(Pdf::Read, 0, 0x04002000);
+  rig.slot.SetWord(Rig::kTransmitTable + 8, 0x00C21101);  // 257 bytes, from type 2 to type 1
+  rig.Run(1 * kMs);
+  EXPECT_EQ(rig.Errors(),
+            "H1 transmit ring 0: frame of 257 bytes in raw mode [frame-length]\n"
+            "H1 transmit ring 0: control packet with start-of-frame PDF 2 and end-of-frame PDF 1 [frame-pdfs]\n"
+            "H1 transmit ring 0: control packet of 257 bytes, which is no whole number of dwords [packet-bytes]\n");
 }
 
 TEST(Rings, DescriptorsArePostedWithTheirFlags) {
@@ -132,8 +150,8 @@ TEST(Rings, DescriptorsArePostedWithTheirFlags) {
   rig.slot.SetWord(Rig::kTransmitTable + 12, 5);
   rig.Run(1 * kMs);
   EXPECT_EQ(rig.Errors(),
-            "host interface: transmit ring 0: descriptor posted with flags 0x00800000\n"
-            "host interface: transmit ring 0: descriptor posted with last dword 0x00000005\n");
+            "H1 transmit ring 0: descriptor posted with flags 0x00800000 [descriptor-flags]\n"
+            "H1 transmit ring 0: descriptor posted with last dword 0x00000005 [descriptor-end]\n");
   EXPECT_EQ(rig.TransmitWord(0) & kDone, 0u) << "no status was asked for";
 }
 

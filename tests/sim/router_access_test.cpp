@@ -63,18 +63,18 @@ TEST(RouterAccess, LengthsAreCheckedInBothDirections) {
     const char* error;
   };
   const Case cases[] = {
-      {Pdf::Read, 0, 0, "read of 0 dwords in a packet of 3"},
-      {Pdf::Read, 1, 1, "read of 1 dwords in a packet of 4"},
-      {Pdf::Read, 61, 0, "read of 61 dwords in a packet of 3"},
-      {Pdf::Write, 2, 1, "write of 2 dwords in a packet of 4"},
-      {Pdf::Write, 0, 0, "write of 0 dwords in a packet of 3"},
+      {Pdf::Read, 0, 0, "read of 0 dwords in a packet of 3 [request-length]"},
+      {Pdf::Read, 1, 1, "read of 1 dwords in a packet of 4 [request-length]"},
+      {Pdf::Read, 61, 0, "read of 61 dwords in a packet of 3 [request-length]"},
+      {Pdf::Write, 2, 1, "write of 2 dwords in a packet of 4 [request-length]"},
+      {Pdf::Write, 0, 0, "write of 0 dwords in a packet of 3 [request-length]"},
   };
   for (const Case& c : cases) {
     ConfiguredHost rig;
     rig.Send(c.pdf, 0, 0x04000000 | c.length << 13, std::vector<std::uint32_t>(c.dwords));
     rig.Run(2 * kMs);
     EXPECT_NE(rig.Wire().find("<- ERROR route=0 adapter=0 code=10 (wrong length)"), std::string::npos) << c.error;
-    EXPECT_EQ(rig.Errors(), std::string("router 0: ") + c.error + "\n");
+    EXPECT_EQ(rig.Errors(), std::string("H1 (route 0): ") + c.error + "\n");
   }
   ConfiguredHost rig;
   EXPECT_NE(rig.Read(0, 7, Space::Path, 0, 24).find("length=24"), std::string::npos) << "12 hops of two dwords";
@@ -98,47 +98,76 @@ TEST(RouterAccess, HeaderBitsAddressBitsAndCrcAreChecked) {
   rig.SendBytes(1, {1, 2, 3, 4, 5, 6});
   rig.Run(1 * kMs);
   EXPECT_EQ(rig.Errors(),
-            "router 0: header bits 31:22 of a request set\n"
-            "router 0: reserved bits of an address word set\n"
-            "router 0: packet with a wrong CRC\n"
-            "control packet of 6 bytes\n"
-            "router 0: packet of type 4\n");
+            "H1 (route 0): request with bits 0x00000200 in 31:22 of its first dword [request-header]\n"
+            "H1 (route 0): request with reserved bits in its address word 0x24002000 [request-reserved]\n"
+            "H1 (route 0): packet with a wrong CRC [packet-crc]\n"
+            "H1 transmit ring 0: control packet of 6 bytes, which is no whole number of dwords [packet-bytes]\n"
+            "H1 (route 0): packet of type 4, which no router takes [packet-type]\n");
 }
 
+struct OneWrite {
+  unsigned adapter;
+  Space space;
+  unsigned offset;
+  std::vector<std::uint32_t> data;
+  const char* error;
+};
+
 TEST(RouterAccess, ImproperWritesAreBlamedOnceWithTheirPlace) {
-  struct Case {
-    unsigned adapter;
-    Space space;
-    unsigned offset;
-    std::vector<std::uint32_t> data;
-    const char* error;
-  };
-  const Case cases[] = {
+  const OneWrite cases[] = {
       {3,
        Space::Adapter,
        5,
        {0x0000400A},
-       "router 0 adapter 3: read-only bits 0x00000002 of adapter dword 5 changed\n"},
-      {0, Space::Router, 4, {0x2000100A}, "router 0: read-only bits 0x60000000 of router dword 4 changed\n"},
-      {0, Space::Router, 5, {0x00000010}, "router 0: preserved bits 0x00000010 of router dword 5 changed\n"},
-      {0, Space::Router, 7, {0}, "router 0: read-only bits 0x89abcd01 of router dword 7 changed\n"},
-      {0, Space::Router, 26, {0x00FF0000}, "router 0: reserved bits 0x00ff0000 of router dword 26 written\n"},
-      {1, Space::Adapter, 0xAF, {0}, "router 0 adapter 1: preserved bits 0x00000006 of adapter dword 175 changed\n"},
-      {1, Space::Adapter, 9, {1}, "router 0 adapter 1: write to unknown adapter dword 9\n"},
-      {0, Space::Router, 0x1B, {0}, "router 0: write to unknown router dword 27\n"},
+       "H1:3 (route 0): write of 0x0000400a changes read-only bits 0x00000002 of adapter dword 5 [read-only-bits]\n"},
+      {0,
+       Space::Router,
+       4,
+       {0x2000100A},
+       "H1 (route 0): write of 0x2000100a changes read-only bits 0x60000000 of router dword 4 [read-only-bits]\n"},
+      {0,
+       Space::Router,
+       5,
+       {0x00000010},
+       "H1 (route 0): write of 0x00000010 changes preserved bits 0x00000010 of router dword 5 [preserved-bits]\n"},
+      {0,
+       Space::Router,
+       7,
+       {0},
+       "H1 (route 0): write of 0x00000000 changes read-only bits 0x89abcd01 of router dword 7 [read-only-bits]\n"},
+      {0,
+       Space::Router,
+       26,
+       {0x00FF0000},
+       "H1 (route 0): write of 0x00ff0000 sets reserved bits 0x00ff0000 of router dword 26 [reserved-bits]\n"},
+      {1,
+       Space::Adapter,
+       0xAF,
+       {0},
+       "H1:1 (route 0): write of 0x00000000 changes preserved bits 0x00000006 of adapter dword 175 [preserved-bits]\n"},
+      {1,
+       Space::Adapter,
+       9,
+       {1},
+       "H1:1 (route 0): write of 0x00000001 to adapter dword 9, which does not exist [unknown-dword]\n"},
+      {0,
+       Space::Router,
+       0x1B,
+       {0},
+       "H1 (route 0): write of 0x00000000 to router dword 27, which does not exist [unknown-dword]\n"},
       {1,
        Space::Path,
        0,
        {0, 0},
-       "router 0 adapter 1: preserved bits 0x80040001 of path dword 0 changed\n"
-       "router 0 adapter 1: preserved bits 0x21000001 of path dword 1 changed\n"},
+       "H1:1 (route 0): write of 0x00000000 changes preserved bits 0x80040001 of path dword 0 [preserved-bits]\n"
+       "H1:1 (route 0): write of 0x00000000 changes preserved bits 0x21000001 of path dword 1 [preserved-bits]\n"},
       // Proper ones: status bits out of date, credits.
       {1, Space::Adapter, 0x37, {0x0000003C}, ""},
       {1, Space::Adapter, 4, {0xCB30000A}, ""},
       {3, Space::Path, 16, {0x01FE3FFF, 0x0FFFFF0F}, ""},
       {7, Space::Adapter, 5, {0x0340580B}, ""},
   };
-  for (const Case& c : cases) {
+  for (const OneWrite& c : cases) {
     ConfiguredHost rig;
     rig.Write(0, c.adapter, c.space, c.offset, c.data);
     rig.Write(0, c.adapter, c.space, c.offset, c.data);
@@ -153,9 +182,9 @@ TEST(RouterAccess, ATopologyThatIsNotTrueIsBlamed) {
   rig.Value(0, 0, Space::Router, 0);
   rig.Write(0, 0, Space::Router, 1, {0x0111C528, 0x00000003, 0x80000000, 0x4000200A});
   EXPECT_EQ(rig.Errors(),
-            "router 0: configured for route 3 depth 1\n"
-            "router 0: configured with upstream adapter 5, which is 7\n"
-            "router 0: configured by a manager of version 0x20\n");
+            "H1 (route 0): configured for route 3 and depth 1 [configured-route]\n"
+            "H1 (route 0): configured with upstream adapter 5; packets come in by 7 [configured-upstream]\n"
+            "H1 (route 0): configured by a manager of version 0x00000020, not 0x00000010 [manager-version]\n");
   EXPECT_EQ(rig.Read(0, 0, Space::Router, 0),
             "READ route=3 adapter=7 space=router offset=0x000 length=1 seq=0 data=200b8086")
       << "a router answers with the route that it was told";

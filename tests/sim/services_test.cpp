@@ -26,7 +26,7 @@ TEST(RouterOperations, ReadsTheDromByDwords) {
   EXPECT_EQ(rig.Operation(1, 0x24, 2u << 15 | 4 << 2), 0x00000024u);
   EXPECT_EQ(rig.Value(1, 0, Space::Router, 9), 0x00000908u) << "the entry with vendor and model";
   EXPECT_EQ(rig.Operation(1, 0x24, 17u << 15), 0x01000024u) << "more than sixteen dwords";
-  EXPECT_EQ(rig.Errors(), "router 1: DROM read with metadata 557056\n");
+  EXPECT_EQ(rig.Errors(), "D1 (route 1): DROM read with metadata 0x00088000 [drom-metadata]\n");
 }
 
 TEST(RouterOperations, UnknownRefusedBusyAndStuck) {
@@ -38,7 +38,7 @@ TEST(RouterOperations, UnknownRefusedBusyAndStuck) {
   rig.Write(1, 0, Space::Router, 26, {0x80000010});
   EXPECT_EQ(rig.Errors(), "") << "asked again, perhaps because an answer got lost";
   rig.Write(1, 0, Space::Router, 26, {0x80000011});
-  EXPECT_EQ(rig.Errors(), "router 1: router operation started while another one runs\n");
+  EXPECT_EQ(rig.Errors(), "D1 (route 1): router operation 0x00000011 started while 0x00000010 runs [operation-busy]\n");
   rig.Run(1 * kMs);
   rig.simulation.faults().FailNth("router.operation-stuck", 1);
   EXPECT_EQ(rig.Operation(1, 0x10, 0), 0x80000010u);

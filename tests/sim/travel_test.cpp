@@ -127,7 +127,7 @@ TEST(HandOver, AMalformedRequestIsBlamed) {
   rig.StartControlRing();
   rig.SendBytes(11, EncodePacket({Pdf::FirmwareHandover, {0x03000000}}));
   rig.Run(5 * kMs);
-  EXPECT_EQ(rig.Errors(), "router 0: malformed hand-over request\n");
+  EXPECT_EQ(rig.Errors(), "H1 (route 0): malformed request to hand over the domain [hand-over-request]\n");
 }
 
 TEST(Travel, ASilentRouterIsAFault) {

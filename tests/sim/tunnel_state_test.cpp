@@ -137,9 +137,9 @@ TEST(TunnelState, AnAdapterIsSwitchedOnBehindAPathThatBeginsAtIt) {
     std::uint32_t on;
     const char* blamed;
   } kCases[] = {
-      {{FirmwareKind::Pcie, "H1:3", "D1:9", FirmwareState::Off}, 0x39, 0x80000000, "adapter 3"},
-      {{FirmwareKind::Usb3, "H1:4", "D1:16", FirmwareState::Off, 1000, 1000}, 0x0A, 0xC0000000, "adapter 4"},
-      {{FirmwareKind::Dp, "H1:5", "D1:13", FirmwareState::Off}, 0x39, 0xC009048F, "adapter 5"},
+      {{FirmwareKind::Pcie, "H1:3", "D1:9", FirmwareState::Off}, 0x39, 0x80000000, "H1:3"},
+      {{FirmwareKind::Usb3, "H1:4", "D1:16", FirmwareState::Off, 1000, 1000}, 0x0A, 0xC0000000, "H1:4"},
+      {{FirmwareKind::Dp, "H1:5", "D1:13", FirmwareState::Off}, 0x39, 0xC009048F, "H1:5"},
   };
   for (const auto& test : kCases) {
     for (const char* lead : {"path", "no path", "fault"}) {
@@ -155,7 +155,7 @@ TEST(TunnelState, AnAdapterIsSwitchedOnBehindAPathThatBeginsAtIt) {
       const Adapter& adapter = rig.adapter(test.tunnel.from.c_str());
       for (int times = 0; times < 2; ++times) rig.Write(0, adapter.number(), Space::Adapter, test.offset, {test.on});
       const std::string error =
-          std::string("router 0 ") + test.blamed + ": is switched on before a path begins at it\n";
+          std::string(test.blamed) + " (route 0): switched on before a path begins here [no-path-yet]\n";
       EXPECT_EQ(rig.Errors(), std::string(lead) == "no path" ? error : "");
     }
   }

@@ -59,7 +59,8 @@ TEST(Usb3Adapter, RefusesAndTakesItsTime) {
 TEST(Usb3Adapter, BandwidthIsWrittenUnderConsentOnly) {
   Usb3Bench rig;
   rig.SetDword(2, 0x00123456);
-  EXPECT_EQ(rig.Errors(), "router 0 adapter 4: USB3 bandwidth written without the adapter's consent\n");
+  EXPECT_EQ(rig.Errors(),
+            "H1:4 (route 0): USB3 bandwidth 0x00123456 written without the adapter's consent [usb3-consent]\n");
   Usb3Bench disturbed;
   disturbed.simulation.faults().FailNth("wire.lose", 1);
   EXPECT_EQ(disturbed.Read(0, 4, Space::Adapter, 0x0C), "");

@@ -125,7 +125,7 @@ std::string TunnelBench::Programmed() {
 
 std::string TunnelBench::Books() {
   std::string text;
-  for (const std::string& line : sim::CheckBooks(fabric())) text += line + "\n";
+  for (const sim::BookFinding& finding : sim::CheckBooks(fabric())) text += finding.Text() + "\n";
   return text;
 }
 

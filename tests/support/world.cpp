@@ -148,7 +148,7 @@ void World::Quiet(platform::Time within) {
 std::string World::TakeProtocolErrors() {
   std::string text;
   for (const sim::ProtocolError& error : fabric().errors().list())
-    if (!faults().Fired() || !lab::Excused(error)) text += error.text + "\n";
+    if (!faults().Fired() || !lab::Excused(error)) text += error.Text() + "\n";
   fabric().errors().Clear();
   return text;
 }
@@ -163,9 +163,9 @@ void World::CheckLeftovers() {
 void World::CheckOracle() {
   if (!verdictExpected_ || leftovers_ || !machine_->Quiet()) return;
   const bool struck = faults().Fired();
-  for (const std::string& finding :
+  for (const lab::Finding& finding :
        lab::OracleFindings(*machine_, {.complete = complete_ && !struck, .remains = struck}))
-    ADD_FAILURE() << "oracle: " << finding;
+    ADD_FAILURE() << "oracle: " << finding.Text();
   Check("the oracle");
 }
 

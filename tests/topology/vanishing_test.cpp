@@ -54,7 +54,7 @@ void ExpectStartsWithoutEachAnswer(const char* topology, std::uint64_t answers, 
       EXPECT_TRUE(listed == 0 || domain.HostRouter != nullptr);
     });
     // The driver was lied to: an operation is repeated while it runs, a lone second lane is taken for a link.
-    bench.ForgiveProtocolErrors("router ");
+    bench.ForgiveProtocolErrors(" (route ");
     bench.Finish();
     if (testing::Test::HasFailure()) return;
   }
@@ -108,7 +108,7 @@ TEST(Vanishing, EachAllocationInTurnFails) {
     bench.Quiet(60 * platform::kSecond);
     fired = bench.faults().Fired();
     // An adapter whose header could not be read for want of memory leaves its second lane alone with the link.
-    bench.ForgiveProtocolErrors("router ");
+    bench.ForgiveProtocolErrors(" (route ");
     bench.Finish();
   }
   EXPECT_GT(allocation, 267u) << "each request to the hub allocates";

@@ -192,7 +192,7 @@ WORLD_TEST(PathSwitching, BuffersOfThunderboltRoutersChangeAtEveryAdapter) {
     EXPECT_EQ(bench.Requests(), "");
     gone->Unplugged.Set(false);
   });
-  bench.ForgiveProtocolErrors("router 1 adapter 3");
+  bench.ForgiveProtocolErrors("D1:3 (route 1)");
 }
 
 // The hub's hops of a tunnel never drain while it is taken down after the dock has gone: whatever happens next ends

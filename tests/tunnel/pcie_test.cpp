@@ -247,7 +247,7 @@ WORLD_TEST(PcieTunnels, SwitchOnlyAdaptersOfTheirKind) {
     EXPECT_FALSE(KivUsb4PciPortIsEnabled(chain.Port(domain, "H1:3")));
   });
   EXPECT_EQ(chain.HopIds(), "");
-  EXPECT_EQ(chain.TakeProtocolErrors(), "router 0 adapter 3: is switched on before a path begins at it\n");
+  EXPECT_EQ(chain.TakeProtocolErrors(), "H1:3 (route 0): switched on before a path begins here [no-path-yet]\n");
 }
 
 }  // namespace
