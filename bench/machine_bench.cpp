@@ -89,7 +89,7 @@ void RingPostAndComplete(benchmark::State& state) {
     Usb4RingStart(ring);
     for (auto _ : state) {
       if (KivUsb4RingFrameEnqueue(ring, &frame) != 0) return state.SkipWithError("the ring does not run");
-      while (!ring->IsEmpty()) {
+      while (ring->Head.Peek() != ring->Tail.Peek()) {
         LARGE_INTEGER wait;
         wait.QuadPart = -10;  // 1 us
         KeDelayExecutionThread(KernelMode, FALSE, &wait);
@@ -122,7 +122,8 @@ void TunnelOverLinks(benchmark::State& state) {
   const auto links = static_cast<unsigned>(state.range(0));
   Started started(ChainOf(links));
   started.InDriver([&](DEVICE_EXTENSION& context) {
-    const RunGuard guard(*context.Domain);
+    const RunGuard run(*context.Domain);
+    const PathGuard paths(*context.Domain);
     USB4_SWITCH* last = context.Domain->HostRouter;
     for (unsigned i = 0; i < links; ++i) last = last->Adapters[i == 0 ? 1 : 3].Remote->Router;
     const USB4_ENDS ends = {KivUsb4SwitchFindPortByType(context.Domain->HostRouter, USB4_ADAPTER_PCIE_DOWNSTREAM),

@@ -56,7 +56,7 @@ def findings(root):
     remains = (root / "lab/oracle/remains.cpp").read_text()
     text = (root / "docs/known-behaviour.md").read_text()
     entries = {(rule, int(bound)) for rule, bound in re.findall(r"platform::Rule::(\w+),\s*\"[^\"]*\",\s*([0-9]+)", code)}
-    lines = {(rule, int(bound)) for rule, bound in re.findall(r"^\| `(\w+)` \|[^|]*\| ([0-9]+) ", text, re.M)}
+    lines = {(rule, int(bound)) for rule, bound in re.findall(r"^\| `([A-Z]\w+)` \|[^|]*\| ([0-9]+) ", text, re.M)}
     yield from _differences(entries, lines)
     if len(re.findall(r"platform::Rule::\w+,", code)) != len(entries):
         yield "lab/machine/waivers.cpp: an entry that this check cannot read"

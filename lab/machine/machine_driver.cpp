@@ -24,6 +24,10 @@ namespace {
 
 using Capabilities = std::vector<std::pair<std::string, unsigned>>;
 
+// The driver reads these under locks that it may hold for hours. A look takes no time, so it needs none of them.
+using Orphans = ListView<USB4_TUNNEL, offsetof(USB4_TUNNEL, Link)>;
+using DpResources = ListView<USB4_PORT, offsetof(USB4_PORT, DpResourceLink)>;
+
 std::optional<std::string> TextOf(const char* text) {
   return text ? std::optional<std::string>(text) : std::nullopt;
 }
@@ -36,10 +40,10 @@ AdapterPlace PlaceOf(const USB4_PORT& adapter) {
   return {KivUsb4SwitchRoute(adapter.Router), adapter.Number};
 }
 
-std::vector<unsigned> InUse(const std::uint8_t (&hops)[kHopIdCount]) {
+std::vector<unsigned> InUse(const USB4_HOP_MAP& hops) {
   std::vector<unsigned> used;
   for (unsigned hop = 0; hop < kHopIdCount; ++hop)
-    if (hops[hop] != 0) used.push_back(hop);
+    if (hops.InUse[hop] != 0) used.push_back(hop);
   return used;
 }
 
@@ -51,9 +55,9 @@ AdapterView ViewOf(const USB4_PORT& adapter, unsigned number) {
   view.bonded = adapter.Bonded != 0;
   view.secondLane = adapter.IsSecondLane();
   if (adapter.DualLinkPartner != nullptr) view.partner = adapter.DualLinkPartner->Number;
-  if (adapter.Remote != nullptr) view.remote = PlaceOf(*adapter.Remote);
-  view.inputHops = InUse(adapter.InputHops);
-  view.outputHops = InUse(adapter.OutputHops);
+  if (adapter.Remote.Peek() != nullptr) view.remote = PlaceOf(*adapter.Remote.Peek());
+  view.inputHops = InUse(adapter.InputHops.Peek());
+  view.outputHops = InUse(adapter.OutputHops.Peek());
   AddCapability(view.capabilities, "lane", adapter.LaneCapability);
   AddCapability(view.capabilities, "TMU", adapter.TmuCapability);
   AddCapability(view.capabilities, "protocol", adapter.ProtocolCapability);
@@ -121,11 +125,11 @@ TunnelView ViewOf(const USB4_TUNNEL& tunnel) {
 void AddTunnels(USB4_DOMAIN* domain, DomainView& view) {
   const SpinLockGuard guard(domain->TopologyLock);
   for (USB4_TUNNEL& tunnel : TunnelList(domain->TunnelListHead)) view.tunnels.push_back(ViewOf(tunnel));
-  for (USB4_TUNNEL& tunnel : TunnelList(domain->OrphanTunnelListHead)) {
+  for (USB4_TUNNEL& tunnel : Orphans(domain->OrphanTunnelListHead)) {
     view.tunnels.push_back(ViewOf(tunnel));
     view.tunnels.back().listed = false;
   }
-  for (USB4_PORT& adapter : DpResourcesOf(domain)) view.displayResources.push_back(PlaceOf(adapter));
+  for (USB4_PORT& adapter : DpResources(domain->DpResourceListHead)) view.displayResources.push_back(PlaceOf(adapter));
 }
 
 void AddDomain(USB4_DOMAIN* domain, DomainView& view) {

@@ -14,6 +14,8 @@ namespace platform {
   X(LockTakenTwice, "lock-taken-twice")                      \
   X(LockOrder, "lock-order")                                 \
   X(LockOutOfPlace, "lock-out-of-place")                     \
+  X(LockRequired, "lock-required")                           \
+  X(LockForbidden, "lock-forbidden")                         \
   X(LockFormsMixed, "lock-forms-mixed")                      \
   X(PoolBadFree, "pool-bad-free")                            \
   X(PoolWrongTag, "pool-wrong-tag")                          \

@@ -83,10 +83,17 @@
 // Annotations that stand in code: what a tool takes for granted, the verifier checks
 // (platform/kernel/verified_locks.cpp).
 extern "C" {
-// The lock, which has just been initialised, stands at this place of the order, outermost first. No lock is taken while
-// a leaf is held. `name` is kept, not copied.
+// The caller holds the lock; the caller does not.
+void VerifierRequireLock(const volatile void* lock);
+void VerifierForbidLock(const volatile void* lock);
+// The lock, which has just been initialised, stands at this place of the order, 0 to 31, outermost first. No lock is
+// taken while a leaf is held. `name` is kept, not copied.
 void VerifierPlaceLock(void* lock, unsigned place, bool leaf, const char* name);
+// The caller holds a lock of one of these places; bit n stands for place n.
+void VerifierRequirePlace(unsigned places);
 }
-// Not among the published ones; a driver defines it as nothing where the platform does not.
-#define _Lock_order_place_(lock, place, leaf, name) \
-  VerifierPlaceLock(&(lock), static_cast<unsigned>(place) + 1, leaf, name)
+#define _Analysis_assume_lock_held_(lock) VerifierRequireLock(&(lock))
+#define _Analysis_assume_lock_not_held_(lock) VerifierForbidLock(&(lock))
+// Not among the published ones; a driver defines them as nothing where the platform does not.
+#define _Lock_order_place_(lock, place, leaf, name) VerifierPlaceLock(&(lock), static_cast<unsigned>(place), leaf, name)
+#define _Lock_order_place_held_(places) VerifierRequirePlace(places)

@@ -1,6 +1,7 @@
 #include "platform/kernel/lock_order.h"
 
 #include <algorithm>
+#include <map>
 
 namespace platform {
 
@@ -15,8 +16,19 @@ bool LockOrder::SetPlace(const void* lock, std::uint16_t place, bool leaf, const
   if (found == locks_.rend()) return false;
   found->place = place;
   found->leaf = leaf;
+  found->placeName = name;
   found->name = std::string(name) + " (" + found->name + ")";
   return true;
+}
+
+std::string LockOrder::NamesOf(unsigned places) const {
+  std::map<unsigned, const char*> names;
+  for (const Lock& lock : locks_) {
+    if (lock.place != 0 && (places >> (lock.place - 1) & 1) != 0) names[lock.place] = lock.placeName;
+  }
+  std::string text;
+  for (const auto& [place, name] : names) text += (text.empty() ? "the " : " or the ") + std::string(name);
+  return text;
 }
 
 std::string LockOrder::NoteEdge(LockId held, LockId taken) {

@@ -21,6 +21,8 @@ class LockOrder {
   std::uint16_t PlaceOf(LockId id) const { return locks_[id - 1].place; }
   bool IsLeaf(LockId id) const { return locks_[id - 1].leaf; }
   const std::string& NameOf(LockId id) const { return locks_[id - 1].name; }
+  // What the driver calls the locks of these places; bit n stands for place n + 1.
+  std::string NamesOf(unsigned places) const;
 
   // Notes that `taken` is taken while `held` is held. Returns the path taken -> ... -> held when it was seen the other
   // way round before, one lock a line; empty when all is well.
@@ -42,6 +44,7 @@ class LockOrder {
     std::string name;
     std::uint16_t place = 0;  // 0: none was told
     bool leaf = false;
+    const char* placeName = "";
   };
   std::vector<Lock> locks_;  // lock n stands at n - 1
   std::unordered_map<LockId, std::vector<LockId>> after_;

@@ -1,5 +1,6 @@
 // Doubly linked lists: the documented functions, plus a look at the links that each is about to trust. Not calls of the
-// kernel but code in the driver's image: any IRQL, no switch point, legal outside a task.
+// kernel but code in the driver's image: any IRQL, legal outside a task. On one each is a switch point, so that a list
+// which two tasks change without a lock breaks.
 #include <cstdio>
 #include <cstdlib>
 
@@ -11,6 +12,10 @@
 using namespace platform;
 
 namespace {
+
+void LetOthersRun() {
+  if (Scheduler* scheduler = Scheduler::Active()) scheduler->MemorySwitchPoint();
+}
 
 void SetMark(const LIST_ENTRY* entry, Pool::Mark mark) {
   const Task* task = Scheduler::Current();
@@ -73,17 +78,20 @@ BOOLEAN IsListEmpty(const LIST_ENTRY* ListHead) {
 }
 
 VOID InsertHeadList(PLIST_ENTRY ListHead, PLIST_ENTRY Entry) {
+  LetOthersRun();
   if (!CheckHead("InsertHeadList", ListHead) || !CheckNotLinked("InsertHeadList", Entry)) return;
   InsertBetween(ListHead, Entry, ListHead->Flink);
 }
 
 VOID InsertTailList(PLIST_ENTRY ListHead, PLIST_ENTRY Entry) {
+  LetOthersRun();
   if (!CheckHead("InsertTailList", ListHead) || !CheckNotLinked("InsertTailList", Entry)) return;
   InsertBetween(ListHead->Blink, Entry, ListHead);
 }
 
 // TRUE when the list is empty afterwards. The entry's own links stay as they were.
 BOOLEAN RemoveEntryList(PLIST_ENTRY Entry) {
+  LetOthersRun();
   PLIST_ENTRY after = Entry->Flink;
   PLIST_ENTRY before = Entry->Blink;
   if (!after || !before || after->Blink != Entry || before->Flink != Entry) [[unlikely]] {

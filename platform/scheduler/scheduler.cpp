@@ -283,11 +283,16 @@ void Scheduler::Stall(Time duration) {
 }
 
 void Scheduler::SeededSwitchPoint() {
+  if (current_ == nullptr) return;
+  if (state_->alone == nullptr && state_->drift.Chance(1, 32)) OnSchedulerStack([this] { DriftToNextDeviceEvent(); });
+  ChooseNext();
+}
+
+void Scheduler::ChooseNext() {
   State& state = *state_;
   if (current_ == nullptr) return;
   if (state.alone != nullptr) [[unlikely]]
     return SwitchAlone();
-  if (state.drift.Chance(1, 32)) OnSchedulerStack([this] { DriftToNextDeviceEvent(); });
   if (state.runnable.empty()) return;
   if (StopBeforeChoice()) [[unlikely]]
     return Yield();

@@ -76,6 +76,10 @@ class Scheduler {
   void SwitchPoint() {
     if (seeded_) SeededSwitchPoint();
   }
+  // A possible switch point at a touch of shared memory, which takes no virtual time.
+  void MemorySwitchPoint() {
+    if (seeded_) ChooseNext();
+  }
   // Runs `action` on the scheduler's stack while the task stands still: register handlers, sinks, reports.
   void OnSchedulerStack(ActionRef action);
   // Ends the calling task's run for good (after a violation); never returns to the task.
@@ -99,6 +103,7 @@ class Scheduler {
  private:
   friend class KernelCall;
   void SeededSwitchPoint();
+  void ChooseNext();
   std::uint32_t Choose(std::span<Task* const> candidates);
   Task* OwnerOf(const void* lock) const;
   void DriftToNextDeviceEvent();

@@ -9,7 +9,6 @@
 #include "hostif/power.h"
 #include "hostif/upcalls.h"
 #include "include/device_context.h"
-#include "include/locks.h"
 #include "include/trace.h"
 #include "include/wait.h"
 #include "topology/router_lifecycle.h"
@@ -47,6 +46,7 @@ KIV_RESULT StartHostRouter(USB4_DOMAIN* domain) {
 // What is programmed already first, new tunnels after it, USB3 before PCIe, displays last. A tree that is not completed
 // is traced where it fails; the domain starts with what there is.
 void SetUpDomainTunnels(USB4_DOMAIN* domain, const DEVICE_EXTENSION* context) {
+  const PathGuard paths(*domain);
   USB4_SWITCH* hostRouter = domain->HostRouter;
   if (context->PreOsCmWorkAroundEnable != 0) KivUsb4TunnelDiscoverandCleanUpUnCompleteDp(domain);
   KivUsb4DiscoverTunnels(hostRouter);
@@ -58,7 +58,6 @@ void SetUpDomainTunnels(USB4_DOMAIN* domain, const DEVICE_EXTENSION* context) {
     TraceWarningBy(NAME_OF(KivUsb4BusStart), "tunnel creation failed", "USB3", AsResult(usb3), "PCIe", AsResult(pcie));
   }
   KivUsb4SwitchAddDpInResources(hostRouter);
-  if (domain->TunnelCount.Load() != 0) TakePowerReference(domain, {.WaitForD0 = false, .OnlyIfGranted = false});
 }
 
 // Tunnels through a peer host's link, and adopted displays, leave the counts askew; a stopped domain has none.
@@ -70,6 +69,7 @@ void ForgetCounts(USB4_DOMAIN* domain) {
 }
 
 void FreeTunnels(USB4_DOMAIN* domain, bool keepHardware) {
+  const PathGuard paths(*domain);
   while (USB4_TUNNEL* tunnel = TunnelsOf(domain).First()) {
     IgnoreResult(UnlinkTunnel(tunnel));  // it stands at the head
     KivUsb4UpdateTunnelCnt(tunnel, domain);
@@ -92,6 +92,7 @@ KIV_RESULT KivUsb4BusStart(USB4_DOMAIN* domain, bool) {
   }
   KivUsb4ScanSwitch(domain->HostRouter);
   SetUpDomainTunnels(domain, context);
+  if (domain->TunnelCount.Load() != 0) TakePowerReference(domain, {.WaitForD0 = false, .OnlyIfGranted = false});
   domain->Started.Set(true);
   context->BusStartPending.Set(false);
   SetEvent(domain->BusEvent);

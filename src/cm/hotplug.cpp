@@ -84,6 +84,7 @@ void Unplugged(USB4_PORT* adapter) {
 }  // namespace
 
 void KivUsb4HandleHotplug(const USB4_HOTPLUG_EVENT& event) {
+  _Analysis_assume_lock_held_(event.Domain->RunLock);
   if (!event.Domain->Started.IsSet()) return;
   USB4_PORT* adapter = AdapterOf(event);
   if (adapter == nullptr) {

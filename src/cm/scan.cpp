@@ -2,6 +2,7 @@
 #include "cm/scan.h"
 
 #include "cm/tunnel_policy.h"
+#include "hostif/abort.h"
 #include "hostif/notifications.h"
 #include "include/domain_record.h"
 #include "include/locks.h"
@@ -66,6 +67,7 @@ void SetUpLink(USB4_SWITCH* router) {
 // 0 or the error is traced: a router stays with what it could get.
 void SetUpRouterTunnels(USB4_SWITCH* router) {
   USB4_DOMAIN* domain = router->Domain;
+  const PathGuard paths(*domain);
   if (domain->Started.IsSet()) {
     if (domain->Usb3TunnelSupported != 0) TraceUnlessOk(router, "USB3 tunnel", KivUsb4TunnelUsb3(domain, router));
     if (domain->PcieTunnelSupported != 0) TraceUnlessOk(router, "PCIe tunnel", KivUsb4TunnnelPcie(domain, router));
@@ -109,6 +111,7 @@ USB4_SWITCH* Enumerate(USB4_PORT* adapter) {
 }  // namespace
 
 void KivUsb4ScanPort(USB4_PORT* adapter) {
+  _Analysis_assume_lock_held_(adapter->Router->Domain->RunLock);
   if (PortIs(adapter, USB4_ADAPTER_DP_OUT)) QueueDisplay(adapter);
   if (!IsScanned(adapter)) return;
   const KIV_RESULT up = KivUsb4WaitForPort(adapter, false);

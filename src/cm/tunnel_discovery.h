@@ -1,5 +1,5 @@
 // Tunnels that somebody else has programmed: firmware before this driver came, or this driver before a low-power state.
-// PASSIVE_LEVEL, under the domain's run lock.
+// PASSIVE_LEVEL, under the domain's run lock and path lock.
 #pragma once
 #include "include/domain_record.h"
 #include "include/router_record.h"

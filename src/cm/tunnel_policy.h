@@ -1,5 +1,6 @@
 // Which PCIe and USB3 tunnels exist: one of each from every router's parent to the router, so that the tree of routers
-// carries a tree of either kind. PASSIVE_LEVEL, under the domain's run lock.
+// carries a tree of either kind. PASSIVE_LEVEL, under the domain's run lock and
+// path lock.
 #pragma once
 #include "include/domain_record.h"
 #include "include/router_record.h"

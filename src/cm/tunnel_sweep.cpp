@@ -3,6 +3,7 @@
 
 #include <span>
 
+#include "hostif/abort.h"
 #include "include/trace.h"
 #include "topology/router_queries.h"
 #include "tunnel/dp_resources.h"
@@ -28,6 +29,7 @@ bool KivUsb4IsTunnelInValid(const USB4_TUNNEL* tunnel) {
 }
 
 void KivUsb4RemoveInvalidTunnels(USB4_DOMAIN* domain) {
+  const PathGuard paths(*domain);
   for (USB4_TUNNEL& tunnel : TunnelsOf(domain)) {
     if (!KivUsb4IsTunnelInValid(&tunnel)) continue;
     TraceStep("sweep tunnel", "type", tunnel.Type);

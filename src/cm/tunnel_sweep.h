@@ -5,7 +5,7 @@
 #include "include/router_record.h"
 #include "include/tunnel_record.h"
 
-// Some hop of some path, active or not, enters or leaves a router that is marked unplugged.
+// Some hop of some path, active or not, enters or leaves a router that is marked unplugged. Under the path lock.
 [[nodiscard]] bool KivUsb4IsTunnelInValid(const USB4_TUNNEL* tunnel);
 // Takes every such tunnel of the domain's list down. What is left of it on the near side is switched off.
 void KivUsb4RemoveInvalidTunnels(USB4_DOMAIN* domain);

@@ -32,6 +32,8 @@ NTSTATUS AllocateHostInterface(DEVICE_EXTENSION* context) {
     return kStatusNoResources;
   }
   hostInterface->Device = context->Device;
+  hostInterface->HopLock.Initialise();
+  hostInterface->InterruptLock.Initialise();
   context->HostInterface = hostInterface;
   context->InterruptCount = 0;
   InitialiseAutoResetEvent(context->DeviceEvent);

@@ -51,20 +51,16 @@ void AbortOtherFlows(USB4_DOMAIN& domain) {
   SetEvent(domain.Aborted);
 }
 
-void TakeFlowLock(USB4_DOMAIN& domain, KMUTEX& lock) {
+FlowGuard::FlowGuard(USB4_DOMAIN& domain, KMUTEX& lock) : lock_(lock) {
   if (PowersDown(&domain)) {
     LARGE_INTEGER due = RelativeMs(kLockPatienceMs);
-    if (KeWaitForSingleObject(&lock, Executive, KernelMode, FALSE, &due) == kStatusOk) return;
+    if (KeWaitForSingleObject(&lock_, Executive, KernelMode, FALSE, &due) == kStatusOk) return;
     AbortOtherFlows(domain);
   }
   // Without a time-out and not alertable, the wait for a mutex ends only with the mutex.
-  IgnoreResult(KeWaitForSingleObject(&lock, Executive, KernelMode, FALSE, nullptr));
+  IgnoreResult(KeWaitForSingleObject(&lock_, Executive, KernelMode, FALSE, nullptr));
 }
 
-RunGuard::RunGuard(USB4_DOMAIN& domain) : domain_(domain) {
-  TakeFlowLock(domain_, domain_.RunLock.Object);
-}
-
-RunGuard::~RunGuard() {
-  KeReleaseMutex(&domain_.RunLock.Object, FALSE);
+FlowGuard::~FlowGuard() {
+  KeReleaseMutex(&lock_, FALSE);
 }

@@ -33,18 +33,27 @@ class PowerDownScope {
 // Begins the abort for every flow but that of the PowerDownScope.
 _IRQL_requires_max_(DISPATCH_LEVEL) void AbortOtherFlows(USB4_DOMAIN& domain);
 
-// Takes a lock that its holder may keep over waits. A flow that powers the device down begins the abort when it does
+// Holds a lock that its holder may keep over waits. A flow that powers the device down begins the abort when it does
 // not get the lock in 5000 ms.
-_IRQL_requires_max_(PASSIVE_LEVEL) void TakeFlowLock(USB4_DOMAIN& domain, KMUTEX& lock);
-
-// Holds the domain's run lock: the topology changes only under it.
-class RunGuard {
+class FlowGuard {
  public:
-  explicit RunGuard(USB4_DOMAIN& domain);
-  ~RunGuard();
-  RunGuard(const RunGuard&) = delete;
-  RunGuard& operator=(const RunGuard&) = delete;
+  FlowGuard(USB4_DOMAIN& domain, KMUTEX& lock);
+  ~FlowGuard();
+  FlowGuard(const FlowGuard&) = delete;
+  FlowGuard& operator=(const FlowGuard&) = delete;
 
  private:
-  USB4_DOMAIN& domain_;
+  KMUTEX& lock_;
+};
+
+// Holds the domain's run lock: the topology changes only under it.
+class RunGuard : FlowGuard {
+ public:
+  explicit RunGuard(USB4_DOMAIN& domain) : FlowGuard(domain, domain.RunLock.Object) {}
+};
+
+// Holds the domain's path lock, for a whole walk or change of tunnels, paths or hop maps.
+class PathGuard : FlowGuard {
+ public:
+  explicit PathGuard(USB4_DOMAIN& domain) : FlowGuard(domain, domain.PathLock.Object) {}
 };

@@ -69,7 +69,8 @@ void TakeAnswer(Access& access, const std::uint32_t* answer) {
   }
 }
 
-void Attempt(Access& access, std::uint32_t attempt, ULONG timeoutMs) {
+_Requires_lock_held_(access.Channel->AccessLock) void Attempt(Access& access, std::uint32_t attempt, ULONG timeoutMs) {
+  _Analysis_assume_lock_held_(access.Channel->AccessLock);
   USB4_CFG_REQUEST* request = AllocateRequest();
   if (request == nullptr) {
     TraceErrorBy(access.Operation, "no memory for a request");

@@ -173,7 +173,7 @@ void AnswerRequest(USB4_CTL* channel, const USB4_CTL_PKG* packet) {
 
 void DropOutstandingRequests(USB4_CTL* channel) {
   LIST_ENTRY droppedHead;
-  const RequestList dropped(droppedHead);
+  const ListView<USB4_CFG_REQUEST, offsetof(USB4_CFG_REQUEST, Link)> dropped(droppedHead);
   dropped.Initialise();
   {
     SpinLockGuard guard(channel->RequestLock);

@@ -40,6 +40,7 @@ USB4_DOMAIN* KivUSB4DomainAlloc(USB4_HOST_INTERFACE* hostInterface, std::uint32_
   InitialiseManualResetEvent(domain->Aborted);
   domain->TopologyLock.Initialise();
   domain->RunLock.Initialise();
+  domain->PathLock.Initialise();
   TraceInfo("domain allocated", "kind", kind);
   return domain;
 }

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "hostif/ring_registers.h"
+#include "include/locks.h"
 #include "include/status.h"
 #include "include/trace.h"
 
@@ -15,6 +16,8 @@ constexpr std::size_t kPageBytes = 0x1000;
 constexpr ULONG kAlignmentOf8Bytes = 7;
 constexpr ULONG kDmaAddressBits = 64;
 constexpr ULONG kDmaVersion = 3;
+
+using RingArray = PoolArray<USB4_RING*, USB4_HOST_INTERFACE::kRingArrayTag>;
 
 constexpr std::uint32_t DwordsFor(std::uint32_t bits) {
   return (bits + 31) / 32;
@@ -59,19 +62,28 @@ void ProgramThrottling(const USB4_HOST_INTERFACE& hostInterface) {
 }
 
 NTSTATUS KivUsb4HostInterfaceRingAlloc(USB4_HOST_INTERFACE* hostInterface) {
-  hostInterface->HopLock.Initialise();
-  hostInterface->InterruptLock.Initialise();
-  hostInterface->TransmitRings = PoolNewArray<USB4_RING*>(hostInterface->HopCount, USB4_HOST_INTERFACE::kRingArrayTag);
-  hostInterface->ReceiveRings = PoolNewArray<USB4_RING*>(hostInterface->HopCount, USB4_HOST_INTERFACE::kRingArrayTag);
-  if (hostInterface->TransmitRings != nullptr && hostInterface->ReceiveRings != nullptr) return kStatusOk;
-  TraceError("no memory for the ring arrays", "hops", hostInterface->HopCount);
-  KivUsb4HostInterfaceRingFree(hostInterface);
-  return kStatusNoResources;
+  RingArray transmit(hostInterface->HopCount);
+  RingArray receive(hostInterface->HopCount);
+  if (!transmit || !receive) {
+    TraceError("no memory for the ring arrays", "hops", hostInterface->HopCount);
+    return kStatusNoResources;
+  }
+  const SpinLockGuard guard(hostInterface->HopLock);
+  hostInterface->TransmitRings = transmit.Release();
+  hostInterface->ReceiveRings = receive.Release();
+  return kStatusOk;
 }
 
 void KivUsb4HostInterfaceRingFree(USB4_HOST_INTERFACE* hostInterface) {
-  PoolDeleteArray(std::exchange(hostInterface->TransmitRings, nullptr), USB4_HOST_INTERFACE::kRingArrayTag);
-  PoolDeleteArray(std::exchange(hostInterface->ReceiveRings, nullptr), USB4_HOST_INTERFACE::kRingArrayTag);
+  USB4_RING** transmit = nullptr;
+  USB4_RING** receive = nullptr;
+  {
+    const SpinLockGuard guard(hostInterface->HopLock);
+    transmit = std::exchange(hostInterface->TransmitRings.Change(), nullptr);
+    receive = std::exchange(hostInterface->ReceiveRings.Change(), nullptr);
+  }
+  PoolDeleteArray(transmit, USB4_HOST_INTERFACE::kRingArrayTag);
+  PoolDeleteArray(receive, USB4_HOST_INTERFACE::kRingArrayTag);
 }
 
 NTSTATUS KivUsb4InitializeDma(USB4_HOST_INTERFACE* hostInterface, WDFDMAENABLER* enabler) {

@@ -44,6 +44,7 @@ NTSTATUS USB4SetIdleAndWakeSettings(DEVICE_EXTENSION* context, ULONG idleTimeout
 }
 
 void TakePowerReference(USB4_DOMAIN* domain, POWER_REFERENCE_REQUEST request) {
+  _Analysis_assume_lock_not_held_(domain->PathLock);
   DEVICE_EXTENSION* context = ContextOf(domain);
   if (context == nullptr || !BeginTaking(domain->IdleStopped)) return;
   const bool wait = request.WaitForD0 && context->Suspending.Load() == 0;

@@ -19,6 +19,7 @@ bool HasRingArrays(const USB4_HOST_INTERFACE* hostInterface) {
 // The lowest free hop from 1; hop 0 belongs to the control channel. Negative when all are taken.
 _Requires_lock_held_(hostInterface->HopLock) std::int32_t
     FirstFreeHop(USB4_HOST_INTERFACE* hostInterface, bool isTransmit) {
+  _Analysis_assume_lock_held_(hostInterface->HopLock);
   for (std::uint32_t hop = 1; hop < hostInterface->HopCount; ++hop) {
     if (SlotOf(hostInterface, hop, isTransmit) == nullptr) return static_cast<std::int32_t>(hop);
   }
@@ -67,6 +68,14 @@ void WriteControlWord(const USB4_RING& ring) {
   control = RingControlWord::EndToEnd::Put(control, 1);
   if (!ring.IsTransmit) control = RingControlWord::EndToEndHop::Put(control, ring.EndToEndHop);
   WriteRingControl(ring, kControlWord, control);
+}
+
+// The register holds bits of other rings too.
+_Requires_lock_held_(hostInterface.InterruptLock) void ReplaceInterruptBits(const USB4_HOST_INTERFACE& hostInterface,
+                                                                            std::uint32_t offset, std::uint32_t bits,
+                                                                            std::uint32_t value) {
+  _Analysis_assume_lock_held_(hostInterface.InterruptLock);
+  WriteHostRegister(hostInterface, offset, (ReadHostRegister(hostInterface, offset) & ~bits) | value);
 }
 
 }  // namespace
@@ -197,12 +206,8 @@ void KivUsb4RingInterruptActive(const USB4_RING& ring, bool active) {
   const std::uint32_t message = 2 * static_cast<std::uint32_t>(ring.Hop) + (ring.IsTransmit ? 0u : 1u);
 
   SpinLockGuard guard(hostInterface.InterruptLock);
-  std::uint32_t vectors = ReadHostRegister(hostInterface, vectorRegister) & ~(0xFu << nibble);
-  if (active) vectors |= (message & 0xFu) << nibble;
-  WriteHostRegister(hostInterface, vectorRegister, vectors);
-  std::uint32_t mask = ReadHostRegister(hostInterface, maskRegister);
-  mask = active ? mask | maskBit : mask & ~maskBit;
-  WriteHostRegister(hostInterface, maskRegister, mask);
+  ReplaceInterruptBits(hostInterface, vectorRegister, 0xFu << nibble, active ? (message & 0xFu) << nibble : 0);
+  ReplaceInterruptBits(hostInterface, maskRegister, maskBit, active ? maskBit : 0);
 }
 
 void ClearRingInterruptStatus(const USB4_RING& ring) {

@@ -19,6 +19,7 @@ std::uint32_t PostedAttributes(const USB4_RING& ring, std::uint32_t frameWord) {
 
 // Moves waiting frames to free descriptors, oldest first, until the ring is full.
 _Requires_lock_held_(ring.Lock) void PostQueued(USB4_RING& ring) {
+  _Analysis_assume_lock_held_(ring.Lock);
   while (!ring.IsFull()) {
     USB4_RING_FRAME* frame = ring.Queued().TakeFirst();
     if (frame == nullptr) return;
@@ -46,6 +47,7 @@ std::uint32_t ReceivedFrameWord(std::uint32_t attributes) {
 // The oldest frame when the hardware is done with it, off the ring; else null. Later descriptors do not count: frames
 // complete in order.
 _Requires_lock_held_(ring.Lock) USB4_RING_FRAME* TakeCompleted(USB4_RING& ring) {
+  _Analysis_assume_lock_held_(ring.Lock);
   if (ring.IsEmpty()) return nullptr;
   const std::uint32_t attributes = ring.Descriptors[ring.Tail].Attributes;
   if (Attributes::Done::Get(attributes) == 0) return nullptr;
@@ -57,6 +59,7 @@ _Requires_lock_held_(ring.Lock) USB4_RING_FRAME* TakeCompleted(USB4_RING& ring) 
 }
 
 _Requires_lock_held_(ring.Lock) KIV_RESULT EnqueueLocked(USB4_RING& ring, USB4_RING_FRAME& frame) {
+  _Analysis_assume_lock_held_(ring.Lock);
   if (!ring.Running) return kKivFailed;
   ring.Queued().Append(frame);
   PostQueued(ring);
@@ -65,6 +68,7 @@ _Requires_lock_held_(ring.Lock) KIV_RESULT EnqueueLocked(USB4_RING& ring, USB4_R
 
 // Moves finished frames to `finished`; true when they are cancelled rather than completed.
 _Requires_lock_held_(ring.Lock) bool CollectFinished(USB4_RING& ring, const FrameList& finished) {
+  _Analysis_assume_lock_held_(ring.Lock);
   if (!ring.Running) {
     ring.Posted().MoveAllTo(finished);
     ring.Queued().MoveAllTo(finished);

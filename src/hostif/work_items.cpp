@@ -90,7 +90,7 @@ NTSTATUS KivUsb4QueueXDomainGenericWorkItemData(WDFWORKITEM workItem, DEVICE_EXT
 
 void KivUsb4FlushOrFreeWorkItem(DEVICE_EXTENSION* context, bool) {
   if (!RunsEndWithin(context, kFlushMs)) {
-    TraceError("the work loop did not end in time", "events left", context->QueuedEventCount);
+    TraceError("the work loop did not end in time");
     if (context->Domain != nullptr) AbortOtherFlows(*context->Domain);
     context->WorkItemQueued.Store(0);
   }

@@ -63,13 +63,13 @@ struct USB4_CFG_REQUEST {
   KEVENT Done;
   AtomicLong References;
   AtomicLong Progress;
-  std::uint8_t OnList;  // guarded by the channel's request lock
+  Guarded<std::uint8_t, By<LockPlace::Request>> OnList;
   // Here and not with the caller, because an answer may be copied in while the caller gives up.
   std::uint32_t RequestWords[3 + kMostRegisterDwords];
   std::uint32_t ResponseWords[3 + kMostRegisterDwords];
 };
 
-using RequestList = ListView<USB4_CFG_REQUEST, offsetof(USB4_CFG_REQUEST, Link)>;
+using RequestList = ListView<USB4_CFG_REQUEST, offsetof(USB4_CFG_REQUEST, Link), By<LockPlace::Request>>;
 
 // Receives unsolicited packets, in host order. True: the packet is used up.
 using USB4_EVENT_CALLBACK = bool (*)(void* context, std::uint32_t pdf, const std::uint32_t* packet,
@@ -85,7 +85,7 @@ struct USB4_CTL {
   USB4_EVENT_CALLBACK EventCallback;
   void* EventContext;  // the domain
   SharedFlag Running;
-  LIST_ENTRY RequestListHead;  // oldest first; guarded by RequestLock
+  _Guarded_by_(RequestLock) LIST_ENTRY RequestListHead;  // oldest first
   SpinLock<LockPlace::Request> RequestLock;
   // Held for one attempt of a configuration read or write. Requests to a peer host, acknowledgements and events do not
   // take it; neither does the stop of the channel.

@@ -24,14 +24,14 @@ struct DEVICE_EXTENSION {
   USB4_DOMAIN* Domain;
   KEVENT WorkDoneEvent;  // set by the main work callback when it ends a run while Suspending
   WDFWORKITEM WorkItem;
-  LIST_ENTRY EventListHead;       // with QueuedEventCount guarded by WorkListMutex
+  _Guarded_by_(WorkListMutex) LIST_ENTRY EventListHead;
   AtomicLong WorkItemQueued;      // 1 while the main work item is queued or runs
   SharedFlag BusStartPending;     // 1 from the first start until the bus has started
   std::uint32_t ControllerIndex;  // 0 or 1
   SharedFlag PoweredDown;         // 1 while the device is in D3: requests are not sent again
   AtomicLong Suspending;          // 1 while a power-down runs: hot-plug events are ignored
   std::uint8_t PreOsCmWorkAroundEnable;
-  std::uint32_t QueuedEventCount;
+  Guarded<std::uint32_t, By<LockPlace::WorkList>> QueuedEventCount;
   Mutex<LockPlace::WorkList> WorkListMutex;
   WDFWORKITEM GenericXDomainWorkItem;
   Mutex<LockPlace::Handler> HandlerMutex;  // serialises the network receive handler
@@ -44,7 +44,7 @@ struct DEVICE_EXTENSION {
   WDFQUEUE WriteQueue;
   WDFWORKITEM NetCleanUpWorkItem;
   KEVENT DeviceEvent;
-  USB4_XDOMAIN* XDomain;  // the peer host in use, guarded by XDomainMutex
+  _Guarded_by_(XDomainMutex) USB4_XDOMAIN* XDomain;  // the peer host in use
   Mutex<LockPlace::XDomain> XDomainMutex;
   SharedFlag GenericWorkReady;  // 1 while the control channel runs: inter-domain work may be queued
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "include/atomic.h"
+#include "include/guarded.h"
 #include "include/locks.h"
 #include "include/pool.h"
 
@@ -18,14 +19,16 @@ struct USB4_DOMAIN {
 
   USB4_HOST_INTERFACE* HostInterface;
   USB4_CTL* ControlChannel;
-  USB4_SWITCH* HostRouter;  // changed under the run lock and TopologyLock
+  Guarded<USB4_SWITCH*, TopologyGuard> HostRouter;
   std::uint8_t HostRouterIsUsb4;
-  std::uint32_t Kind;               // always 0
-  LIST_ENTRY TunnelListHead;        // guarded by TopologyLock
-  LIST_ENTRY OrphanTunnelListHead;  // tunnels that left the list without being torn down
-  LIST_ENTRY DpResourceListHead;
-  LIST_ENTRY DeviceListHead;  // guarded by TopologyLock
-  SharedFlag Started;         // hot-plug events are handled only while it is set
+  std::uint32_t Kind;  // always 0
+  // Changed under both locks, so that whoever holds one of them may read.
+  _Guarded_by_(PathLock) _Guarded_by_(TopologyLock) LIST_ENTRY TunnelListHead;
+  // Tunnels that left the list without being torn down.
+  _Guarded_by_(PathLock) LIST_ENTRY OrphanTunnelListHead;
+  _Guarded_by_(RunLock) LIST_ENTRY DpResourceListHead;
+  _Guarded_by_(TopologyLock) LIST_ENTRY DeviceListHead;
+  SharedFlag Started;  // hot-plug events are handled only while it is set
   SharedFlag DisplayRestore;
   SharedFlag RuntimeIdle;  // the last power-down had no system power action
   AtomicLong IdleStopped;  // how the domain's power reference on the device stands, kReference...; hostif/power.h
@@ -40,6 +43,9 @@ struct USB4_DOMAIN {
   AtomicLong DpTunnelCount;
   // Held for pointer work only, never over register access, a wait or a callback.
   SpinLock<LockPlace::Topology> TopologyLock;
+  // Guards tunnels, paths and hop maps. Held for a whole walk or change, sleeps included; its holder takes no lock of a
+  // peer host, flushes no work and calls no other driver.
+  Mutex<LockPlace::Path> PathLock;
   // Held while one event is handled, and by start, stop and suspend: the topology changes only under it.
   Mutex<LockPlace::Run> RunLock;
   KEVENT Aborted;  // stays signalled while every flow but that of PowerDownThread has to give up; hostif/abort.h

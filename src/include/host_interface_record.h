@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "include/atomic.h"
+#include "include/guarded.h"
 #include "include/locks.h"
 #include "include/pool.h"
 #include "include/ring_record.h"
@@ -20,9 +21,9 @@ struct USB4_HOST_INTERFACE {
   std::uint32_t RegisterLength;  // bytes
   WDFDMAENABLER DmaEnabler;
   std::uint32_t HopCount;  // rings per direction, as the hardware says; 0: preparation stopped early
-  // Rings by hop; the two arrays and their slots are guarded by HopLock.
-  USB4_RING** TransmitRings;
-  USB4_RING** ReceiveRings;
+  // Rings by hop; the lock guards the slots too.
+  Guarded<USB4_RING**, By<LockPlace::Hop>> TransmitRings;
+  Guarded<USB4_RING**, By<LockPlace::Hop>> ReceiveRings;
   SpinLock<LockPlace::Hop> HopLock;
   // The mask and vector registers hold bits of all rings; each read-modify-write of them runs under this lock.
   SpinLock<LockPlace::InterruptRegister> InterruptLock;

@@ -10,6 +10,7 @@
 // several places. A platform whose verifier checks them defines them; elsewhere they say nothing.
 #ifndef _Lock_order_place_
 #define _Lock_order_place_(lock, place, leaf, name)
+#define _Lock_order_place_held_(places)
 #endif
 
 // X(place, leaf, name), outermost first. A lock is taken only while every lock that is held stands above it, and none
@@ -37,6 +38,11 @@ enum class LockPlace : std::uint32_t {
   KIV_LOCK_ORDER(X)
 #undef X
 };
+
+// Of a set of places.
+constexpr std::uint32_t PlaceBit(LockPlace place) {
+  return 1u << static_cast<std::uint32_t>(place);
+}
 
 struct LockDescription {
   bool IsLeaf;

@@ -1,5 +1,5 @@
 // Paths: chains of hops, each of which enters a router on one adapter with one hop ID and leaves it on another adapter
-// with another. Created, changed and destroyed only under the domain's run lock. Every record is valid when all zero.
+// with another. Created, changed and destroyed only under the domain's path lock. Every record is valid when all zero.
 #pragma once
 #include <ntddk.h>
 

@@ -35,6 +35,7 @@ struct USB4_RING_FRAME {
 };
 
 using FrameList = ListView<USB4_RING_FRAME, offsetof(USB4_RING_FRAME, Link)>;
+using RingFrameList = ListView<USB4_RING_FRAME, offsetof(USB4_RING_FRAME, Link), By<LockPlace::Ring>>;
 
 // As the hardware reads and writes it.
 struct USB4_RING_DESCRIPTOR {
@@ -55,29 +56,29 @@ struct USB4_RING {
   // Set at allocation.
   std::uint32_t Size;  // descriptors
   std::int32_t Hop;    // -1: none yet, one is to be chosen
-  // Guarded by Lock: next descriptor to fill, next descriptor to complete. Equal: empty; one slot stays free when full.
-  std::uint32_t Head;
-  std::uint32_t Tail;
+  // Next descriptor to fill, next descriptor to complete. Equal: empty; one slot stays free when full.
+  Guarded<std::uint32_t, By<LockPlace::Ring>> Head;
+  Guarded<std::uint32_t, By<LockPlace::Ring>> Tail;
   USB4_HOST_INTERFACE* HostInterface;
   volatile USB4_RING_DESCRIPTOR* Descriptors;
   WDFCOMMONBUFFER DescriptorTable;  // outlives the ring: it goes with the DMA enabler, or with whoever replaces it
   std::uint64_t DescriptorsBusAddress;
   std::uint8_t IsTransmit;
-  std::uint8_t Running;  // changed under Lock
+  Guarded<std::uint8_t, By<LockPlace::Ring>> Running;
   std::uint8_t Claimed;  // the hop's slot in the host interface is this ring's; others never touch a register
   std::uint32_t Flags;
   std::uint32_t EndToEndHop;
   std::uint16_t StartPdfMask;
   std::uint16_t EndPdfMask;
-  // Guarded by Lock: frames waiting for a descriptor, and frames posted to one, oldest first.
-  LIST_ENTRY Queue;
-  LIST_ENTRY InFlight;
+  // Frames waiting for a descriptor, and frames posted to one, oldest first.
+  _Guarded_by_(Lock) LIST_ENTRY Queue;
+  _Guarded_by_(Lock) LIST_ENTRY InFlight;
   ::Mutex<LockPlace::RingMutex> Mutex;   // held by the network handlers around their processing
   QueuedSpinLock<LockPlace::Ring> Lock;  // queued: transmission wants waiters served in order
   AtomicLong References;                 // the allocator's, and one for each handler at work
 
-  FrameList Queued() { return FrameList(Queue); }
-  FrameList Posted() { return FrameList(InFlight); }
+  RingFrameList Queued() { return RingFrameList(Queue); }
+  RingFrameList Posted() { return RingFrameList(InFlight); }
   bool IsEmpty() const { return Head == Tail; }
   std::uint32_t After(std::uint32_t index) const { return index + 1 == Size ? 0 : index + 1; }
   bool IsFull() const { return After(Head) == Tail; }

@@ -8,6 +8,7 @@
 
 #include "include/atomic.h"
 #include "include/config_space.h"
+#include "include/guarded.h"
 #include "include/list.h"
 #include "include/pool.h"
 #include "include/registers.h"
@@ -33,12 +34,16 @@ struct USB4_PATH_TEXT {
 inline constexpr std::uint8_t kPortSecondLane = 1;
 inline constexpr std::uint8_t kPortLaneEntry = 2;
 
+struct USB4_HOP_MAP {
+  std::uint8_t InUse[kHopIdCount];  // 1: in use
+};
+
 struct USB4_PORT {
   static constexpr ULONG kPoolTag = PoolTag("POR1");
 
   std::uint32_t Header[kAdapterHeaderDwords];  // ADP_CS_0 to ADP_CS_7 as read
   USB4_SWITCH* Router;
-  USB4_PORT* Remote;  // the adapter at the other end of the link, or null; changed under the topology lock
+  Guarded<USB4_PORT*, TopologyGuard> Remote;  // the adapter at the other end of the link, or null
   std::uint8_t Number;
   // Offsets in adapter space of the capabilities; 0: the adapter has none.
   std::uint32_t LaneCapability;
@@ -50,14 +55,14 @@ struct USB4_PORT {
   USB4_PORT* DualLinkPartner;  // the other lane adapter of the link, or null
   // kPortSecondLane: lane 1 of its link; kPortLaneEntry: so its DROM entry says, not the default
   std::uint8_t Flags;
-  std::uint8_t InputHops[kHopIdCount];  // 1: in use; both maps are changed under the topology lock
-  std::uint8_t OutputHops[kHopIdCount];
+  Guarded<USB4_HOP_MAP, By<LockPlace::Path>> InputHops;
+  Guarded<USB4_HOP_MAP, By<LockPlace::Path>> OutputHops;
   LIST_ENTRY DpResourceLink;
   void* Slots[kAdapterSlotCount];  // cleared, compared, never followed
   USB4_PATH_TEXT* RegistersText;   // diagnostics: each of the three may be null
   USB4_PATH_TEXT* PathsText;
   USB4_PATH_TEXT* CountersText;
-  USB4_XDOMAIN* XDomain;  // the peer host behind a lane adapter, or null; changed under the topology lock
+  Guarded<USB4_XDOMAIN*, TopologyGuard> XDomain;  // the peer host behind a lane adapter, or null
 
   std::uint32_t Type() const { return AdpCs2::Value(Header[AdpCs2::kOffset]).Get<AdpCs2::Type>(); }
   bool IsSecondLane() const { return (Flags & kPortSecondLane) != 0; }
@@ -85,7 +90,7 @@ struct USB4_SWITCH {
   std::uint32_t TmuRate;  // 0 off, 16 HiFi, 1000 normal
   std::uint8_t TmuUniMode;
   std::uint64_t Uid;
-  std::uint8_t* Uuid;  // kUuidBytes, or null; freed under the topology lock, so others copy it under that lock
+  Guarded<std::uint8_t*, TopologyGuard> Uuid;  // kUuidBytes, or null; others copy it under the topology lock
   std::uint16_t DromVendorId;
   std::uint16_t DromModelId;
   char* VendorName;  // from the DROM, NUL-terminated, or null
@@ -103,9 +108,10 @@ struct USB4_SWITCH {
   USB4_PATH_TEXT* RegistersText;    // diagnostics: router registers
   USB4_PATH_TEXT* MiscText;
   std::uint8_t OnFirmwarePcieTunnel;
-  AtomicLong References;        // who holds the record: topology/router_reference.h
-  std::uint32_t Readers;        // with the next two guarded by the topology lock
-  USB4_SWITCH* KeptForReaders;  // routers that were behind this one and have left while it had readers, by NextKept
+  AtomicLong References;  // who holds the record: topology/router_reference.h
+  Guarded<std::uint32_t, By<LockPlace::Topology>> Readers;
+  Guarded<USB4_SWITCH*, By<LockPlace::Topology>>
+      KeptForReaders;  // routers that were behind this one and have left while it had readers, by NextKept
   USB4_SWITCH* NextKept;
 
   std::uint32_t MaximumAdapter() const { return RouterCs1::Value(Header[1]).Get<RouterCs1::MaximumAdapter>(); }
@@ -123,9 +129,9 @@ struct USB4_DEV_ENTRY {
   USB4_XDOMAIN* XDomain;
   USB4_SWITCH* Router;  // a reference is held
   LIST_ENTRY Link;
-  std::uint8_t DirectoryCreated;  // the router's diagnostics directory exists
-  std::uint8_t Removed;           // gone for every lookup
-  std::uint32_t Walks;            // how many stand here; guarded by the topology lock like the two above
+  Guarded<std::uint8_t, By<LockPlace::Topology>> DirectoryCreated;  // the router's diagnostics directory exists
+  Guarded<std::uint8_t, By<LockPlace::Topology>> Removed;           // gone for every lookup
+  Guarded<std::uint32_t, By<LockPlace::Topology>> Walks;            // how many stand here
 };
 
-using DeviceList = ListView<USB4_DEV_ENTRY, offsetof(USB4_DEV_ENTRY, Link)>;
+using DeviceList = ListView<USB4_DEV_ENTRY, offsetof(USB4_DEV_ENTRY, Link), By<LockPlace::Topology>>;

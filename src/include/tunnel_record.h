@@ -1,5 +1,5 @@
 // Tunnels: a few paths that together carry one protocol between two adapters. Created, changed and destroyed only under
-// the domain's run lock; who reads the tunnel list without it holds the topology lock and copies what it needs.
+// the domain's path lock; who reads the tunnel list without it holds the topology lock and copies what it needs.
 #pragma once
 #include <ntddk.h>
 
@@ -48,4 +48,5 @@ struct USB4_TUNNEL {
   SharedFlag DpInD3;  // the display's sink has gone to low power
 };
 
-using TunnelList = ListView<USB4_TUNNEL, offsetof(USB4_TUNNEL, Link)>;
+using TunnelList = ListView<USB4_TUNNEL, offsetof(USB4_TUNNEL, Link), ByBoth<LockPlace::Path, LockPlace::Topology>>;
+using OrphanTunnelList = ListView<USB4_TUNNEL, offsetof(USB4_TUNNEL, Link), By<LockPlace::Path>>;

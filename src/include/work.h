@@ -38,4 +38,4 @@ struct USB4_EVENT_NODE {
   LIST_ENTRY Link;
 };
 
-using EventNodeList = ListView<USB4_EVENT_NODE, offsetof(USB4_EVENT_NODE, Link)>;
+using EventNodeList = ListView<USB4_EVENT_NODE, offsetof(USB4_EVENT_NODE, Link), By<LockPlace::WorkList>>;

@@ -112,8 +112,6 @@ KIV_RESULT KivUsb4InitPort(USB4_PORT* adapter) {
   if (result != kKivOk) return result;
   FindAdapterCapabilities(adapter);
   ClaimDpIn(adapter);
-  for (std::uint8_t& used : adapter->InputHops) used = 0;
-  for (std::uint8_t& used : adapter->OutputHops) used = 0;
   for (void*& slot : adapter->Slots) slot = nullptr;
   AllocateTexts(adapter);
   return kKivOk;

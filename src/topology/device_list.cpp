@@ -19,9 +19,10 @@ DeviceList ListOf(USB4_DOMAIN* domain) {
   return DeviceList(domain->DeviceListHead);
 }
 
-// The first entry that is not removed and satisfies `test`, or null. The topology lock is held.
+// The first entry that is not removed and satisfies `test`, or null.
 template <class Test>
-USB4_DEV_ENTRY* FindLocked(USB4_DOMAIN* domain, Test test) {
+_Requires_lock_held_(domain->TopologyLock) USB4_DEV_ENTRY* FindLocked(USB4_DOMAIN* domain, Test test) {
+  _Analysis_assume_lock_held_(domain->TopologyLock);
   for (USB4_DEV_ENTRY& entry : ListOf(domain)) {
     if (entry.Removed == 0 && test(entry)) return &entry;
   }

@@ -40,10 +40,11 @@ void DereferenceRouter(USB4_SWITCH* router) {
 }
 
 void KeepForReadersOfParent(USB4_SWITCH* router) {
+  _Analysis_assume_lock_held_(router->Domain->TopologyLock);
   USB4_SWITCH* parent = router->Info.Parent;
   if (parent == nullptr || parent->Readers == 0) return;
   ReferenceRouter(router);
-  router->NextKept = std::exchange(parent->KeptForReaders, router);
+  router->NextKept = std::exchange(parent->KeptForReaders.Change(), router);
 }
 
 RouterReference::RouterReference(USB4_SWITCH* router) : router_(router) {
@@ -65,7 +66,8 @@ void RouterReference::Leave() {
   USB4_SWITCH* kept = nullptr;
   {
     const SpinLockGuard guard(router->Domain->TopologyLock);
-    if (--router->Readers == 0) kept = std::exchange(router->KeptForReaders, nullptr);
+    --router->Readers;
+    if (router->Readers == 0) kept = std::exchange(router->KeptForReaders.Change(), nullptr);
   }
   while (kept != nullptr) DereferenceRouter(std::exchange(kept, kept->NextKept));
   DereferenceRouter(router);

@@ -3,8 +3,8 @@
 // A record stays while anybody holds a reference: the topology, the entry of the device list, each record of a router
 // behind it (so that Info.Parent always points to a record), and each reader. A reader is a flow that reaches the
 // record without the run lock. While a record has readers, the routers behind its links stay too, also one that leaves
-// meanwhile: a reader loads a Remote once and may follow what it has loaded. A router that has left the topology fails
-// every access, like one that is marked unplugged.
+// meanwhile: a reader loads a Remote under the topology lock, once, and may follow what it has loaded. A router that
+// has left the topology fails every access, like one that is marked unplugged.
 #pragma once
 #include "include/domain_record.h"
 #include "include/router_record.h"

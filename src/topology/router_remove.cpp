@@ -55,6 +55,7 @@ void KivUsb4SwitchRemove(USB4_SWITCH* router) {
 bool RemovePeer(USB4_PORT* adapter) {
   USB4_XDOMAIN* peer = adapter->XDomain;
   if (peer == nullptr) return false;
+  _Analysis_assume_lock_not_held_(adapter->Router->Domain->PathLock);
   KivUsb4XdomainRemove(peer);
   const SpinLockGuard guard(adapter->Router->Domain->TopologyLock);
   adapter->XDomain = nullptr;
@@ -82,7 +83,7 @@ void DiscardRouter(USB4_SWITCH* router) {
   std::uint8_t* uuid = nullptr;
   {
     const SpinLockGuard guard(router->Domain->TopologyLock);
-    uuid = std::exchange(router->Uuid, nullptr);
+    uuid = std::exchange(router->Uuid.Change(), nullptr);
   }
   PoolDeleteArray(uuid, kUuidTag);
   KivUsb4SwitchRelease(router);

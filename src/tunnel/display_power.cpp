@@ -33,6 +33,7 @@ std::uint32_t CopyDpInNumbers(USB4_DOMAIN* domain, std::uint32_t skip, std::uint
 void KivUsb4NotifyGfxDpTunnels(DEVICE_EXTENSION* context, USB4_DOMAIN* domain, std::uint32_t event) {
   if (event != kDisplayEnteredD0 && event != kDisplayEntersD3) return;
   if (context == nullptr || domain == nullptr) return;
+  _Analysis_assume_lock_not_held_(domain->PathLock);
   std::uint8_t numbers[kBatch];
   std::uint32_t count = 0;
   for (std::uint32_t done = 0; (count = CopyDpInNumbers(domain, done, numbers)) != 0; done += count) {

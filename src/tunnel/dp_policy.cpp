@@ -1,6 +1,7 @@
 // The DisplayPort policy: one pair, reserved, given room, and connected; or everything as it was.
 #include "tunnel/dp_policy.h"
 
+#include "hostif/abort.h"
 #include "hostif/power.h"
 #include "include/device_context.h"
 #include "include/trace.h"
@@ -81,20 +82,44 @@ USB4_TUNNEL* Connect(USB4_DOMAIN* domain, const USB4_ENDS& pair) {
   return nullptr;
 }
 
-void Keep(USB4_DOMAIN* domain, USB4_TUNNEL* tunnel) {
+// The pair's tunnel, listed and counted; null when the DP IN is not granted or the pair cannot be connected.
+USB4_TUNNEL* ReserveAndConnect(USB4_DOMAIN* domain, const USB4_ENDS& pair) {
+  const PathGuard paths(*domain);
+  KIV_RESULT result = ReserveDpIn(pair.Source);
+  if (result != kKivOk) {
+    TraceWarningBy(NAME_OF(KivUsb4TunnelDp), "DP IN not granted", "adapter", AsAdapter(pair.Source), "result",
+                   AsResult(result));
+    return nullptr;
+  }
+  result = KivUsb4ReleaseUsb3Bandwidth(domain, pair);
+  if (result != kKivOk) {
+    TraceErrorBy(NAME_OF(KivUsb4TunnelDp), "USB3 gives nothing back", "result", AsResult(result));
+    GiveBackDpIn(pair.Source);
+    return nullptr;
+  }
+  USB4_TUNNEL* tunnel = Connect(domain, pair);
+  if (tunnel == nullptr) {
+    TraceErrorBy(NAME_OF(KivUsb4TunnelDp), "display not connected", "in", AsAdapter(pair.Source), "out",
+                 AsAdapter(pair.Destination));
+    IgnoreResult(KivUsb4ReclaimUsb3Bandwidth(domain, pair));  // traced where it fails
+    GiveBackDpIn(pair.Source);
+    return nullptr;
+  }
   CountTunnel(tunnel, false);
   tunnel->MadeByPolicy = 1;
   AppendTunnel(tunnel);
-  // Once a suspend has taken displays away, every tunnel that comes up until the next one tells the graphics driver,
-  // for all displays: it may be the last piece that a desktop spanning several of them was waiting for.
-  if (domain->DisplayRestore.IsSet()) KivUsb4NotifyGfxDpTunnels(ContextOf(domain), domain, kDisplayEnteredD0);
+  return tunnel;
+}
+
+// Between the two holds of the path lock the tunnel may leave the list; its record goes only under the run lock.
+void ShareBandwidth(USB4_DOMAIN* domain, USB4_TUNNEL* tunnel) {
+  const PathGuard paths(*domain);
   const KIV_RESULT result = KivUsb4PollDPRxCapDone(tunnel);
   if (result != kKivOk) {
     TraceWarningBy(NAME_OF(KivUsb4TunnelDp), "display does not say what it can", "result", AsResult(result));
   }
   // Failures are traced where they happen; the display works without USB3 having more.
   IgnoreResult(KivUsb4ReclaimUsb3Bandwidth(domain, {tunnel->Source, tunnel->Destination}));
-  TakePowerReference(domain, {.WaitForD0 = true, .OnlyIfGranted = false});
 }
 
 }  // namespace
@@ -113,23 +138,11 @@ void KivUsb4TunnelDp(USB4_DOMAIN* domain) {
   const USB4_ENDS pair = ChoosePair(domain);
   if (pair.Source == nullptr) return;
   TraceStep("connect display", "in", AsAdapter(pair.Source), "out", AsAdapter(pair.Destination));
-  KIV_RESULT result = ReserveDpIn(pair.Source);
-  if (result != kKivOk) {
-    TraceWarning("DP IN not granted", "adapter", AsAdapter(pair.Source), "result", AsResult(result));
-    return;
-  }
-  result = KivUsb4ReleaseUsb3Bandwidth(domain, pair);
-  if (result != kKivOk) {
-    TraceError("USB3 gives nothing back", "result", AsResult(result));
-    GiveBackDpIn(pair.Source);
-    return;
-  }
-  USB4_TUNNEL* tunnel = Connect(domain, pair);
-  if (tunnel != nullptr) {
-    Keep(domain, tunnel);
-    return;
-  }
-  TraceError("display not connected", "in", AsAdapter(pair.Source), "out", AsAdapter(pair.Destination));
-  IgnoreResult(KivUsb4ReclaimUsb3Bandwidth(domain, pair));  // traced where it fails
-  GiveBackDpIn(pair.Source);
+  USB4_TUNNEL* tunnel = ReserveAndConnect(domain, pair);
+  if (tunnel == nullptr) return;
+  // Once a suspend has taken displays away, every tunnel that comes up until the next one tells the graphics driver,
+  // for all displays: it may be the last piece that a desktop spanning several of them was waiting for.
+  if (domain->DisplayRestore.IsSet()) KivUsb4NotifyGfxDpTunnels(ContextOf(domain), domain, kDisplayEnteredD0);
+  ShareBandwidth(domain, tunnel);
+  TakePowerReference(domain, {.WaitForD0 = true, .OnlyIfGranted = false});
 }

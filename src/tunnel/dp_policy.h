@@ -1,4 +1,4 @@
-// Which DP IN feeds which DP OUT. PASSIVE_LEVEL, under the domain's run lock.
+// Which DP IN feeds which DP OUT. PASSIVE_LEVEL, under the domain's run lock, without the path lock.
 #pragma once
 #include "include/domain_record.h"
 #include "include/router_record.h"

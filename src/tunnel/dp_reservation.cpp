@@ -1,6 +1,7 @@
 // Who may use a DP IN adapter.
 #include "tunnel/dp_reservation.h"
 
+#include "include/domain_record.h"
 #include "include/trace.h"
 #include "topology/router_access.h"
 #include "topology/router_operation.h"
@@ -57,14 +58,17 @@ KIV_RESULT SetSinkState(const USB4_SWITCH* router, KIV_RESULT sink, std::uint32_
 }  // namespace
 
 bool KivUsb4SwitchQueryDpResource(const USB4_SWITCH* router, const USB4_PORT* dpIn) {
+  _Analysis_assume_lock_held_(router->Domain->PathLock);
   return KivUsb4SwitchIsUsb4(router) ? Usb4SwitchQueryDpResource(router, dpIn) : KivUsb4LcDpSinkQuery(router, dpIn);
 }
 
 KIV_RESULT KivUsb4SwitchAllocDpResource(const USB4_SWITCH* router, const USB4_PORT* dpIn) {
+  _Analysis_assume_lock_held_(router->Domain->PathLock);
   return KivUsb4SwitchIsUsb4(router) ? Usb4SwitchAllocDpResource(router, dpIn) : KivUsb4LcDpSinkAlloc(router, dpIn);
 }
 
 KIV_RESULT KivUsb4SwitchDeallocDpResource(const USB4_SWITCH* router, const USB4_PORT* dpIn) {
+  _Analysis_assume_lock_held_(router->Domain->PathLock);
   return KivUsb4SwitchIsUsb4(router) ? Usb4SwitchDeallocDpResource(router, dpIn) : KivUsb4LcDpSinkDealloc(router, dpIn);
 }
 

@@ -1,13 +1,16 @@
 // Reserving a DP IN adapter with its router: by router operations on a USB4 router, by the link controller's sinks on a
-// Thunderbolt 3 router. PASSIVE_LEVEL, under the domain's run lock.
+// Thunderbolt 3 router. PASSIVE_LEVEL, under the domain's path lock.
 #pragma once
 #include "include/router_record.h"
 #include "include/status.h"
 
 // The router's own way, whichever it is.
-[[nodiscard]] bool KivUsb4SwitchQueryDpResource(const USB4_SWITCH* router, const USB4_PORT* dpIn);
-[[nodiscard]] KIV_RESULT KivUsb4SwitchAllocDpResource(const USB4_SWITCH* router, const USB4_PORT* dpIn);
-[[nodiscard]] KIV_RESULT KivUsb4SwitchDeallocDpResource(const USB4_SWITCH* router, const USB4_PORT* dpIn);
+_Requires_lock_held_(router->Domain->PathLock)
+    [[nodiscard]] bool KivUsb4SwitchQueryDpResource(const USB4_SWITCH* router, const USB4_PORT* dpIn);
+_Requires_lock_held_(router->Domain->PathLock) [[nodiscard]] KIV_RESULT
+    KivUsb4SwitchAllocDpResource(const USB4_SWITCH* router, const USB4_PORT* dpIn);
+_Requires_lock_held_(router->Domain->PathLock) [[nodiscard]] KIV_RESULT
+    KivUsb4SwitchDeallocDpResource(const USB4_SWITCH* router, const USB4_PORT* dpIn);
 
 // USB4 routers. Free: the router says so, or fails the operation as one that it does not know. False when the question
 // cannot be put.

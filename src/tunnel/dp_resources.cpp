@@ -1,6 +1,7 @@
 // The list of DisplayPort resources, and what its changes set off.
 #include "tunnel/dp_resources.h"
 
+#include "hostif/abort.h"
 #include "hostif/diagnostics.h"
 #include "include/trace.h"
 #include "topology/router_queries.h"
@@ -18,6 +19,7 @@ void AppendOnce(USB4_DOMAIN* domain, USB4_PORT* adapter) {
 }
 
 void TearDownTunnelOf(USB4_DOMAIN* domain, USB4_PORT* adapter) {
+  const PathGuard paths(*domain);
   const bool isSource = adapter->Type() == USB4_ADAPTER_DP_IN;
   const USB4_ENDS ends = isSource ? USB4_ENDS{adapter, nullptr} : USB4_ENDS{nullptr, adapter};
   USB4_TUNNEL* tunnel = KivUsb4FindTunnel(domain, USB4_TUNNEL_DP, ends);
@@ -28,6 +30,7 @@ void TearDownTunnelOf(USB4_DOMAIN* domain, USB4_PORT* adapter) {
 }  // namespace
 
 void KivUsb4SwitchAddDpInResources(const USB4_SWITCH* router) {
+  const PathGuard paths(*router->Domain);
   for (USB4_PORT& adapter : AdaptersOf(router)) {
     if (adapter.Type() != USB4_ADAPTER_DP_IN || !KivUsb4SwitchQueryDpResource(router, &adapter)) continue;
     if (IsHostRouter(router)) AppendOnce(router->Domain, &adapter);
@@ -39,6 +42,7 @@ void KivUsb4DpResourceAvailable(USB4_DOMAIN* domain, USB4_PORT* adapter) {
   const bool onHost = IsHostRouter(adapter->Router);
   const bool isDpIn = adapter->Type() == USB4_ADAPTER_DP_IN;
   if (onHost && isDpIn) {
+    const PathGuard paths(*domain);
     TraceInfo("DP IN plugged", "adapter", AsAdapter(adapter), "free",
               KivUsb4SwitchQueryDpResource(adapter->Router, adapter));
   }
@@ -68,6 +72,7 @@ void EmptyDpResources(USB4_DOMAIN* domain) {
 }
 
 void KivUsb4DisconnectAndReleaseDp(USB4_DOMAIN* domain) {
+  const PathGuard paths(*domain);
   domain->DisplayRestore.Set(domain->DpTunnelCount.Load() != 0 && domain->RuntimeIdle.IsSet());
   for (USB4_TUNNEL& tunnel : TunnelsOf(domain)) {
     if (!KivUsb4TunnelIsDp(&tunnel)) continue;

@@ -8,7 +8,7 @@
 #include "include/list.h"
 #include "include/router_record.h"
 
-using DpResourceList = ListView<USB4_PORT, offsetof(USB4_PORT, DpResourceLink)>;
+using DpResourceList = ListView<USB4_PORT, offsetof(USB4_PORT, DpResourceLink), By<LockPlace::Run>>;
 
 [[nodiscard]] inline DpResourceList DpResourcesOf(USB4_DOMAIN* domain) {
   return DpResourceList(domain->DpResourceListHead);

@@ -1,5 +1,5 @@
 // DisplayPort tunnels: video and the two ways of the AUX channel, from a DP IN to a DP OUT adapter. PASSIVE_LEVEL,
-// under the domain's run lock.
+// under the domain's path lock.
 #pragma once
 #include "include/domain_record.h"
 #include "include/router_record.h"

@@ -1,9 +1,6 @@
 // The two maps of hop IDs in use that each adapter record holds.
 #include "tunnel/hop_id.h"
 
-#include "include/domain_record.h"
-#include "include/locks.h"
-
 namespace {
 
 constexpr std::int32_t kFirstFreeHopId = 8;  // those below are reserved by the protocol
@@ -14,16 +11,14 @@ std::int32_t HardwareMaximum(const USB4_PORT* adapter, bool input) {
   return static_cast<std::int32_t>(input ? cs5.Get<AdpCs5::MaximumInputHop>() : cs5.Get<AdpCs5::MaximumOutputHop>());
 }
 
-void Release(USB4_PORT* adapter, std::uint8_t (&map)[kHopIdCount], std::uint32_t hopId) {
-  if (hopId >= kHopIdCount) return;
-  const SpinLockGuard guard(adapter->Router->Domain->TopologyLock);
-  map[hopId] = 0;
+void Release(Guarded<USB4_HOP_MAP, By<LockPlace::Path>>& map, std::uint32_t hopId) {
+  if (hopId < kHopIdCount) map.Change().InUse[hopId] = 0;
 }
 
 }  // namespace
 
 std::int32_t KivUsb4PortAllocHopid(USB4_PORT* adapter, bool input, USB4_HOP_ID_RANGE range) {
-  std::uint8_t(&map)[kHopIdCount] = input ? adapter->InputHops : adapter->OutputHops;
+  USB4_HOP_MAP& map = (input ? adapter->InputHops : adapter->OutputHops).Change();
   const std::int32_t hardwareMaximum = HardwareMaximum(adapter, input);
   const std::int32_t floor = adapter->Type() == USB4_ADAPTER_HOST_INTERFACE ? 0 : kFirstFreeHopId;
   const std::int32_t lowest = range.Lowest < floor ? floor : range.Lowest;
@@ -31,10 +26,9 @@ std::int32_t KivUsb4PortAllocHopid(USB4_PORT* adapter, bool input, USB4_HOP_ID_R
   if (highest < 0 || highest > hardwareMaximum) highest = hardwareMaximum;
   // An adapter may have more hop IDs than the map.
   if (highest > kLastMappedHopId) highest = kLastMappedHopId;
-  const SpinLockGuard guard(adapter->Router->Domain->TopologyLock);
   for (std::int32_t hopId = lowest; hopId <= highest; ++hopId) {
-    if (map[hopId] != 0) continue;
-    map[hopId] = 1;
+    if (map.InUse[hopId] != 0) continue;
+    map.InUse[hopId] = 1;
     return hopId;
   }
   return kNoHopId;
@@ -49,9 +43,9 @@ std::int32_t KivUsb4PortAllocOutHopid(USB4_PORT* adapter, USB4_HOP_ID_RANGE rang
 }
 
 void KivUsb4PortReleaseInHopid(USB4_PORT* adapter, std::uint32_t hopId) {
-  Release(adapter, adapter->InputHops, hopId);
+  Release(adapter->InputHops, hopId);
 }
 
 void KivUsb4PortReleaseOutHopid(USB4_PORT* adapter, std::uint32_t hopId) {
-  Release(adapter, adapter->OutputHops, hopId);
+  Release(adapter->OutputHops, hopId);
 }

@@ -1,5 +1,4 @@
-// Reservation of hop IDs, per adapter and direction. Any IRQL up to DISPATCH_LEVEL; the maps are guarded by the
-// domain's topology lock, which these operations take.
+// Reservation of hop IDs, per adapter and direction. PASSIVE_LEVEL, under the domain's path lock.
 #pragma once
 #include <cstdint>
 

@@ -1,4 +1,4 @@
-// The budget of links, and how USB3 and DisplayPort share it. PASSIVE_LEVEL, under the domain's run lock. `ends`: the
+// The budget of links, and how USB3 and DisplayPort share it. PASSIVE_LEVEL, under the domain's path lock. `ends`: the
 // adapters between which a tunnel runs or is to run.
 #pragma once
 #include "include/domain_record.h"

@@ -1,4 +1,5 @@
 // Tunnels that left the list without being torn down.
+#include "hostif/abort.h"
 #include "topology/router_queries.h"
 #include "topology/upcalls.h"
 #include "tunnel/tunnel.h"
@@ -18,9 +19,10 @@ bool RunsThrough(const USB4_TUNNEL& tunnel, const USB4_SWITCH* router) {
 // Only the records go, while the adapters whose hop IDs they hold are still there. The hardware is left alone: it has
 // been out of reach of whoever let the tunnel go since then.
 void KivUsb4FreeOrphanTunnels(const USB4_SWITCH* router) {
-  for (USB4_TUNNEL& tunnel : TunnelList(router->Domain->OrphanTunnelListHead)) {
+  const PathGuard paths(*router->Domain);
+  for (USB4_TUNNEL& tunnel : OrphanTunnelList(router->Domain->OrphanTunnelListHead)) {
     if (!RunsThrough(tunnel, router)) continue;
-    TunnelList::Remove(tunnel);
+    OrphanTunnelList::Remove(tunnel);
     KivUsb4TunnelFree(&tunnel);
   }
 }

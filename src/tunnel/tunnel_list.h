@@ -1,5 +1,5 @@
-// The domain's tunnels: the list, its counts, and the end of a tunnel. PASSIVE_LEVEL, under the domain's run lock; the
-// list changes under the topology lock besides, so that readers without the run lock see it whole.
+// The domain's tunnels: the list, its counts, and the end of a tunnel. PASSIVE_LEVEL, under the domain's path lock; the
+// list changes under the topology lock besides, so that readers without the path lock see it whole.
 #pragma once
 #include <cstdint>
 
@@ -27,7 +27,8 @@ void OrphanTunnel(USB4_TUNNEL* tunnel);
 void CountTunnel(const USB4_TUNNEL* tunnel, bool adopted);
 // One tunnel less: the total, and its kind's count unless that is 0. Nothing is counted down while the total is 0. The
 // flag is not looked at.
-void KivUsb4UpdateTunnelCnt(const USB4_TUNNEL* tunnel, USB4_DOMAIN* domain, bool unused = false);
+_Requires_lock_held_(domain->PathLock) void KivUsb4UpdateTunnelCnt(const USB4_TUNNEL* tunnel, USB4_DOMAIN* domain,
+                                                                   bool unused = false);
 
 struct USB4_TEARDOWN {
   bool Unlink;        // take it off the list, if it stands there, and count it down

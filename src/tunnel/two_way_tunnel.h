@@ -1,5 +1,5 @@
 // What PCIe and USB3 tunnels have in common: a path down and a path up, on hop ID 8 at either end, from a downstream to
-// an upstream adapter. PASSIVE_LEVEL, under the domain's run lock.
+// an upstream adapter. PASSIVE_LEVEL, under the domain's path lock.
 #pragma once
 #include <cstdint>
 

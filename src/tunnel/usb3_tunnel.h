@@ -1,5 +1,5 @@
 // USB3 tunnels. Bandwidth is managed for those that start at the host router; deeper ones live inside its grant.
-// PASSIVE_LEVEL, under the domain's run lock.
+// PASSIVE_LEVEL, under the domain's path lock.
 #pragma once
 #include "include/domain_record.h"
 #include "include/router_record.h"

@@ -162,7 +162,7 @@ WORLD_TEST(TunnelLifetime, AStopThatKeepsHardwareLeavesEveryEntry) {
     EXPECT_EQ(domain.TunnelCount.Load(), 0);
     EXPECT_TRUE(IsListEmpty(&domain.TunnelListHead));
     EXPECT_TRUE(IsListEmpty(&domain.DpResourceListHead));
-    EXPECT_EQ(domain.HostRouter, nullptr);
+    EXPECT_EQ(domain.HostRouter.Peek(), nullptr);
     EXPECT_EQ(KivUsb4BusStart(&domain, false), 0);
   });
   bench.Quiet();

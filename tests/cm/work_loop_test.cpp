@@ -74,11 +74,14 @@ WORLD_TEST(WorkLoop, AFlushWithoutWorkReturnsAtOnce) {
   world.Start();
   world.Quiet();
   world.InDevice([&](DEVICE_EXTENSION& context) {
-    context.QueuedEventCount = 3;
+    {
+      const MutexGuard guard(context.WorkListMutex);
+      context.QueuedEventCount = 3;
+    }
     const platform::Time before = world.simulation().Now();
     KivUsb4FlushOrFreeWorkItem(&context, false);
     EXPECT_LT(world.simulation().Now() - before, 100 * kMillisecond);
-    EXPECT_EQ(context.QueuedEventCount, 0u);
+    EXPECT_EQ(context.QueuedEventCount.Peek(), 0u);
   });
 }
 
@@ -108,7 +111,7 @@ WORLD_TEST(WorkLoop, AStormEndsWithAnEmptyListAndAnIdleDevice) {
   });
   world.Start();
   world.Quiet(60 * kSecond);
-  world.InDevice([](DEVICE_EXTENSION& context) { EXPECT_TRUE(context.Events().IsEmpty()); });
+  world.InDevice([](DEVICE_EXTENSION& context) { EXPECT_TRUE(IsListEmpty(&context.EventListHead)); });
   EXPECT_EQ(world.kernel().References(world.machine().device()).held, 0);
   world.TakeProtocolErrors();
 }

@@ -37,7 +37,7 @@ int WaitsForAnAnswer(Bench& bench, USB4_DOMAIN& domain) {
 }
 
 int Polls(Bench&, USB4_DOMAIN& domain) {
-  return KivUsb4PortWaitForLinkWidth(&domain.HostRouter->Adapters[1], 3, kHourMs);
+  return KivUsb4PortWaitForLinkWidth(&domain.HostRouter.Peek()->Adapters[1], 3, kHourMs);
 }
 
 WORLD_TEST(Abort, EndsEveryKindOfWaitOfEveryFlow) {

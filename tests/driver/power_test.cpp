@@ -29,7 +29,7 @@ Flags FlagsOf(World& world) {
   world.InDevice([&](DEVICE_EXTENSION& context) {
     flags = {context.PoweredDown.IsSet(),         context.Suspending.Load() != 0,
              context.Domain->Started.IsSet(),     context.BusStartPending.IsSet(),
-             context.Domain->RuntimeIdle.IsSet(), context.Domain->HostRouter != nullptr};
+             context.Domain->RuntimeIdle.IsSet(), context.Domain->HostRouter.Peek() != nullptr};
   });
   return flags;
 }
@@ -90,8 +90,8 @@ WORLD_TEST(Power, EventsAroundAPowerDownAreDroppedOrHandledNeverLost) {
     world.Quiet();
     EXPECT_EQ(FlagsOf(world), kRunning) << offset;
     world.InDevice([&](DEVICE_EXTENSION& context) {
-      EXPECT_EQ(context.QueuedEventCount, 0u) << offset;
-      EXPECT_TRUE(context.Events().IsEmpty()) << offset;
+      EXPECT_EQ(context.QueuedEventCount.Peek(), 0u) << offset;
+      EXPECT_TRUE(IsListEmpty(&context.EventListHead)) << offset;
       EXPECT_EQ(context.WorkItemQueued.Load(), 0) << offset;
     });
     EXPECT_EQ(world.kernel().References(world.machine().device()).held, 0) << offset;

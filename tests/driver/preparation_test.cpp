@@ -133,7 +133,7 @@ WORLD_TEST(Preparation, TakesResourcesInAnyOrderAndNumber) {
     world.InDevice([&](DEVICE_EXTENSION& context) {
       EXPECT_EQ(context.InterruptCount, test.interrupts) << test.what;
       ASSERT_NE(context.Domain, nullptr) << test.what;
-      EXPECT_EQ(context.Domain->HostRouter != nullptr, test.hostRouter) << test.what;
+      EXPECT_EQ(context.Domain->HostRouter.Peek() != nullptr, test.hostRouter) << test.what;
     });
   }
 }
@@ -150,7 +150,7 @@ WORLD_TEST(Preparation, EveryHopCountIsServed) {
       EXPECT_EQ(context.HostInterface->HopCount, test.hops);
       EXPECT_EQ(context.Domain != nullptr, test.domain) << test.hops;
       if (test.domain) {
-        EXPECT_NE(context.Domain->HostRouter, nullptr) << test.hops;
+        EXPECT_NE(context.Domain->HostRouter.Peek(), nullptr) << test.hops;
       }
     });
     if (test.domain) continue;

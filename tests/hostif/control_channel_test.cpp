@@ -153,6 +153,7 @@ WORLD_TEST(ControlChannel, AFireAndForgetRequestIsGoneOnceSent) {
     request->Response = nullptr;
     request->Match = KivUsb4CfgMatch;
     EXPECT_EQ(KivUsb4CfgRequest(domain.ControlChannel, request), 0);
+    const SpinLockGuard guard(domain.ControlChannel->RequestLock);
     EXPECT_TRUE(domain.ControlChannel->Requests().IsEmpty());
   });
   world.Pass(1 * kMillisecond);

@@ -89,7 +89,7 @@ WORLD_TEST(Ring, ClaimsTheHopItWantsOrTheLowestFreeOneFromOne) {
       ring->Hop = test.hop;
       EXPECT_EQ(KivUsb4AllocHop(domain.HostInterface, ring), test.result) << test.hop;
       Usb4RingStart(ring);
-      EXPECT_EQ(ring->Running, 0) << test.hop;
+      EXPECT_EQ(ring->Running.Peek(), 0) << test.hop;
       FreeWithTable(ring);
     }
     FreeWithTable(rings[2]);  // hop 3

@@ -71,8 +71,8 @@ TEST(WorkItems, AnEventWithoutAWorkItemIsDropped) {
   world.Quiet();
   world.InDevice([](DEVICE_EXTENSION& context) {
     KivUsb4QueueWorkItemData(nullptr, &context, PoolNew<USB4_HOTPLUG_EVENT>());
-    EXPECT_TRUE(context.Events().IsEmpty());
-    EXPECT_EQ(context.QueuedEventCount, 0u);
+    EXPECT_TRUE(IsListEmpty(&context.EventListHead));
+    EXPECT_EQ(context.QueuedEventCount.Peek(), 0u);
     EXPECT_EQ(context.WorkItemQueued.Load(), 0);
   });
 }

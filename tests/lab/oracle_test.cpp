@@ -5,6 +5,7 @@
 #include <gtest/gtest-spi.h>
 #include <span>
 
+#include "hostif/abort.h"
 #include "include/router_record.h"
 #include "include/tunnel_record.h"
 #include "sim/registers/hop_entry.h"
@@ -79,18 +80,24 @@ const Fault kInTheFabric[] = {
 };
 
 USB4_TUNNEL& FirstTunnel(USB4_DOMAIN& domain) {
-  return *TunnelList(domain.TunnelListHead).First();
+  return *ListView<USB4_TUNNEL, offsetof(USB4_TUNNEL, Link)>(domain.TunnelListHead).First();
 }
 
 const Fault kInTheDriver[] = {
     {"a hop ID that no path uses",
      [](World& world) {
-       world.InDriver([](USB4_DOMAIN& domain) { domain.HostRouter->Adapters[1].InputHops[12] = 1; });
+       world.InDriver([](USB4_DOMAIN& domain) {
+         const PathGuard paths(domain);
+         domain.HostRouter.Peek()->Adapters[1].InputHops.Change().InUse[12] = 1;
+       });
      },
      "host/H1: 0:1 has reserved input hop IDs [8 9 12], tunnels use [8 9] [hop-ids]\n"},
     {"a hop ID given back too early",
      [](World& world) {
-       world.InDriver([](USB4_DOMAIN& domain) { domain.HostRouter->Adapters[1].OutputHops[9] = 0; });
+       world.InDriver([](USB4_DOMAIN& domain) {
+         const PathGuard paths(domain);
+         domain.HostRouter.Peek()->Adapters[1].OutputHops.Change().InUse[9] = 0;
+       });
      },
      "host/H1: 0:1 has reserved output hop IDs [8], tunnels use [8 9] [hop-ids]\n"},
     {"a counter that is off",

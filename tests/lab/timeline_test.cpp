@@ -171,7 +171,7 @@ TEST(Timeline, ControllersOfOneKindHaveAProcessEach) {
   lab::RunOptions options;
   options.traceFile = kFile;
   ASSERT_EQ(lab::RunScenario(lab::ReadScenarioText(text, "two"), options).code, lab::ExitCode::Held);
-  const Json document = Json::parse(Bytes(kFile));
+  const Json document = Json::parse(ReadWhole(kFile));
   EXPECT_EQ(Reading(document).flaw, "");
   std::map<std::string, int> lives, accesses;  // by process
   std::map<int, std::string> processes;

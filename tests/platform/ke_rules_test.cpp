@@ -148,6 +148,40 @@ BREAKS(LockTakenUnderALeaf, LockOutOfPlace, "KeAcquireSpinLock") {
   placed.Take(3);
 }
 
+BREAKS(RequiredLockNotHeld, LockRequired, "_Analysis_assume_lock_held_") {
+  PlacedLocks placed;
+  placed.Take(1);
+  _Analysis_assume_lock_held_(placed.locks[1]);
+  _Analysis_assume_lock_held_(placed.locks[0]);
+}
+
+BREAKS(ForbiddenLockHeld, LockForbidden, "_Analysis_assume_lock_not_held_") {
+  PlacedLocks placed;
+  placed.Take(1);
+  _Analysis_assume_lock_not_held_(placed.locks[0]);
+  _Analysis_assume_lock_not_held_(placed.locks[1]);
+}
+
+BREAKS(GuardedDataTouchedUnderAnotherLock, LockRequired, "_Lock_order_place_held_") {
+  PlacedLocks placed;
+  placed.Take(1);
+  _Lock_order_place_held_(1u << 1 | 1u << 2);
+  _Lock_order_place_held_(1u << 0 | 1u << 2);
+}
+
+BREAKS(GuardedDataTouchedAfterTheRelease, LockRequired, "_Lock_order_place_held_") {
+  PlacedLocks placed;
+  placed.Take(2);
+  _Lock_order_place_held_(1u << 2);
+  placed.Give(2);
+  _Lock_order_place_held_(1u << 2);
+}
+
+BREAKS(PlaceBeyondTheLast, InvalidArgument, "_Lock_order_place_") {
+  HeldSpinLock held;
+  _Lock_order_place_(held.lock, 32, false, "far");
+}
+
 BREAKS(PlaceOfALockNeverInitialised, ObjectUninitialised, "_Lock_order_place_") {
   KSPIN_LOCK lock = 0;
   _Lock_order_place_(lock, 0, false, "nothing");

@@ -47,9 +47,8 @@ TEST(DisplayResources, ARouterDrivesAsManyDisplaysAsItsModelSays) {
     Fabric fabric(simulation);
     Router& router = fabric.AddRouter(model, "X");
     auto operate = [&](unsigned opcode, unsigned adapter) {
-      std::vector<std::string> complaints;
       const std::uint32_t words[] = {adapter, 0x80000000 | opcode};
-      EXPECT_TRUE(router.space().Write(25, words, complaints));
+      EXPECT_TRUE(router.space().Write(25, words, kNoComplaint));
       simulation.RunFor(5 * kMs);
       return router.space().Get(26) >> 24;
     };

@@ -150,7 +150,7 @@ TEST(DpAdapter, RoutersWithoutAHandshakeBlameWhoTries) {
   rig.Write(0, 9, Space::Adapter, 0x3F, {0x06000000});
   rig.Run(100 * kMs);
   EXPECT_EQ(rig.Value(0, 9, Space::Adapter, 0x3F), 0x06000000u);
-  EXPECT_EQ(rig.Errors(), "H1:9 (route 0): DP handshake with a router that has none [dp-handshake]\n");
+  EXPECT_EQ(rig.Errors(), "HT:9 (route 0): DP handshake with a router that has none [dp-handshake]\n");
 }
 
 TEST(DpAdapter, HotPlugDetectShowsTheDisplayAndClearsOnDemand) {

@@ -69,8 +69,7 @@ class Storm {
   // A manager's write of LANE_ADP_CS_1, past the wire: most of these routers are not enumerated.
   void Toggle(const char* port, std::uint32_t word) {
     Adapter& adapter = *rig.fabric.FindAdapter(port);
-    std::vector<std::string> complaints;
-    adapter.space().Write(adapter.laneCapability + 1, std::span(&word, 1), complaints);
+    adapter.space().Write(adapter.laneCapability + 1, std::span(&word, 1), kNoComplaint);
   }
 };
 

@@ -84,8 +84,8 @@ TEST(Notifications, MalformedAcknowledgementsAreBlamed) {
     rig.fabric.PlugDisplay("H3:11");
     rig.Send(Pdf::Notification, 0, word);
     rig.Run(1 * kMs);
-    char text[64];
-    std::snprintf(text, sizeof text, "H1 (route 0): malformed acknowledgement 0x%08x [acknowledgement]\n", word);
+    char text[96];
+    std::snprintf(text, sizeof text, "H3 (route 0): malformed acknowledgement 0x%08x [acknowledgement]\n", word);
     EXPECT_EQ(rig.Errors(), text);
     EXPECT_FALSE(rig.fabric.Quiet());
   }

@@ -1,5 +1,6 @@
 // Goal: each kind of bit stores and blames as its table says. Method: one register of one kind per row, written once.
 #include "sim/registers/register_rules.h"
+#include "tests/sim/rig.h"
 
 #include <gtest/gtest.h>
 
@@ -51,14 +52,13 @@ TEST(ConfigSpace, AWriteReachesAllItsDwordsOrNone) {
   space.Define(0, 1, kAllReadWrite);
   space.Define(1, 2, kAllReadWrite);
   space.Define(4, 3, kAllReadWrite);
-  const auto none = [](Complaint, const ComplaintArguments&) { ADD_FAILURE(); };
   const std::uint32_t data[] = {7, 8, 9};
-  EXPECT_FALSE(space.Write(0, data, none)) << "dword 2 is a hole";
+  EXPECT_FALSE(space.Write(0, data, test::kNoComplaint)) << "dword 2 is a hole";
   EXPECT_EQ(space.Get(0), 1u);
 
   std::uint32_t seen = 0;
   space.OnWrite(0, [&](const ConfigSpace::Access&) { seen = space.Get(1); });
-  EXPECT_TRUE(space.Write(0, std::span(data).first(2), none));
+  EXPECT_TRUE(space.Write(0, std::span(data).first(2), test::kNoComplaint));
   EXPECT_EQ(seen, 8u) << "the first dword acts after the last is stored";
 }
 

@@ -96,12 +96,14 @@ TEST(RouterAccess, HeaderBitsAddressBitsAndCrcAreChecked) {
   EXPECT_EQ(rig.Wire(), "-> READ route=0 adapter=0 space=router offset=0x000 length=1 seq=0 crc=bad\n") << "no answer";
   rig.SendBytes(4, EncodePacket({static_cast<Pdf>(4), {0, 0, 0}}));
   rig.SendBytes(1, {1, 2, 3, 4, 5, 6});
+  rig.SendBytes(1, EncodePacket({Pdf::Read, {0, 0}}));
   rig.Run(1 * kMs);
   EXPECT_EQ(rig.Errors(),
             "H1 (route 0): request with bits 0x00000200 in 31:22 of its first dword [request-header]\n"
             "H1 (route 0): request with reserved bits in its address word 0x24002000 [request-reserved]\n"
             "H1 (route 0): packet with a wrong CRC [packet-crc]\n"
             "H1 transmit ring 0: control packet of 6 bytes, which is no whole number of dwords [packet-bytes]\n"
+            "H1 (route 0): packet of 2 dwords; a header has 3 [packet-length]\n"
             "H1 (route 0): packet of type 4, which no router takes [packet-type]\n");
 }
 

@@ -5,6 +5,7 @@
 
 #include <sstream>
 
+#include "hostif/abort.h"
 #include "tests/support/topology_text.h"
 #include "topology/device_list.h"
 
@@ -48,6 +49,7 @@ void Bench::ForgiveProtocolErrors(const std::string& text) {
 void Bench::WithRouter(std::uint64_t route, const std::function<void(USB4_SWITCH& router)>& look) {
   bool found = false;
   InDriver([&](USB4_DOMAIN& domain) {
+    const RunGuard guard(domain);
     const RouterReference known = KivUsb4DomainGetSwitch(&domain, route);
     found = known != nullptr;
     if (found) look(*known);

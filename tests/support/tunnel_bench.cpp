@@ -59,7 +59,8 @@ void TunnelBench::Wire(const std::string& first, const std::string& second, sim:
 void TunnelBench::InRun(const std::function<void(USB4_DOMAIN& domain)>& look) {
   InDriver([&](USB4_DOMAIN& domain) {
     TakePowerReference(&domain, {.WaitForD0 = true, .OnlyIfGranted = false});
-    const RunGuard guard(domain);
+    const RunGuard run(domain);
+    const PathGuard paths(domain);
     look(domain);
   });
 }
@@ -100,7 +101,8 @@ std::string TunnelBench::HopIds() {
     while (USB4_DEV_ENTRY* entry = walk.Next()) {
       if (entry->Router == nullptr) continue;
       for (const USB4_PORT& adapter : AdaptersOf(entry->Router)) {
-        const std::string held = Reserved("in", adapter.InputHops) + Reserved("out", adapter.OutputHops);
+        const std::string held =
+            Reserved("in", adapter.InputHops.Peek().InUse) + Reserved("out", adapter.OutputHops.Peek().InUse);
         if (!held.empty()) text += NameOf(&adapter) + held + "\n";
       }
     }

@@ -26,7 +26,7 @@ class TunnelBench : public Bench {
   using World::Wire;
   void Wire(const std::string& first, const std::string& second, sim::CableOptions cable = kTrained);
 
-  // `look` holds the run lock and keeps the device awake: it may build, switch and end tunnels.
+  // `look` holds the run lock and the path lock and keeps the device awake: it may build, switch and end tunnels.
   void InRun(const std::function<void(USB4_DOMAIN& domain)>& look);
   // The driver's record of "D1:9"; the test fails when there is none.
   USB4_PORT* Port(USB4_DOMAIN& domain, const std::string& port);

@@ -25,6 +25,7 @@ WORLD_TEST(DeviceList, AReaderKeepsARouterThatGoesAndGetsNothingOutOfIt) {
     ASSERT_NE(walk.Next(), nullptr);
     const USB4_DEV_ENTRY* hub = walk.Next();
     ASSERT_EQ(hub->Route, 1u);
+    const RunGuard guard(domain);
     USB4_PORT& port = domain.HostRouter->Adapters[1];
     KivUsb4SwitchRemove(port.Remote->Router);
     EXPECT_EQ(port.Remote, nullptr);
@@ -43,12 +44,12 @@ WORLD_TEST(DeviceList, AnEntryIsFoundByRouteAndMarkedByRouter) {
   Bench bench("H1:1 - D1:1");
   bench.StartQuietly();
   bench.InDriver([](USB4_DOMAIN& domain) {
-    EXPECT_EQ(KivUsb4DomainGetSwitch(&domain, 0), domain.HostRouter);
+    EXPECT_EQ(KivUsb4DomainGetSwitch(&domain, 0), domain.HostRouter.Peek());
     EXPECT_EQ(KivUsb4DevListFindSwitch(&domain, 0x301), nullptr);
     KivUsb4GetDevFromSwitchToUpdate(&domain, KivUsb4DomainGetSwitch(&domain, 1).Get());
     DeviceWalk walk(&domain);
-    EXPECT_EQ(walk.Next()->DirectoryCreated, 0);
-    EXPECT_EQ(walk.Next()->DirectoryCreated, 1);
+    EXPECT_EQ(walk.Next()->DirectoryCreated.Peek(), 0);
+    EXPECT_EQ(walk.Next()->DirectoryCreated.Peek(), 1);
   });
 }
 
@@ -57,6 +58,7 @@ WORLD_TEST(DeviceList, AnEntryIsFoundByRouteAndMarkedByRouter) {
 void LookAround(const USB4_SWITCH& router) {
   std::vector<const USB4_PORT*> remotes;
   for (const USB4_PORT& adapter : AdaptersOf(&router)) {
+    const SpinLockGuard guard(router.Domain->TopologyLock);
     if (const USB4_PORT* remote = adapter.Remote) remotes.push_back(remote);
   }
   std::uint32_t word = 0;

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "hostif/abort.h"
 #include "tests/support/bench.h"
 #include "topology/plug_events.h"
 #include "topology/router_access.h"
@@ -56,7 +57,7 @@ WORLD_TEST(Queries, OnlyTheSecondControllerMarksItsDisplayInputs) {
     ASSERT_EQ(world.Start(), 0);
     for (const char* port : {"H1:5", "H1:6"})
       EXPECT_EQ(world.fabric().FindAdapter(port)->space().Get(0x3B) >> 16 & 0xF, field) << port;
-    EXPECT_EQ(world.InDriver([](USB4_DOMAIN& domain) { return std::string(domain.HostRouter->Info.Name); }),
+    EXPECT_EQ(world.InDriver([](USB4_DOMAIN& domain) { return std::string(domain.HostRouter.Peek()->Info.Name); }),
               field == 0 ? "0-0" : "1-0");
   }
 }
@@ -101,6 +102,7 @@ WORLD_TEST(Unplugged, NothingBehindAnUnpluggedRouterIsAsked) {
   bench.StartQuietly();
   bench.Requests();
   bench.InDriver([](USB4_DOMAIN& domain) {
+    const RunGuard guard(domain);
     KivUsb4SwitchSetUnplugged(domain.HostRouter);
     EXPECT_FALSE(domain.HostRouter->Unplugged.IsSet()) << "the host router never is";
     USB4_SWITCH* hub = domain.HostRouter->Adapters[1].Remote->Router;

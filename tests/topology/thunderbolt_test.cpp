@@ -65,7 +65,8 @@ WORLD_TEST(Thunderbolt, EveryGenerationHangsBelowEitherKindOfHost) {
       EXPECT_STREQ(KivUsb4SwitchGenerationName(&router), "Thunderbolt 1");
       EXPECT_EQ(router.LinkControllerCapability, 0xFFFFFFFFu);
       const std::uint8_t noUid[16] = {0, 0, 0, 0, 0, 0, 0, 0, 255, 255, 255, 255, 255, 255, 255, 255};
-      EXPECT_EQ(std::vector<std::uint8_t>(router.Uuid, router.Uuid + 16), std::vector<std::uint8_t>(noUid, noUid + 16));
+      const std::uint8_t* uuid = router.Uuid;
+      EXPECT_EQ(std::vector<std::uint8_t>(uuid, uuid + 16), std::vector<std::uint8_t>(noUid, noUid + 16));
     });
   }
 }

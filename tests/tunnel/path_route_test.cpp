@@ -2,6 +2,7 @@
 // links that are bonded, not bonded, and both in one domain, as text.
 #include <gtest/gtest.h>
 
+#include "include/locks.h"
 #include "tests/support/tunnel_bench.h"
 #include "topology/link.h"
 #include "tunnel/path.h"
@@ -106,6 +107,11 @@ WORLD_TEST(PathRoutes, TakeTheLaneOfTheirLinkNumberUnlessLanesAreBonded) {
   }
 }
 
+void SetRemote(USB4_PORT* adapter, USB4_PORT* remote) {
+  const SpinLockGuard guard(adapter->Router->Domain->TopologyLock);
+  adapter->Remote = remote;
+}
+
 WORLD_TEST(PathRoutes, AreRefusedWithNothingReserved) {
   BondedChain chain(true, true);
   EXPECT_EQ(chain.Path("H1:3", 7, "D1:9", 8, 0), "none") << "a source hop ID that is never handed out";
@@ -114,11 +120,11 @@ WORLD_TEST(PathRoutes, AreRefusedWithNothingReserved) {
   chain.InRun([&](USB4_DOMAIN& domain) {
     USB4_PORT* lane = chain.Port(domain, "D1:3");
     USB4_PORT* remote = lane->Remote;
-    lane->Remote = nullptr;
+    SetRemote(lane, nullptr);
     EXPECT_EQ(KivUsb4PathAlloc(&domain, {{chain.Port(domain, "H1:3"), 8}, {chain.Port(domain, "D2:9"), 8}, 0, "test"}),
               nullptr)
         << "the way breaks off";
-    lane->Remote = remote;
+    SetRemote(lane, remote);
     // A second path over the same links takes the next hop IDs; a third from the same adapter is refused.
     USB4_PATH* first =
         KivUsb4PathAlloc(&domain, {{chain.Port(domain, "H1:3"), 8}, {chain.Port(domain, "D1:9"), 8}, 0, "test"});
