@@ -18,6 +18,7 @@
 #include "sim/router/drom_writer.h"
 #include "topology/device_list.h"
 #include "topology/drom.h"
+#include "topology/drom_parse.h"
 
 namespace fuzz {
 namespace {

@@ -9,8 +9,8 @@
 
 #include "hostif/crc32c.h"
 #include "lab/decode/driver_drom.h"
-#include "topology/drom.h"
 #include "topology/drom_image.h"
+#include "topology/drom_parse.h"
 
 namespace lab {
 namespace {

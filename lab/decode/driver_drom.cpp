@@ -10,8 +10,8 @@
 #include "lab/machine/machine_config.h"
 #include "platform/host/host_kernel.h"
 #include "platform/host/simulation.h"
-#include "topology/drom.h"
 #include "topology/drom_image.h"
+#include "topology/drom_parse.h"
 
 namespace lab {
 namespace {

@@ -1,12 +1,17 @@
-// Building the trees of PCIe and USB3 tunnels.
+// Building the trees of PCIe and USB3 tunnels, and clearing away what ran through an unplugged router.
 #include "cm/tunnel_policy.h"
 
+#include <span>
+
+#include "hostif/abort.h"
 #include "include/trace.h"
 #include "topology/router_queries.h"
+#include "tunnel/dp_resources.h"
 #include "tunnel/link_bandwidth.h"
 #include "tunnel/pcie_tunnel.h"
 #include "tunnel/protocol_adapter.h"
 #include "tunnel/tunnel.h"
+#include "tunnel/tunnel_kind.h"
 #include "tunnel/tunnel_list.h"
 #include "tunnel/usb3_tunnel.h"
 
@@ -72,6 +77,10 @@ KIV_RESULT BuildUsb3(USB4_DOMAIN* domain, const USB4_ENDS& ends) {
   return result;
 }
 
+bool IsGone(const USB4_PORT* adapter) {
+  return adapter != nullptr && adapter->Router->Unplugged.IsSet();
+}
+
 }  // namespace
 
 KIV_RESULT KivUsb4CreatePcieTunnels(USB4_SWITCH* router) {
@@ -113,4 +122,30 @@ USB4_PORT* KivUsb4FindPcieDown(const USB4_SWITCH* parent, const USB4_PORT* laneA
 USB4_PORT* KivUsb4FindUsb3Down(const USB4_SWITCH* parent, const USB4_PORT* laneAdapter) {
   USB4_PORT* candidate = UnlessInUse(Usb4SwitchMapUsb3Down(parent, laneAdapter), USB4_ADAPTER_USB3_DOWNSTREAM);
   return candidate != nullptr ? candidate : KivUsb4FindUnusedPort(parent, USB4_ADAPTER_USB3_DOWNSTREAM);
+}
+
+bool KivUsb4IsTunnelInValid(const USB4_TUNNEL* tunnel) {
+  for (const USB4_PATH* path : std::span<USB4_PATH*>(tunnel->Paths, tunnel->PathCount)) {
+    if (path == nullptr) continue;
+    for (const USB4_HOP& hop : std::span<USB4_HOP>(path->Hops, path->HopCount)) {
+      if (IsGone(hop.InputAdapter) || IsGone(hop.OutputAdapter)) return true;
+    }
+  }
+  return false;
+}
+
+void KivUsb4RemoveInvalidTunnels(USB4_DOMAIN* domain) {
+  const PathGuard paths(*domain);
+  for (USB4_TUNNEL& tunnel : TunnelsOf(domain)) {
+    if (!KivUsb4IsTunnelInValid(&tunnel)) continue;
+    TraceStep("sweep tunnel", "type", tunnel.Type);
+    KivUsb4DeactivateAndFreeTunnel(&tunnel, {.Unlink = true, .KeepHardware = false});
+  }
+}
+
+void KivUsb4RemoveSwitchDpResources(USB4_SWITCH* router) {
+  for (const USB4_PORT& adapter : AdaptersOf(router)) {
+    if (KivUsb4PortHasDownstreamLink(&adapter)) KivUsb4RemoveSwitchDpResources(adapter.Remote->Router);
+  }
+  for (USB4_PORT& adapter : AdaptersOf(router)) RemoveDpResource(router->Domain, &adapter);
 }

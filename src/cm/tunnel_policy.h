@@ -1,10 +1,11 @@
 // Which PCIe and USB3 tunnels exist: one of each from every router's parent to the router, so that the tree of routers
-// carries a tree of either kind. PASSIVE_LEVEL, under the domain's run lock and
-// path lock.
+// carries a tree of either kind; and what goes with a router that has been unplugged. PASSIVE_LEVEL, under the domain's
+// run lock; building tunnels, and looking at one, under its path lock too.
 #pragma once
 #include "include/domain_record.h"
 #include "include/router_record.h"
 #include "include/status.h"
+#include "include/tunnel_record.h"
 
 // The router's tunnel, unless it is the host router, then those of everything behind it: parents before children,
 // siblings in adapter order. The first failure ends the whole walk and is returned.
@@ -21,3 +22,10 @@
 // the first free one; null when there is none. A Thunderbolt 3 router knows no positions for PCIe.
 [[nodiscard]] USB4_PORT* KivUsb4FindPcieDown(const USB4_SWITCH* parent, const USB4_PORT* laneAdapter);
 [[nodiscard]] USB4_PORT* KivUsb4FindUsb3Down(const USB4_SWITCH* parent, const USB4_PORT* laneAdapter);
+
+// Some hop of some path, active or not, enters or leaves a router that is marked unplugged. Under the path lock.
+[[nodiscard]] bool KivUsb4IsTunnelInValid(const USB4_TUNNEL* tunnel);
+// Takes every such tunnel of the domain's list down. What is left of it on the near side is switched off.
+void KivUsb4RemoveInvalidTunnels(USB4_DOMAIN* domain);
+// Takes the adapters of the router, and of everything behind it, off the list of DisplayPort resources.
+void KivUsb4RemoveSwitchDpResources(USB4_SWITCH* router);

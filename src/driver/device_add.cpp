@@ -1,12 +1,14 @@
 // Device add, in the framework's order: what is set before the device exists, the device, what hangs off it.
 #include "driver/device_add.h"
 
+#include <cstddef>
+
 #include "driver/acpi.h"
-#include "driver/controller.h"
 #include "driver/power_callbacks.h"
 #include "driver/prepare_hardware.h"
 #include "driver/queues.h"
 #include "driver/registry_policy.h"
+#include "driver/release_hardware.h"
 #include "hostif/power.h"
 #include "include/device_context.h"
 #include "include/status.h"
@@ -14,6 +16,26 @@
 #include "net/network_requests.h"
 
 namespace {
+
+constexpr std::size_t kComparedCharacters = 21;
+
+struct ControllerRow {
+  WCHAR Prefix[kComparedCharacters + 1];
+  LONG Index;
+};
+
+constexpr ControllerRow kControllers[] = {
+    {L"PCI\\VEN_1F3A&DEV_3A0E", 0}, {L"PCI\\VEN_1F3A&DEV_3A48", 0}, {L"PCI\\VEN_1F3A&DEV_3A64", 0},
+    {L"PCI\\VEN_1F3A&DEV_3A0F", 1}, {L"PCI\\VEN_1F3A&DEV_3A49", 1}, {L"PCI\\VEN_1F3A&DEV_3A65", 1},
+};
+
+// A shorter ID differs at its terminator, so nothing behind it is read.
+bool HasPrefix(const WCHAR* hardwareId, const ControllerRow& row) {
+  for (std::size_t i = 0; i < kComparedCharacters; ++i) {
+    if (hardwareId[i] != row.Prefix[i]) return false;
+  }
+  return true;
+}
 
 constexpr DEVICE_TYPE kBusExtender = 42;
 constexpr ULONG kChildIdentificationBytes = 32;
@@ -96,6 +118,14 @@ void ReportDefaultState(WDFDEVICE device) {
 }
 
 }  // namespace
+
+LONG KivUsb4ReturnControllerBasedOnDevId(const WCHAR* hardwareId) {
+  for (const ControllerRow& row : kControllers) {
+    if (HasPrefix(hardwareId, row)) return row.Index;
+  }
+  TraceWarning("unknown controller");
+  return -1;
+}
 
 NTSTATUS USB4EvtDeviceAdd(WDFDRIVER, PWDFDEVICE_INIT init) {
   DEVICE_EXTENSION* context = nullptr;

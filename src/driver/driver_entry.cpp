@@ -3,7 +3,7 @@
 #include <wdf.h>
 
 #include "driver/device_add.h"
-#include "include/driver_context.h"
+#include "include/device_context.h"
 #include "include/status.h"
 #include "include/trace.h"
 

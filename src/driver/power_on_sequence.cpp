@@ -5,7 +5,7 @@
 #include <wdmguid.h>
 
 #include "include/bits.h"
-#include "include/driver_context.h"
+#include "include/device_context.h"
 #include "include/status.h"
 #include "include/trace.h"
 

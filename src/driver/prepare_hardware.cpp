@@ -1,8 +1,7 @@
 // Hardware preparation. PASSIVE_LEVEL, before any interrupt is connected.
 #include "driver/prepare_hardware.h"
 
-#include "driver/bar_mapping.h"
-#include "driver/interrupts.h"
+#include "driver/hardware_resources.h"
 #include "driver/power_on_sequence.h"
 #include "driver/registry_policy.h"
 #include "hostif/domain.h"

@@ -1,4 +1,4 @@
-// Hardware preparation and release: from the resources that the bus hands out to a domain, and back.
+// Hardware preparation: from the resources that the bus hands out to a domain.
 #pragma once
 #include <ntddk.h>
 #include <wdf.h>
@@ -7,5 +7,3 @@
 // 0xC0000182 for a missing descriptor, 0xC00000A0 without a domain. Hardware that claims no rings ends the preparation
 // with success: the device then does nothing.
 EVT_WDF_DEVICE_PREPARE_HARDWARE USB4EvtDevicePrepareHardware;
-// Undoes whatever the preparation and the first start came to. 0xC0000017 without a device context.
-EVT_WDF_DEVICE_RELEASE_HARDWARE USB4EvtDeviceReleaseHardware;

@@ -1,8 +1,9 @@
 // Hardware release, also after a preparation or a start that failed half-way. PASSIVE_LEVEL, interrupts disconnected.
+#include "driver/release_hardware.h"
+
 #include <utility>
 
-#include "driver/bar_mapping.h"
-#include "driver/prepare_hardware.h"
+#include "driver/hardware_resources.h"
 #include "hostif/abort.h"
 #include "hostif/control_channel.h"
 #include "hostif/domain.h"

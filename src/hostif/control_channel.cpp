@@ -1,11 +1,10 @@
-// The control channel's life, transmission and acknowledgements. Reception: control_receive.cpp.
+// The control channel's life, transmission, reception and acknowledgements.
 #include "hostif/control_channel.h"
 
 #include <cstring>
 
 #include "hostif/config_request.h"
 #include "hostif/control_packet.h"
-#include "hostif/control_receive.h"
 #include "hostif/host_interface.h"
 #include "hostif/ring.h"
 #include "hostif/upcalls.h"
@@ -23,6 +22,10 @@ constexpr std::uint8_t kSecondUuid[16] = {0x79, 0x8f, 0x58, 0x9e, 0x36, 0x16, 0x
 constexpr std::uint32_t kPlugAckCode = 7;
 constexpr std::uint32_t kPlugged = 2;
 constexpr std::uint32_t kUnplugged = 3;
+
+USB4_CTL_PKG* PacketOfFrame(USB4_RING_FRAME* frame) {
+  return CONTAINING_RECORD(frame, USB4_CTL_PKG, Frame);
+}
 
 void FreeSent(USB4_RING*, USB4_RING_FRAME* frame, bool) {
   KivUsb4CtlPkgFree(PacketOfFrame(frame));
@@ -71,6 +74,52 @@ void CreateWorkItems(DEVICE_EXTENSION* context) {
       KivUsb4InitializeGenericXDomainWorkItem(context, &context->GenericXDomainWorkItem, KivUsb4XdpHandleRequest));
   TraceWorkItemFailure("network clean-up", KivUsb4InitializeGenericXDomainWorkItem(
                                                context, &context->NetCleanUpWorkItem, KivUsb4NetCleanUpWorkItem));
+}
+
+bool GoesToEventCallback(USB4_CTL* channel, const USB4_CTL_PKG* packet) {
+  return channel->EventCallback(channel->EventContext, packet->Pdf(), packet->Buffer, packet->Bytes());
+}
+
+// Returns true when the packet may answer a request.
+bool SortPacket(USB4_CTL* channel, const USB4_CTL_PKG* packet, bool crcGood) {
+  switch (packet->Pdf()) {
+    case USB4_PDF_READ:
+    case USB4_PDF_WRITE:
+    case USB4_PDF_NOTIFICATION:
+    case USB4_PDF_ANSWER_8:
+    case USB4_PDF_ANSWER_9:
+      if (!crcGood) {
+        TraceErrorBy(NAME_OF(KivUsb4CtlRxCallback), "packet dropped for its CRC", "type",
+                     AsWord(PacketTypeName(packet->Pdf())), "bytes", packet->Bytes());
+        return false;
+      }
+      if (!KivUsb4AsyncError(packet)) return true;
+      IgnoreResult(GoesToEventCallback(channel, packet));  // a notification answers nobody, whatever the callback says
+      return false;
+    case USB4_PDF_HOT_PLUG:
+    case USB4_PDF_EVENT_10:
+      // Taken as it is: a notification whose CRC is wrong still says that something changed, and it is looked up
+      // anyway.
+      return !GoesToEventCallback(channel, packet);
+    case USB4_PDF_XDOMAIN_REQUEST:
+    case USB4_PDF_XDOMAIN_RESPONSE:
+      // A request of this host to its peer is answered with a response, so the packet is offered to requests in any
+      // case.
+      if (crcGood) {
+        IgnoreResult(GoesToEventCallback(channel, packet));
+      } else {
+        TraceErrorBy(NAME_OF(KivUsb4CtlRxCallback), "inter-domain packet with a bad CRC", "type",
+                     AsWord(PacketTypeName(packet->Pdf())), "bytes", packet->Bytes());
+      }
+      return true;
+    default:
+      return true;
+  }
+}
+
+// The descriptor is what the device says: a size beyond the buffer must not be believed.
+bool SizeIsPossible(std::uint32_t bytes) {
+  return bytes >= kControlCrcBytes && bytes % 4 == 0 && bytes <= kControlBufferBytes;
 }
 
 }  // namespace
@@ -172,4 +221,16 @@ KIV_RESULT KivUsb4CfgAckPlug(USB4_CTL* channel, USB4_ROUTE route, std::uint32_t 
                                    PlugAckWord::Code::Of(kPlugAckCode) | PlugAckWord::Adapter::Of(adapter) |
                                        PlugAckWord::Plug::Of(unplug ? kUnplugged : kPlugged)};
   return KivUsb4CtlTx(channel, packet, sizeof packet, USB4_PDF_NOTIFICATION);
+}
+
+void KivUsb4CtlRxCallback(USB4_RING* ring, USB4_RING_FRAME* frame, bool cancelled) {
+  if (cancelled) return;  // stays with the channel, which posts it when it starts again
+  USB4_CTL_PKG* packet = PacketOfFrame(frame);
+  if (SizeIsPossible(packet->Bytes())) {
+    const bool crcGood = UnpackReceived(packet);
+    if (SortPacket(packet->Owner, packet, crcGood)) AnswerRequest(packet->Owner, packet);
+  } else {
+    TraceError("packet size impossible", "bytes", packet->Bytes());
+  }
+  if (KivUsb4RingRx(ring, frame) != kKivOk) TraceInfo("receive packet kept, the ring has stopped");
 }

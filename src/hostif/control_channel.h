@@ -30,6 +30,10 @@ _IRQL_requires_max_(PASSIVE_LEVEL) void KivUsb4CtlPkgFree(USB4_CTL_PKG* packet);
 _IRQL_requires_max_(PASSIVE_LEVEL) [[nodiscard]] KIV_RESULT
     KivUsb4CtlTx(USB4_CTL* channel, const std::uint32_t* packet, std::uint32_t bytes, std::uint32_t pdf);
 
+// The completion of every receive packet: checks it, hands it on, and posts it again unless it was cancelled. On the
+// receive handler; nothing there may wait for an answer, because answers come in through here.
+_IRQL_requires_max_(PASSIVE_LEVEL) void KivUsb4CtlRxCallback(USB4_RING* ring, USB4_RING_FRAME* frame, bool cancelled);
+
 // Tells a router that its hot-plug event has been handled; the router stops repeating it. 0 or -1.
 _IRQL_requires_max_(PASSIVE_LEVEL) [[nodiscard]] KIV_RESULT
     KivUsb4CfgAckPlug(USB4_CTL* channel, USB4_ROUTE route, std::uint32_t adapter, bool unplug);

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "include/domain_record.h"
+#include "include/host_interface_record.h"
 #include "include/status.h"
 
 // Null when there is no memory. `kind` is 0 for every domain there is.
@@ -24,3 +25,8 @@ _IRQL_requires_max_(PASSIVE_LEVEL) void StartBus(USB4_DOMAIN* domain, bool resum
 _IRQL_requires_max_(PASSIVE_LEVEL)
     [[nodiscard]] bool USB4DomainEventCallback(void* context, std::uint32_t pdf, const std::uint32_t* packet,
                                                std::uint32_t bytes);
+
+// Whether the diagnostics tree of files is kept up to date.
+_IRQL_requires_max_(DISPATCH_LEVEL) [[nodiscard]] inline bool KivUsb4DiagnosticsEnabled(const USB4_DOMAIN* domain) {
+  return domain->HostInterface->DiagnosticsEnabled.IsSet();
+}

@@ -5,6 +5,10 @@
 
 #include "include/host_interface_record.h"
 
+// One register of BAR0, by its offset in bytes. Any IRQL.
+[[nodiscard]] std::uint32_t ReadHostRegister(const USB4_HOST_INTERFACE& hostInterface, std::uint32_t offset);
+void WriteHostRegister(const USB4_HOST_INTERFACE& hostInterface, std::uint32_t offset, std::uint32_t value);
+
 // Reads the hop count into the record. 0: the hardware is of no use.
 _IRQL_requires_max_(PASSIVE_LEVEL) void ReadHopCount(USB4_HOST_INTERFACE& hostInterface);
 

@@ -1,6 +1,7 @@
 // Interrupts only record: the service routine clears the status and asks for the handler, which runs at PASSIVE_LEVEL.
 #include "hostif/interrupt_handlers.h"
 
+#include "hostif/host_interface.h"
 #include "hostif/ring.h"
 #include "hostif/ring_registers.h"
 #include "include/control_channel_record.h"

@@ -62,9 +62,6 @@ struct CapabilitiesWord {
   using HopCount = Bits<0, 10>;
 };
 
-[[nodiscard]] std::uint32_t ReadHostRegister(const USB4_HOST_INTERFACE& hostInterface, std::uint32_t offset);
-void WriteHostRegister(const USB4_HOST_INTERFACE& hostInterface, std::uint32_t offset, std::uint32_t value);
-
 [[nodiscard]] inline std::uint32_t RingRegister(const USB4_RING& ring, std::uint32_t which) {
   const std::uint32_t base = ring.IsTransmit ? kTransmitRingBase : kReceiveRingBase;
   return base + kRingStride * static_cast<std::uint32_t>(ring.Hop) + which;

@@ -1,4 +1,5 @@
-// The context of the function device of one host router: what callbacks, handlers and work items reach first.
+// The contexts of the framework's objects: what is driver-wide, and what callbacks, handlers and work items reach
+// first.
 #pragma once
 #include <ntddk.h>
 #include <wdf.h>
@@ -16,6 +17,18 @@ struct USB4_XDOMAIN;
 inline constexpr std::uint32_t kInterruptCount = 4;
 inline constexpr std::uint32_t kSecondController = 1;  // of a machine; its DP IN adapters are marked
 
+// Of the WDFDRIVER object. Everything that would be a global lives here, so that the image holds no writable data and
+// several instances in one process stay apart.
+struct DRIVER_CONTEXT {
+  REGHANDLE TraceHandle;          // 0 while tracing is not registered
+  AtomicLong PowerOnSequenceRun;  // 1 once the power-on sequence of a PCI function 8086:9A1B has been run
+  void* RegisterBase;             // the mapping of BAR0 made last, for the debugger; owned by its host interface
+  ULONG RegisterLength;           // bytes
+};
+
+WDF_DECLARE_CONTEXT_TYPE_WITH_NAME(DRIVER_CONTEXT, DriverContextOf)
+
+// Of the function device of one host router.
 struct DEVICE_EXTENSION {
   WDFDEVICE Device;
   WDFINTERRUPT Interrupts[kInterruptCount];  // in creation order, which is message order

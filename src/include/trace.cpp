@@ -1,7 +1,7 @@
 // Writes trace events; the registration handle stands in the driver object's context.
 #include "include/trace.h"
 
-#include "include/driver_context.h"
+#include "include/device_context.h"
 #include "include/status.h"
 
 namespace {

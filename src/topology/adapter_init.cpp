@@ -1,9 +1,10 @@
 // Reading an adapter's header and capabilities, and pairing lanes by default.
+#include "topology/adapter_init.h"
+
 #include "include/device_context.h"
 #include "include/trace.h"
 #include "topology/capabilities.h"
 #include "topology/router_access.h"
-#include "topology/router_lifecycle.h"
 #include "topology/router_queries.h"
 
 namespace {

@@ -5,12 +5,12 @@
 #include <cstring>
 #include <utility>
 
-#include "hostif/diagnostics.h"
+#include "hostif/domain.h"
 #include "include/host_interface_record.h"
 #include "include/locks.h"
 #include "include/trace.h"
-#include "topology/router_lifecycle.h"
 #include "topology/router_queries.h"
+#include "topology/router_remove.h"
 #include "topology/upcalls.h"
 
 namespace {

@@ -1,14 +1,4 @@
-// The DROM of a router: how its image is read, checked and applied to the records. PASSIVE_LEVEL, while a router is
-// added.
-//
-// Offsets are bytes from the start of the image, multi-byte values little-endian:
-//    0     CRC-8 of bytes 1 to 8 (checked in the Thunderbolt format only)
-//    1..8  UID
-//    9..12 CRC-32C of the data part, which starts at 13
-//   13     version: 3 = USB4 format, anything else = Thunderbolt format
-//   14..15 bits 11:0: data length, counted from 13
-//   17..18 vendor ID, 19..20 model ID (Thunderbolt format)
-//   16 (USB4) or 22 (Thunderbolt): the first entry
+// The DROM of a router: how its image is read and kept. PASSIVE_LEVEL, while a router is added.
 #pragma once
 #include <cstdint>
 
@@ -18,17 +8,6 @@
 // Reads the image and applies it. 0 also when the image is broken (it is dropped then) and for every router from which
 // none is wanted; -1 or an access error only when a USB4 device router's image can't be read.
 [[nodiscard]] KIV_RESULT KivUsb4DromRead(USB4_SWITCH* router);
-// 0, or -1 for a broken image. Entries in front of a broken one keep their effect.
-[[nodiscard]] KIV_RESULT KIVUsb4DromParse(USB4_SWITCH* router);    // USB4 format
-[[nodiscard]] KIV_RESULT KIVUsb4tbdromparse(USB4_SWITCH* router);  // Thunderbolt format
-// Entries from byte `first` to the end of the image.
-[[nodiscard]] KIV_RESULT KivUsb4DromParseEntries(USB4_SWITCH* router, std::uint32_t first);
-// One entry, which starts at byte `entry` and whose length byte has been checked.
-[[nodiscard]] KIV_RESULT KivUsb4DromParseEntryGeneric(USB4_SWITCH* router, std::uint32_t entry);
-[[nodiscard]] KIV_RESULT KivUsb4DromParseEntryPort(USB4_SWITCH* router, std::uint32_t entry);
-
-// Polynomial 0x07, initial value 0xFF, most significant bit first, no final complement.
-[[nodiscard]] std::uint8_t Crc8(const std::uint8_t* data, std::uint32_t bytes);
 
 // `length` bytes from byte `offset` of the DROM, by the way that the router's kind has.
 [[nodiscard]] KIV_RESULT KivUsb4DromReadBytes(const USB4_SWITCH* router, std::uint16_t offset, std::uint8_t* buffer,

@@ -1,4 +1,13 @@
 // Places in a DROM image, for the files that read and parse one.
+//
+// Offsets are bytes from the start of the image, multi-byte values little-endian:
+//    0     CRC-8 of bytes 1 to 8 (checked in the Thunderbolt format only)
+//    1..8  UID
+//    9..12 CRC-32C of the data part, which starts at 13
+//   13     version: 3 = USB4 format, anything else = Thunderbolt format
+//   14..15 bits 11:0: data length, counted from 13
+//   17..18 vendor ID, 19..20 model ID (Thunderbolt format)
+//   16 (USB4) or 22 (Thunderbolt): the first entry
 #pragma once
 #include "include/router_record.h"
 

@@ -1,9 +1,10 @@
 // Checking a DROM image and applying its entries to the router and its adapters.
+#include "topology/drom_parse.h"
+
 #include <cstring>
 
 #include "hostif/crc32c.h"
 #include "include/trace.h"
-#include "topology/drom.h"
 #include "topology/drom_image.h"
 #include "topology/router_access.h"
 #include "topology/router_queries.h"

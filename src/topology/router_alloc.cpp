@@ -1,4 +1,6 @@
 // Making a router's record from the header that the router reports.
+#include "topology/router_alloc.h"
+
 #include <ntddk.h>
 
 #include <ntstrsafe.h>
@@ -8,9 +10,9 @@
 #include "include/trace.h"
 #include "topology/adapter_state.h"
 #include "topology/capabilities.h"
-#include "topology/router_lifecycle.h"
 #include "topology/router_queries.h"
 #include "topology/router_reference.h"
+#include "topology/router_remove.h"
 
 namespace {
 

@@ -1,9 +1,10 @@
-// Configuring a router: the header write that makes it answer to its route, and the set-up of USB4 routers.
+// Configuring a router: the header write that makes it answer to its route, the set-up of USB4 routers, the plug events
+// of Thunderbolt 3 ones.
+#include "topology/router_configure.h"
+
 #include "include/trace.h"
 #include "topology/adapter_state.h"
-#include "topology/plug_events.h"
 #include "topology/router_access.h"
-#include "topology/router_lifecycle.h"
 #include "topology/router_operation.h"
 #include "topology/router_queries.h"
 #include "topology/sleep.h"
@@ -70,4 +71,17 @@ KIV_RESULT KivUsb4SwitchSetup(USB4_SWITCH* router) {
   }
   return Usb4SwitchWaitForBit(
       router, {RouterCs6::kOffset, RouterCs6::ConfigurationReady::kMask, RouterCs6::ConfigurationReady::kMask});
+}
+
+KIV_RESULT KivUsb4PlugEventsActive(USB4_SWITCH* router, bool active) {
+  if (KivUsb4SwitchIsUsb4(router)) return kKivOk;
+  RouterCs4::Value cs4(router->Header[RouterCs4::kOffset]);
+  cs4.Set<RouterCs4::NotificationTimeout>(0xFF);
+  router->Header[RouterCs4::kOffset] = cs4.Word();
+  const KIV_RESULT result = WriteRegister<RouterCs4>(router, 0, cs4);
+  if (result != kKivOk) return result;
+  return ModifyRegister<PlugEventsCs1>(router, router->PlugEventsCapability, [active](PlugEventsCs1::Value& cs1) {
+    cs1.Set<PlugEventsCs1::LowMask>(1);
+    cs1.Set<PlugEventsCs1::HighMask>(active ? 0x0 : 0xF);
+  });
 }

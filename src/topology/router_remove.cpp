@@ -1,12 +1,13 @@
 // Taking routers out of the topology.
+#include "topology/router_remove.h"
+
 #include <utility>
 
 #include "include/locks.h"
 #include "include/peer_record.h"
 #include "include/trace.h"
 #include "topology/device_list.h"
-#include "topology/plug_events.h"
-#include "topology/router_lifecycle.h"
+#include "topology/router_configure.h"
 #include "topology/router_queries.h"
 #include "topology/router_reference.h"
 #include "topology/upcalls.h"

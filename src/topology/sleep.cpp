@@ -3,8 +3,8 @@
 
 #include "include/trace.h"
 #include "topology/link_controller.h"
-#include "topology/plug_events.h"
 #include "topology/router_access.h"
+#include "topology/router_configure.h"
 #include "topology/router_operation.h"
 #include "topology/router_queries.h"
 

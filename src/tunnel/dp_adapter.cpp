@@ -2,7 +2,7 @@
 #include "tunnel/dp_adapter.h"
 
 #include "topology/router_queries.h"
-#include "tunnel/protocol_registers.h"
+#include "tunnel/protocol_adapter.h"
 
 namespace {
 

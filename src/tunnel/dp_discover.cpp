@@ -1,11 +1,14 @@
 // DisplayPort tunnels that firmware has left in the routers.
+#include "tunnel/dp_discover.h"
+
 #include "include/trace.h"
 #include "tunnel/dp_adapter.h"
-#include "tunnel/dp_paths.h"
 #include "tunnel/dp_resources.h"
 #include "tunnel/dp_tunnel.h"
+#include "tunnel/path_discover.h"
 #include "tunnel/path_parameters.h"
 #include "tunnel/protocol_adapter.h"
+#include "tunnel/tunnel.h"
 #include "tunnel/tunnel_kind.h"
 #include "tunnel/tunnel_list.h"
 

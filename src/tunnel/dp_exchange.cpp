@@ -1,11 +1,12 @@
 // What DP adapters tell each other before their tunnel comes up: the handshake and the exchange of capabilities.
+#include "tunnel/dp_exchange.h"
+
 #include "include/trace.h"
 #include "topology/router_operation.h"
 #include "topology/router_queries.h"
 #include "tunnel/dp_capabilities.h"
-#include "tunnel/dp_paths.h"
 #include "tunnel/dp_tunnel.h"
-#include "tunnel/protocol_registers.h"
+#include "tunnel/protocol_adapter.h"
 
 namespace {
 

@@ -12,7 +12,6 @@
 #include "tunnel/dp_tunnel.h"
 #include "tunnel/link_bandwidth.h"
 #include "tunnel/protocol_adapter.h"
-#include "tunnel/protocol_registers.h"
 #include "tunnel/tunnel.h"
 #include "tunnel/tunnel_list.h"
 

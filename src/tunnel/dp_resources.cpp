@@ -2,7 +2,7 @@
 #include "tunnel/dp_resources.h"
 
 #include "hostif/abort.h"
-#include "hostif/diagnostics.h"
+#include "hostif/domain.h"
 #include "include/trace.h"
 #include "topology/router_queries.h"
 #include "tunnel/dp_policy.h"

@@ -6,12 +6,12 @@
 #include "topology/router_queries.h"
 #include "tunnel/dp_adapter.h"
 #include "tunnel/dp_capabilities.h"
-#include "tunnel/dp_paths.h"
+#include "tunnel/dp_exchange.h"
 #include "tunnel/dp_reservation.h"
 #include "tunnel/link_bandwidth.h"
 #include "tunnel/path_parameters.h"
 #include "tunnel/protocol_adapter.h"
-#include "tunnel/protocol_registers.h"
+#include "tunnel/tunnel.h"
 #include "tunnel/tunnel_kind.h"
 
 namespace {

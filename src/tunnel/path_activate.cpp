@@ -1,10 +1,10 @@
 // Programming a path into the routers along it, and taking it out again.
+#include "tunnel/path_activate.h"
+
 #include "hostif/abort.h"
 #include "include/trace.h"
 #include "topology/router_access.h"
-#include "tunnel/path.h"
-#include "tunnel/path_entry.h"
-#include "tunnel/port_credits.h"
+#include "tunnel/path_access.h"
 
 namespace {
 

@@ -2,10 +2,11 @@
 //
 // What an entry says comes from a router that somebody else has programmed: an adapter number that the router does not
 // have ends a walk like an entry that cannot be read, and a chain that bites its own tail ends with the hop limit.
+#include "tunnel/path_discover.h"
+
 #include "include/trace.h"
 #include "tunnel/hop_id.h"
-#include "tunnel/path.h"
-#include "tunnel/path_entry.h"
+#include "tunnel/path_access.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include "tunnel/pcie_tunnel.h"
 
 #include "tunnel/path_parameters.h"
-#include "tunnel/protocol_registers.h"
+#include "tunnel/protocol_adapter.h"
 #include "tunnel/tunnel_kind.h"
 #include "tunnel/two_way_tunnel.h"
 

@@ -1,11 +1,12 @@
-// Which protocol adapters are in use, which are free, and which belongs to which link. PASSIVE_LEVEL: whether an
-// adapter is in use is asked of the hardware each time.
+// Protocol adapters: which are in use, which are free, which belongs to which link, and the registers of their own
+// capability. PASSIVE_LEVEL: whether an adapter is in use is asked of the hardware each time.
 #pragma once
 #include <cstdint>
 
 #include "include/router_record.h"
 #include "include/status.h"
 #include "include/tunnel_record.h"
+#include "topology/router_access.h"
 
 // False for a null adapter.
 [[nodiscard]] bool PortIs(const USB4_PORT* adapter, USB4_ADAPTER_TYPE type);
@@ -24,3 +25,24 @@
 [[nodiscard]] USB4_PORT* Usb4SwitchMapPcieDown(const USB4_SWITCH* router, const USB4_PORT* laneAdapter);
 // The same, but an adapter that is switched on counts as none; later ones are not considered.
 [[nodiscard]] USB4_PORT* Usb4SwitchMapUsb3Down(const USB4_SWITCH* router, const USB4_PORT* laneAdapter);
+
+// A register of the adapter's own capability. An adapter without that capability holds 0 for its offset, where its
+// header stands. What these operations would read there means something else, and what they would write would break the
+// adapter: -1 instead, without an access.
+template <class R>
+[[nodiscard]] KIV_RESULT ReadProtocolRegister(const USB4_PORT* adapter, typename R::Value& value) {
+  if (adapter->ProtocolCapability == 0) return kKivFailed;
+  return ReadRegister<R>(adapter, adapter->ProtocolCapability, value);
+}
+
+template <class R>
+[[nodiscard]] KIV_RESULT WriteProtocolRegister(const USB4_PORT* adapter, typename R::Value value) {
+  if (adapter->ProtocolCapability == 0) return kKivFailed;
+  return WriteRegister<R>(adapter, adapter->ProtocolCapability, value);
+}
+
+template <class R, class Change>
+[[nodiscard]] KIV_RESULT ModifyProtocolRegister(const USB4_PORT* adapter, Change change) {
+  if (adapter->ProtocolCapability == 0) return kKivFailed;
+  return ModifyRegister<R>(adapter, adapter->ProtocolCapability, change);
+}

@@ -4,6 +4,7 @@
 #include <span>
 
 #include "include/trace.h"
+#include "tunnel/path_activate.h"
 #include "tunnel/tunnel_kind.h"
 
 namespace {

@@ -4,6 +4,8 @@
 #include <array>
 
 #include "tunnel/dp_adapter.h"
+#include "tunnel/dp_discover.h"
+#include "tunnel/dp_exchange.h"
 #include "tunnel/dp_tunnel.h"
 #include "tunnel/pcie_tunnel.h"
 #include "tunnel/protocol_adapter.h"

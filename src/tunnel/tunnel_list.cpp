@@ -1,8 +1,11 @@
-// The tunnel list and its counts.
+// The tunnel list and its counts, the end of a tunnel, and the records of orphans.
 #include "tunnel/tunnel_list.h"
 
+#include "hostif/abort.h"
 #include "include/locks.h"
 #include "include/trace.h"
+#include "topology/router_queries.h"
+#include "topology/upcalls.h"
 #include "tunnel/tunnel.h"
 #include "tunnel/tunnel_kind.h"
 
@@ -18,6 +21,13 @@ void TraceTunnel(const char* operation, const char* what, const USB4_TUNNEL* tun
   if (tunnel->Source == nullptr || tunnel->Destination == nullptr) return;
   TraceInfoBy(operation, what, "type", tunnel->Type, "source", AsAdapter(tunnel->Source), "destination",
               AsAdapter(tunnel->Destination), "up", tunnel->Allocated.Upstream, "down", tunnel->Allocated.Downstream);
+}
+
+bool RunsThrough(const USB4_TUNNEL& tunnel, const USB4_SWITCH* router) {
+  for (const USB4_PORT& adapter : AdaptersOf(router)) {
+    if (KivUsb4TunnelUsesPort(&tunnel, &adapter)) return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -68,4 +78,23 @@ void KivUsb4UpdateTunnelCnt(const USB4_TUNNEL* tunnel, USB4_DOMAIN* domain, bool
   domain->TunnelCount.Decrement();
   AtomicLong* ofKind = CountOf(domain, KindOf(tunnel->Type));
   if (ofKind != nullptr && ofKind->Load() != 0) ofKind->Decrement();
+}
+
+void KivUsb4DeactivateAndFreeTunnel(USB4_TUNNEL* tunnel, const USB4_TEARDOWN& how) {
+  if (!how.KeepHardware) KivUsb4TunnelDeactivate(tunnel);
+  if (how.Unlink && UnlinkTunnel(tunnel)) KivUsb4UpdateTunnelCnt(tunnel, tunnel->Owner);
+  const USB4_TUNNEL_KIND& kind = KindOf(tunnel->Type);
+  if (!how.KeepHardware && kind.GiveBack != nullptr) kind.GiveBack(tunnel);
+  KivUsb4TunnelFree(tunnel);
+}
+
+// Only the records go, while the adapters whose hop IDs they hold are still there. The hardware is left alone: it has
+// been out of reach of whoever let the tunnel go since then.
+void KivUsb4FreeOrphanTunnels(const USB4_SWITCH* router) {
+  const PathGuard paths(*router->Domain);
+  for (USB4_TUNNEL& tunnel : OrphanTunnelList(router->Domain->OrphanTunnelListHead)) {
+    if (!RunsThrough(tunnel, router)) continue;
+    OrphanTunnelList::Remove(tunnel);
+    KivUsb4TunnelFree(&tunnel);
+  }
 }

@@ -3,6 +3,7 @@
 
 #include "include/trace.h"
 #include "tunnel/path.h"
+#include "tunnel/path_discover.h"
 #include "tunnel/protocol_adapter.h"
 #include "tunnel/tunnel.h"
 #include "tunnel/tunnel_kind.h"

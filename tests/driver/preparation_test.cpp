@@ -3,7 +3,7 @@
 // and the registers afterwards, and that nothing is left behind.
 #include <gtest/gtest.h>
 
-#include "include/driver_context.h"
+#include "include/device_context.h"
 #include "tests/support/world.h"
 
 namespace {

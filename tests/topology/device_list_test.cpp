@@ -7,8 +7,8 @@
 #include "hostif/abort.h"
 #include "tests/support/bench.h"
 #include "topology/router_access.h"
-#include "topology/router_lifecycle.h"
 #include "topology/router_queries.h"
+#include "topology/router_remove.h"
 
 namespace tests {
 namespace {

@@ -1,6 +1,6 @@
 // Goal: a DROM is read whole, checked in its own order and applied entry by entry; a broken one costs the router its
 // names and nothing else. Method: a hub that is given images, byte by byte, and is then enumerated.
-#include "topology/drom.h"
+#include "topology/drom_parse.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>

@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "tests/support/bench.h"
-#include "topology/plug_events.h"
+#include "topology/router_configure.h"
 
 namespace tests {
 namespace {

@@ -6,10 +6,10 @@
 
 #include "hostif/abort.h"
 #include "tests/support/bench.h"
-#include "topology/plug_events.h"
 #include "topology/router_access.h"
-#include "topology/router_lifecycle.h"
+#include "topology/router_configure.h"
 #include "topology/router_operation.h"
+#include "topology/router_remove.h"
 
 namespace tests {
 namespace {

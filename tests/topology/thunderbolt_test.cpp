@@ -4,7 +4,7 @@
 
 #include "tests/support/bench.h"
 #include "topology/drom.h"
-#include "topology/router_lifecycle.h"
+#include "topology/router_configure.h"
 #include "topology/router_queries.h"
 
 namespace tests {

@@ -19,6 +19,7 @@
 #include "topology/link.h"
 #include "tunnel/dp_adapter.h"
 #include "tunnel/dp_capabilities.h"
+#include "tunnel/dp_exchange.h"
 #include "tunnel/link_bandwidth.h"
 #include "tunnel/tunnel.h"
 #include "tunnel/tunnel_list.h"

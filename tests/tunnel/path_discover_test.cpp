@@ -5,6 +5,7 @@
 #include "tests/support/step_log.h"
 #include "tests/support/tunnel_bench.h"
 #include "tunnel/path.h"
+#include "tunnel/path_discover.h"
 
 namespace tests {
 namespace {

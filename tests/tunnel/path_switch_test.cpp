@@ -7,7 +7,8 @@
 #include "tests/support/tunnel_bench.h"
 #include "topology/device_list.h"
 #include "tunnel/path.h"
-#include "tunnel/port_credits.h"
+#include "tunnel/path_access.h"
+#include "tunnel/path_activate.h"
 
 namespace tests {
 namespace {

@@ -1,11 +1,14 @@
-// Mapping and unmapping of BAR0, with the mapping call that the running kernel has.
-#include "driver/bar_mapping.h"
+// Mapping and unmapping of BAR0, with the mapping call that the running kernel has; and the interrupts, whose handlers
+// run as passive-level work items, so that they may take mutexes and block.
+#include "driver/hardware_resources.h"
 
 #include <utility>
 
-#include "include/driver_context.h"
+#include "hostif/interrupt_handlers.h"
+#include "include/device_context.h"
 #include "include/status.h"
 #include "include/trace.h"
+#include "net/frame_handlers.h"
 
 namespace {
 
@@ -30,6 +33,9 @@ void RememberDriverWide(const USB4_HOST_INTERFACE& hostInterface) {
   driver->RegisterLength = hostInterface.RegisterLength;
 }
 
+constexpr PFN_WDF_INTERRUPT_WORKITEM kHandlers[kInterruptCount] = {
+    USB4EvtInterruptTxDpc, USB4EvtInterruptRxDpc, USB4EvtInterruptTxFrameDpc, USB4EvtInterruptRxFrameDpc};
+
 }  // namespace
 
 NTSTATUS MapBar0(USB4_HOST_INTERFACE* hostInterface, const MEMORY_RANGE& bar0) {
@@ -47,4 +53,22 @@ NTSTATUS MapBar0(USB4_HOST_INTERFACE* hostInterface, const MEMORY_RANGE& bar0) {
 void UnmapBar0(USB4_HOST_INTERFACE* hostInterface) {
   void* base = std::exchange(hostInterface->RegisterBase, nullptr);
   if (base != nullptr) MmUnmapIoSpace(base, hostInterface->RegisterLength);
+}
+
+NTSTATUS KivUsb4InitializeInterrupt(WDFDEVICE device, PCM_PARTIAL_RESOURCE_DESCRIPTOR raw,
+                                    PCM_PARTIAL_RESOURCE_DESCRIPTOR translated) {
+  DEVICE_EXTENSION* context = DeviceContextOf(device);
+  if (context == nullptr) return kStatusNoContextInPrepare;
+  const std::uint32_t index = context->InterruptCount;
+  WDF_INTERRUPT_CONFIG config;
+  WDF_INTERRUPT_CONFIG_INIT(&config, USB4EvtInterruptIsr, nullptr);
+  config.EvtInterruptWorkItem = index < kInterruptCount ? kHandlers[index] : USB4EvtInterruptTxDpc;
+  config.InterruptRaw = raw;
+  config.InterruptTranslated = translated;
+  WDFINTERRUPT interrupt = nullptr;
+  const NTSTATUS status = WdfInterruptCreate(device, &config, WDF_NO_OBJECT_ATTRIBUTES, &interrupt);
+  if (!NT_SUCCESS(status)) return status;
+  if (index < kInterruptCount) context->Interrupts[index] = interrupt;
+  ++context->InterruptCount;
+  return status;
 }

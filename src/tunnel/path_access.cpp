@@ -1,8 +1,20 @@
-// Non-flow-controlled buffers.
-#include "tunnel/port_credits.h"
+// Path entries, and non-flow-controlled buffers.
+#include "tunnel/path_access.h"
 
 #include "topology/router_access.h"
 #include "topology/router_queries.h"
+
+KIV_RESULT ReadPathEntry(const USB4_PORT* adapter, std::uint32_t inputHopId, USB4_PATH_ENTRY& entry) {
+  std::uint32_t words[kPathEntryDwords] = {};
+  const KIV_RESULT result = ReadArray<PathEntryWords>(adapter, std::uint64_t{kPathEntryDwords} * inputHopId, words);
+  if (result == kKivOk) entry = {PathCs0::Value(words[0]), PathCs1::Value(words[1])};
+  return result;
+}
+
+KIV_RESULT WritePathEntry(const USB4_PORT* adapter, std::uint32_t inputHopId, const USB4_PATH_ENTRY& entry) {
+  return WriteArray<PathEntryWords>(adapter, std::uint64_t{kPathEntryDwords} * inputHopId,
+                                    {entry.Word0.Word(), entry.Word1.Word()});
+}
 
 KIV_RESULT KivUsb4PortAddNfcCredits(USB4_PORT* adapter, std::int32_t credits) {
   const USB4_SWITCH* router = adapter->Router;
