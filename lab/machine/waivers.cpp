@@ -43,7 +43,7 @@ std::vector<ComplaintWaiver> KnownComplaintWaivers() {
        "a DP IN whose capability could not be found is taken to have it at offset 0, where the header stands"},
       {DisplayResource, kAny, kAny, 100,
        "an answer about another adapter that a fault has put in the right one's place makes it a DP IN for the driver"},
-      {OperationBusy, kAny, kAny, 100,
+      {OperationBusy, kAny, kAny, 1000,
        "an operation that a router never ends is given up after its time-out, and the next one is asked all the same"},
       {DromMetadata, kAny, kAny, 100,
        "a metadata write that a fault has held back or overtaken leaves the DROM read with the metadata of another "

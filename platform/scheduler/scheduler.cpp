@@ -105,6 +105,7 @@ Time TickFor(const SimulationOptions& options) {
 Scheduler::Scheduler(Simulation& simulation) : state_(std::make_unique<State>(simulation)) {
   const SimulationOptions& options = simulation.options();
   seeded_ = options.policy != Policy::FirstCome;
+  touches_ = RandomStream(options.seed, "memory.touches").Next();
   state_->tick = TickFor(options);
   state_->drift = RandomStream(options.seed, "clock.drift");
   state_->lateAnswer = RandomStream(options.seed, "clock.late-answer");
