@@ -30,7 +30,6 @@ void TearDownTunnelOf(USB4_DOMAIN* domain, USB4_PORT* adapter) {
 }  // namespace
 
 void KivUsb4SwitchAddDpInResources(const USB4_SWITCH* router) {
-  const PathGuard paths(*router->Domain);
   for (USB4_PORT& adapter : AdaptersOf(router)) {
     if (adapter.Type() != USB4_ADAPTER_DP_IN || !KivUsb4SwitchQueryDpResource(router, &adapter)) continue;
     if (IsHostRouter(router)) AppendOnce(router->Domain, &adapter);

@@ -16,7 +16,7 @@ using DpResourceList = ListView<USB4_PORT, offsetof(USB4_PORT, DpResourceLink), 
 
 // Lists the router's free DP IN adapters. Every router is asked, but only the host router's are listed: graphics enter
 // the domain there.
-void KivUsb4SwitchAddDpInResources(const USB4_SWITCH* router);
+_Requires_lock_held_(router->Domain->PathLock) void KivUsb4SwitchAddDpInResources(const USB4_SWITCH* router);
 // A plug event of a DP adapter: it is listed unless it carries a tunnel, and the policy runs. A DP IN of a device
 // router is never listed.
 void KivUsb4DpResourceAvailable(USB4_DOMAIN* domain, USB4_PORT* adapter);

@@ -2,7 +2,7 @@
 """Takes each guard of a lock out of src/, one at a time, and shows that a run notices: guards.py ROOT [FILE...].
 
 A guard is a local object whose class ends in 'Guard'. It counts as noticed when the driver no longer compiles without
-it or a run of one of the scenarios below fails that passes with it. The last line is 'N passed, N failed'.
+it or a run of one of the scenarios below, or else a test of the room, fails that passes with it. The last line is 'N passed, N failed'.
 """
 import re
 import shutil
@@ -10,12 +10,13 @@ import sys
 import time
 from pathlib import Path
 
-from run import TOOL, UNPATCHED, build, copy_tree, soak
+from run import TOOL, UNPATCHED, build, copy_tree, run, soak
 
 GUARD = re.compile(r"^ +(?:const )?(\w*Guard) (\w+)\((.*)\);$")
 SCENARIOS = ["typical-chain", "firmware-handover", "comings-and-goings", "sleep-changed-topology", "six-displays",
              "surprise-removal-while-scanning"]
 PROFILES = ["none", "light"]
+ROOMS_WITH_TESTS = {"hostif", "topology", "tunnel", "xdomain", "net", "cm", "ioctl", "driver"}
 SEEDS = 10
 
 
@@ -44,11 +45,22 @@ def first_failure(tree, tool):
     return ""
 
 
+def failing_test(tree, room):
+    program = f"{room}_tests"
+    for command in (["cmake", "--preset", "dev"], ["ninja", "-C", "build/dev", program]):
+        if run(*command, cwd=tree).returncode != 0:
+            sys.exit(f"{program} does not build")
+    done = run(f"build/dev/tests/{program}", "--gtest_brief=1", "--gtest_fail_fast", cwd=tree)
+    failed = re.search(r"^\[  FAILED  \] (\w+\.\w+)", done.stdout, re.M)
+    return failed.group(1) if failed else f"{program} ends with {done.returncode}" if done.returncode else ""
+
+
 def verdict(tree, name, number):
     without(tree, name, number)
     if build(tree):
         return True, "does not compile"
-    found = first_failure(tree, TOOL)
+    room = name.split("/")[1]
+    found = first_failure(tree, TOOL) or (failing_test(tree, room) if room in ROOMS_WITH_TESTS else "")
     return bool(found), found or "nobody notices"
 
 
