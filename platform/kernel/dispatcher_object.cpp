@@ -109,6 +109,7 @@ void NoteLockTaken(KernelCall& call, const HeldLock& lock) {
     }
   }
   held.push_back(lock);
+  call.task().NoteHeldPlaces();
 }
 
 }  // namespace platform

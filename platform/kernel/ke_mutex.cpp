@@ -62,6 +62,7 @@ LONG KeReleaseMutex(PRKMUTEX Mutex, BOOLEAN Wait) {
     return before;
   }
   std::erase_if(task.held, [&](const HeldLock& held) { return held.lock == Mutex; });
+  task.NoteHeldPlaces();
   PassOn(call, *Mutex);
   call.EffectVisible();
   return before;
@@ -82,6 +83,7 @@ bool platform::AcquireMutex(KernelCall& call, KMUTEX& mutex, Time deadline) {
   }
   if (polls) {
     task.held.push_back(HeldOf(call, mutex));  // who only tries can't be part of a deadlock
+    task.NoteHeldPlaces();
   } else {
     NoteLockTaken(call, HeldOf(call, mutex));
   }

@@ -96,6 +96,7 @@ void Release(KernelCall& call, PKSPIN_LOCK lock, unsigned newIrql) {
                                               std::to_string(newIrql));
   }
   task.held.erase(std::next(held).base());
+  task.NoteHeldPlaces();
   for (const HeldLock& other : task.held) {
     if (other.spin && newIrql < DISPATCH_LEVEL) {
       call.Report(Rule::IrqlLoweredWrongly, "below DISPATCH_LEVEL with another spin lock held");

@@ -50,11 +50,9 @@ void VerifierForbidLock(const volatile void* lock) {
 void VerifierRequirePlace(unsigned places) {
   const Task* task = Caller();
   if (task == nullptr) return;
-  const bool held = std::any_of(task->held.begin(), task->held.end(), [&](const HeldLock& one) {
-    return one.place != 0 && (places >> (one.place - 1) & 1) != 0;
-  });
-  if (!held) [[unlikely]]
+  if ((task->heldPlaces & places) == 0) [[unlikely]] {
     ReportMissingPlace(places);
+  }
   Scheduler::Active()->MemorySwitchPoint();
 }
 

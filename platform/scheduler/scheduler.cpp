@@ -70,7 +70,7 @@ struct Scheduler::State {
   std::uint32_t eventsSinceTimeMoved = 0;
   Time driftLeft = kDriftPerWait;
   Time tick = 1;
-  RandomStream drift, lateAnswer;
+  RandomStream lateAnswer;
   const void* schedulerStack = nullptr;
   std::size_t schedulerStackBytes = 0;
   void* schedulerFakeStack = nullptr;
@@ -106,8 +106,8 @@ Scheduler::Scheduler(Simulation& simulation) : state_(std::make_unique<State>(si
   const SimulationOptions& options = simulation.options();
   seeded_ = options.policy != Policy::FirstCome;
   touches_ = RandomStream(options.seed, "memory.touches").Next();
+  drift_ = RandomStream(options.seed, "clock.drift").Next();
   state_->tick = TickFor(options);
-  state_->drift = RandomStream(options.seed, "clock.drift");
   state_->lateAnswer = RandomStream(options.seed, "clock.late-answer");
 }
 
@@ -180,6 +180,7 @@ Task& Scheduler::Spawn(HostKernel* kernel, std::string name, std::function<void(
   task->call = "";
   task->stackTop_ = task->machine_->stack.Top();
   task->held.clear();
+  task->heldPlaces = 0;
   task->callbackContext = nullptr;
   Task::Machine& machine = *task->machine_;
   machine.fakeStack = nullptr;
@@ -285,7 +286,7 @@ void Scheduler::Stall(Time duration) {
 
 void Scheduler::SeededSwitchPoint() {
   if (current_ == nullptr) return;
-  if (state_->alone == nullptr && state_->drift.Chance(1, 32)) OnSchedulerStack([this] { DriftToNextDeviceEvent(); });
+  if (state_->alone == nullptr && OneIn(drift_, 5)) OnSchedulerStack([this] { DriftToNextDeviceEvent(); });
   ChooseNext();
 }
 

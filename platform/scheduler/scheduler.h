@@ -24,6 +24,11 @@ struct HeldLock {
 
 class Task {
  public:
+  // After each change of `held`.
+  void NoteHeldPlaces() {
+    heldPlaces = 0;
+    for (const HeldLock& lock : held) heldPlaces |= lock.place == 0 ? 0 : 1u << (lock.place - 1);
+  }
   HostKernel* kernel() const { return kernel_; }
   const std::string& name() const { return name_; }
   std::uint32_t ordinal() const { return ordinal_; }  // 1, 2, ... in order of creation
@@ -31,6 +36,7 @@ class Task {
   unsigned irql = 0;           // the running task's IRQL: 0 PASSIVE, 1 APC, 2 DISPATCH, 3.. device
   const char* call = "";       // platform call in progress, innermost
   std::vector<HeldLock> held;  // locks in order of acquisition
+  unsigned heldPlaces = 0;     // places of these locks; bit n stands for place n + 1
   void* callbackContext =
       nullptr;  // free for the framework: the work item, interrupt or power transition this task runs for
 
@@ -79,7 +85,7 @@ class Scheduler {
   // A possible switch point at a touch of shared memory, which takes no virtual time. One touch in eight is one: a
   // driver touches its lists far more often than it calls.
   void MemorySwitchPoint() {
-    if (seeded_ && (touches_ = touches_ * 0x5851F42D4C957F2Du + 0x14057B7EF767814Fu) >> 61 == 0) ChooseNext();
+    if (seeded_ && OneIn(touches_, 3)) ChooseNext();
   }
   // Runs `action` on the scheduler's stack while the task stands still: register handlers, sinks, reports.
   void OnSchedulerStack(ActionRef action);
@@ -103,6 +109,11 @@ class Scheduler {
 
  private:
   friend class KernelCall;
+  // Moves the stream on; true once in 2^`bits` times.
+  static bool OneIn(std::uint64_t& stream, unsigned bits) {
+    stream = stream * 0x5851F42D4C957F2Du + 0x14057B7EF767814Fu;
+    return stream >> (64 - bits) == 0;
+  }
   void SeededSwitchPoint();
   void ChooseNext();
   std::uint32_t Choose(std::span<Task* const> candidates);
@@ -123,7 +134,8 @@ class Scheduler {
   std::uint32_t callsSinceTimeMoved_ = 0;
   Time now_ = 0;
   std::uint64_t hash_ = 0;
-  std::uint64_t touches_ = 0;  // of guarded memory: a random stream, seeded by the run's seed
+  std::uint64_t touches_ = 0;  // streams of random bits: whether a touch of memory switches,
+  std::uint64_t drift_ = 0;    // whether a call takes time
 };
 
 // Opens every platform call: checks that a task runs and its IRQL, samples the stack, names the call for reports, mixes
