@@ -3,6 +3,9 @@
 #pragma once
 #include_next <ntddk.h>
 
+// The package has it in a header of file systems only.
+extern "C" NTSYSAPI ULONG NTAPI RtlRandom(PULONG Seed);
+
 #ifndef POOL_FLAG_NON_PAGED
 typedef ULONG64 POOL_FLAGS;
 #define POOL_FLAG_NON_PAGED 0x40ULL

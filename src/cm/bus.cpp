@@ -2,6 +2,7 @@
 #include "cm/bus.h"
 
 #include "cm/firmware_handover.h"
+#include "cm/peer_link.h"
 #include "cm/scan.h"
 #include "cm/tunnel_discovery.h"
 #include "cm/tunnel_policy.h"
@@ -117,6 +118,7 @@ void KivUsb4BusSuspend(USB4_DOMAIN* domain) {
   const RunGuard guard(*domain);
   TraceStep("suspend domain");
   KivUsb4DisconnectAndReleaseDp(domain);
+  KivUsb4NetStop(domain);
   if (domain->HostRouter != nullptr) KivUsb4SwitchSuspend(domain->HostRouter, domain->RuntimeIdle.IsSet());
   domain->Started.Set(false);
 }

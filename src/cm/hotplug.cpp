@@ -2,6 +2,7 @@
 #include "cm/hotplug.h"
 
 #include "cm/idle.h"
+#include "cm/peer_link.h"
 #include "cm/scan.h"
 #include "cm/tunnel_policy.h"
 #include "cm/upcalls.h"
@@ -13,6 +14,7 @@
 #include "topology/router_queries.h"
 #include "topology/router_remove.h"
 #include "topology/tmu.h"
+#include "topology/upcalls.h"
 #include "tunnel/dp_policy.h"
 #include "tunnel/dp_resources.h"
 #include "tunnel/protocol_adapter.h"
@@ -73,6 +75,9 @@ void Unplugged(USB4_PORT* adapter) {
   ClearSlots(adapter);
   if (KivUsb4PortHasDownstreamLink(adapter)) {
     RemoveBehind(adapter);
+  } else if (USB4_XDOMAIN* peer = ReferencePeerOf(adapter)) {
+    UnplugPeer(adapter, peer);
+    ReleasePeer(peer);
   } else if (IsDisplayAdapter(adapter)) {
     KivUsb4DpResourceUnavailable(domain, adapter);
   }

@@ -1,6 +1,7 @@
 // The scan: from a lane adapter that is up to a router that is part of the topology.
 #include "cm/scan.h"
 
+#include "cm/peer_link.h"
 #include "cm/tunnel_policy.h"
 #include "hostif/abort.h"
 #include "hostif/notifications.h"
@@ -32,15 +33,6 @@ void QueueDisplay(const USB4_PORT* dpOut) {
   if (KivUsb4DpPortHpdIsActive(dpOut) != 1 || KivUsb4DpPortIsEnabled(dpOut)) return;
   const USB4_SWITCH* router = dpOut->Router;
   KivUsb4QueueHotplug(router->Domain, {KivUsb4SwitchRoute(router), dpOut->Number, false});
-}
-
-// The marks of a link to another host come off, so that the link is nobody's.
-void UnmarkPeerLink(USB4_PORT* adapter) {
-  // Whatever comes to this adapter next sets what it needs.
-  IgnoreResult(KivUsb4SetXdomainConfiguredAny(adapter, false));
-  if (adapter->DualLinkPartner != nullptr) {
-    IgnoreResult(KivUsb4PortSetLaneEnabled(adapter->DualLinkPartner, true));
-  }
 }
 
 void LinkAdapters(USB4_PORT* down, USB4_PORT* up) {
@@ -88,11 +80,7 @@ USB4_SWITCH* Enumerate(USB4_PORT* adapter) {
   USB4_SWITCH* parent = adapter->Router;
   TraceStepBy(NAME_OF(KivUsb4ScanPort), "enumerate", "adapter", AsAdapter(adapter));
   const ROUTER_OR_ERROR found = KivUsb4SwitchAlloc(parent->Domain, parent, RouteBehind(parent, adapter->Number));
-  if (LooksLikePeer(found.Error)) {
-    TraceWarningBy(NAME_OF(KivUsb4ScanPort), "no peer support", "adapter", AsAdapter(adapter), "result",
-                   AsResult(found.Error));
-    UnmarkPeerLink(adapter);
-  }
+  if (LooksLikePeer(found.Error)) KivUsb4ScanXdomain(adapter);
   if (found.Error != kKivOk) return nullptr;
   USB4_SWITCH* router = found.Switch;
   KIV_RESULT result = KivUsb4SwitchConfigure(router);

@@ -10,7 +10,9 @@
 #include "include/status.h"
 #include "include/trace.h"
 #include "include/wait.h"
+#include "xdomain/computer_name.h"
 #include "xdomain/host_properties.h"
+#include "xdomain/request_handler.h"
 
 namespace {
 
@@ -38,6 +40,8 @@ NTSTATUS AllocateHostInterface(DEVICE_EXTENSION* context) {
   InitialiseAutoResetEvent(context->DeviceEvent);
   context->HandlerMutex.Initialise();
   context->XDomainMutex.Initialise();
+  InitializeListHead(&context->ReapListHead);
+  InitialisePeerRequests(context);
   return kStatusOk;
 }
 
@@ -117,8 +121,8 @@ NTSTATUS USB4EvtDevicePrepareHardware(WDFDEVICE device, WDFCMRESLIST raw, WDFCMR
   if (context == nullptr) return kStatusNoContextInPrepare;
   NTSTATUS status = AllocateHostInterface(context);
   if (!NT_SUCCESS(status)) return status;
-  status = KivUsb4XdomainInit(context->HostInterface);
-  if (!NT_SUCCESS(status)) TraceError("no properties for peers", "status", AsStatus(status));
+  const KIV_RESULT described = KivUsb4XdomainInit(context->HostInterface);
+  if (described != kKivOk) TraceError("no properties for peers", "result", AsResult(described));
   MEMORY_RANGES ranges = {};
   status = WalkResources(device, {raw, translated}, &ranges);
   if (!NT_SUCCESS(status)) return status;

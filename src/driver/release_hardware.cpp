@@ -14,6 +14,7 @@
 #include "include/status.h"
 #include "include/trace.h"
 #include "xdomain/host_properties.h"
+#include "xdomain/request_handler.h"
 
 namespace {
 
@@ -32,6 +33,7 @@ void TearDownDomain(DEVICE_EXTENSION* context) {
   // of it.
   GiveBackPowerReference(domain);
   if (domain->ControlChannel != nullptr) KivUsb4CtlStop(domain->ControlChannel);
+  DropPeerRequests(context);
   const USB4_HOST_INTERFACE* hostInterface = context->HostInterface;
   if (hostInterface->RegisterBase != nullptr) KivUsb4MaskInterrupts(*hostInterface);
   KivUSB4CtlFree(std::exchange(domain->ControlChannel, nullptr));

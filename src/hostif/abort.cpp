@@ -9,11 +9,11 @@ namespace {
 
 constexpr ULONG kLockPatienceMs = 5000;
 
+}  // namespace
+
 bool PowersDown(const USB4_DOMAIN* domain) {
   return domain->PowerDownThread == PsGetCurrentThreadId();
 }
-
-}  // namespace
 
 bool IsAborted(USB4_DOMAIN* domain) {
   return domain != nullptr && KeReadStateEvent(&domain->Aborted) != 0 && !PowersDown(domain);

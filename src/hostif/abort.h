@@ -30,6 +30,8 @@ class PowerDownScope {
   USB4_DOMAIN& domain_;
 };
 
+// Whether the calling flow is the one of the PowerDownScope.
+_IRQL_requires_max_(DISPATCH_LEVEL) [[nodiscard]] bool PowersDown(const USB4_DOMAIN* domain);
 // Begins the abort for every flow but that of the PowerDownScope.
 _IRQL_requires_max_(DISPATCH_LEVEL) void AbortOtherFlows(USB4_DOMAIN& domain);
 

@@ -72,6 +72,8 @@ void CreateWorkItems(DEVICE_EXTENSION* context) {
   TraceWorkItemFailure(
       "inter-domain requests",
       KivUsb4InitializeGenericXDomainWorkItem(context, &context->GenericXDomainWorkItem, KivUsb4XdpHandleRequest));
+  TraceWorkItemFailure("peer removal",
+                       KivUsb4InitializeGenericXDomainWorkItem(context, &context->ReaperWorkItem, ReapPeers));
   TraceWorkItemFailure("network clean-up", KivUsb4InitializeGenericXDomainWorkItem(
                                                context, &context->NetCleanUpWorkItem, KivUsb4NetCleanUpWorkItem));
 }

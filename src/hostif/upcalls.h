@@ -11,6 +11,7 @@ struct USB4_DOMAIN;
 
 void KivUsb4WorkItemCallback(WDFWORKITEM workItem);    // cm: the work loop
 void KivUsb4XdpHandleRequest(WDFWORKITEM workItem);    // xdomain: answers requests of peers
+void ReapPeers(WDFWORKITEM workItem);                  // xdomain: removes the peers that are to go
 void KivUsb4NetCleanUpWorkItem(WDFWORKITEM workItem);  // ioctl: cleans up after the network miniport
 // cm: brings the domain up; `resuming` is not looked at.
 [[nodiscard]] KIV_RESULT KivUsb4BusStart(USB4_DOMAIN* domain, bool resuming);

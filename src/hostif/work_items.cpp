@@ -102,4 +102,5 @@ void DeleteSharedWorkItems(DEVICE_EXTENSION* context) {
   FlushAndDelete(context->WorkItem);
   FlushAndDelete(context->GenericXDomainWorkItem);
   FlushAndDelete(context->NetCleanUpWorkItem);
+  FlushAndDelete(context->ReaperWorkItem);
 }

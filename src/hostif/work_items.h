@@ -46,5 +46,5 @@ _IRQL_requires_max_(DISPATCH_LEVEL) [[nodiscard]] NTSTATUS
 // `free` is not looked at.
 _IRQL_requires_max_(PASSIVE_LEVEL) void KivUsb4FlushOrFreeWorkItem(DEVICE_EXTENSION* context, bool free);
 
-// Flushes and deletes the three items that the control channel created. Nothing queues to them any more.
+// Flushes and deletes the items that the control channel created. Nothing queues to them any more.
 _IRQL_requires_max_(PASSIVE_LEVEL) void DeleteSharedWorkItems(DEVICE_EXTENSION* context);

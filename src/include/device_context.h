@@ -57,9 +57,18 @@ struct DEVICE_EXTENSION {
   WDFQUEUE WriteQueue;
   WDFWORKITEM NetCleanUpWorkItem;
   KEVENT DeviceEvent;
-  _Guarded_by_(XDomainMutex) USB4_XDOMAIN* XDomain;  // the peer host in use
+  // The peer host in use.
+  Guarded<USB4_XDOMAIN*, ByBoth<LockPlace::XDomain, LockPlace::Topology>> XDomain;
   Mutex<LockPlace::XDomain> XDomainMutex;
-  SharedFlag GenericWorkReady;  // 1 while the control channel runs: inter-domain work may be queued
+  SharedFlag GenericWorkReady;   // 1 while the control channel runs: inter-domain work may be queued
+  WDFWORKITEM ReaperWorkItem;    // removes peers whose own work has found that they must go
+  LIST_ENTRY ReapListHead;       // those peers
+  AtomicLong XDomainPending[2];  // by kind of work: queued and not yet begun; for the debugger
+  // Requests of peers that wait for their answers, oldest first.
+  _Guarded_by_(XDomainRequestLock) LIST_ENTRY XDomainRequestListHead;
+  Guarded<std::uint32_t, By<LockPlace::PeerRequests>> XDomainRequestCount;
+  Guarded<std::uint32_t, By<LockPlace::PeerRequests>> XDomainRequestPauses;  // while there are any, requests wait
+  SpinLock<LockPlace::PeerRequests> XDomainRequestLock;
 
   EventNodeList Events() { return EventNodeList(EventListHead); }
 };

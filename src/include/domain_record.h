@@ -41,6 +41,7 @@ struct USB4_DOMAIN {
   AtomicLong Usb3TunnelCount;
   AtomicLong PcieTunnelCount;
   AtomicLong DpTunnelCount;
+  std::uint32_t PluggedEthernetControllers;
   // Held for pointer work only, never over register access, a wait or a callback.
   SpinLock<LockPlace::Topology> TopologyLock;
   // Guards tunnels, paths and hop maps. Held for a whole walk or change, sleeps included; its holder takes no lock of a

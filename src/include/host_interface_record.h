@@ -9,6 +9,7 @@
 #include "include/guarded.h"
 #include "include/locks.h"
 #include "include/pool.h"
+#include "include/property.h"
 #include "include/ring_record.h"
 
 struct USB4_HOST_INTERFACE {
@@ -28,4 +29,10 @@ struct USB4_HOST_INTERFACE {
   // The mask and vector registers hold bits of all rings; each read-modify-write of them runs under this lock.
   SpinLock<LockPlace::InterruptRegister> InterruptLock;
   SharedFlag DiagnosticsEnabled;
+  // What this host tells its peers about itself; the lock guards the whole tree.
+  SpinLock<LockPlace::HostProperty> PropertyLock;
+  Guarded<USB4_PROPERTY_DIR*, By<LockPlace::HostProperty>> RootDirectory;  // null when it could not be built
+  Guarded<std::uint32_t, By<LockPlace::HostProperty>> PropertyGeneration;  // grows with each change of the tree
+  // The "network" directory while it is registered; owned by the root.
+  Guarded<USB4_PROPERTY_DIR*, By<LockPlace::HostProperty>> NetworkDirectory;
 };

@@ -26,6 +26,7 @@
   X(Handler, false, "handler mutex")                     \
   X(RingMutex, false, "ring mutex")                      \
   X(WorkList, true, "work list mutex")                   \
+  X(PeerRequests, true, "peer request lock")             \
   X(Topology, true, "topology lock")                     \
   X(HostProperty, true, "host property lock")            \
   X(Ring, false, "ring lock")                            \

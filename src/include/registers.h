@@ -268,18 +268,20 @@ enum USB4_ADAPTER_TYPE : std::uint32_t {
 // --- Lane adapter
 
 struct LaneAdpCs0 : Register<LaneCapability, 0> {
+  using SupportedSpeeds = Field<19, 16>;
   using SupportedWidths = Field<25, 20>;  // mask: 1 = x1, 2 = x2
-  static_assert(kTiles<Kept<19, 0>, SupportedWidths, Kept<31, 26>>);
+  static_assert(kTiles<Kept<15, 0>, SupportedSpeeds, SupportedWidths, Kept<31, 26>>);
 };
 
 struct LaneAdpCs1 : Register<LaneCapability, 1> {
+  using TargetSpeed = Field<3, 0>;
   using TargetWidth = Field<9, 4>;  // 1 = single lane, 3 = dual
   using LaneDisable = Bit<14>;
   using LaneBonding = Bit<15>;
   using CurrentSpeed = Field<19, 16>;  // 4 = 20 Gb/s per lane, any other 10
   using NegotiatedWidth = Field<25, 20>;
   using State = Field<29, 26>;
-  static_assert(kTiles<Kept<3, 0>, TargetWidth, Kept<13, 10>, LaneDisable, LaneBonding, CurrentSpeed, NegotiatedWidth,
+  static_assert(kTiles<TargetSpeed, TargetWidth, Kept<13, 10>, LaneDisable, LaneBonding, CurrentSpeed, NegotiatedWidth,
                        State, Kept<31, 30>>);
 };
 

@@ -62,7 +62,7 @@ struct USB4_PORT {
   USB4_PATH_TEXT* RegistersText;   // diagnostics: each of the three may be null
   USB4_PATH_TEXT* PathsText;
   USB4_PATH_TEXT* CountersText;
-  Guarded<USB4_XDOMAIN*, TopologyGuard> XDomain;  // the peer host behind a lane adapter, or null
+  Guarded<USB4_XDOMAIN*, By<LockPlace::Topology>> XDomain;  // the peer host behind a lane adapter, or null
 
   std::uint32_t Type() const { return AdpCs2::Value(Header[AdpCs2::kOffset]).Get<AdpCs2::Type>(); }
   bool IsSecondLane() const { return (Flags & kPortSecondLane) != 0; }
@@ -124,10 +124,10 @@ struct USB4_DEV_ENTRY {
   static constexpr ULONG kPoolTag = PoolTag("DEV2");
 
   USB4_SWITCH_INFO Info;
-  std::uint64_t Route;  // of the router, or of the adapter behind which the peer sits
-  std::uint8_t* Uuid;   // own copy, kUuidBytes, or null
-  USB4_XDOMAIN* XDomain;
-  USB4_SWITCH* Router;  // a reference is held
+  std::uint64_t Route;    // of the router, or of the adapter behind which the peer sits
+  std::uint8_t* Uuid;     // own copy, kUuidBytes, or null
+  USB4_XDOMAIN* XDomain;  // a reference is held, likewise of the router
+  USB4_SWITCH* Router;
   LIST_ENTRY Link;
   Guarded<std::uint8_t, By<LockPlace::Topology>> DirectoryCreated;  // the router's diagnostics directory exists
   Guarded<std::uint8_t, By<LockPlace::Topology>> Removed;           // gone for every lookup

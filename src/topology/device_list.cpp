@@ -8,6 +8,7 @@
 #include "hostif/domain.h"
 #include "include/host_interface_record.h"
 #include "include/locks.h"
+#include "include/peer_record.h"
 #include "include/trace.h"
 #include "topology/router_queries.h"
 #include "topology/router_remove.h"
@@ -49,6 +50,7 @@ void FreeEntry(USB4_DEV_ENTRY* entry) {
   if (entry == nullptr) return;
   if (entry->Router != nullptr) DereferenceRouter(entry->Router);
   if (entry->Info.Parent != nullptr) DereferenceRouter(entry->Info.Parent);
+  if (entry->XDomain != nullptr) ReleasePeer(entry->XDomain);
   PoolDeleteArray(entry->Uuid, kUuidTag);
   PoolDelete(entry);
 }
@@ -120,6 +122,7 @@ void KivUsb4UpdateSwitchInfoToList(USB4_DOMAIN* domain, const USB4_DEV_DESCRIPTI
   }
   if (entry->Router != nullptr) ReferenceRouter(entry->Router);
   if (entry->Info.Parent != nullptr) ReferenceRouter(entry->Info.Parent);
+  if (entry->XDomain != nullptr) ReferencePeer(entry->XDomain);
   {
     const SpinLockGuard guard(domain->TopologyLock);
     const auto same = [&device](const USB4_DEV_ENTRY& other) { return StandsFor(other, device); };

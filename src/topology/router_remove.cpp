@@ -29,6 +29,11 @@ void LeaveTopology(USB4_SWITCH* router) {
   KeepForReadersOfParent(router);
 }
 
+void MarkPeerRemoved(const USB4_PORT& adapter) {
+  const SpinLockGuard guard(adapter.Router->Domain->TopologyLock);
+  if (adapter.XDomain != nullptr) adapter.XDomain->Removed.Set(true);
+}
+
 }  // namespace
 
 void KivUsb4SwitchRemove(USB4_SWITCH* router) {
@@ -53,11 +58,18 @@ void KivUsb4SwitchRemove(USB4_SWITCH* router) {
   KivUsb4RemoveSwitchFromDevList(domain, router);
 }
 
+USB4_XDOMAIN* ReferencePeerOf(const USB4_PORT* adapter) {
+  const SpinLockGuard guard(adapter->Router->Domain->TopologyLock);
+  if (adapter->XDomain != nullptr) ReferencePeer(adapter->XDomain);
+  return adapter->XDomain;
+}
+
 bool RemovePeer(USB4_PORT* adapter) {
-  USB4_XDOMAIN* peer = adapter->XDomain;
+  USB4_XDOMAIN* peer = ReferencePeerOf(adapter);
   if (peer == nullptr) return false;
   _Analysis_assume_lock_not_held_(adapter->Router->Domain->PathLock);
   KivUsb4XdomainRemove(peer);
+  ReleasePeer(peer);
   const SpinLockGuard guard(adapter->Router->Domain->TopologyLock);
   adapter->XDomain = nullptr;
   return true;
@@ -69,8 +81,8 @@ void KivUsb4SwitchSetUnplugged(USB4_SWITCH* router) {
   for (USB4_PORT& adapter : AdaptersOf(router)) {
     if (KivUsb4PortHasDownstreamLink(&adapter)) {
       KivUsb4SwitchSetUnplugged(RouterBehind(adapter));
-    } else if (adapter.XDomain != nullptr) {
-      adapter.XDomain->Removed.Set(true);
+    } else {
+      MarkPeerRemoved(adapter);
     }
   }
 }

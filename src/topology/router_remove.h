@@ -5,6 +5,8 @@
 // Removes the router and everything behind it, deepest first: out of the links of their neighbours, and of the domain
 // if it is the host router, then out of the device list. Their records are freed once nobody refers to them.
 void KivUsb4SwitchRemove(USB4_SWITCH* router);
+// The peer host behind the adapter, referenced, or null. It may be on its way out on another flow.
+[[nodiscard]] USB4_XDOMAIN* ReferencePeerOf(const USB4_PORT* adapter);
 // Removes the peer host behind the adapter and detaches it; false when there is none. The marks of the link stay: a
 // caller that puts a router in the peer's place takes them off.
 bool RemovePeer(USB4_PORT* adapter);

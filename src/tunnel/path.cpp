@@ -1,22 +1,31 @@
 // The way between two adapters, and path records along it.
 #include "tunnel/path.h"
 
+#include "include/domain_record.h"
+#include "include/locks.h"
 #include "include/trace.h"
 #include "topology/router_queries.h"
 #include "tunnel/hop_id.h"
 
 namespace {
 
+// Paths to a peer are built without the run lock.
+USB4_PORT* RemoteOf(const USB4_PORT* adapter) {
+  const SpinLockGuard guard(adapter->Router->Domain->TopologyLock);
+  return adapter->Remote;
+}
+
 // The previous adapter's router lies on the way down to the destination's.
 USB4_PORT* TowardsLeaf(const USB4_PORT* previous, const USB4_SWITCH* destination) {
   USB4_PORT* next = KivUsb4SwitchPortForRoute(previous->Router, KivUsb4SwitchRoute(destination));
-  if (next == nullptr || previous->Remote == nullptr) return next;
+  if (next == nullptr) return next;
   const bool atLink = next == previous || next->DualLinkPartner == previous;
-  return atLink ? previous->Remote : next;
+  USB4_PORT* remote = atLink ? RemoteOf(previous) : nullptr;
+  return remote == nullptr ? next : remote;
 }
 
 USB4_PORT* TowardsHost(const USB4_PORT* previous) {
-  if (KivUsb4PortIsUpstream(previous)) return previous->Remote;
+  if (KivUsb4PortIsUpstream(previous)) return RemoteOf(previous);
   USB4_PORT* upstream = KivUsb4SwitchUpstreamPort(previous->Router);
   USB4_PORT* partner = upstream->DualLinkPartner;
   return partner != nullptr && upstream->IsSecondLane() != previous->IsSecondLane() ? partner : upstream;

@@ -21,6 +21,8 @@ constexpr Parameters kUsb3 = {3, 3, kAllHops, kAllButLast};
 constexpr Parameters kVideo = {1, 1, kNoHop, kNoHop};
 constexpr Parameters kAux = {2, 1, kAllHops, kAllButLast};
 
+constexpr std::uint32_t kDmaPriority = 5;
+constexpr std::uint32_t kDmaWeight = 1;
 constexpr std::uint32_t kFirstHopCredits = 7;  // PCIe and USB3
 constexpr std::uint32_t kAuxCredits = 1;
 constexpr std::uint32_t kAuxReserve = 2;  // buffers of a DP IN adapter that are left to the AUX paths
@@ -30,6 +32,10 @@ void Apply(const Parameters& parameters, USB4_PATH* path) {
   path->PriorityWeight = USB4_PATH::Priority::Of(parameters.Priority) | USB4_PATH::Weight::Of(parameters.Weight);
   path->IngressFlowControl = parameters.IngressFlowControl;
   path->EgressFlowControl = parameters.EgressFlowControl;
+}
+
+void SetCredits(USB4_PATH* path, std::uint32_t credits) {
+  for (USB4_HOP& hop : std::span<USB4_HOP>(path->Hops, path->HopCount)) hop.InitialCredits = credits;
 }
 
 void SetProtocolCredits(USB4_PATH* path) {
@@ -66,7 +72,15 @@ void KivUsb4Usb3PathInit(USB4_PATH* path) {
 
 void InitAuxPath(USB4_PATH* path) {
   Apply(kAux, path);
-  for (USB4_HOP& hop : std::span<USB4_HOP>(path->Hops, path->HopCount)) hop.InitialCredits = kAuxCredits;
+  SetCredits(path, kAuxCredits);
+}
+
+void InitDmaPath(USB4_PATH* path, const DMA_PATH_PARAMETERS& parameters) {
+  Apply({kDmaPriority, kDmaWeight, kAllHops, parameters.EgressFlowControl}, path);
+  path->IngressSharedBuffering = parameters.IngressSharedBuffering;
+  path->EgressSharedBuffering = kNoHop;
+  path->ClearFlowControl = 1;
+  SetCredits(path, parameters.Credits);
 }
 
 void InitNewVideoPath(USB4_PATH* path) {

@@ -3,6 +3,7 @@
 
 #include <array>
 
+#include "tunnel/dma_tunnel.h"
 #include "tunnel/dp_adapter.h"
 #include "tunnel/dp_discover.h"
 #include "tunnel/dp_exchange.h"
@@ -50,7 +51,9 @@ constexpr USB4_TUNNEL_KIND kKinds[] = {
     {.Type = USB4_TUNNEL_DMA,
      .Name = "DMA",
      .SourceType = USB4_ADAPTER_HOST_INTERFACE,
-     .DestinationType = USB4_ADAPTER_LANE},
+     .DestinationType = USB4_ADAPTER_LANE,
+     .PathCount = kDmaPaths,
+     .Callbacks = {.Activate = KivUsb4DmaActivate}},
     {.Type = USB4_TUNNEL_USB3,
      .Name = "USB3",
      .SourceType = USB4_ADAPTER_USB3_DOWNSTREAM,

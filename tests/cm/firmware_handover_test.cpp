@@ -81,9 +81,10 @@ WORLD_TEST(FirmwareHandover, AHostThatCannotBeIdentifiedStartsAllTheSame) {
   EXPECT_TRUE(world.Wire().starts_with(kFirstRead));
 }
 
-// Nor can it be asked without memory: the two allocations for the question come after the 18 of channel and domain.
+// Nor can it be asked without memory: the two allocations for the question come after the 27 of properties, domain,
+// name and channel.
 WORLD_TEST(FirmwareHandover, AHostThatCannotBeAskedStartsAllTheSame) {
-  for (const unsigned allocation : {19u, 20u}) {
+  for (const unsigned allocation : {28u, 29u}) {
     SCOPED_TRACE(allocation);
     WorldOptions options;
     options.configure = [](lab::ControllerConfig& controller) { controller.pciIdentity = 0x12348086; };

@@ -63,6 +63,7 @@ std::string Bench::Routers() {
     DeviceWalk walk(&domain);
     while (USB4_DEV_ENTRY* entry = walk.Next()) {
       const USB4_SWITCH* listed = entry->Router;
+      if (listed == nullptr) continue;  // a peer
       text += fmt::format("{:x} gen{}", entry->Route, listed->Generation);
       if (entry->Route != 0)
         text += fmt::format(" {}G {}", listed->LinkSpeed,

@@ -74,7 +74,8 @@ TEST(Enumeration, AHubCostsItsOwnAccessesAndNotOneMore) {
 
 WORLD_TEST(Enumeration, FiveBelowAUsb4RootIsTheDepthLimit) {
   Bench bench("H1:1 - a=D1:1, a:3 - b=D1:1, b:3 - c=D1:1, c:3 - d=D1:1, d:3 - e=D1:1, e:3 - f=D1:1");
-  bench.StartQuietly();
+  ASSERT_EQ(bench.Start(), 0);
+  bench.Pass(5 * platform::kSecond);  // what is behind the last one counts as a host, and is asked who it is
   EXPECT_EQ(bench.Routers(),
             "0 gen4\n1 gen4 20G bonded\n301 gen4 20G bonded\n30301 gen4 20G bonded\n"
             "3030301 gen4 20G bonded\n303030301 gen4 20G bonded\n");

@@ -38,7 +38,8 @@ WORLD_TEST(Thunderbolt, AUidWhoseCheckByteDisagreesIsNotTaken) {
 
 WORLD_TEST(Thunderbolt, SixBelowAThunderboltRootIsTheDepthLimit) {
   Bench bench("HT:1 - a=T1:1, a:3 - b=T1:1, b:3 - c=T1:1, c:3 - d=T1:1, d:3 - e=T1:1, e:3 - f=T1:1, f:3 - g=T1:1");
-  bench.StartQuietly();
+  ASSERT_EQ(bench.Start(), 0);
+  bench.Pass(5 * platform::kSecond);  // what is behind the last one counts as a host, and is asked who it is
   EXPECT_EQ(bench.Routers(),
             "0 gen3\n1 gen3 20G bonded\n301 gen3 20G bonded\n30301 gen3 20G bonded\n"
             "3030301 gen3 20G bonded\n303030301 gen3 20G bonded\n30303030301 gen3 20G bonded\n");
@@ -46,7 +47,8 @@ WORLD_TEST(Thunderbolt, SixBelowAThunderboltRootIsTheDepthLimit) {
 
 WORLD_TEST(Thunderbolt, AUsb4RouterIsNotTakenAtTheSixthLevelOfOne) {
   Bench bench("HT:1 - a=T1:1, a:3 - b=T1:1, b:3 - c=T1:1, c:3 - d=T1:1, d:3 - e=T1:1, e:3 - D1:1");
-  bench.StartQuietly();
+  ASSERT_EQ(bench.Start(), 0);
+  bench.Pass(5 * platform::kSecond);  // what is behind the last one counts as a host, and is asked who it is
   const std::string routers = bench.Routers();
   EXPECT_EQ(CountLines(routers, "303030301 gen3"), 1u);
   EXPECT_EQ(CountLines(routers, "30303030301 "), 0u) << routers;
