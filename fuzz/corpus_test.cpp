@@ -4,6 +4,7 @@
 
 #include "fuzz/drom.h"
 #include "fuzz/mutator.h"
+#include "fuzz/peer.h"
 #include "fuzz/receive_path.h"
 
 namespace {
@@ -36,6 +37,24 @@ TEST(ReceivePathFuzz, EveryCommittedInputPassesWholeAndCutShort) {
 // Parsed, read and enumerated: as they are, and with length and checks put right.
 TEST(DromFuzz, EveryCommittedInputPassesWholeAndCutShort) {
   ExpectCorpusPasses("drom", {0x00, 0x05, 0x38, 0x3D, 0x3F}, [](const Bytes& input) { return fuzz::RunDrom(input); });
+}
+
+// As a block, and as what a peer says under three interleavings.
+TEST(PeerFuzz, EveryCommittedInputPassesWholeAndCutShort) {
+  ExpectCorpusPasses("peer", {0, 1, 3, 5}, [](const Bytes& input) { return fuzz::RunPeer(input); });
+}
+
+TEST(PeerFuzz, MutationsOfBlocksAreReadTheSameTwice) {
+  std::vector<Bytes> inputs;
+  for (auto& [name, input] : fuzz::ReadCorpus(PROJECT_ROOT "/fuzz/corpus/peer"))
+    if ((input[0] & 1) == 0) inputs.push_back(std::move(input));
+  ASSERT_GE(inputs.size(), 5u);
+  fuzz::Mutator mutator(std::move(inputs), 1);
+  for (unsigned i = 0; i < 3000; ++i) {
+    Bytes input = mutator.Next();
+    if (!input.empty()) input[0] &= 0xFE;
+    ASSERT_EQ(fuzz::RunPeer(input), "") << "mutation " << i << ": " << testing::PrintToString(input);
+  }
 }
 
 TEST(DromFuzz, MutationsOfTheCorpusAreTakenAsTheImagesSay) {

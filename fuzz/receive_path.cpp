@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "fuzz/input.h"
 #include "fuzz/verdict.h"
 #include "hostif/config_access.h"
 #include "include/device_context.h"
@@ -17,53 +18,18 @@
 namespace fuzz {
 namespace {
 
-constexpr std::size_t kMostRecords = 64;
 constexpr unsigned kMostReaders = 8;
 
-// What the input lacks reads as zero.
-class Input {
- public:
-  explicit Input(std::span<const std::uint8_t> bytes) : rest_(bytes) {}
-  bool Empty() const { return rest_.empty(); }
-  std::uint32_t Byte() {
-    if (rest_.empty()) return 0;
-    const std::uint8_t byte = rest_.front();
-    rest_ = rest_.subspan(1);
-    return byte;
-  }
-  std::uint32_t Half() {
-    const std::uint32_t low = Byte();
-    return low | Byte() << 8;
-  }
-  std::uint32_t Word() {
-    const std::uint32_t low = Half();
-    return low | Half() << 16;
-  }
-  std::vector<std::uint8_t> Bytes(std::size_t count) {
-    const auto taken = rest_.first(std::min(count, rest_.size()));
-    rest_ = rest_.subspan(taken.size());
-    return {taken.begin(), taken.end()};
-  }
-
- private:
-  std::span<const std::uint8_t> rest_;
-};
-
-void AppendCrc(std::vector<std::uint8_t>& bytes) {
-  const std::uint32_t crc = sim::Crc32c(bytes);
-  for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back(static_cast<std::uint8_t>(crc >> shift));
-}
-
-lab::MachineConfig ConfigFor(std::uint32_t seed) {
+lab::MachineConfig ConfigForSeed(std::uint32_t seed) {
   lab::MachineConfig config;
   config.simulation.policy = seed == 0 ? platform::Policy::FirstCome : platform::Policy::Uniform;
   config.simulation.seed = seed;
   return config;
 }
 
-class Bench {
+class DeviceBench {
  public:
-  explicit Bench(std::uint32_t seed) : machine_(ConfigFor(seed)) {
+  explicit DeviceBench(std::uint32_t seed) : machine_(ConfigForSeed(seed)) {
     machine_.Start();
     IgnoreResult(machine_.WaitQuiet(kLongest));
     machine_.InDriver({}, [this](DEVICE_EXTENSION& context) { channel_ = context.Domain->ControlChannel; });
@@ -91,7 +57,7 @@ class Bench {
   bool outOfStep_ = false;  // the device has completed a descriptor that it did not use
 };
 
-void Bench::Packet(Input& input, bool withCrc) {
+void DeviceBench::Packet(Input& input, bool withCrc) {
   sim::RawPacket packet;
   packet.pdf = input.Byte() & 0xF;
   packet.bytes = input.Bytes(input.Byte());
@@ -100,7 +66,7 @@ void Bench::Packet(Input& input, bool withCrc) {
 }
 
 // As a router would answer, with as many data words as were asked for; then bent.
-void Bench::Answer(Input& input) {
+void DeviceBench::Answer(Input& input) {
   const auto request = sim::DecodePacket(static_cast<sim::Pdf>(lastRequest_.pdf), lastRequest_.bytes);
   if (!request) return;
   sim::ControlPacket answer = request->packet;
@@ -118,7 +84,7 @@ void Bench::Answer(Input& input) {
   machine_.wire().Inject(packet);
 }
 
-void Bench::Read(Input& input) {
+void DeviceBench::Read(Input& input) {
   const auto space = static_cast<USB4_CFG_SPACE>(input.Byte() & 3);
   const std::uint32_t offset = input.Byte();
   const std::uint32_t length = input.Byte() & 0x3F;
@@ -131,7 +97,7 @@ void Bench::Read(Input& input) {
   });
 }
 
-void Bench::Lie(Input& input) {
+void DeviceBench::Lie(Input& input) {
   sim::RawPacket packet;
   packet.pdf = input.Byte() & 0xF;
   const std::uint32_t length = input.Byte();
@@ -143,7 +109,7 @@ void Bench::Lie(Input& input) {
   machine_.wire().Inject(packet);
 }
 
-void Bench::Play(Input& input) {
+void DeviceBench::Play(Input& input) {
   switch (input.Byte() & 7) {
     case 0:
       Packet(input, false);
@@ -175,7 +141,7 @@ void Bench::Play(Input& input) {
   machine_.simulation().RunFor(20 * platform::kMicrosecond);
 }
 
-std::string Bench::Finish() {
+std::string DeviceBench::Finish() {
   machine_.faults().HealAll();
   const auto quiet = [this] { return readersEnded_ == readers_ && machine_.Quiet(); };
   platform::Simulation& simulation = machine_.simulation();
@@ -197,7 +163,7 @@ std::string Bench::Finish() {
 
 std::string RunReceivePath(std::span<const std::uint8_t> bytes) {
   Input input(bytes);
-  Bench bench(input.Byte());
+  DeviceBench bench(input.Byte());
   for (std::size_t records = 0; records < kMostRecords && !input.Empty() && !bench.Stopped(); ++records)
     bench.Play(input);
   return bench.Finish();
