@@ -7,7 +7,7 @@ from common import code_files
 ROOMS = {
     "src": ("include", "hostif", "topology", "tunnel", "xdomain", "net", "cm", "ioctl", "driver"),
     "platform": ("include", "host", "scheduler", "memory", "kernel", "device", "framework", "pnp"),
-    "sim": ("rules", "host", "registers", "router", "dataplane", "fabric", "firmware"),
+    "sim": ("rules", "host", "registers", "router", "peer", "dataplane", "fabric", "firmware"),
     "lab": ("input", "machine", "scenario", "report", "oracle", "timeline", "decode", "run"),
 }
 # Folder -> folders of this tree that it may include by path.

@@ -94,6 +94,7 @@ class HostKernel {
   bool SystemAsleep() const;                   // or will be, once all that was asked for has happened
 
   // The same verbs, begun now and run by later RunUntil/RunFor calls; Busy() until ended.
+  DeviceId AddAndStartAsync(const DeviceConfig& config, std::function<void(Status)> done);
   void RemoveAsync(DeviceId id);
   void EnableAsync(DeviceId id, std::function<void(Status)> done);
   void SurpriseRemoveAsync(DeviceId id);

@@ -114,6 +114,12 @@ void HostKernel::RemoveAsync(DeviceId id) {
   BeginVerb("remove device", [this, id] { pnp_->Remove(*pnp_->Find(id)); });
 }
 
+DeviceId HostKernel::AddAndStartAsync(const DeviceConfig& config, std::function<void(Status)> done) {
+  const DeviceId id = pnp_->Add(config).id();
+  EnableAsync(id, std::move(done));
+  return id;
+}
+
 void HostKernel::EnableAsync(DeviceId id, std::function<void(Status)> done) {
   BeginVerb("start device", [this, id, done = std::move(done)] { done(pnp_->Start(*pnp_->Find(id))); });
 }

@@ -27,6 +27,7 @@ struct ProbeResult {
   Adapter* arrived = nullptr;  // the adapter at which the packet left the paths; null when it got lost
   unsigned hop = 0;            // with this hop ID
   std::vector<PathHop> hops;   // entries taken, in order
+  unsigned border = 0;         // so many of them before it came into another domain; 0: it did not
   std::string trail;           // the same as text: "H1:3 8 -> H1:1 9 | D1:1 9 -> D1:9 8", cables as bars
   std::string lost;            // why it got nowhere; empty when it arrived
 };
@@ -40,7 +41,7 @@ ProbeResult FollowEntries(Adapter& from, unsigned hop);
 // and both ends of each cable agreeing on flow control.
 ProbeResult Probe(Adapter& from, unsigned hop);
 
-// A path that starts at an adapter that is no lane.
+// A path that starts at an adapter that is no lane, or where packets of another domain come in.
 struct LivePath {
   PathKind kind = PathKind::Mismatched;
   Adapter* from = nullptr;
@@ -50,6 +51,7 @@ struct LivePath {
   std::vector<PathHop> hops;
   std::string trail;
   std::string lost;          // why a packet does not arrive; empty for a path that works
+  std::string beyond;        // why it gets lost in another domain, whose manager answers for that
   std::string Way() const;   // "PCIe: H1:3 8 -> H1:1 9 | D1:1 9 -> D1:9 8"
   std::string Text() const;  // that, with " lost: <why>" behind it where it is
 };

@@ -22,7 +22,12 @@ std::string Quoted(std::string_view text) {
 
 }  // namespace
 
-Fabric::Fabric(platform::Simulation& simulation) : Surroundings(simulation) {}
+Fabric::Fabric(platform::Simulation& simulation)
+    : Surroundings(simulation),
+      frames_(std::make_unique<FrameTransport>(
+          *this, [this](const Router& host, unsigned ring, const Frame& frame, const WriteBackForgery& damage) {
+            HostOf(host)->interface.Receive(ring, frame, damage);
+          })) {}
 
 Fabric::~Fabric() = default;
 
@@ -40,6 +45,15 @@ Router& Fabric::AddRouter(const RouterModel& model, std::string name) {
   router.operations().SetDrom(BuildDrom(model));
   router.services().SetDrom(BuildDrom(model));
   if (model.host) hosts_.push_back(std::make_unique<Host>(*this, router, model.hostInterface.value()));
+  return router;
+}
+
+Router& Fabric::AddPeer(const RouterModel& model, PeerConfig config) {
+  if (!model.host) throw TopologyError("a peer is a host, and " + Quoted(model.name) + " is no model of one");
+  Router& router = AddRouter(model, config.name);
+  Host& host = *hosts_.back();
+  host.peer = std::make_unique<ScriptedPeer>(simulation_, router, host.wire, std::move(config));
+  host.wire.AttachManager(host.peer.get());
   return router;
 }
 
@@ -87,6 +101,11 @@ ControlWire& Fabric::wire(std::string_view hostName) {
   return HostOf(*Find(hostName))->wire;
 }
 
+const ScriptedPeer* Fabric::peer(std::string_view hostName) {
+  hostInterface(hostName);
+  return HostOf(*Find(hostName))->peer.get();
+}
+
 HostFirmware& Fabric::firmware(std::string_view hostName) {
   hostInterface(hostName);
   return HostOf(*Find(hostName))->firmware;
@@ -106,7 +125,9 @@ Adapter& Fabric::LanePort(std::string_view port) const {
 Link& Fabric::AddLink(std::string_view first, std::string_view second, CableOptions options) {
   Adapter& a = LanePort(first);
   Adapter& b = LanePort(second);
-  if (&a.router() == &b.router()) throw TopologyError("cable from " + Quoted(first) + " to its own router");
+  const bool loopBack = &a.router() == &b.router();
+  if (loopBack && (&a == &b || !a.router().isHost()))
+    throw TopologyError("cable from " + Quoted(first) + " to its own router");
   if (options.lanes < 1 || options.lanes > 2) throw TopologyError("a cable has one lane or two");
   links_.push_back(std::make_unique<Link>(*this, a, b, options));
   return *links_.back();
@@ -122,6 +143,7 @@ void Fabric::Plug(std::string_view first, std::string_view second, CableOptions 
   Link& link = AddLink(first, second, options);
   Note("plug", std::string(first) + " - " + std::string(second));
   link.Start();
+  if (!link.mayRun()) WakeSleepingEnds(link);
 }
 
 Link* Fabric::FindLink(std::string_view portOrRouter) const {
@@ -182,6 +204,14 @@ void Fabric::ChangeDisplay(Adapter& adapter, const std::optional<Display>& displ
 
 // --- who is where
 
+// The first link to a host that comes up makes the port its upstream port, for as long as that link is attached.
+bool Fabric::StaysElsewhere(const Adapter& port) {
+  const Adapter* upstream = port.router().adapter(port.router().upstreamAdapter());
+  if (upstream == nullptr || upstream == &port || upstream->link == nullptr || !upstream->link->attached())
+    return false;
+  return upstream->link->Opposite(*upstream)->router().place().host != nullptr;
+}
+
 void Fabric::PlacesChanged() {
   std::deque<Router*> open;
   std::set<const Router*> placed;
@@ -196,7 +226,8 @@ void Fabric::PlacesChanged() {
       Adapter& adapter = *router.adapter(n);
       if (adapter.link == nullptr || adapter.model().lane != 0 || !adapter.link->attached()) continue;
       Adapter* far = adapter.link->Opposite(adapter);
-      if (far == nullptr || far->router().isHost() || !placed.insert(&far->router()).second) continue;
+      if (far == nullptr || far->router().isHost() || StaysElsewhere(*far)) continue;
+      if (!placed.insert(&far->router()).second) continue;
       const Place& here = router.place();
       const std::uint64_t route = here.route | static_cast<std::uint64_t>(n) << (8 * here.depth);
       if (far->router().place().host == nullptr) Watch(far->router());
@@ -208,7 +239,7 @@ void Fabric::PlacesChanged() {
     if (!placed.contains(router.get())) router->SetPlace({});
 }
 
-// The end of a link that is nearer to a host reports what happens there.
+// The end of a link that is nearer to a host reports what happens there; of a link between domains both do.
 void Fabric::LinkCameUp(Link& link) {
   PlacesChanged();
   Note("link up", link.end(0).Name() + " - " + link.end(1).Name());
@@ -228,7 +259,8 @@ void Fabric::LinkWentDown(Link& link) {
     Router& router = adapter.router();
     if (router.upstreamAdapter() == 0 || router.upstreamAdapter() == adapter.number()) continue;
     if (router.model().usb4()) adapter.SetLock(true);
-    router.PlugChanged(adapter, true);
+    // A host that goes to sleep has disconnected the link itself.
+    if (!Asleep(router) || link.mayRun()) router.PlugChanged(adapter, true);
   }
   for (unsigned end = 0; end < 2; ++end) {
     Router& router = link.end(end).router();
@@ -279,7 +311,7 @@ void Fabric::Watch(Router& router) {
 }
 
 bool Fabric::Quiet() const {
-  if (inFlight_ != 0) return false;
+  if (inFlight_ != 0 || !frames_->Quiet()) return false;
   for (const auto& host : hosts_)
     if (!host->interface.Quiet() || !host->wire.Quiet()) return false;
   return std::none_of(routers_.begin(), routers_.end(),

@@ -28,6 +28,10 @@ class TopologyError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+class FrameTransport;
+class ScriptedPeer;
+struct PeerConfig;
+
 class Fabric final : public Surroundings {
  public:
   explicit Fabric(platform::Simulation& simulation);
@@ -37,6 +41,8 @@ class Fabric final : public Surroundings {
   Router& AddRouter(std::string_view model, std::string name);
   // `model` must outlive the fabric; for models that a test has parsed itself.
   Router& AddRouter(const RouterModel& model, std::string name);
+  // A host of this model, called as the configuration says, whose manager is a script.
+  Router& AddPeer(const RouterModel& model, PeerConfig config);
   // Ports as "D1:3": router name and lane adapter. Plug lets the link train and reports it; Connect was there all
   // along.
   void Connect(std::string_view first, std::string_view second, CableOptions options = {});
@@ -59,6 +65,8 @@ class Fabric final : public Surroundings {
   HostInterface& hostInterface(std::string_view hostName);
   ControlWire& wire(std::string_view hostName);
   HostFirmware& firmware(std::string_view hostName);
+  const ScriptedPeer* peer(std::string_view hostName);  // null for a host that is none
+  const FrameTransport& frames() const { return *frames_; }
   // No packet or frame on its way and no notification outstanding.
   bool Quiet() const;
 
@@ -79,6 +87,7 @@ class Fabric final : public Surroundings {
     bool damaged = false;
   };
   void PacketFromHost(Router& host, const DecodedPacket& packet, bool damaged);
+  void Complain(Router& host, const ControlPacket& packet);
   void HandOver(Router& host, const ControlPacket& packet);
   void Arrive(Router& at, unsigned arrival, unsigned depth, const Journey& journey);
   void Forward(Router& at, unsigned depth, const Journey& journey);
@@ -87,6 +96,7 @@ class Fabric final : public Surroundings {
   void SendBack(Router& at, unsigned arrival, const ControlPacket& packet);
   void CrossDomains(Router& at, unsigned arrival, const Journey& journey);
   // Cables have come up or gone down: who is where.
+  static bool StaysElsewhere(const Adapter& port);
   void PlacesChanged();
   // Runs `action` with the adapter at the other end of `from`'s lane, a hop later, unless the link is lost by then.
   template <class F>
@@ -96,6 +106,8 @@ class Fabric final : public Surroundings {
   void Sleep(Host& host, platform::FunctionPower power);
   bool WakeChainArmed(const Router& router) const;
   void Wake(Host& host);
+  void ReconsiderLinksToOthers(const Host& host);
+  void WakeSleepingEnds(const Link& link);
   void ChangeDisplay(Adapter& adapter, const std::optional<Display>& display);
   Link& AddLink(std::string_view first, std::string_view second, CableOptions options);
   Adapter& LanePort(std::string_view port) const;
@@ -109,6 +121,7 @@ class Fabric final : public Surroundings {
   std::vector<std::unique_ptr<Link>> links_;
   std::vector<std::unique_ptr<Link>> retired_;  // pulled, perhaps from inside one of their own events
   std::vector<std::unique_ptr<Host>> hosts_;
+  std::unique_ptr<FrameTransport> frames_;
   unsigned inFlight_ = 0;
 };
 

@@ -1,5 +1,6 @@
 // How control packets travel: hop by hop along the route to their router, and up again to the host.
 #include "sim/fabric/fabric_host.h"
+#include "sim/host/inter_domain_packet.h"
 
 namespace sim {
 namespace {
@@ -12,12 +13,9 @@ std::uint64_t Prefix(std::uint64_t route, unsigned depth) {
   return depth >= 8 ? route : route & ((std::uint64_t{1} << (8 * depth)) - 1);
 }
 
+// An answer to an answer or a notification could keep two routers busy for ever.
 bool Answerable(const ControlPacket& packet) {
-  return packet.pdf == Pdf::Read || packet.pdf == Pdf::Write;
-}
-
-bool InterDomain(const ControlPacket& packet) {
-  return packet.pdf == Pdf::InterDomainRequest || packet.pdf == Pdf::InterDomainResponse;
+  return packet.pdf == Pdf::Read || packet.pdf == Pdf::Write || packet.pdf == Pdf::InterDomainRequest;
 }
 
 }  // namespace
@@ -34,7 +32,13 @@ void Fabric::PacketFromHost(Router& host, const DecodedPacket& packet, bool dama
     if (!damaged) host.Misuse(0, Complaint::PacketLength, {.count = count, .limit = kHeaderDwords});
     return;
   }
+  if (IsInterDomain(packet.packet) && !damaged) Complain(host, packet.packet);
   Arrive(host, host.upstreamAdapter(), 0, {packet.packet, packet.packet.Route(), damaged});
+}
+
+// Routers carry any inter-domain packet; the manager at the other end would reject it.
+void Fabric::Complain(Router& host, const ControlPacket& packet) {
+  for (Fault& fault : HostOf(host)->ledger.Sent(packet)) host.Misuse(0, fault.rule, std::move(fault.arguments));
 }
 
 void Fabric::HandOver(Router& host, const ControlPacket& packet) {
@@ -67,11 +71,11 @@ void Fabric::Arrive(Router& at, unsigned arrival, unsigned depth, const Journey&
   const bool fromAbove = arrival == at.upstreamAdapter() || (upstream != nullptr && upstream->model().pair == arrival);
   const bool ends = depth >= 8 || journey.route >> (8 * depth) == 0;
   if (!fromAbove) {
-    if (InterDomain(journey.packet)) {
+    if (IsInterDomain(journey.packet)) {
       CrossDomains(at, arrival, journey);
     } else {
-      const ErrorCode code = at.isHost() ? ErrorCode::NotEnumerated : ErrorCode::NotForThisManager;
-      Refuse(at, arrival, arrival, depth, code, journey);
+      // To the manager of another domain no router here is enumerated, whatever it asks for.
+      Refuse(at, arrival, arrival, depth, ErrorCode::NotEnumerated, journey);
     }
   } else if (ends) {
     Answer(at, arrival, journey);
@@ -113,7 +117,6 @@ void Fabric::Answer(Router& at, unsigned arrival, const Journey& journey) {
 
 void Fabric::Refuse(Router& at, unsigned arrival, unsigned adapter, unsigned depth, ErrorCode code,
                     const Journey& journey) {
-  // Nobody answers a notification, or two routers could keep each other busy for ever.
   if (!Answerable(journey.packet)) return;
   const ControlPacket packet = ErrorPacket(Prefix(journey.route, depth), adapter, code);
   const platform::Time delay = timing_.Draw(kProcessing) / 2;

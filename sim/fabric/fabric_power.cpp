@@ -95,6 +95,7 @@ void Fabric::Sleep(Host& host, platform::FunctionPower power) {
     router->Drain();
   }
   host.asleep = true;
+  ReconsiderLinksToOthers(host);
   for (auto& link : links_)
     if (link->end(0).router().place().host == &host.router && link->attached()) link->Pause();
   for (auto& router : routers_)
@@ -118,6 +119,23 @@ void Fabric::Wake(Host& host) {
     }
   }
   PlacesChanged();
+  ReconsiderLinksToOthers(host);
+}
+
+void Fabric::ReconsiderLinksToOthers(const Host& host) {
+  for (auto& link : links_) {
+    const bool ours =
+        link->end(0).router().place().host == &host.router || link->end(1).router().place().host == &host.router;
+    if (!ours || !link->betweenDomains()) continue;
+    link->Reconsider();
+    // A host that has woken looks for its neighbour, which its neighbour takes for a plug.
+    if (!host.asleep && !link->mayRun()) WakeSleepingEnds(*link);
+  }
+}
+
+void Fabric::WakeSleepingEnds(const Link& link) {
+  for (unsigned end = 0; end < 2; ++end)
+    if (Asleep(link.end(end).router())) WakeFrom(link.end(end).router(), link.end(end), false);
 }
 
 bool Fabric::Asleep(const Router& router) const {

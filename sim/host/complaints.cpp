@@ -55,10 +55,13 @@ const char* ComplaintName(Complaint rule) {
   return kRules[static_cast<unsigned>(rule)].name;
 }
 
+std::string Fault::Text() const {
+  return FillPattern(kRules[static_cast<unsigned>(rule)].message,
+                     [this](std::string_view name) { return TextOf(arguments, name); });
+}
+
 std::string ProtocolError::Text() const {
-  const ComplaintRule& entry = kRules[static_cast<unsigned>(rule)];
-  return object + ": " + FillPattern(entry.message, [this](std::string_view name) { return TextOf(arguments, name); }) +
-         " [" + entry.name + "]";
+  return object + ": " + Fault{rule, arguments}.Text() + " [" + ComplaintName(rule) + "]";
 }
 
 void ProtocolErrors::Report(platform::Time when, Complaint rule, std::string object, ComplaintArguments arguments) {

@@ -30,6 +30,23 @@ namespace sim {
   X(RequestReserved, "request-reserved", "request with reserved bits in its address word {value}")                     \
   X(Acknowledgement, "acknowledgement", "malformed acknowledgement {value}")                                           \
   X(HandOverRequest, "hand-over-request", "malformed request to hand over the domain")                                 \
+  /* inter-domain packets */                                                                                           \
+  X(InterDomainWords, "inter-domain-words", "inter-domain packet of {count} words; the header has {limit}")            \
+  X(InterDomainLength, "inter-domain-length", "{other}: length {index} where {count} words follow")                    \
+  X(InterDomainReserved, "inter-domain-reserved", "{other}: length word {value} with reserved bits")                   \
+  X(InterDomainHeader, "inter-domain-header", "{other}: bits {bits} in 31:22 of the first dword")                      \
+  X(InterDomainProtocol, "inter-domain-protocol", "inter-domain packet of unknown protocol {other}")                   \
+  X(InterDomainItself, "inter-domain-itself", "inter-domain packet to the host's own router")                          \
+  X(DiscoveryUnknown, "discovery-type", "discovery packet of unknown type {index}")                                    \
+  X(DiscoveryPdf, "discovery-pdf", "{other} sent with PDF {index}, not {limit}")                                       \
+  X(DiscoveryWords, "discovery-words", "{other} of {count} words; it has {limit}")                                     \
+  X(DiscoveryUuid, "discovery-uuid", "{other} with a UUID that is not the host's")                                     \
+  X(DiscoveryUnasked, "discovery-unasked", "{other} answers no request")                                               \
+  X(ArrivedOn, "arrived-on", "UUID response says that its request came on route {route}")                              \
+  X(BlockPiece, "block-piece", "{count} block words in a packet; it carries 1 to {limit}")                             \
+  X(BlockRange, "block-range", "block words {index} to {count} of a block of {limit}")                                 \
+  X(OffsetReserved, "offset-reserved", "properties request with reserved bits in its offset word {value}")             \
+  X(TargetWidth, "target-width", "link change to target width {index}; it is 1 or 3")                                  \
   /* a router as a whole */                                                                                            \
   X(ConfiguredRoute, "configured-route", "configured for route {route} and depth {count}")                             \
   X(ConfiguredUpstream, "configured-upstream", "configured with upstream adapter {index}; packets come in by {limit}") \
@@ -92,6 +109,13 @@ struct ComplaintArguments {
   std::optional<std::uint32_t> dword = {}, hop = {}, index = {}, count = {}, limit = {};
   std::string other = {};  // another adapter, "D1:1"; an operation, "read"
   bool operator==(const ComplaintArguments&) const = default;
+};
+
+// A rule that something breaks, before an object is blamed for it.
+struct Fault {
+  Complaint rule = Complaint::Count;
+  ComplaintArguments arguments;
+  std::string Text() const;  // the message alone
 };
 
 struct ProtocolError {

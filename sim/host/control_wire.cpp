@@ -3,6 +3,8 @@
 
 #include <utility>
 
+#include "sim/host/inter_domain_packet.h"
+
 namespace sim {
 namespace {
 
@@ -69,6 +71,12 @@ void ControlWire::PacketToHost(const ControlPacket& packet) {
   Pass(std::move(passage));
 }
 
+void ControlWire::SendFromManager(const ControlPacket& packet) {
+  Passage passage;
+  passage.packet = Raw(packet);
+  Pass(std::move(passage));
+}
+
 void ControlWire::Inject(const RawPacket& packet) {
   Passage passage;
   passage.up = true;
@@ -77,15 +85,31 @@ void ControlWire::Inject(const RawPacket& packet) {
   Forward(std::move(passage));
 }
 
+// A block is asked for once only; what else is asked comes back to this sequence number.
+bool ControlWire::SparedDiscovery(const Passage& passage) {
+  const auto decoded = DecodePacket(static_cast<Pdf>(passage.packet.pdf), passage.packet.bytes);
+  if (!decoded || !IsDiscovery(decoded->packet)) return false;
+  const DiscoveryType type = TypeOf(decoded->packet);
+  return type == DiscoveryType::PropertiesRequest || type == DiscoveryType::PropertiesResponse ||
+         SequenceOf(decoded->packet) == 0;
+}
+
 bool ControlWire::Spared(const Passage& passage) const {
   if (!spared_) return false;
   const Pdf pdf = static_cast<Pdf>(passage.packet.pdf);
+  if (pdf == Pdf::InterDomainRequest || pdf == Pdf::InterDomainResponse) return SparedDiscovery(passage);
   return (pdf == Pdf::Read || pdf == Pdf::Write) && HasHeader(passage.packet.bytes) &&
          AddressWord::Decode(PeekWord(passage.packet.bytes, 2)).sequence == *spared_;
 }
 
 bool ControlWire::EventThatMayOnlyBeLost(const Passage& passage) const {
   return spared_ && passage.packet.pdf == static_cast<std::uint8_t>(Pdf::HotPlug);
+}
+
+// A response of a peer reaches its request with a bad CRC as well.
+bool ControlWire::TakenDamaged(const Passage& passage) const {
+  const bool response = passage.packet.pdf == static_cast<std::uint8_t>(Pdf::InterDomainResponse);
+  return EventThatMayOnlyBeLost(passage) || (spared_ && response);
 }
 
 // The damage that a fault does to an answer's content. True when the packet is late as well.
@@ -124,7 +148,7 @@ bool ControlWire::BendAnswer(Passage& passage) {
 
 void ControlWire::BreakBoth(Passage& passage, bool& lost) {
   platform::FaultPlan& faults = simulation_.faults();
-  if (!EventThatMayOnlyBeLost(passage) && !passage.packet.bytes.empty() && faults.Fires("wire.corrupt")) {
+  if (!TakenDamaged(passage) && !passage.packet.bytes.empty() && faults.Fires("wire.corrupt")) {
     platform::RandomStream& random = simulation_.Random("sim.wire.break");
     passage.packet.bytes[random.Below(passage.packet.bytes.size())] ^= static_cast<std::uint8_t>(1u << random.Below(8));
     passage.damaged = true;
@@ -198,10 +222,14 @@ std::uint64_t ControlWire::NextPacket() {
 
 void ControlWire::Forward(Passage passage) {
   const std::uint64_t number = NextPacket();
+  if (passage.up && manager_ != nullptr) {
+    Log(passage, number);
+    const auto decoded = DecodePacket(static_cast<Pdf>(passage.packet.pdf), passage.packet.bytes);
+    if (decoded && decoded->crcGood) manager_->PacketArrived(decoded->packet);
+    return;
+  }
   if (passage.up) {
-    const Frame frame{passage.packet.startPdf, passage.packet.pdf,
-                      log_.Wanted() ? passage.packet.bytes : std::move(passage.packet.bytes)};
-    if (!host_.Receive(kControlRing, frame, passage.packet.forgery)) passage.note += " no-buffer";
+    HandToHost(passage);
     Log(passage, number);
     return;
   }
@@ -211,6 +239,19 @@ void ControlWire::Forward(Passage passage) {
     return Misuse(Complaint::PacketBytes, {.count = static_cast<std::uint32_t>(passage.packet.bytes.size())});
   }
   sink_.PacketFromHost(*decoded, passage.damaged);
+}
+
+void ControlWire::HandToHost(Passage& passage) {
+  const Pdf pdf = static_cast<Pdf>(passage.packet.pdf);
+  const bool request = pdf == Pdf::InterDomainRequest;
+  const Frame frame{passage.packet.startPdf, passage.packet.pdf,
+                    log_.Wanted() || request ? passage.packet.bytes : std::move(passage.packet.bytes)};
+  if (!host_.Receive(kControlRing, frame, passage.packet.forgery)) {
+    passage.note += " no-buffer";
+  } else if (request) {
+    if (const auto decoded = DecodePacket(pdf, passage.packet.bytes))
+      sink_.RequestHanded(decoded->packet, passage.damaged || !passage.packet.forgery.Nothing());
+  }
 }
 
 void ControlWire::Log(const Passage& passage, std::uint64_t number) {

@@ -23,8 +23,18 @@ class PacketSink {
   virtual ~PacketSink() = default;
   // `damaged`: a fault broke it on the way, so it is nobody's mistake.
   virtual void PacketFromHost(const DecodedPacket& packet, bool damaged) = 0;
+  // An inter-domain request of a peer stands in the host's memory.
+  virtual void RequestHanded(const ControlPacket& request, bool damaged) = 0;
   virtual void FrameFromNetworkRing(unsigned hop, Frame frame) = 0;
+  virtual platform::Time NetworkRoomAfter(unsigned hop) = 0;
   virtual void HostPowerChanged(platform::FunctionPower power) = 0;
+};
+
+// Who manages a domain in the place of a host interface with a driver.
+class PacketReceiver {
+ public:
+  virtual ~PacketReceiver() = default;
+  virtual void PacketArrived(const ControlPacket& packet) = 0;
 };
 
 // A packet that no router sent.
@@ -45,10 +55,15 @@ class ControlWire final : public FramePort {
   WireLog& log() { return log_; }
   // A router's packet arrives at the host interface.
   void PacketToHost(const ControlPacket& packet);
+  // From now on packets for the host go to `manager`, which sends its own here.
+  void AttachManager(PacketReceiver* manager) { manager_ = manager; }
+  void SendFromManager(const ControlPacket& packet);
   bool Quiet() const { return inFlight_ == 0; }
   // Requests with this sequence number and their answers pass whole from now on, so that an access that is repeated
-  // gets through. "wire.corrupt" and "wire.delay" leave events alone: nobody checks their CRC, so a damaged one is
-  // another event, and a delayed one may be overtaken by the next. A lost one comes again.
+  // gets through; and so does one try of everything in the discovery protocol. "wire.corrupt" and "wire.delay" leave
+  // events alone: nobody checks their CRC, so a damaged one is another event, and a delayed one may be overtaken by the
+  // next. A lost one comes again. "wire.corrupt" leaves responses of peers alone as well: they are taken with a bad
+  // CRC.
   void LetRepeatsThrough(std::uint32_t lastSequence) { spared_ = lastSequence; }
 
   // --- scripted hardware
@@ -63,6 +78,7 @@ class ControlWire final : public FramePort {
 
   // FramePort
   void FrameFromHost(unsigned hop, Frame frame) override;
+  platform::Time RoomAfter(unsigned hop) override { return hop == 0 ? 0 : sink_.NetworkRoomAfter(hop); }
   void HostPowerChanged(platform::FunctionPower power) override { sink_.HostPowerChanged(power); }
 
  private:
@@ -78,8 +94,11 @@ class ControlWire final : public FramePort {
   void Forward(Passage passage);
   void ForwardLater(platform::Time delay, Passage passage);
   bool Spared(const Passage& passage) const;
+  static bool SparedDiscovery(const Passage& passage);
   bool EventThatMayOnlyBeLost(const Passage& passage) const;
+  bool TakenDamaged(const Passage& passage) const;
   bool BendAnswer(Passage& passage);
+  void HandToHost(Passage& passage);
   void BreakBoth(Passage& passage, bool& lost);
   void Log(const Passage& passage, std::uint64_t number);
   void Unsolicited();
@@ -87,6 +106,7 @@ class ControlWire final : public FramePort {
 
   platform::Simulation& simulation_;
   HostInterface& host_;
+  PacketReceiver* manager_ = nullptr;
   PacketSink& sink_;
   ProtocolErrors& errors_;
   Timing timing_;

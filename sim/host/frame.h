@@ -19,7 +19,8 @@ struct WriteBackForgery {
   std::optional<std::uint32_t> size;      // 12 bits; payload beyond the posted buffer is never written
   std::optional<std::uint32_t> startPdf;  // 4 bits
   std::optional<std::uint32_t> endPdf;    // 4 bits
-  std::uint32_t statusBits = 0;           // OR-ed into bits 31:20
+  std::uint32_t statusBits = 0;           // OR-ed into bits 31:20; bit 0 says that the payload is damaged
+  bool Nothing() const { return !size && !startPdf && !endPdf && statusBits == 0; }
 };
 
 // The router's side of a host interface.
@@ -27,6 +28,8 @@ class FramePort {
  public:
   virtual ~FramePort() = default;
   virtual void FrameFromHost(unsigned hop, Frame frame) = 0;
+  // Until a frame of this ring could be sent on; 0: at once.
+  virtual platform::Time RoomAfter(unsigned hop) = 0;
   virtual void HostPowerChanged(platform::FunctionPower power) = 0;
 };
 

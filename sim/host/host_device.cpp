@@ -46,6 +46,7 @@ HostInterface::HostInterface(platform::Simulation& simulation, std::string name,
             if (slot_ != nullptr) slot_->SignalMessage(vector);
           },
           [this](Complaint rule, ComplaintArguments arguments) { Misuse(kWhole, rule, std::move(arguments)); }) {
+  lostByRing_.resize(config_.hopCount);
   RingBus& bus = *this;
   for (unsigned hop = 0; hop < config_.hopCount; ++hop) {
     transmitRings_.push_back(std::make_unique<TransmitRing>(bus, hop, hop));
@@ -136,8 +137,14 @@ void HostInterface::Reset() {
 bool HostInterface::Receive(unsigned hop, const Frame& frame, const WriteBackForgery& forgery) {
   const bool taken = power_ == platform::FunctionPower::D0 && hop < receiveRings_.size() &&
                      receiveRings_[hop]->Deliver(frame, forgery);
-  if (!taken) ++lostFrames_;
-  return taken;
+  if (taken) return true;
+  ++lostFrames_;
+  if (hop < lostByRing_.size()) ++lostByRing_[hop];
+  return false;
+}
+
+std::uint64_t HostInterface::LostFrames(unsigned hop) const {
+  return hop < lostByRing_.size() ? lostByRing_[hop] : 0;
 }
 
 bool HostInterface::ReceiveRingRunning(unsigned hop) const {

@@ -56,6 +56,7 @@ class HostInterface final : public platform::DeviceModel, private RingBus {
   // No transfer or message is on its way.
   bool Quiet() const;
   std::uint64_t LostFrames() const { return lostFrames_; }
+  std::uint64_t LostFrames(unsigned hop) const;  // on this ring; 0 for a ring that there is not
 
   // Hostile device: writes dword 2 of a descriptor without any frame, now. Returns false when the ring has no table.
   bool ForgeDescriptor(bool transmit, unsigned hop, unsigned index, std::uint32_t dword2);
@@ -68,6 +69,7 @@ class HostInterface final : public platform::DeviceModel, private RingBus {
   void RaiseRingInterrupt(unsigned number) override { interrupts_.Raise(number); }
   void Misuse(const std::string& part, Complaint rule, ComplaintArguments arguments) override;
   void FrameFetched(unsigned hop, Frame frame) override;
+  platform::Time RoomAfter(unsigned hop) override { return port_ == nullptr ? 0 : port_->RoomAfter(hop); }
 
   void Reset();
   RingRegister FindRingRegister(std::uint32_t offset);
@@ -86,6 +88,7 @@ class HostInterface final : public platform::DeviceModel, private RingBus {
   std::vector<std::unique_ptr<TransmitRing>> transmitRings_;
   std::vector<std::unique_ptr<ReceiveRing>> receiveRings_;
   std::uint64_t lostFrames_ = 0;
+  std::vector<std::uint64_t> lostByRing_;
 };
 
 }  // namespace sim

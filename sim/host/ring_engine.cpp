@@ -152,7 +152,8 @@ void TransmitRing::IndexWritten(std::uint32_t) {
 void TransmitRing::Kick() {
   if (!running() || fetching_ || next_ == index_ >> 16) return;
   fetching_ = true;
-  Later(bus_.timing().Draw(kFetchDelay), "transmit fetch", [this] { Fetch(); });
+  const platform::Time delay = std::max(bus_.timing().Draw(kFetchDelay), bus_.RoomAfter(hop_));
+  Later(delay, "transmit fetch", [this] { Fetch(); });
 }
 
 void TransmitRing::CheckDescriptor(const Descriptor& descriptor) {
@@ -196,11 +197,12 @@ std::uint32_t ReceiveRing::bufferBytes() const {
   return field == 0 ? 4096 : field;
 }
 
-// A raw ring looks at the end-of-frame PDF only: control packets have no start-of-frame marker.
+// A raw ring looks at the end-of-frame PDF only: control packets have no start-of-frame marker. Any other takes frames
+// that begin and end as its masks say.
 bool ReceiveRing::Admits(const Frame& frame) const {
   const bool end = (pdfMasks_ >> frame.endPdf & 1) != 0;
   const bool start = (pdfMasks_ >> (16 + frame.startPdf) & 1) != 0;
-  return (control_ & kRawMode) != 0 ? end : end || start;
+  return (control_ & kRawMode) != 0 ? end : end && start;
 }
 
 bool ReceiveRing::Deliver(const Frame& frame, const WriteBackForgery& forgery) {
@@ -217,8 +219,8 @@ bool ReceiveRing::Deliver(const Frame& frame, const WriteBackForgery& forgery) {
   const auto stored = std::min<std::size_t>(frame.bytes.size(), bufferBytes());
   const auto size = forgery.size.value_or(static_cast<std::uint32_t>(stored)) & 0xFFF;
   const std::uint32_t word2 = size | (forgery.endPdf.value_or(frame.endPdf) & 0xF) << 12 |
-                              (forgery.startPdf.value_or(frame.startPdf) & 0xF) << 16 | kDone | kRequestStatus |
-                              kInterruptEnable | (forgery.statusBits & 0xFFF) << 20;
+                              (forgery.startPdf.value_or(frame.startPdf) & 0xF) << 16 | kDone | kInterruptEnable |
+                              (stored < frame.bytes.size() ? kOverrun : 0) | (forgery.statusBits & 0xFFF) << 20;
 
   const platform::Time now = bus_.simulation().Now();
   const platform::Time payloadAt = std::max(now, busyUntil_) + bus_.timing().Draw(kReceivePayload);

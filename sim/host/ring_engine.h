@@ -24,6 +24,7 @@ class RingBus {
   // `part` of the host interface: "transmit ring 0".
   virtual void Misuse(const std::string& part, Complaint rule, ComplaintArguments arguments) = 0;
   virtual void FrameFetched(unsigned hop, Frame frame) = 0;
+  virtual platform::Time RoomAfter(unsigned hop) = 0;  // until the fabric takes the next frame of this ring
 };
 
 class Ring {
@@ -47,7 +48,8 @@ class Ring {
   static constexpr std::uint32_t kRawMode = 1u << 30;
   static constexpr std::uint32_t kEndToEnd = 1u << 28;
   static constexpr std::uint32_t kDone = 1u << 21;
-  static constexpr std::uint32_t kRequestStatus = 1u << 22;
+  static constexpr std::uint32_t kRequestStatus = 1u << 22;  // as posted
+  static constexpr std::uint32_t kOverrun = 1u << 22;        // as written back: the frame was larger than its buffer
   static constexpr std::uint32_t kInterruptEnable = 1u << 23;
 
   struct Descriptor {

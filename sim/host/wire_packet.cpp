@@ -4,6 +4,8 @@
 #include <array>
 #include <cstdio>
 
+#include "sim/host/inter_domain_packet.h"
+
 namespace sim {
 namespace {
 
@@ -211,9 +213,7 @@ std::string DescribePacket(const ControlPacket& packet, bool up) {
       return Format("%s route=%llx adapter=%u", packet.Word(2) >> 31 != 0 ? "UNPLUG" : "PLUG", route,
                     packet.Word(2) & 0x3F);
   }
-  if (packet.pdf == Pdf::InterDomainRequest || packet.pdf == Pdf::InterDomainResponse)
-    return Format("XDOMAIN-%s route=%llx dwords=%u", packet.pdf == Pdf::InterDomainRequest ? "REQUEST" : "RESPONSE",
-                  route, static_cast<unsigned>(packet.dwords.size()));
+  if (IsInterDomain(packet)) return DescribeInterDomain(packet);
   if (!packet.dwords.empty() && (packet.pdf == Pdf::FirmwareHandover || packet.pdf == Pdf::FirmwareHandoverAnswer))
     return Format("HANDOVER%s command=%u", packet.pdf == Pdf::FirmwareHandoverAnswer ? "-ANSWER" : "", packet.Word(0));
   return Format("PDF%u dwords=%u", static_cast<unsigned>(packet.pdf), static_cast<unsigned>(packet.dwords.size()));

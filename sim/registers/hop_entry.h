@@ -22,6 +22,7 @@ struct PathEntry {
   bool counts() const { return (word1 & 1u << 23) != 0; }
   bool ingressFlowControl() const { return (word1 & 1u << 24) != 0; }
   bool egressFlowControl() const { return (word1 & 1u << 25) != 0; }
+  bool ingressSharedBuffering() const { return (word1 & 1u << 26) != 0; }
 };
 
 }  // namespace sim

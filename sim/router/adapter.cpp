@@ -24,7 +24,7 @@ Adapter::Adapter(Router& router, const AdapterModel& model) : router_(router), m
   if (laneCapability != 0) {
     adapterSpace_.OnWrite(laneCapability + 1, [this](const ConfigSpace::Access& access) {
       if (link != nullptr) {
-        link->LaneControlWritten((access.started & kLaneBonding) != 0);
+        link->LaneControlWritten(*this, (access.started & kLaneBonding) != 0);
       } else {
         SetLaneState(laneDisabled() ? LaneState::Disabled : LaneState::Disconnected);
       }

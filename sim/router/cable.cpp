@@ -64,6 +64,16 @@ bool Link::usb4() const {
   return ends_[0]->router().model().usb4() && ends_[1]->router().model().usb4();
 }
 
+bool Link::betweenDomains() const {
+  const Router &first = ends_[0]->router(), &second = ends_[1]->router();
+  if (first.place().host == nullptr || second.place().host == nullptr) return false;
+  return first.upstreamAdapter() != ends_[0]->number() && second.upstreamAdapter() != ends_[1]->number();
+}
+
+bool Link::mayRun() const {
+  return !betweenDomains() || (!fabric_.Asleep(ends_[0]->router()) && !fabric_.Asleep(ends_[1]->router()));
+}
+
 unsigned Link::NegotiatedSpeed() const {
   if (options_.gbpsPerLane != 0) return options_.gbpsPerLane;
   const std::uint32_t common = ends_[0]->router().model().laneSpeeds & ends_[1]->router().model().laneSpeeds;
@@ -78,7 +88,8 @@ void Link::After(platform::Time delay, const char* name, void (Link::*action)())
 }
 
 bool Link::Wanted(unsigned lane) const {
-  return !held_ && lanes_[lane].wired && !LaneAdapter(0, lane)->laneDisabled() && !LaneAdapter(1, lane)->laneDisabled();
+  return !held_ && mayRun() && lanes_[lane].wired && !LaneAdapter(0, lane)->laneDisabled() &&
+         !LaneAdapter(1, lane)->laneDisabled();
 }
 
 void Link::Evaluate() {
@@ -90,6 +101,7 @@ void Link::Evaluate() {
     lanes_[lane].up = lanes_[lane].training = false;
   }
   if (lost && bonded_) SetBonded(false);
+  if (lost) asked_ = {};
   if (wasAttached && !attached()) TakeDown();
   for (unsigned lane = 0; lane < 2; ++lane)
     if (Wanted(lane) && !paused_ && !lanes_[lane].up && !lanes_[lane].training) StartTraining(lane);
@@ -122,6 +134,7 @@ void Link::StopLanes() {
   for (Lane& lane : lanes_) lane.up = lane.training = false;
   paused_ = false;
   bondingPending_ = false;
+  asked_ = {};
   generation_ = fabric_.NewGeneration();
   if (bonded_) SetBonded(false);
   ClearMarks();
@@ -206,14 +219,17 @@ void Link::Unplugged() {
   }
 }
 
-void Link::LaneControlWritten(bool bondingRequested) {
+void Link::LaneControlWritten(const Adapter& adapter, bool bondingRequested) {
   Evaluate();
-  if (bondingRequested) EvaluateBonding();
+  if (!bondingRequested) return;
+  asked_[Find(adapter).end] = true;
+  EvaluateBonding();
 }
 
 bool Link::BondingWanted() const {
   if (!lanes_[0].up || !lanes_[1].up) return false;
   for (unsigned end = 0; end < 2; ++end) {
+    if (!asked_[end]) return false;
     for (unsigned lane = 0; lane < 2; ++lane) {
       const Adapter& adapter = *LaneAdapter(end, lane);
       if (adapter.targetWidth() != kTargetDual || (adapter.space().Get(adapter.laneCapability) & kWidthDual) == 0)
@@ -227,6 +243,7 @@ bool Link::BondAtOnce() {
   if (!lanes_[0].up || !lanes_[1].up) return false;
   for (unsigned end = 0; end < 2; ++end)
     for (unsigned lane = 0; lane < 2; ++lane) LaneAdapter(end, lane)->SetTargetWidth(kTargetDual);
+  asked_ = {true, true};
   if (!BondingWanted()) return false;
   if (!bonded_) SetBonded(true);
   return true;

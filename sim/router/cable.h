@@ -1,4 +1,5 @@
 // A cable between two ports: trains its lanes, bonds them, drops. Each change shows in the lane adapters of both ends.
+// A lane is up where both ends enable it; lanes are bonded once both ends have asked for it.
 #pragma once
 #include <array>
 #include <cstdint>
@@ -36,18 +37,23 @@ class Link {
   bool bonded() const { return bonded_; }
   unsigned gbpsPerLane() const { return speed_; }
   bool usb4() const;
+  // The ends belong to different hosts, or are two ports of one host.
+  bool betweenDomains() const;
+  // A link between two domains runs only while both hosts are awake; going to sleep disconnects it.
+  bool mayRun() const;
   // Changes whenever the link goes down, and differs between cables: what was on its way is lost.
   std::uint64_t generation() const { return generation_; }
 
-  void Drop(platform::Time backAfter);             // as a bad cable does; it trains again after that time
-  void Retrain();                                  // a router at one end was reset: down, and up again at once
-  void Pause();                                    // power saving: lanes off, bonding kept, nobody told
-  void Resume(platform::Time after);               // lanes up again as they were
-  void ResumeUntrained();                          // the lanes have forgotten everything and train anew
-  void Unplugged();                                // the cable has gone; the fabric frees the link afterwards
-  void LaneControlWritten(bool bondingRequested);  // LANE_ADP_CS_1 of one of the four adapters was written
-  bool BondAtOnce();                               // as firmware has done before; false without two lanes that are up
-  void Show();                                     // what the link knows, in the registers of both ends again
+  void Drop(platform::Time backAfter);  // as a bad cable does; it trains again after that time
+  void Retrain();                       // a router at one end was reset: down, and up again at once
+  void Pause();                         // power saving: lanes off, bonding kept, nobody told
+  void Resume(platform::Time after);    // lanes up again as they were
+  void ResumeUntrained();               // the lanes have forgotten everything and train anew
+  void Unplugged();                     // the cable has gone; the fabric frees the link afterwards
+  void LaneControlWritten(const Adapter& adapter, bool bondingRequested);  // LANE_ADP_CS_1
+  void Reconsider() { Evaluate(); }  // a host at one end has gone to sleep or has woken
+  bool BondAtOnce();                 // as firmware has done before; false without two lanes that are up
+  void Show();                       // what the link knows, in the registers of both ends again
 
  private:
   struct Lane {
@@ -87,7 +93,8 @@ class Link {
   unsigned speed_ = 10;
   bool bonded_ = false;
   bool bondingPending_ = false;
-  bool held_ = false;  // after Drop: may not train before heldUntil_
+  std::array<bool, 2> asked_{};  // by end: its manager has asked for bonding since the lanes were last parted
+  bool held_ = false;            // after Drop: may not train before heldUntil_
   platform::Time heldUntil_ = 0;
   bool paused_ = false;  // between Pause and Resume
   std::uint64_t generation_;

@@ -97,6 +97,10 @@ std::uint64_t Router::configuredRoute() const {
   return static_cast<std::uint64_t>(space_.Get(kRouterCs3) & 0x7FFFFFFF) << 32 | space_.Get(kRouterCs2);
 }
 
+Uuid Router::uuid() const {
+  return {static_cast<std::uint32_t>(model_.uid), static_cast<std::uint32_t>(model_.uid >> 32), ~0u, ~0u};
+}
+
 void Router::SetPlace(const Place& place) {
   place_ = place;
   Adapter* upstream = adapter(place.upstream);

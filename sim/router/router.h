@@ -8,6 +8,7 @@
 
 #include "platform/host/simulation.h"
 #include "sim/host/complaints.h"
+#include "sim/host/inter_domain_packet.h"
 #include "sim/host/timing.h"
 #include "sim/host/wire_packet.h"
 #include "sim/registers/register_space.h"
@@ -101,6 +102,7 @@ class Router {
   // --- place in the domain
   bool configured() const { return (space_.Get(kRouterCs3) & kConfigurationValid) != 0; }
   std::uint64_t configuredRoute() const;
+  Uuid uuid() const;  // that its UID makes: of a host router, the host's
   const Place& place() const { return place_; }
   unsigned upstreamAdapter() const { return place_.upstream; }
   void SetPlace(const Place& place);

@@ -21,6 +21,8 @@ std::optional<ControlPacket> Router::Handle(const ControlPacket& packet, unsigne
       return std::nullopt;
     case Pdf::InterDomainRequest:
     case Pdf::InterDomainResponse:
+      // A peer that was replaced by a router may still be written to; the host router itself is nobody's peer.
+      if (isHost()) Misuse(0, Complaint::InterDomainItself);
       return std::nullopt;
     case Pdf::HotPlug:
     case Pdf::FirmwareHandover:

@@ -11,7 +11,6 @@ namespace sim::test {
 namespace {
 
 constexpr std::uint32_t kPosted = 0x00C00000;
-constexpr std::uint32_t kDone = 1u << 21;
 
 std::string ModelOf(std::string router) {
   while (!router.empty() && router.back() >= 'a' && router.back() <= 'z') router.pop_back();
@@ -20,16 +19,7 @@ std::string ModelOf(std::string router) {
 
 }  // namespace
 
-Rig::Rig(const char* model, std::uint64_t seed)
-    : simulation(Options(seed)),
-      slot(simulation),
-      hostName(model),
-      fabric(simulation),
-      host((fabric.AddRouter(model, model), fabric.hostInterface(model))) {
-  host.Attach(slot);
-}
-
-void Rig::Build(const std::string& cables) {
+void FabricBench::Build(const std::string& cables) {
   std::istringstream in(cables);
   for (std::string cable; std::getline(in, cable, ',');) {
     std::istringstream ends(cable);
@@ -43,7 +33,16 @@ void Rig::Build(const std::string& cables) {
   }
 }
 
-void Rig::StartControlRing(unsigned posted) {
+HostBench::HostBench(FabricBench& bench, const char* name)
+    : hostName(name),
+      slot(bench.simulation),
+      host((bench.fabric.Find(name) == nullptr ? bench.fabric.AddRouter(ModelOf(name), name) : *bench.fabric.Find(name),
+            bench.fabric.hostInterface(name))),
+      fabric_(bench.fabric) {
+  host.Attach(slot);
+}
+
+void HostBench::StartControlRing(unsigned posted) {
   const auto low = [](std::uint64_t address) { return static_cast<std::uint32_t>(address); };
   host.WriteRegister(0x00000, low(kTransmitTable));
   host.WriteRegister(0x00004, 1);
@@ -60,7 +59,7 @@ void Rig::StartControlRing(unsigned posted) {
   for (unsigned i = 0; i < posted; ++i) PostReceive();
 }
 
-void Rig::PostReceive() {
+void HostBench::PostReceive() {
   const std::uint64_t descriptor = kReceiveTable + 16 * receiveHead_;
   const std::uint64_t buffer = kReceiveBuffers + 256 * receiveHead_;
   slot.SetWord(descriptor, static_cast<std::uint32_t>(buffer));
@@ -71,14 +70,14 @@ void Rig::PostReceive() {
   host.WriteRegister(0x08008, receiveHead_);
 }
 
-void Rig::RepostCompleted() {
+void HostBench::RepostCompleted() {
   while (receiveTail_ != receiveHead_ && (ReceiveWord(receiveTail_) & kDone) != 0) {
     receiveTail_ = (receiveTail_ + 1) % kRingSize;
     PostReceive();
   }
 }
 
-void Rig::SendBytes(unsigned pdf, const std::vector<std::uint8_t>& bytes) {
+void HostBench::SendBytes(unsigned pdf, const std::vector<std::uint8_t>& bytes) {
   const std::uint64_t descriptor = kTransmitTable + 16 * transmitHead_;
   const std::uint64_t buffer = kTransmitBuffers + 256 * transmitHead_;
   std::memcpy(slot.At(buffer), bytes.data(), bytes.size());
@@ -90,45 +89,45 @@ void Rig::SendBytes(unsigned pdf, const std::vector<std::uint8_t>& bytes) {
   host.WriteRegister(0x00008, transmitHead_ << 16);
 }
 
-void Rig::Send(Pdf pdf, std::uint64_t route, std::uint32_t word2, const std::vector<std::uint32_t>& data) {
+void HostBench::Send(Pdf pdf, std::uint64_t route, std::uint32_t word2, const std::vector<std::uint32_t>& data) {
   ControlPacket packet{pdf, {static_cast<std::uint32_t>(route >> 32), static_cast<std::uint32_t>(route), word2}};
   packet.dwords.insert(packet.dwords.end(), data.begin(), data.end());
   SendBytes(static_cast<unsigned>(pdf), EncodePacket(packet));
 }
 
-std::string Rig::Access(Pdf pdf, std::uint64_t route, AddressWord address, const std::vector<std::uint32_t>& data) {
-  WireLog& log = fabric.wire(hostName).log();
-  const std::size_t before = log.entries().size();
+std::string HostBench::Access(Pdf pdf, std::uint64_t route, AddressWord address,
+                              const std::vector<std::uint32_t>& data) {
+  const std::size_t before = log().entries().size();
   Send(pdf, route, address.Encode(), data);
   std::string answer;
-  const platform::Time deadline = simulation.Now() + 5 * kMs;
-  while (answer.empty() && simulation.Now() < deadline) {
-    Run(50 * kUs);
-    for (std::size_t i = before; i < log.entries().size() && answer.empty(); ++i)
-      if (log.entries()[i].up && log.entries()[i].pdf <= 3) answer = log.entries()[i].text;
+  const platform::Time deadline = slot.simulation().Now() + 5 * kMs;
+  while (answer.empty() && slot.simulation().Now() < deadline) {
+    RunFor(50 * kUs);
+    for (std::size_t i = before; i < log().entries().size() && answer.empty(); ++i)
+      if (log().entries()[i].up && log().entries()[i].pdf <= 3) answer = log().entries()[i].text;
   }
-  Run(60 * kUs);  // until the answer has been written back
+  RunFor(60 * kUs);  // until the answer has been written back
   RepostCompleted();
   return answer;
 }
 
-std::string Rig::Read(std::uint64_t route, unsigned adapter, Space space, unsigned offset, unsigned length) {
+std::string HostBench::Read(std::uint64_t route, unsigned adapter, Space space, unsigned offset, unsigned length) {
   return Access(Pdf::Read, route, {offset, length, adapter, space, 0, 0}, {});
 }
 
-std::string Rig::Write(std::uint64_t route, unsigned adapter, Space space, unsigned offset,
-                       const std::vector<std::uint32_t>& data) {
+std::string HostBench::Write(std::uint64_t route, unsigned adapter, Space space, unsigned offset,
+                             const std::vector<std::uint32_t>& data) {
   return Access(Pdf::Write, route, {offset, static_cast<std::uint32_t>(data.size()), adapter, space, 0, 0}, data);
 }
 
-std::uint32_t Rig::Value(std::uint64_t route, unsigned adapter, Space space, unsigned offset) {
+std::uint32_t HostBench::Value(std::uint64_t route, unsigned adapter, Space space, unsigned offset) {
   const std::string answer = Read(route, adapter, space, offset);
   const std::size_t at = answer.find("data=");
   EXPECT_NE(at, std::string::npos) << "answer: " << answer;
   return at == std::string::npos ? 0 : static_cast<std::uint32_t>(std::stoul(answer.substr(at + 5, 8), nullptr, 16));
 }
 
-void Rig::Configure(std::uint64_t route, unsigned upstream) {
+void HostBench::Configure(std::uint64_t route, unsigned upstream) {
   unsigned depth = 0;
   while (depth < 8 && route >> (8 * depth) != 0) ++depth;
   const std::uint32_t cs1 = Value(route, 0, Space::Router, 1);
@@ -141,30 +140,37 @@ void Rig::Configure(std::uint64_t route, unsigned upstream) {
   Write(route, 0, Space::Router, 1, header);
   if (!usb4 || route == 0) return;
   Write(route, 0, Space::Router, 5, {0x83800000 & ~0x03000000u});
-  Run(10 * kMs);
+  RunFor(10 * kMs);
 }
 
-void Rig::Manage(const std::string& cables) {
-  Build(cables);
+void HostBench::ManageDomain() {
+  Router& top = *fabric_.Find(hostName);
   StartControlRing();
-  Configure(0, fabric.Find(hostName)->upstreamAdapter());
-  for (const auto& router : fabric.routers()) {
+  Configure(0, top.upstreamAdapter());
+  for (const auto& router : fabric_.routers()) {
     const unsigned upstream = router->upstreamAdapter();
-    if (router->isHost() || upstream == 0) continue;
+    if (router->isHost() || router->place().host != &top) continue;
     const Adapter* above = router->adapter(upstream)->link->Opposite(*router->adapter(upstream));
     Unlock(above->router().place().route, above->number());
     Configure(router->place().route, upstream);
   }
 }
 
-void Rig::Acknowledge(std::uint64_t route, unsigned adapter, bool unplug) {
+void HostBench::Acknowledge(std::uint64_t route, unsigned adapter, bool unplug) {
   Send(Pdf::Notification, route, 7 | adapter << 8 | (unplug ? 3u : 2u) << 30);
-  Run(1 * kMs);
+  RunFor(1 * kMs);
   RepostCompleted();
 }
 
-void Rig::Unlock(std::uint64_t route, unsigned adapter) {
+void HostBench::Unlock(std::uint64_t route, unsigned adapter) {
   Write(route, adapter, Space::Adapter, 4, {Value(route, adapter, Space::Adapter, 4) & 0x7FFFFFFF});
+}
+
+Rig::Rig(const char* model, std::uint64_t seed) : FabricBench(seed), HostBench(*this, model) {}
+
+void Rig::Manage(const std::string& cables) {
+  Build(cables);
+  ManageDomain();
 }
 
 std::string Text(const ProtocolErrors& errors) {

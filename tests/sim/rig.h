@@ -21,6 +21,8 @@ inline platform::SimulationOptions Options(std::uint64_t seed) {
   return options;
 }
 
+inline constexpr std::uint32_t kDone = 1u << 21;  // in dword 2 of a descriptor
+
 // Everything that the model holds against its driver, one a line.
 std::string Text(const ProtocolErrors& errors);
 
@@ -78,7 +80,22 @@ class FakeSlot final : public platform::PciSlot {
   std::vector<std::uint8_t> memory_;
 };
 
-class Rig {
+// Clock and hardware.
+struct FabricBench {
+  explicit FabricBench(std::uint64_t seed) : simulation(Options(seed)), fabric(simulation) {}
+  // Adds routers and cables from a line such as "H1:1 D1:1, D1:3 D2:1"; a router is named after its model, which a
+  // trailing letter may tell apart ("D1a").
+  void Build(const std::string& cables);
+  void Run(platform::Time time) { simulation.RunFor(time); }
+  Adapter& adapter(const char* port) { return *fabric.FindAdapter(port); }
+  std::string Errors() { return Text(fabric.errors()); }
+
+  platform::Simulation simulation;
+  Fabric fabric;
+};
+
+// One host of a bench: its memory and interrupts, its control ring, and a manager made of single accesses.
+class HostBench {
  public:
   static constexpr unsigned kRingSize = 10;
   static constexpr std::uint64_t kTransmitTable = FakeSlot::kBase + 0x1000;
@@ -86,10 +103,7 @@ class Rig {
   static constexpr std::uint64_t kTransmitBuffers = FakeSlot::kBase + 0x10000;  // 256 bytes each
   static constexpr std::uint64_t kReceiveBuffers = FakeSlot::kBase + 0x20000;
 
-  explicit Rig(const char* model = "H1", std::uint64_t seed = 0);
-  // Adds routers and cables from a line such as "H1:1 D1:1, D1:3 D2:1"; a router is named after its model, which a
-  // trailing letter may tell apart ("D1a").
-  void Build(const std::string& cables);
+  HostBench(FabricBench& bench, const char* name);
 
   // Control rings on hop 0, receive descriptors posted.
   void StartControlRing(unsigned posted = kRingSize - 1);
@@ -97,40 +111,45 @@ class Rig {
   void PostReceive();
   void SendBytes(unsigned pdf, const std::vector<std::uint8_t>& bytes);
   void Send(Pdf pdf, std::uint64_t route, std::uint32_t word2, const std::vector<std::uint32_t>& data = {});
-  void Run(platform::Time time) { simulation.RunFor(time); }
-
   // One access to its end; gives the answer as the log describes it, or "" when none came within 5 ms.
   std::string Read(std::uint64_t route, unsigned adapter, Space space, unsigned offset, unsigned length = 1);
   std::string Write(std::uint64_t route, unsigned adapter, Space space, unsigned offset,
                     const std::vector<std::uint32_t>& data);
   // First dword of a read that must succeed.
   std::uint32_t Value(std::uint64_t route, unsigned adapter, Space space, unsigned offset);
-  // Builds the cables, starts the control ring and configures every router from the top, opening the ports between.
-  void Manage(const std::string& cables = "");
+  // Starts the control ring and configures every router of the domain from the top, opening the ports between.
+  void ManageDomain();
   // Writes the header of the router at `route` as a manager does; of a USB4 router also the ready request.
   void Configure(std::uint64_t route, unsigned upstream);
   void Acknowledge(std::uint64_t route, unsigned adapter, bool unplug);
   void Unlock(std::uint64_t route, unsigned adapter);
 
-  Adapter& adapter(const char* port) { return *fabric.FindAdapter(port); }
-  std::string Wire() { return fabric.wire(hostName).log().TakeText(); }
-  std::string Errors() { return Text(fabric.errors()); }
+  // Takes what has come in and posts the buffers again.
+  void RepostCompleted();
+  WireLog& log() { return fabric_.wire(hostName).log(); }
+  std::string Wire() { return log().TakeText(); }
   std::uint32_t ReceiveWord(unsigned index) const { return slot.Word(kReceiveTable + 16 * index + 8); }
   std::uint32_t TransmitWord(unsigned index) const { return slot.Word(kTransmitTable + 16 * index + 8); }
 
-  platform::Simulation simulation;
+  const std::string hostName;
   FakeSlot slot;
-  std::string hostName;
-  Fabric fabric;
   HostInterface& host;
 
  private:
   std::string Access(Pdf pdf, std::uint64_t route, AddressWord address, const std::vector<std::uint32_t>& data);
-  void RepostCompleted();
+  void RunFor(platform::Time time) { slot.simulation().RunFor(time); }
 
+  Fabric& fabric_;
   unsigned transmitHead_ = 0;
   unsigned receiveHead_ = 0;
   unsigned receiveTail_ = 0;
+};
+
+// A bench with one host, named after its model.
+struct Rig : FabricBench, HostBench {
+  explicit Rig(const char* model = "H1", std::uint64_t seed = 0);
+  // Builds the cables, then manages the domain.
+  void Manage(const std::string& cables = "");
 };
 
 // For a write to a register space past the wire: a complaint fails the test.
