@@ -8,7 +8,7 @@
 
 #include "hostif/control_packet.h"
 #include "hostif/crc32c.h"
-#include "sim/host/wire_packet.h"
+#include "sim/host/inter_domain_packet.h"
 
 namespace lab {
 namespace {
@@ -44,9 +44,25 @@ std::vector<std::uint32_t> ToWords(std::span<const std::uint8_t> bytes) {
   return words;
 }
 
+sim::ControlPacket InterDomain(const Packet& packet) {
+  return {static_cast<sim::Pdf>(packet.pdf), packet.words};
+}
+
+// The type of a discovery packet says which of the two it is.
+std::optional<unsigned> GuessInterDomain(Packet packet) {
+  for (const unsigned pdf : {kRequest, kResponse}) {
+    packet.pdf = pdf;
+    if (sim::IsDiscovery(InterDomain(packet)) &&
+        sim::PdfOf(sim::TypeOf(InterDomain(packet))) == static_cast<sim::Pdf>(pdf))
+      return pdf;
+  }
+  return std::nullopt;
+}
+
 // Hot-plug words name an adapter and bit 31, acknowledgements start with 7 and say plug or unplug in bits 31:30; an
 // address word has a length.
 unsigned GuessPdf(const Packet& packet) {
+  if (const auto interDomain = GuessInterDomain(packet)) return *interDomain;
   const std::uint32_t word = packet.Word(2);
   if (!packet.up && (word & 0xFF) == kAcknowledgeCode && (word >> 31) != 0) return kNotification;
   if (packet.up && (word & kEventZero) == 0) return kHotPlug;
@@ -59,12 +75,14 @@ unsigned GuessPdf(const Packet& packet) {
 }
 
 std::size_t ExpectedWords(const Packet& packet) {
+  if (packet.pdf == kRequest || packet.pdf == kResponse) return sim::WordsInAll(packet.Word(2));
   const bool hasData = (packet.pdf == kRead) == packet.up;
   return packet.pdf == kRead || packet.pdf == kWrite ? kHeaderWords + (hasData ? packet.Length() : 0) : kHeaderWords;
 }
 
 bool FixedSize(unsigned pdf) {
-  return pdf == kRead || pdf == kWrite || pdf == kNotification || pdf == kHotPlug;
+  return pdf == kRead || pdf == kWrite || pdf == kNotification || pdf == kHotPlug || pdf == kRequest ||
+         pdf == kResponse;
 }
 
 // The last word is a CRC when it fits, or when the packet is exactly one word longer than its type allows.
@@ -102,9 +120,11 @@ const char* TypeName(const Packet& packet) {
     case kHotPlug:
       return "hot-plug event";
     case kRequest:
-      return "inter-domain request";
+      return sim::IsDiscovery(InterDomain(packet)) ? sim::DiscoveryName(sim::TypeOf(InterDomain(packet)))
+                                                   : "inter-domain request";
     case kResponse:
-      return "inter-domain response";
+      return sim::IsDiscovery(InterDomain(packet)) ? sim::DiscoveryName(sim::TypeOf(InterDomain(packet)))
+                                                   : "inter-domain response";
     default:
       return "packet of an unknown type";
   }
@@ -128,6 +148,8 @@ class PacketExplanation {
       Notification();
     else if (packet_.pdf == kHotPlug)
       HotPlug();
+    else if (packet_.pdf == kRequest || packet_.pdf == kResponse)
+      Discovery();
     else
       Data(2);
     Crc();
@@ -212,6 +234,12 @@ class PacketExplanation {
     if ((word & kEventZero) != 0) Fault("reserved bits of the event word: 0x{:08x}", word & kEventZero);
     CheckSize();
     if (!packet_.up) Fault("a hot-plug event comes from a router, header bits 0x200");
+  }
+
+  void Discovery() {
+    const sim::ControlPacket packet = InterDomain(packet_);
+    for (auto& field : sim::InterDomainFields(packet)) out_.fields.push_back(std::move(field));
+    for (const sim::Fault& fault : sim::InterDomainFaults(packet)) out_.faults.push_back(fault.Text());
   }
 
   void CheckSize() {

@@ -57,6 +57,33 @@ TEST_F(Captured, RequestAndAnswerAreMatchedAndDissected) {
   EXPECT_NE(Tshark(file_, "").find("Error route 3 adapter 10: code 5 [bad CRC]"), std::string::npos);
 }
 
+TEST_F(Captured, DiscoveryPacketsAreMatchedByRouteAndSequenceNumberInBothDirections) {
+  const std::string head = "0ed738b6bb40ff42e290c29707ffb2c0";
+  const std::string uuid = "0000000500000001ffffffffffffffff", host = "89abcd0101234567ffffffffffffffff";
+  using enum lab::Direction;
+  Write(1000, ToDevice, 6, "000000000000000110000005" + head + "0000000c74f57db9");
+  Write(2000, FromDevice, 6, "800000000000000110000009" + head + "00000005" + uuid + "f2ac8037");
+  Write(3000, FromDevice, 7, "80000000000000011000000b" + head + "00000002" + uuid + "0000000000000003f8c3270f");
+  Write(4000, ToDevice, 7, "000000000000000110000005" + head + "000000061f175581");
+  Write(5000, FromDevice, 7,
+        "800000000000000108000011" + head + "00000004" + uuid + host + "003c002d0000000700000011000000226f507725");
+  Write(6000, ToDevice, 6, "000000000000000100000006" + head + "0000001100000c03d01bab72");
+  Write(7000, FromDevice, 7, "800000000000000100000006" + head + "00000007000000045a1f1daf");
+  ASSERT_TRUE(writer_.Close());
+  EXPECT_EQ(Tshark(file_,
+                   "-T fields -e usb4ctl.xd.type -e usb4ctl.xd.sequence -e usb4ctl.xd.uuid -e usb4ctl.xd.total "
+                   "-e usb4ctl.xd.offset -e usb4ctl.xd.block -e usb4ctl.xd.new_width -e usb4ctl.xd.error "
+                   "-e usb4ctl.crc.status -e usb4ctl.request_in -E separator=, -E aggregator=+"),
+            "12,2,,,,,,,1,\n"
+            "5,2,,,,,,,1,\n"
+            "2,2,0500000001000000ffffffffffffffff,,,,,,1,1\n"
+            "6,2,,,,,,,1,2\n"
+            "4,1,,60,45,0x00000011+0x00000022,,,1,\n"
+            "17,0,,,,,3,,1,\n"
+            "7,0,,,,,,4,1,6\n");
+  EXPECT_NE(Tshark(file_, "").find("Error response route 1 seq 0: not ready"), std::string::npos);
+}
+
 TEST(Capture, AFileThatCannotBeWrittenEndsTheRunBeforeItBegins) {
   for (std::string lab::RunOptions::*file : {&lab::RunOptions::captureFile, &lab::RunOptions::traceFile}) {
     lab::RunOptions options;

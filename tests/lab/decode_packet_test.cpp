@@ -60,6 +60,24 @@ TEST(DecodePacket, WhatIsWrongIsNamed) {
   }
 }
 
+TEST(DecodePacket, DiscoveryPacketsAreExplainedFieldByField) {
+  EXPECT_EQ(
+      Text(lab::DecodePacketLine(Line(
+          "8000000000000001080000110ed738b6bb40ff42e290c29707ffb2c0000000040000000500000001ffffffffffffffff89abcd01"
+          "01234567ffffffffffffffff003c002d0000000700000011000000226f507725"))),
+      "PROPERTIES-RESPONSE, 84 bytes, CRC good, type guessed\n"
+      "route: 1\nheader bits: 0x200 (from a router)\nlength: 17\nsequence: 1\n"
+      "protocol: 0ed738b6-bb40ff42-e290c297-07ffb2c0\ntype: 4\nfrom: 00000005-00000001-ffffffff-ffffffff\n"
+      "to: 89abcd01-01234567-ffffffff-ffffffff\noffset: 45\ntotal: 60\ngeneration: 0x7\n"
+      "block[45]: 0x00000011\nblock[46]: 0x00000022\nCRC-32C: 0x6f507725\n");
+  EXPECT_EQ(
+      Text(lab::DecodePacketLine(Line("0000000000000001000000060ed738b6bb40ff42e290c29707ffb2c00000000ce640fff5"))),
+      "UUID-REQUEST, 36 bytes, CRC good, type guessed\n"
+      "route: 1\nheader bits: 0x000 (from the manager)\nlength: 6\nsequence: 0\n"
+      "protocol: 0ed738b6-bb40ff42-e290c297-07ffb2c0\ntype: 12\nCRC-32C: 0xe640fff5\n"
+      "wrong: UUID-REQUEST: length 6 where 5 words follow\n");
+}
+
 TEST(DecodePacket, EveryTypeIsRecognised) {
   const struct {
     const char* hex;
@@ -70,6 +88,10 @@ TEST(DecodePacket, EveryTypeIsRecognised) {
       {"0000000000000000c0000307", "plug acknowledgement, 12 bytes, no CRC, type guessed", "plug bits: 3 (unplug)"},
       {"800000000000000080000005", "hot-plug event, 12 bytes, no CRC, type guessed", "event: unplug"},
       {"00000000000000010200200311223344", "write request, 16 bytes, no CRC, type guessed", "dword 0x3: 0x11223344"},
+      {"8000000000000001000000060ed738b6bb40ff42e290c29707ffb2c00000000700000004",
+       "ERROR-RESPONSE, 36 bytes, no CRC, type guessed", "code: 4 (not ready)"},
+      {"0000000000000001000000060ed738b6bb40ff42e290c29707ffb2c00000001100000c03",
+       "LINK-CHANGE-REQUEST, 36 bytes, no CRC, type guessed", "target-speed: 0xc"},
       {"800000000000000102002003", "write answer, 12 bytes, no CRC, type guessed", "offset: 0x3 (dwords)"},
   };
   for (const auto& test : kCases) {

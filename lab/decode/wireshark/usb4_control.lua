@@ -14,6 +14,15 @@ local ERROR = {
   [7] = "acknowledgement of a plug event", [8] = "router not enumerated", [9] = "not for this route's manager",
   [10] = "wrong length", [11] = "header error", [12] = "flow control error", [13] = "plug-event error", [14] = "adapter locked",
 }
+local DISCOVERY = "b638d70e42ff40bb97c290e2c0b2ff07"
+local NETWORK = "798f589e36168a4797c65664a920c8dd"
+local XD_TYPE = {
+  [1] = "UUID request, older form", [2] = "UUID response", [3] = "Properties request", [4] = "Properties response",
+  [5] = "Properties changed request", [6] = "Properties changed response", [7] = "Error response", [12] = "UUID request",
+  [15] = "Link state status request", [16] = "Link state status response", [17] = "Link state change request",
+  [18] = "Link state change response",
+}
+local XD_ERROR = { [1] = "unknown packet", [2] = "unknown domain", [3] = "not supported", [4] = "not ready" }
 local CRC_STATE = { [0] = "bad", [1] = "good" }
 
 local f = {
@@ -38,6 +47,26 @@ local f = {
   event = ProtoField.uint32("usb4ctl.event", "Event word", base.HEX),
   plug_adapter = ProtoField.uint32("usb4ctl.plug_adapter", "Adapter", base.DEC, nil, 0x0000003F),
   unplug = ProtoField.bool("usb4ctl.unplug", "Unplug", 32, nil, 0x80000000),
+  xd_length = ProtoField.uint32("usb4ctl.xd.length", "Words behind this one", base.DEC, nil, 0x0000003F),
+  xd_sequence = ProtoField.uint32("usb4ctl.xd.sequence", "Sequence number", base.DEC, nil, 0x18000000),
+  xd_protocol = ProtoField.string("usb4ctl.xd.protocol", "Protocol UUID"),
+  xd_type = ProtoField.uint32("usb4ctl.xd.type", "Inter-domain type", base.DEC, XD_TYPE),
+  xd_uuid = ProtoField.string("usb4ctl.xd.uuid", "UUID"),
+  xd_from = ProtoField.string("usb4ctl.xd.from", "Sender's UUID"),
+  xd_to = ProtoField.string("usb4ctl.xd.to", "Receiver's UUID"),
+  xd_route = ProtoField.uint64("usb4ctl.xd.route", "Route that the request came on", base.HEX),
+  xd_offset = ProtoField.uint32("usb4ctl.xd.offset", "Offset in the block (words)", base.DEC, nil, 0x0000FFFF),
+  xd_total = ProtoField.uint32("usb4ctl.xd.total", "Words in the block", base.DEC, nil, 0xFFFF0000),
+  xd_generation = ProtoField.uint32("usb4ctl.xd.generation", "Generation of the block", base.HEX),
+  xd_block = ProtoField.uint32("usb4ctl.xd.block", "Block word", base.HEX),
+  xd_error = ProtoField.uint32("usb4ctl.xd.error", "Error code", base.DEC, XD_ERROR),
+  xd_status = ProtoField.uint32("usb4ctl.xd.status", "Status", base.DEC),
+  xd_widths = ProtoField.uint32("usb4ctl.xd.widths", "Supported link widths", base.HEX, nil, 0x000000FF),
+  xd_width = ProtoField.uint32("usb4ctl.xd.width", "Target link width", base.DEC, nil, 0x0000FF00),
+  xd_speeds = ProtoField.uint32("usb4ctl.xd.speeds", "Supported link speeds", base.HEX, nil, 0x00FF0000),
+  xd_speed = ProtoField.uint32("usb4ctl.xd.speed", "Target link speed", base.HEX, nil, 0xFF000000),
+  xd_new_width = ProtoField.uint32("usb4ctl.xd.new_width", "Target link width", base.DEC, nil, 0x000000FF),
+  xd_new_speed = ProtoField.uint32("usb4ctl.xd.new_speed", "Target link speed", base.HEX, nil, 0x0000FF00),
   crc = ProtoField.uint32("usb4ctl.crc", "CRC-32C", base.HEX),
   crc_status = ProtoField.uint8("usb4ctl.crc.status", "CRC status", base.DEC, CRC_STATE),
   answer_in = ProtoField.framenum("usb4ctl.answer_in", "Answered in frame", base.NONE, frametype.RESPONSE),
@@ -101,15 +130,15 @@ function proto.init()
   open_requests, pairs_by_request, pairs_by_answer = {}, {}, {}
 end
 
-local function remember(key, pinfo, outbound, is_error)
+local function remember(key, pinfo, is_request, is_error)
   local now = tonumber(tostring(pinfo.rel_ts))
-  if outbound then
+  if is_request then
     open_requests[#open_requests + 1] = { key = key, number = pinfo.number, time = now }
     return
   end
-  -- An error packet answers the oldest request, whatever its route: that is how the driver takes it.
+  -- An error packet answers the oldest request of the host, whatever its route: that is how the driver takes it.
   for i, request in ipairs(open_requests) do
-    if is_error or request.key == key then
+    if (is_error and request.key:sub(1, 5) ~= "peer/") or request.key == key then
       pairs_by_request[request.number] = pinfo.number
       pairs_by_answer[pinfo.number] = { number = request.number, time = (now - request.time) * 1000 }
       table.remove(open_requests, i)
@@ -165,6 +194,101 @@ local function dissect_notification(tvb, pinfo, tree, route, outbound)
   return string.format("Error route %s adapter %d: %s", route, adapter, ERROR[code] or ("code " .. code))
 end
 
+-- A request of either side waits for an answer from the other one with its route and sequence number. A repetition takes
+-- the place of the request that it repeats.
+local function remember_inter_domain(pinfo, is_request, outbound, route, sequence)
+  local asker = (is_request == outbound) and "host" or "peer"
+  local key = table.concat({ asker, interface_field().value, route, "inter-domain", sequence }, "/")
+  if is_request then
+    for i = #open_requests, 1, -1 do
+      if open_requests[i].key == key then table.remove(open_requests, i) end
+    end
+  end
+  remember(key, pinfo, is_request)
+end
+
+local function word_at(tvb, i) return tvb(4 + 4 * i, 4) end
+
+-- Sixteen bytes as their host stores them: the wire carries each word most significant byte first.
+local function uuid_at(tvb, first)
+  local text = ""
+  for i = first, first + 3 do
+    local word = word_at(tvb, i)
+    for byte = 3, 0, -1 do text = text .. string.format("%02x", word(byte, 1):uint()) end
+  end
+  return text
+end
+
+local function add_uuid(tvb, tree, field, first) tree:add(field, tvb(4 + 4 * first, 16), uuid_at(tvb, first)) end
+
+local function add_block(tvb, tree, words)
+  local offset = word_at(tvb, 16):bitfield(16, 16)
+  tree:add(f.xd_offset, word_at(tvb, 16))
+  tree:add(f.xd_total, word_at(tvb, 16))
+  tree:add(f.xd_generation, word_at(tvb, 17))
+  for i = 18, words - 1 do tree:add(f.xd_block, word_at(tvb, i)):append_text(string.format(" (word %d)", offset + i - 18)) end
+  return string.format(" offset %d of %d, %d words", offset, word_at(tvb, 16):bitfield(0, 16), words - 18)
+end
+
+-- By type: how many words there must be, and what to make of them; the result goes behind the line of the packet.
+local XD_PAYLOAD = {
+  [2] = { 14, function(tvb, tree)
+    add_uuid(tvb, tree, f.xd_uuid, 8)
+    tree:add(f.xd_route, tvb(4 + 4 * 12, 8))
+    return " " .. uuid_at(tvb, 8)
+  end },
+  [3] = { 17, function(tvb, tree)
+    add_uuid(tvb, tree, f.xd_from, 8)
+    add_uuid(tvb, tree, f.xd_to, 12)
+    tree:add(f.xd_offset, word_at(tvb, 16))
+    return string.format(" offset %d", word_at(tvb, 16):bitfield(16, 16))
+  end },
+  [4] = { 18, function(tvb, tree, words)
+    add_uuid(tvb, tree, f.xd_from, 8)
+    add_uuid(tvb, tree, f.xd_to, 12)
+    return add_block(tvb, tree, words)
+  end },
+  [5] = { 12, function(tvb, tree) add_uuid(tvb, tree, f.xd_from, 8) return "" end },
+  [7] = { 9, function(tvb, tree)
+    tree:add(f.xd_error, word_at(tvb, 8))
+    local code = word_at(tvb, 8):uint()
+    return ": " .. (XD_ERROR[code] or ("code " .. code))
+  end },
+  [16] = { 10, function(tvb, tree)
+    tree:add(f.xd_status, word_at(tvb, 8))
+    for _, field in ipairs({ f.xd_widths, f.xd_width, f.xd_speeds, f.xd_speed }) do tree:add(field, word_at(tvb, 9)) end
+    return string.format(" status %d", word_at(tvb, 8):uint())
+  end },
+  [17] = { 9, function(tvb, tree)
+    tree:add(f.xd_new_width, word_at(tvb, 8))
+    tree:add(f.xd_new_speed, word_at(tvb, 8))
+    return string.format(" width %d", word_at(tvb, 8):bitfield(24, 8))
+  end },
+  [18] = { 9, function(tvb, tree)
+    tree:add(f.xd_status, word_at(tvb, 8))
+    return string.format(" status %d", word_at(tvb, 8):uint())
+  end },
+}
+
+local function dissect_inter_domain(tvb, pinfo, tree, pdf, route, outbound, words)
+  local length = word_at(tvb, 2)
+  tree:add(f.xd_length, length)
+  tree:add(f.xd_sequence, length)
+  local sequence = length:bitfield(3, 2)
+  if words < 8 then return string.format("%s route %s", PDF[pdf], route) end
+  if not pinfo.visited then remember_inter_domain(pinfo, pdf == 6, outbound, route, sequence) end
+  local protocol, kind = uuid_at(tvb, 3), word_at(tvb, 7):uint()
+  tree:add(f.xd_protocol, tvb(4 + 4 * 3, 16), protocol)
+  if protocol ~= DISCOVERY then
+    for i = 7, words - 1 do tree:add(f.data, word_at(tvb, i)):append_text(string.format(" (word %d)", i)) end
+    return string.format("%s%s route %s seq %d", protocol == NETWORK and "Network " or "", PDF[pdf], route, sequence)
+  end
+  tree:add(f.xd_type, word_at(tvb, 7))
+  local payload, more = XD_PAYLOAD[kind], ""
+  if payload and words >= payload[1] then more = payload[2](tvb, tree, words) end
+  return string.format("%s route %s seq %d%s", XD_TYPE[kind] or ("Inter-domain type " .. kind), route, sequence, more)
+end
+
 local function dissect_plug(tvb, tree, route)
   local range = tvb(12, 4)
   local word = tree:add(f.event, range)
@@ -199,7 +323,8 @@ function proto.dissector(tvb, pinfo, root)
     if words >= 3 then
       if pdf == 1 or pdf == 2 then info = dissect_address(tvb, pinfo, tree, pdf, route, outbound, words)
       elseif pdf == 3 then info = dissect_notification(tvb, pinfo, tree, route, outbound)
-      elseif pdf == 5 then info = dissect_plug(tvb, tree, route) end
+      elseif pdf == 5 then info = dissect_plug(tvb, tree, route)
+      elseif pdf == 6 or pdf == 7 then info = dissect_inter_domain(tvb, pinfo, tree, pdf, route, outbound, words) end
     end
   end
   if words < 3 then tree:add_proto_expert_info(too_short) end
