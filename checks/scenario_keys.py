@@ -1,7 +1,8 @@
 """docs/scenarios.md lists every key of a scenario file that the tool reads, and no other."""
 import re
 
-READERS = ("lab/scenario/scenario.cpp", "lab/scenario/topology_input.cpp", "lab/scenario/protocol_input.cpp")
+READERS = ("lab/scenario/scenario.cpp", "lab/scenario/topology_input.cpp", "lab/scenario/protocol_input.cpp",
+           "lab/scenario/peer_input.cpp")
 CALL = re.compile(r'\b(?:Has|Text|RequiredText|Number|Choice|Index|Flag|Duration|TextList|Tables|Table|ReadAdapter|ReadPort|OneOf|Mbps)'
                   r'\((?:table, )?"(\w+)"')
 BY_NAME = re.compile(r'\{"(\w+)", &')  # keys that are read in a loop
@@ -20,7 +21,8 @@ def findings(root):
 
 
 _CODE = {"lab/scenario/scenario.cpp": 'table.Text("name", "");\n{"dpTunnels", &expectation.dpTunnels}',
-         "lab/scenario/topology_input.cpp": 'table.Number("lanes", 2, 1, 2);\n', "lab/scenario/protocol_input.cpp": 'Mbps(table, "up");\n'}
+         "lab/scenario/topology_input.cpp": 'table.Number("lanes", 2, 1, 2);\n', "lab/scenario/protocol_input.cpp": 'Mbps(table, "up");\n',
+         "lab/scenario/peer_input.cpp": ""}
 _DOCS = "| key |\n|---|\n| `name` | text |\n| `dpTunnels` | number |\n| `lanes`, `up` | number |\n"
 CLEAN = _CODE | {"docs/scenarios.md": _DOCS}
 PLANTED = {

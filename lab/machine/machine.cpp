@@ -1,6 +1,8 @@
 // Builds hosts from their configuration and keeps what belongs together alive in the right order.
 #include "lab/machine/machine.h"
 
+#include <algorithm>
+
 #include "lab/machine/waivers.h"
 #include "sim/dataplane/display_adapter.h"
 #include "sim/dataplane/usb3_function.h"
@@ -16,6 +18,7 @@ constexpr std::uint64_t kBarSpacing = 0x10000000;
 // The longest that the driver waits without anything outstanding, below its shortest idle time-out of 15 s after work.
 constexpr platform::Time kQuietHorizon = 6 * platform::kSecond;
 
+constexpr platform::Status kNotStarted = static_cast<platform::Status>(0xC0000001);
 constexpr const char* kComputerNameKey =
     "\\Registry\\Machine\\System\\CurrentControlSet\\Control\\ComputerName\\ActiveComputerName";
 
@@ -74,9 +77,26 @@ Machine::Machine(MachineConfig config)
     hosts_.back().controllers.resize(config_.hosts[host].controllers.size());
     for (std::size_t i = 0; i < hosts_.back().controllers.size(); ++i) BuildController({host, i});
   }
+  for (const PeerHostConfig& peer : config_.peers) BuildPeer(peer);
   for (const RouterConfig& router : config_.routers) BuildRouter(router);
   for (const CableConfig& cable : config_.cables) fabric_->Connect(cable.first, cable.second, cable.options);
   Furnish();
+}
+
+void Machine::BuildPeer(const PeerHostConfig& config) {
+  const sim::RouterModel* named = sim::FindModel(config.model);
+  if (named == nullptr || !named->host) throw sim::TopologyError("no host model \"" + config.model + "\"");
+  sim::RouterModel& model = *routerModels_.emplace_back(std::make_unique<sim::RouterModel>(*named));
+  const std::uint64_t next = NextUid(named->uid);
+  model.uid = config.uid.value_or(next);
+  if (config.peer.lanes == 1) model.laneWidths = 1;
+  sim::PeerConfig peer = config.peer;
+  if (!config.sameUuidAs.empty()) {
+    const sim::Router* other = fabric_->Find(config.sameUuidAs);
+    if (other == nullptr) throw sim::TopologyError("no host \"" + config.sameUuidAs + "\"");
+    peer.uuid = other->uuid();
+  }
+  fabric_->AddPeer(model, std::move(peer));
 }
 
 void Machine::BuildRouter(const RouterConfig& config) {
@@ -135,6 +155,8 @@ void Machine::BuildController(Place place) {
   const sim::RouterModel* named = sim::FindModel(config.model);
   if (named == nullptr || !named->hostInterface) throw sim::TopologyError("no host model \"" + config.model + "\"");
   controller.model = std::make_unique<sim::RouterModel>(*named);
+  const std::uint64_t next = NextUid(named->uid);
+  controller.model->uid = config.uid.value_or(next);
   sim::HostInterfaceConfig& interface = *controller.model->hostInterface;
   if (config.pciIdentity) {
     interface.pci.vendor = static_cast<std::uint16_t>(*config.pciIdentity);
@@ -159,7 +181,7 @@ sim::ControlWire& Machine::wire(Place place) {
   return fabric_->wire(RouterName(place));
 }
 
-void Machine::StartController(Place place) {
+void Machine::BeginController(Place place, std::shared_ptr<unsigned> starting) {
   const ControllerConfig& config = config_.hosts[place.host].controllers[place.controller];
   Controller& controller = At(place);
   platform::DeviceConfig device;
@@ -170,23 +192,41 @@ void Machine::StartController(Place place) {
   device.acpiStatus = config.acpiStatus;
   device.acpiDelay = config.acpiDelay;
   controller.added = true;
-  controller.startStatus = kernel(place.host).AddAndStart(device, &controller.device);
+  controller.startStatus = kNotStarted;
+  ++*starting;
+  controller.device = kernel(place.host).AddAndStartAsync(device, [&controller, starting](platform::Status status) {
+    controller.startStatus = status;
+    --*starting;
+  });
+}
+
+void Machine::WaitForStart(const std::shared_ptr<unsigned>& starting) {
+  simulation_.RunUntil([starting] { return *starting == 0; });
 }
 
 void Machine::Start() {
-  for (std::size_t host = 0; host < hosts_.size() && !simulation_.Stopped(); ++host) {
-    const platform::Status status = kernel(host).LoadDriver(&DriverEntry);
-    for (std::size_t i = 0; i < hosts_[host].controllers.size() && !simulation_.Stopped(); ++i) {
-      if (status < 0)
-        hosts_[host].controllers[i].startStatus = status;
-      else
-        StartController({host, i});
-    }
+  std::size_t controllers = 0;
+  std::vector<platform::Status> loaded;
+  for (std::size_t host = 0; host < hosts_.size(); ++host) {
+    loaded.push_back(kernel(host).LoadDriver(&DriverEntry));
+    controllers = std::max(controllers, hosts_[host].controllers.size());
+    if (loaded[host] < 0)
+      for (Controller& controller : hosts_[host].controllers) controller.startStatus = loaded[host];
+  }
+  for (std::size_t i = 0; i < controllers && !simulation_.Stopped(); ++i) {
+    const auto starting = std::make_shared<unsigned>(0);
+    for (std::size_t host = 0; host < hosts_.size(); ++host)
+      if (loaded[host] >= 0 && i < hosts_[host].controllers.size()) BeginController({host, i}, starting);
+    WaitForStart(starting);
   }
 }
 
 void Machine::RestartIfFailed(Place place) {
-  if (!At(place).added) return StartController(place);
+  if (!At(place).added) {
+    const auto starting = std::make_shared<unsigned>(0);
+    BeginController(place, starting);
+    return WaitForStart(starting);
+  }
   if (kernel(place.host).State(device(place)) == platform::PnpState::Failed)
     At(place).startStatus = kernel(place.host).Enable(device(place));
 }

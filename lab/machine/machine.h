@@ -50,7 +50,8 @@ class Machine {
   std::string NameOf(const platform::HostKernel& kernel, platform::DeviceId device) const;
 
   // --- verbs: each runs until the system would say that it is done
-  // Loads the driver of every host, then adds and starts each controller in order; goes on after a failure.
+  // Loads the driver of every host, then adds and starts each controller: hosts side by side, the controllers of one
+  // host in order. Goes on after a failure.
   void Start();
   // Of add and start; 0 before Start().
   platform::Status StartStatus(Place place = {}) const;
@@ -93,15 +94,19 @@ class Machine {
   const Controller& At(Place place) const { return hosts_[place.host].controllers[place.controller]; }
   std::string RouterName(Place place) const { return HostRouterName(config_, place); }
   void BuildController(Place place);
+  void BuildPeer(const PeerHostConfig& config);
   void BuildRouter(const RouterConfig& config);
+  std::uint64_t NextUid(std::uint64_t ofModel) { return ofModel + 0x100 * hostRouters_++; }
   void Furnish();
-  void StartController(Place place);
+  void BeginController(Place place, std::shared_ptr<unsigned> starting);
+  void WaitForStart(const std::shared_ptr<unsigned>& starting);
 
   MachineConfig config_;
   platform::Simulation simulation_;
   std::vector<std::unique_ptr<sim::RouterModel>> routerModels_;  // the named ones with what the configuration overrides
   std::unique_ptr<sim::Fabric> fabric_;
   std::vector<Host> hosts_;
+  std::uint64_t hostRouters_ = 0;  // built so far
 };
 
 }  // namespace lab

@@ -13,6 +13,7 @@
 #include "sim/dataplane/usb3_function.h"
 #include "sim/firmware/firmware_tunnels.h"
 #include "sim/host/host_firmware.h"
+#include "sim/peer/peer_config.h"
 #include "sim/router/cable.h"
 
 namespace lab {
@@ -23,6 +24,7 @@ struct ControllerConfig {
   std::string name = "H1";   // unique within its host
   std::string model = "H1";  // one of HostModelNames()
   std::string hardwareId = "PCI\\VEN_1F3A&DEV_3A0E&SUBSYS_00000000&REV_00";
+  std::optional<std::uint64_t> uid;          // else the model's, with the controller's position in bits 15:8
   std::optional<std::uint32_t> pciIdentity;  // dword 0 of configuration space, device << 16 | vendor; else the model's
   std::optional<std::uint32_t> hopCount;     // what the capabilities register says; else the model's
   std::optional<std::vector<platform::Resource>> resources;  // in bus order; else BAR0, then its interrupts
@@ -43,6 +45,14 @@ struct RouterConfig {
   std::string name;  // unique among all routers of the machine
   std::string model;
   std::optional<unsigned> notificationMs;  // between two sendings of an event; the model's own where not set
+};
+
+// A host without a driver; its router goes by its name.
+struct PeerHostConfig {
+  sim::PeerConfig peer;
+  std::string model = "H1";          // one of HostModelNames()
+  std::optional<std::uint64_t> uid;  // else the model's, with the position behind all controllers in bits 15:8
+  std::string sameUuidAs;            // host router whose UUID it claims to have; empty: its own
 };
 
 // Ports as "D1:3": router name and lane adapter. The cable was there before the machine was switched on.
@@ -66,6 +76,7 @@ struct Usb3Config {
 
 struct MachineConfig {
   std::vector<HostConfig> hosts{HostConfig{}};
+  std::vector<PeerHostConfig> peers;
   std::vector<RouterConfig> routers;
   std::vector<CableConfig> cables;
   std::vector<DisplayConfig> displays;  // there from the start, like the cables

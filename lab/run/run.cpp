@@ -398,8 +398,11 @@ RunReport Run::Execute() {
   }
   if (!ArmFaults(options_.faults, report_.seed, machine_.faults(), scenario_.machine.routers.size()))
     Fail("unknown fault profile " + options_.faults);
-  if (options_.faults == kLightFaults)
+  if (options_.faults == kLightFaults) {
     for (Place place : machine_.Places()) machine_.wire(place).LetRepeatsThrough(kLastAttempt);
+    for (const PeerHostConfig& peer : scenario_.machine.peers)
+      machine_.fabric().wire(peer.peer.name).LetRepeatsThrough(kLastAttempt);
+  }
   Start();
   if (!Over()) PlayUntil(platform::kNever);
   if (!Over() && heals) Heal();

@@ -11,6 +11,7 @@
 #include "lab/input/suggest.h"
 #include "lab/input/toml_reader.h"
 #include "lab/scenario/generate.h"
+#include "lab/scenario/peer_input.h"
 #include "lab/scenario/protocol_input.h"
 #include "lab/scenario/topology_input.h"
 #include "sim/dataplane/usb3_function.h"
@@ -80,6 +81,7 @@ ControllerConfig ReadController(TableReader table) {
   // A model that does not exist names it all the same, so that cables find it.
   controller.model = table.Text("model", controller.model);
   controller.name = table.Text("name", controller.model);
+  controller.uid = ReadUid(table);
   controller.hardwareId = table.Text("hardwareId", controller.hardwareId);
   const auto identity = table.Has("pciIdentity") ? table.RequiredText("pciIdentity") : std::nullopt;
   if (identity) controller.pciIdentity = ParsePciIdentity(*identity);
@@ -200,8 +202,20 @@ void ReadFurniture(TableReader& table, MachineConfig& machine, TopologyInput& to
   }
 }
 
+void ReadPeers(TableReader& table, Scenario& scenario, TopologyInput& topology) {
+  std::vector<std::string> hosts;
+  for (std::size_t host = 0; host < scenario.machine.hosts.size(); ++host)
+    for (std::size_t i = 0; i < scenario.machine.hosts[host].controllers.size(); ++i)
+      hosts.push_back(HostRouterName(scenario.machine, {host, i}));
+  for (TableReader& item : table.Tables("peer")) {
+    scenario.machine.peers.push_back(ReadPeer(item, hosts, scenario.file));
+    topology.AddPeer(item, scenario.machine.peers.back());
+  }
+}
+
 void ReadTopology(TableReader& table, Scenario& scenario, const InputProblems& problems) {
   TopologyInput topology(scenario.machine);
+  ReadPeers(table, scenario, topology);
   for (TableReader& router : table.Tables("router", kMostRoutersOfAFile)) {
     scenario.machine.routers.push_back(topology.ReadRouter(router));
     router.Finish();

@@ -46,6 +46,12 @@ std::vector<std::string> TopologyInput::RouterNames() const {
   return names;
 }
 
+void TopologyInput::AddPeer(const TableReader& table, const PeerHostConfig& peer) {
+  if (peer.peer.name.empty()) return;
+  if (!routers_.emplace(peer.peer.name, sim::FindModel(peer.model)).second)
+    table.Fail("name", fmt::format("a second router \"{}\"", peer.peer.name));
+}
+
 RouterConfig TopologyInput::ReadRouter(TableReader& table) {
   RouterConfig router;
   const auto named = table.RequiredText("model");
@@ -168,11 +174,34 @@ bool TopologyInput::RequireFree(const TableReader& table, const char* key, const
   return false;
 }
 
+TopologyInput::Domains TopologyInput::DomainsNow() const {
+  Domains domains;
+  for (const auto& [name, model] : routers_)
+    if (IsHost(model)) domains[name] = name;
+  for (bool found = true; found;) {
+    found = false;
+    for (const Cable& cable : cables_)
+      for (unsigned end = 0; end < 2; ++end) {
+        const auto near = domains.find(cable.ends[end].router);
+        if (near == domains.end()) continue;
+        found = domains.emplace(cable.ends[1 - end].router, near->second).second || found;
+      }
+  }
+  return domains;
+}
+
+bool TopologyInput::WithinDomain(const Cable& cable, const Domains& domains) const {
+  const auto first = domains.find(cable.ends[0].router), second = domains.find(cable.ends[1].router);
+  if (first == domains.end() || second == domains.end()) return first == second;
+  return first->second == second->second && first != second;
+}
+
 bool TopologyInput::Connected(const std::string& first, const std::string& second) const {
+  const Domains domains = DomainsNow();
   std::set<std::string> met{first};
   for (std::deque<std::string> open{first}; !open.empty(); open.pop_front()) {
     for (const Cable& cable : cables_)
-      for (unsigned end = 0; end < 2; ++end)
+      for (unsigned end = 0; end < 2 && WithinDomain(cable, domains); ++end)
         if (cable.ends[end].router == open.front() && met.insert(cable.ends[1 - end].router).second)
           open.push_back(cable.ends[1 - end].router);
   }
@@ -180,10 +209,11 @@ bool TopologyInput::Connected(const std::string& first, const std::string& secon
 }
 
 TopologyInput::Depths TopologyInput::DepthsBelow(const std::string& host) const {
+  const Domains domains = DomainsNow();
   Depths depths{{host, 0}};
   for (std::deque<std::string> open{host}; !open.empty(); open.pop_front()) {
     for (const Cable& cable : cables_) {
-      for (unsigned end = 0; end < 2; ++end) {
+      for (unsigned end = 0; end < 2 && WithinDomain(cable, domains); ++end) {
         const std::string& far = cable.ends[1 - end].router;
         if (cable.ends[end].router != open.front() || IsHost(Model(far))) continue;
         if (depths.emplace(far, depths.at(open.front()) + 1).second) open.push_back(far);
@@ -213,7 +243,8 @@ void TopologyInput::Plug(const TableReader& table, const CableConfig& config) {
   const Port second = *ParsePort(table, "to", config.second);
   const bool firstFree = RequireFree(table, "from", first), secondFree = RequireFree(table, "to", second);
   if (!firstFree || !secondFree) return;
-  if (Connected(first.router, second.router))
+  const bool loopBack = first.router == second.router && IsHost(Model(first.router)) && !(first == second);
+  if (!loopBack && Connected(first.router, second.router))
     return table.Fail("to",
                       first.router == second.router
                           ? fmt::format("a cable from {} to its own router", first.Text())

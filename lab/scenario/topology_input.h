@@ -22,6 +22,7 @@ class TopologyInput {
   // Knows the host routers of `machine`.
   explicit TopologyInput(const MachineConfig& machine);
 
+  void AddPeer(const TableReader& table, const PeerHostConfig& peer);
   RouterConfig ReadRouter(TableReader& table);
   // Keys `from`, `to`, `lanes`, `gbpsPerLane`. Both ends must be lane 0 of a port that exists; an end that is not is
   // empty.
@@ -51,6 +52,7 @@ class TopologyInput {
     Port ends[2];
   };
   using Depths = std::map<std::string, unsigned>;
+  using Domains = std::map<std::string, std::string>;
 
   // None for a router of an unknown model.
   const sim::RouterModel* Model(const std::string& router) const { return routers_.at(router); }
@@ -65,6 +67,11 @@ class TopologyInput {
   const Cable* CableAt(const Port& port) const;
   const Cable* CableTowardsHost(const std::string& router) const;
   std::optional<std::size_t> FindCable(const TableReader& table, const std::string& what) const;
+  // The host router to whose domain each router belongs: the one that was the first to reach it.
+  Domains DomainsNow() const;
+  // Both ends belong to one domain, and it is no cable from a host back to itself.
+  bool WithinDomain(const Cable& cable, const Domains& domains) const;
+  // Within one domain.
   bool Connected(const std::string& first, const std::string& second) const;
   // Distance from the nearest host, of every router that hangs below one.
   Depths DepthsBelow(const std::string& host) const;

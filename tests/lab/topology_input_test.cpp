@@ -74,6 +74,38 @@ TEST(TopologyInput, WhatCannotStandBelowTheRouters) {
   for (const auto& test : kCases) EXPECT_EQ(Complaint(kRouters + test.text), test.complaint) << test.text;
 }
 
+std::string Peer(const char* name, const std::string& more = "") {
+  return std::string("[[peer]]\nname = \"") + name + "\"\n" + more;
+}
+
+TEST(TopologyInput, CablesBetweenHosts) {
+  const std::string twoHosts =
+      "host = [{ name = \"a\" }, { name = \"b\", controller = [{ model = \"H3\" }] }]\n" + kRouters;
+  const struct {
+    std::string text;
+    const char* complaint;
+  } kCases[] = {
+      {kRouters + Peer("friend") + Link("H1:1", "friend:1"), ""},
+      {kRouters + Peer("friend") + Link("H1:1", "D1:1") + Link("D1:3", "friend:1"), ""},
+      {kRouters + Peer("friend") + Link("H1:1", "D1:1") + Link("friend:1", "D2:1") + Link("D1:3", "D2:3"), ""},
+      {twoHosts + Link("a/H1:1", "b/H3:3"), ""},
+      {twoHosts + Peer("friend") + Link("a/H1:1", "b/H3:3") + Link("b/H3:1", "friend:1"), ""},
+      {twoHosts + Link("b/H3:1", "b/H3:3"), ""},
+      {twoHosts + Link("b/H3:1", "b/H3:1"), "7:6: a cable from b/H3:1 to its own router"},
+      {twoHosts + Link("b/H3:1", "D1:1") + Link("D1:3", "b/H3:3"),
+       "10:6: this cable closes a loop: D1 and b/H3 are connected already (leave it out)"},
+      {kRouters + "[[peer]]\n", "4:1: name is missing"},
+      {kRouters + Peer("D1"), "1:11: a second router \"D1\""},
+      {kRouters + Peer("a:1"), "5:8: \"a:1\" is no name for a peer: it may not be empty or contain : or /"},
+      {kRouters + Peer("x", "behaviour = \"slwo\"\n"), "6:13: unknown behaviour \"slwo\" (did you mean \"slow\"?)"},
+      {kRouters + Peer("x", "sameUuidAs = \"H3\"\n"), "6:14: unknown sameUuidAs \"H3\" (did you mean \"H1\"?)"},
+      {kRouters + Peer("x", "uid = \"0x1\"\n"),
+       "6:7: uid must be at most 16 hex digits without 0x, such as \"0123456789abcd01\""},
+      {kRouters + Peer("x", "pieceWords = 46\n"), "6:14: pieceWords must be in 0 to 45"},
+  };
+  for (const auto& test : kCases) EXPECT_EQ(Complaint(test.text), test.complaint) << test.text;
+}
+
 // A chain of `count` routers below `host`, each by its port 3 and the next one's port 1.
 std::string Chain(const std::string& host, const std::string& model, unsigned count) {
   std::string text = "[[host]]\n[[host.controller]]\nmodel = \"" + host + "\"\n";

@@ -20,11 +20,13 @@ std::string Mention(TopologyText& topology, const std::string& text) {
   const std::string router = text.substr(0, colon);
   const std::size_t equals = router.find('=');
   const std::string name = router.substr(0, equals);
-  const std::string model = equals == std::string::npos ? name : router.substr(equals + 1);
+  const std::size_t slash = name.find('/');
+  const std::string model = equals == std::string::npos ? name.substr(slash + 1) : router.substr(equals + 1);
   if (name.empty() || model.empty()) throw std::runtime_error("no router in \"" + text + "\"");
   const bool mentioned = std::any_of(topology.routers.begin(), topology.routers.end(),
                                      [&](const TopologyText::RouterMention& known) { return known.name == name; });
-  if (!mentioned) topology.routers.push_back({name, model});
+  const std::string host = slash == std::string::npos ? "" : name.substr(0, slash);
+  if (!mentioned) topology.routers.push_back({name, model, host});
   return colon == std::string::npos ? name : name + text.substr(colon);
 }
 

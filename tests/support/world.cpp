@@ -1,6 +1,7 @@
 // Verbs are thin: the machine does the work, this file says what a test expects of it.
 #include "tests/support/world.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <sstream>
 
@@ -38,24 +39,42 @@ std::string ViolationText(const platform::Violation& violation) {
   return text;
 }
 
+bool IsPeer(const WorldOptions& options, const std::string& name) {
+  return std::any_of(options.peers.begin(), options.peers.end(),
+                     [&](const lab::PeerHostConfig& peer) { return peer.peer.name == name; });
+}
+
+// The host that is called so; a name without a slash is a controller of the first host.
+lab::HostConfig& HostFor(lab::MachineConfig& config, const std::string& name) {
+  if (config.hosts.empty() || !name.empty()) {
+    for (lab::HostConfig& host : config.hosts)
+      if (host.name == name) return host;
+    config.hosts.push_back({name.empty() ? lab::HostConfig().name : name, lab::HostConfig().computerName, {}});
+    if (!name.empty()) config.hosts.back().computerName = "LAB-" + name;
+    return config.hosts.back();
+  }
+  return config.hosts.front();
+}
+
 lab::MachineConfig ConfigFor(const TopologyText& topology, const WorldOptions& options) {
   lab::MachineConfig config;
   lab::RunOptions run;
   run.seed = options.seed;
   config.simulation = lab::SimulationFor(run);
   if (options.policy) config.simulation.policy = *options.policy;
-  lab::HostConfig& host = config.hosts.front();
-  host.controllers.clear();
+  config.hosts.clear();
+  config.peers = options.peers;
   for (const TopologyText::RouterMention& router : topology.routers) {
     const sim::RouterModel* model = sim::FindModel(router.model);
-    if (model == nullptr || !model->host) continue;
+    if (model == nullptr || !model->host || IsPeer(options, router.name)) continue;
     lab::ControllerConfig controller;
-    controller.name = router.name;
+    controller.name = router.name.substr(router.host.empty() ? 0 : router.host.size() + 1);
     controller.model = router.model;
     controller.parameters = options.registry;
     if (options.configure) options.configure(controller);
-    host.controllers.push_back(controller);
+    HostFor(config, router.host).controllers.push_back(controller);
   }
+  if (config.hosts.empty()) HostFor(config, "");
   return config;
 }
 
@@ -87,28 +106,28 @@ platform::Status World::Start() {
   return machine_->StartStatus();
 }
 
-void World::Stop() {
-  kernel().Remove(machine_->device());
+void World::Stop(std::size_t host) {
+  kernel(host).Remove(machine_->device({host, 0}));
   Check("Stop");
 }
 
-void World::Sleep() {
-  kernel().SystemSleep(platform::SystemPowerAction::Sleep);
+void World::Sleep(std::size_t host) {
+  kernel(host).SystemSleep(platform::SystemPowerAction::Sleep);
   Check("Sleep");
 }
 
-void World::Hibernate() {
-  kernel().SystemSleep(platform::SystemPowerAction::Hibernate);
+void World::Hibernate(std::size_t host) {
+  kernel(host).SystemSleep(platform::SystemPowerAction::Hibernate);
   Check("Hibernate");
 }
 
-void World::Resume() {
-  kernel().SystemResume();
+void World::Resume(std::size_t host) {
+  kernel(host).SystemResume();
   Check("Resume");
 }
 
-void World::SurpriseRemove(std::size_t controller) {
-  kernel().SurpriseRemove(machine_->device({0, controller}));
+void World::SurpriseRemove(std::size_t controller, std::size_t host) {
+  kernel(host).SurpriseRemove(machine_->device({host, controller}));
   Check("SurpriseRemove");
 }
 
@@ -132,8 +151,8 @@ void World::At(platform::Time after, std::function<void()> verb) {
   simulation().After(after, "test verb", std::move(verb));
 }
 
-void World::AtPacket(std::uint64_t n, std::function<void()> verb) {
-  wire().AtPacket(wire().log().count() + n, std::move(verb));
+void World::AtPacket(std::uint64_t n, std::function<void()> verb, lab::Place place) {
+  wire(place).AtPacket(wire(place).log().count() + n, std::move(verb));
 }
 
 void World::Quiet(platform::Time within) {
@@ -153,11 +172,11 @@ std::string World::TakeProtocolErrors() {
   return text;
 }
 
-void World::CheckLeftovers() {
-  EXPECT_EQ(kernel().PoolBytes(), 0u);
-  EXPECT_EQ(kernel().LiveObjects(), 0u);
-  EXPECT_EQ(kernel().LiveMappings(), 0u);
-  EXPECT_EQ(kernel().LiveCommonBuffers(), 0u);
+void World::CheckLeftovers(platform::HostKernel& kernel) {
+  EXPECT_EQ(kernel.PoolBytes(), 0u) << kernel.options().name;
+  EXPECT_EQ(kernel.LiveObjects(), 0u) << kernel.options().name;
+  EXPECT_EQ(kernel.LiveMappings(), 0u) << kernel.options().name;
+  EXPECT_EQ(kernel.LiveCommonBuffers(), 0u) << kernel.options().name;
 }
 
 void World::CheckOracle() {
@@ -175,28 +194,30 @@ void World::Finish() {
     CheckOracle();
     machine_->RemoveAndUnload();
     Check("Finish");
-    if (!simulation().Stopped()) CheckLeftovers();
+    for (std::size_t host = 0; host < machine_->config().hosts.size() && !simulation().Stopped(); ++host)
+      CheckLeftovers(kernel(host));
   }
   if (verdictExpected_) {
     EXPECT_EQ(TakeProtocolErrors(), "");
   }
 }
 
-void World::InDevice(const std::function<void(DEVICE_EXTENSION&)>& look, std::size_t controller) {
-  const bool looked = machine_->InDriver({0, controller}, look);
+void World::InDevice(const std::function<void(DEVICE_EXTENSION&)>& look, lab::Place place) {
+  const bool looked = machine_->InDriver(place, look);
   Check("InDriver");
   if (!looked && !simulation().Stopped()) ADD_FAILURE() << "the device has no context to look into";
 }
 
-void World::InDomain(const std::function<void(USB4_DOMAIN&)>& body) {
-  InDevice([&](DEVICE_EXTENSION& context) {
+void World::InDomain(lab::Place place, const std::function<void(USB4_DOMAIN&)>& body) {
+  const auto look = [&](DEVICE_EXTENSION& context) {
     if (context.Domain == nullptr) {
       ADD_FAILURE() << "the device has no domain to look into";
       return;
     }
     device_ = context.Device;
     body(*context.Domain);
-  });
+  };
+  InDevice(look, place);
 }
 
 void World::RunInWorkItem(const std::function<void()>& body) {
@@ -219,8 +240,8 @@ void World::RunInWorkItem(const std::function<void()>& body) {
   WdfObjectDelete(item);
 }
 
-std::string World::Wire() {
-  return wire().log().TakeText();
+std::string World::Wire(lab::Place place) {
+  return wire(place).log().TakeText();
 }
 
 std::string World::Registers(const std::string& place) {
@@ -245,15 +266,15 @@ std::string World::Paths() {
   return text;
 }
 
-std::string World::Tunnels() {
+std::string World::Tunnels(lab::Place place) {
   std::string text;
-  for (const lab::TunnelView& tunnel : machine_->Domain().tunnels)
+  for (const lab::TunnelView& tunnel : machine_->Domain(place).tunnels)
     if (tunnel.listed) text += lab::TunnelText(tunnel) + (tunnel.active ? "\n" : " inactive\n");
   return text;
 }
 
-std::string World::Tree() {
-  return lab::FormatTree(machine_->Domain(), 1);
+std::string World::Tree(lab::Place place) {
+  return lab::FormatTree(machine_->Domain(place), 1);
 }
 
 KIV_RESULT ReadFirstWord(World& world) {

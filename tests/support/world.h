@@ -26,12 +26,14 @@ struct WorldOptions {
   std::optional<platform::Policy> policy;                 // else the one that the seed stands for
   std::map<std::string, std::uint32_t> registry;          // below the device-parameters key
   std::function<void(lab::ControllerConfig&)> configure;  // anything else, asked for each controller
+  std::vector<lab::PeerHostConfig> peers;                 // hosts without a driver
 };
 
 class World {
  public:
   // "H1", or the cables of a domain: "H1:1 - D1:1, D1:3 - D2:1". A router is named after its model, or "NAME=MODEL" at
-  // its first mention; host routers are controllers of one host, in order of mention.
+  // its first mention; host routers are controllers of one host, in order of mention. Several hosts: "a/H1:1 - b/H3:1",
+  // numbered in order of mention. A name of `options.peers` is that peer: "H1:1 - friend:1".
   explicit World(const std::string& topology = "H1", WorldOptions options = {});
   ~World();  // Finish(), unless it was called
   World(const World&) = delete;
@@ -40,25 +42,26 @@ class World {
   lab::Machine& machine() { return *machine_; }
   platform::Simulation& simulation() { return machine_->simulation(); }
   platform::FaultPlan& faults() { return machine_->faults(); }
-  platform::HostKernel& kernel() { return machine_->kernel(); }
+  platform::HostKernel& kernel(std::size_t host = 0) { return machine_->kernel(host); }
   sim::HostInterface& hardware(std::size_t controller = 0) { return machine_->hostInterface({0, controller}); }
-  sim::ControlWire& wire() { return machine_->wire(); }
+  sim::ControlWire& wire(lab::Place place = {}) { return machine_->wire(place); }
   sim::Fabric& fabric() { return machine_->fabric(); }
 
   // --- verbs
-  platform::Status Start();  // load, add, start; of the first controller
-  void Stop();               // orderly removal of the first controller; the driver stays loaded
-  void Sleep();
-  void Hibernate();
-  void Resume();
-  void SurpriseRemove(std::size_t controller = 0);
+  // Load, add, start; all hosts side by side. Of the first controller of the first host.
+  platform::Status Start();
+  void Stop(std::size_t host = 0);  // orderly removal of the first controller; the driver stays loaded
+  void Sleep(std::size_t host = 0);
+  void Hibernate(std::size_t host = 0);
+  void Resume(std::size_t host = 0);
+  void SurpriseRemove(std::size_t controller = 0, std::size_t host = 0);
   void Plug(const std::string& cable);  // "D1:3 - T3:1"
   void Unplug(const std::string& portOrRouter);
   void Pass(platform::Time duration);  // lets virtual time pass
   // Begins at a time from now, or just before the n-th control packet from now passes. `verb` runs between tasks: it
   // may call the Async verbs of kernel(), the fabric and the wire.
   void At(platform::Time after, std::function<void()> verb);
-  void AtPacket(std::uint64_t n, std::function<void()> verb);
+  void AtPacket(std::uint64_t n, std::function<void()> verb, lab::Place place = {});
   // Runs until nothing is left to do before the idle time-out; fails the test when that takes longer.
   void Quiet(platform::Time within = 30 * platform::kSecond);
   // Removal, unload, what the hardware and the verifier say, leaks. Called once, at the latest by the destructor.
@@ -74,13 +77,13 @@ class World {
 
   // --- into the driver: `look` runs on a system-thread task of the host and returns a value, or nothing
   template <class Look>
-  auto InDriver(Look look) {
-    return Call(look, [](const std::function<void()>& body) { body(); });
+  auto InDriver(Look look, lab::Place place = {}) {
+    return Call(look, place, [](const std::function<void()>& body) { body(); });
   }
   // The same at DISPATCH_LEVEL.
   template <class Look>
-  auto AtDispatch(Look look) {
-    return Call(look, [](const std::function<void()>& body) {
+  auto AtDispatch(Look look, lab::Place place = {}) {
+    return Call(look, place, [](const std::function<void()>& body) {
       KIRQL old;
       KeRaiseIrql(DISPATCH_LEVEL, &old);
       body();
@@ -89,38 +92,38 @@ class World {
   }
   // The same from the callback of a work item of the device.
   template <class Look>
-  auto InWorkItem(Look look) {
-    return Call(look, [this](const std::function<void()>& body) { RunInWorkItem(body); });
+  auto InWorkItem(Look look, lab::Place place = {}) {
+    return Call(look, place, [this](const std::function<void()>& body) { RunInWorkItem(body); });
   }
   // The device context itself, for what stands outside the domain.
-  void InDevice(const std::function<void(DEVICE_EXTENSION&)>& look, std::size_t controller = 0);
+  void InDevice(const std::function<void(DEVICE_EXTENSION&)>& look, lab::Place place = {});
 
   // --- views, as text
-  std::string Wire();                               // control packets since the last call, one a line
+  std::string Wire(lab::Place place = {});          // control packets since the last call, one a line
   std::string Registers(const std::string& place);  // "D1:9" adapter space, "D1" router space: "0x00 = 0x0b268086", ...
   // What the fabric's programmed entries carry, one path a line: "PCIe: H1:3 8 -> H1:1 8 | D1:1 8 -> D1:9 8", with
   // why it is lost behind it where nothing arrives; then entries that belong to no path.
   std::string Paths();
-  std::string Tunnels();  // that the driver lists, in list order, one a line: "PCIe 0:3 -> 1:9"
-  std::string Tree();
+  std::string Tunnels(lab::Place place = {});  // that the driver lists, in list order, one a line: "PCIe 0:3 -> 1:9"
+  std::string Tree(lab::Place place = {});
 
  private:
   template <class Look, class Around>
-  auto Call(Look& look, Around around) {
+  auto Call(Look& look, lab::Place place, Around around) {
     using Result = std::invoke_result_t<Look&, USB4_DOMAIN&>;
     if constexpr (std::is_void_v<Result>) {
-      InDomain([&](USB4_DOMAIN& domain) { around([&] { look(domain); }); });
+      InDomain(place, [&](USB4_DOMAIN& domain) { around([&] { look(domain); }); });
     } else {
       std::optional<Result> result;
-      InDomain([&](USB4_DOMAIN& domain) { around([&] { result.emplace(look(domain)); }); });
+      InDomain(place, [&](USB4_DOMAIN& domain) { around([&] { result.emplace(look(domain)); }); });
       return result ? std::move(*result) : Result{};
     }
   }
-  void InDomain(const std::function<void(USB4_DOMAIN&)>& body);
+  void InDomain(lab::Place place, const std::function<void(USB4_DOMAIN&)>& body);
   void RunInWorkItem(const std::function<void()>& body);
   void Check(const char* verb);  // fails the test when the run has been stopped
   void CheckOracle();
-  void CheckLeftovers();
+  void CheckLeftovers(platform::HostKernel& kernel);
 
   std::unique_ptr<lab::Machine> machine_;
   WDFDEVICE device_ = nullptr;  // of the InDriver call in progress
