@@ -10,9 +10,13 @@ std::uint64_t WordsForText(std::size_t characters) {
   return (characters + kPropertyWordBytes) / kPropertyWordBytes;
 }
 
-std::size_t TextLength(const char* text) {
+// An entry counts its words in 16 bits.
+constexpr std::size_t kMostTextCharacters = 0xFFFF * std::size_t{kPropertyWordBytes} - 1;
+
+// Characters up to the NUL, `most` without one.
+std::size_t TextLength(const char* text, std::size_t most) {
   std::size_t length = 0;
-  while (text[length] != '\0') ++length;
+  while (length < most && text[length] != '\0') ++length;
   return length;
 }
 
@@ -39,9 +43,7 @@ USB4_PROPERTY* AllocWithBytes(const char* key, USB4_PROPERTY_TYPE type, std::uin
 std::size_t BytesToCopy(const USB4_PROPERTY& entry) {
   const std::size_t most = entry.LengthWords * kPropertyWordBytes;
   if (entry.Type != USB4_PROPERTY_TEXT) return most;
-  std::size_t length = 0;
-  while (length < most && entry.Value.Bytes[length] != 0) ++length;
-  return length;
+  return TextLength(reinterpret_cast<const char*>(entry.Value.Bytes), most);
 }
 
 USB4_PROPERTY* CopyBytes(const USB4_PROPERTY& entry) {
@@ -100,13 +102,13 @@ USB4_PROPERTY* KivUsb4PropertyAlloc(const char* key, USB4_PROPERTY_TYPE type) {
   KivAssert(KivUsb4PropertyKeyValid(key));
   USB4_PROPERTY* entry = PoolNew<USB4_PROPERTY>();
   if (entry == nullptr) return nullptr;
-  std::memcpy(entry->Key, key, TextLength(key));
+  std::memcpy(entry->Key, key, TextLength(key, kPropertyKeyChars));
   entry->Type = type;
   return entry;
 }
 
 bool KivUsb4PropertyKeyValid(const char* key) {
-  return key != nullptr && TextLength(key) <= kPropertyKeyChars;
+  return key != nullptr && TextLength(key, kPropertyKeyChars + 1) <= kPropertyKeyChars;
 }
 
 KIV_RESULT KivUsb4PropertyAddImmediate(USB4_PROPERTY_DIR* directory, const char* key, std::uint32_t value) {
@@ -121,7 +123,7 @@ KIV_RESULT KivUsb4PropertyAddImmediate(USB4_PROPERTY_DIR* directory, const char*
 
 KIV_RESULT KivUsb4PropertyAddText(USB4_PROPERTY_DIR* directory, const char* key, const char* text) {
   if (text == nullptr || !KivUsb4PropertyKeyValid(key)) return kKivInvalid;
-  const std::size_t characters = TextLength(text);
+  const std::size_t characters = TextLength(text, kMostTextCharacters);
   USB4_PROPERTY* entry = AllocWithBytes(key, USB4_PROPERTY_TEXT, WordsForText(characters));
   if (entry == nullptr) return kKivNoMemory;
   std::memcpy(entry->Value.Bytes, text, characters);
