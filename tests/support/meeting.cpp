@@ -51,7 +51,7 @@ void Meeting::WithPeer(std::size_t controller, const std::function<void(USB4_XDO
         found = peer != nullptr;
         if (found) look(*peer);
       },
-      controller);
+      {0, controller});
   EXPECT_TRUE(found) << "controller " << controller << " has no peer";
 }
 
@@ -65,7 +65,7 @@ std::string Meeting::Peer(std::size_t controller) {
                            peer->LinkSpeed, peer->LinkWidth, peer->PeerVendorId, Text(peer->PeerVendorName),
                            peer->PeerDeviceId, Text(peer->PeerDeviceName), peer->InputHopLimit, peer->OutputHopLimit);
       },
-      controller);
+      {0, controller});
   return text;
 }
 

@@ -101,7 +101,7 @@ void HoldAwake(Meeting& meeting, bool hold) {
           else
             WdfDeviceResumeIdle(context.Device);
         },
-        controller);
+        {0, controller});
   }
 }
 
