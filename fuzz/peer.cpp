@@ -77,10 +77,10 @@ lab::MachineConfig ConfigWithPeer(std::uint32_t seed) {
   lab::MachineConfig config;
   config.simulation.policy = seed == 0 ? platform::Policy::FirstCome : platform::Policy::Uniform;
   config.simulation.seed = seed;
-  lab::ControllerConfig mute;  // its router is what the cable leads to
-  mute.name = "B";
-  mute.hopCount = 0;
-  config.hosts.front().controllers.push_back(mute);
+  lab::PeerHostConfig mute;  // its router is what the cable leads to
+  mute.peer = sim::PeerThatIs("silent");
+  mute.peer.name = "B";
+  config.peers.push_back(mute);
   return config;
 }
 

@@ -9,13 +9,11 @@ namespace {
 constexpr Words::value_type kProtocol[] = {0x0ED738B6, 0xBB40FF42, 0xE290C297, 0x07FFB2C0};
 constexpr std::uint32_t kMostPiece = 45;
 
-// The peer's own host router is there for the cable; its function has no rings, so its driver does nothing.
-WorldOptions WithSilentSecond() {
+// A host that neither answers nor asks by itself.
+WorldOptions WithSilentPeer() {
   WorldOptions options;
-  auto number = std::make_shared<unsigned>(0);
-  options.configure = [number](lab::ControllerConfig& controller) {
-    if ((*number)++ == 1) controller.hopCount = 0;
-  };
+  options.peers.push_back({.peer = sim::PeerThatIs("silent"), .model = "H3"});
+  options.peers.back().peer.name = "B";
   return options;
 }
 
@@ -41,7 +39,7 @@ Words PeerBlock() {
 }  // namespace
 
 HandPeer::HandPeer(bool upperUuid)
-    : Meeting("A=H1, B=H3", WithSilentSecond()),
+    : Meeting("A=H1, B=H3", WithSilentPeer()),
       script([this](const Words& request) { return BehaveWell(request); }),
       uuid(4, upperUuid ? 0xFFFFFFFF : 0),
       block(PeerBlock()),

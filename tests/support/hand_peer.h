@@ -1,4 +1,4 @@
-// A peer host played by hand: behind the cable stands a host router whose driver does nothing, and the test says what
+// A peer host played by hand: behind the cable stands a host that keeps silent by itself, and the test says what
 // comes back for each packet that this host sends there.
 #pragma once
 #include <array>
