@@ -157,7 +157,7 @@ void KivUSB4CtlFree(USB4_CTL* channel) {
 }
 
 void KivUsb4CtlStart(USB4_CTL* channel) {
-  KivAssert(!channel->Running.IsSet());  // its packets are posted: a second post would tie the ring's list into a knot
+  KivAssert(!channel->Running.IsSet());  // its packets are on the ring's list; a second post would link them twice
   Usb4RingStart(channel->TransmitRing);
   Usb4RingStart(channel->ReceiveRing);
   for (USB4_CTL_PKG* packet : channel->ReceivePackets) {
@@ -171,11 +171,12 @@ void KivUsb4CtlStart(USB4_CTL* channel) {
 
 void KivUsb4CtlStop(USB4_CTL* channel) {
   if (channel == nullptr) return;
+  const bool ran = channel->Running.IsSet();
   channel->Running.Set(false);
   USb4RingStop(channel->ReceiveRing);
   USb4RingStop(channel->TransmitRing);
   DropOutstandingRequests(channel);
-  TraceInfo("control channel stopped");
+  if (ran) TraceInfo("control channel stopped");
 }
 
 USB4_CTL_PKG* KivUsb4CtlPkgAlloc(USB4_CTL* channel, USB4_RING* ring) {

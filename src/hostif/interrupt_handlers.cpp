@@ -14,14 +14,13 @@ namespace {
 constexpr ULONG kControlTransmitMessage = 0;
 constexpr ULONG kControlReceiveMessage = 1;
 constexpr ULONG kNetworkReceiveMessage = 3;
-constexpr std::uint32_t kBitsPerDword = 32;
 
 DEVICE_EXTENSION* ContextOfInterrupt(WDFINTERRUPT interrupt) {
   return DeviceContextOf(WdfInterruptGetDevice(interrupt));
 }
 
 void ReadStatusDword(const USB4_HOST_INTERFACE& hostInterface, std::uint32_t ringInterrupt) {
-  IgnoreResult(ReadHostRegister(hostInterface, kInterruptStatusBase + 4 * (ringInterrupt / kBitsPerDword)));  // clears
+  IgnoreResult(ReadHostRegister(hostInterface, InterruptStatusRegister(ringInterrupt)));  // read to clear
 }
 
 // The network handlers clear their status themselves, beside their processing.

@@ -105,8 +105,9 @@ _Requires_lock_held_(ring.Lock) void PostQueued(USB4_RING& ring) {
     descriptor.Attributes = PostedAttributes(ring, frame->Word);
     ring.Head = ring.After(ring.Head);
     // The register write tells the hardware; it must see a whole descriptor, which the write's own barrier ensures.
-    WriteHostRegister(*ring.HostInterface, RingRegister(ring, kRingIndex),
-                      ring.IsTransmit ? ring.Head << 16 : ring.Head);
+    WriteHostRegister(
+        *ring.HostInterface, RingRegister(ring, kRingIndex),
+        ring.IsTransmit ? RingIndexWord::Producer::Of(ring.Head) : RingIndexWord::Consumer::Of(ring.Head));
   }
 }
 
@@ -219,13 +220,15 @@ void Usb4RingStart(USB4_RING* ring) {
     KivUsb4RingInterruptActive(*ring, true);
     ring->Running = 1;
   }
-  TraceInfo("ring started", "hop", ring->Hop, "transmit", ring->IsTransmit);
+  TraceInfo("ring started", "hop", ring->Hop, "transmit", ring->IsTransmit != 0);
 }
 
 void USb4RingStop(USB4_RING* ring) {
+  bool ran;
   {
     QueuedSpinLockGuard guard(ring->Lock);
-    if (ring->Running) {
+    ran = ring->Running != 0;
+    if (ran) {
       KivUsb4RingInterruptActive(*ring, false);
       WriteRingControl(*ring, kControlWord, 0);
       WriteTableAddress(*ring, 0);
@@ -239,7 +242,7 @@ void USb4RingStop(USB4_RING* ring) {
   // Only the control channel wants its packets back at once: it frees or keeps them. A network ring's buffers belong to
   // the data path, which takes them back itself when it tears down.
   if (ring->Hop == 0) ProcessRingData(ring);
-  TraceInfo("ring stopped", "hop", ring->Hop, "transmit", ring->IsTransmit);
+  if (ran) TraceInfo("ring stopped", "hop", ring->Hop, "transmit", ring->IsTransmit != 0);
 }
 
 void Usb4RingFree(USB4_RING* ring) {
@@ -286,8 +289,7 @@ void KivUsb4RingInterruptActive(const USB4_RING& ring, bool active) {
 }
 
 void ClearRingInterruptStatus(const USB4_RING& ring) {
-  const std::uint32_t number = RingInterrupt(ring);
-  IgnoreResult(ReadHostRegister(*ring.HostInterface, kInterruptStatusBase + 4 * (number / 32)));  // read to clear
+  IgnoreResult(ReadHostRegister(*ring.HostInterface, InterruptStatusRegister(RingInterrupt(ring))));  // read to clear
 }
 
 KIV_RESULT KivUsb4RingFrameEnqueue(USB4_RING* ring, USB4_RING_FRAME* frame) {

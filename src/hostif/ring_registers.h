@@ -14,7 +14,7 @@ inline constexpr std::uint32_t kReceiveRingBase = 0x08000;
 inline constexpr std::uint32_t kRingStride = 16;
 inline constexpr std::uint32_t kRingTableLow = 0x0;
 inline constexpr std::uint32_t kRingTableHigh = 0x4;
-inline constexpr std::uint32_t kRingIndex = 0x8;  // transmit: producer in bits 31:16; receive: consumer in bits 15:0
+inline constexpr std::uint32_t kRingIndex = 0x8;
 inline constexpr std::uint32_t kRingSize = 0xC;
 // Per ring: 32 bytes apart by hop.
 inline constexpr std::uint32_t kTransmitControlBase = 0x19800;
@@ -30,6 +30,11 @@ inline constexpr std::uint32_t kThrottlingCount = 16;
 inline constexpr std::uint32_t kThrottlingInterval = 500;  // units of 256 ns
 inline constexpr std::uint32_t kVectorBase = 0x38C40;      // the message that a ring's interrupt raises
 inline constexpr std::uint32_t kCapabilities = 0x39640;
+
+struct RingIndexWord {
+  using Consumer = Bits<0, 16>;   // receive rings
+  using Producer = Bits<16, 16>;  // transmit rings
+};
 
 struct RingSizeWord {
   using Descriptors = Bits<0, 16>;
@@ -70,6 +75,11 @@ struct CapabilitiesWord {
 [[nodiscard]] inline std::uint32_t RingControlRegister(const USB4_RING& ring, std::uint32_t which) {
   const std::uint32_t base = ring.IsTransmit ? kTransmitControlBase : kReceiveControlBase;
   return base + kControlStride * static_cast<std::uint32_t>(ring.Hop) + which;
+}
+
+// Of a ring's number, the dword that holds its bit; reading it clears it.
+[[nodiscard]] inline std::uint32_t InterruptStatusRegister(std::uint32_t number) {
+  return kInterruptStatusBase + 4 * (number / 32);
 }
 
 // The number that a ring has in the status, mask and vector registers.
