@@ -39,10 +39,10 @@ bool CopyHandoverAnswer(USB4_CFG_REQUEST* request, const USB4_CTL_PKG* packet) {
 std::uint32_t ReadPciIdentity(WDFDEVICE device) {
   std::uint32_t identity = 0;
   KEVENT done;
-  IO_STATUS_BLOCK status{};
+  IO_STATUS_BLOCK outcome{};
   KeInitializeEvent(&done, NotificationEvent, FALSE);
   PDEVICE_OBJECT lower = WdfDeviceWdmGetAttachedDevice(device);
-  PIRP request = IoBuildSynchronousFsdRequest(IRP_MJ_PNP, lower, nullptr, 0, nullptr, &done, &status);
+  PIRP request = IoBuildSynchronousFsdRequest(IRP_MJ_PNP, lower, nullptr, 0, nullptr, &done, &outcome);
   if (request == nullptr) return 0;
   request->IoStatus.Status = STATUS_NOT_SUPPORTED;
   PIO_STACK_LOCATION stack = IoGetNextIrpStackLocation(request);
@@ -51,13 +51,13 @@ std::uint32_t ReadPciIdentity(WDFDEVICE device) {
   stack->Parameters.ReadWriteConfig.Buffer = &identity;
   stack->Parameters.ReadWriteConfig.Offset = 0;
   stack->Parameters.ReadWriteConfig.Length = sizeof identity;
-  NTSTATUS result = IoCallDriver(lower, request);
-  if (result == STATUS_PENDING) {
+  NTSTATUS status = IoCallDriver(lower, request);
+  if (status == STATUS_PENDING) {
     // The request owns this stack's event, so the wait has no time-out.
     IgnoreResult(KeWaitForSingleObject(&done, Executive, KernelMode, FALSE, nullptr));
-    result = status.Status;
+    status = outcome.Status;
   }
-  return NT_SUCCESS(result) ? identity : 0;
+  return NT_SUCCESS(status) ? identity : 0;
 }
 
 }  // namespace

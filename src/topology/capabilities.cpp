@@ -7,12 +7,12 @@
 
 namespace {
 
-// Next pointers of 8 bits reach no more different offsets than this; a list that goes on has led back into itself.
-constexpr std::uint32_t kMostCapabilities = 255;
+// Steps of one walk. No real list has that many capabilities; one that goes on leads back into itself.
+constexpr std::uint32_t kMostSteps = 256;
 constexpr std::uint32_t kShortListEnd = 255;
 constexpr std::uint32_t kLongListEnd = 0xFFFF;
 
-// Where a lock of the adapter will stand if one is ever needed: today only one thread changes the topology.
+// Where a lock of the adapter will stand if one is ever needed: today the run lock serialises all searches.
 class AdapterLockHook {
  public:
   explicit AdapterLockHook(const USB4_PORT*) {}
@@ -21,7 +21,7 @@ class AdapterLockHook {
 
 CAPABILITY_OFFSET _KivUsb4PortFindCap(const USB4_PORT* adapter, std::uint32_t id) {
   std::uint32_t offset = 0;
-  for (std::uint32_t met = 0; met <= kMostCapabilities; ++met) {
+  for (std::uint32_t step = 0; step < kMostSteps; ++step) {
     const CAPABILITY_OFFSET next = KivUsb4PortNextCap(adapter, offset);
     if (next < 0) return next;
     offset = static_cast<std::uint32_t>(next);
@@ -41,7 +41,7 @@ CAPABILITY_OFFSET _KivUsb4PortFindCap(const USB4_PORT* adapter, std::uint32_t id
 CAPABILITY_OFFSET KivUsb4SwitchFindCap(const USB4_SWITCH* router, std::uint32_t id) {
   const RouterCs1::Value cs1(router->Header[RouterCs1::kOffset]);
   std::uint32_t offset = cs1.Get<RouterCs1::FirstCapability>();
-  for (std::uint32_t met = 0; met < kMostCapabilities && offset >= 1 && offset < kShortListEnd; ++met) {
+  for (std::uint32_t step = 0; step < kMostSteps && offset >= 1 && offset < kShortListEnd; ++step) {
     RouterCapability::Value header;
     const KIV_RESULT result = ReadRegister<RouterCapability>(router, offset, header);
     if (result != kKivOk) return result;
@@ -77,7 +77,7 @@ CAPABILITY_OFFSET KivUsb4SwitchNextCap(const USB4_SWITCH* router, std::uint32_t 
 
 CAPABILITY_OFFSET KivUsb4SwitchFindVseCap(const USB4_SWITCH* router, std::uint32_t vendorSpecificId) {
   CAPABILITY_OFFSET offset = KivUsb4SwitchNextCap(router, 0);
-  for (std::uint32_t met = 0; met <= kMostCapabilities; ++met) {
+  for (std::uint32_t step = 0; step < kMostSteps; ++step) {
     if (offset < 0) return offset;
     RouterCapability::Value header;
     const KIV_RESULT result = ReadRegister<RouterCapability>(router, static_cast<std::uint32_t>(offset), header);

@@ -1,7 +1,7 @@
 // Walks over the capability lists of routers and adapters. PASSIVE_LEVEL; every step reads registers.
 //
 // A list comes from a device: offsets are followed only as far as the access check lets them, and a list that leads
-// back into itself ends with -1 once more capabilities have been met than a list can hold.
+// back into itself ends with -1 after 256 steps.
 #pragma once
 #include "include/router_record.h"
 #include "include/status.h"

@@ -137,10 +137,10 @@ KIV_RESULT Usb4SwitchDromReadBlock(const USB4_SWITCH* router, const DROM_BLOCK& 
   metadata.Set<DromReadMetadata::DwordCount>(block.Count);
   KIV_RESULT result = Usb4SwitchOpSetMetadata(router, metadata.Word());
   if (result != kKivOk) return result;
-  std::uint8_t status = 0;
-  result = Usb4SwitchOp(router, kOpcodeDromRead, status);
+  std::uint8_t operationStatus = 0;
+  result = Usb4SwitchOp(router, kOpcodeDromRead, operationStatus);
   if (result != kKivOk) return result;
-  if (status != 0) return kKivFailed;
+  if (operationStatus != 0) return kKivFailed;
   return Usb4SwitchOpReadData(router, buffer, block.Count);
 }
 

@@ -17,7 +17,7 @@ KIV_RESULT Usb4SwitchOpSetMetadata(const USB4_SWITCH* router, std::uint32_t valu
   return WriteArray<RouterOperationMetadata>(router, 0, {value});
 }
 
-KIV_RESULT Usb4SwitchOp(const USB4_SWITCH* router, std::uint16_t opcode, std::uint8_t& status) {
+KIV_RESULT Usb4SwitchOp(const USB4_SWITCH* router, std::uint16_t opcode, std::uint8_t& operationStatus) {
   RouterCs26::Value start;
   start.Set<RouterCs26::Opcode>(opcode);
   start.Set<RouterCs26::OperationValid>(1);
@@ -32,7 +32,7 @@ KIV_RESULT Usb4SwitchOp(const USB4_SWITCH* router, std::uint16_t opcode, std::ui
     TraceWarning("operation not supported", "route", AsRoute(KivUsb4SwitchRoute(router)), "opcode", opcode);
     return kKivFailed;
   }
-  status = static_cast<std::uint8_t>(done.Get<RouterCs26::Status>());
+  operationStatus = static_cast<std::uint8_t>(done.Get<RouterCs26::Status>());
   return kKivOk;
 }
 

@@ -12,10 +12,10 @@ struct REGISTER_CONDITION {
 
 // Sets the argument of the next operation; the result of the write.
 [[nodiscard]] KIV_RESULT Usb4SwitchOpSetMetadata(const USB4_SWITCH* router, std::uint32_t value);
-// Runs one operation to its end. 0 with the operation's own status (6 bits, 0 = success) in `status`; -1 when the
-// router does not know the operation, or was not done after about 1.1 s (status untouched); the error of a failed
-// access.
-[[nodiscard]] KIV_RESULT Usb4SwitchOp(const USB4_SWITCH* router, std::uint16_t opcode, std::uint8_t& status);
+// Runs one operation to its end. 0 with the operation's own status (6 bits, 0 = success) in `operationStatus`; -1 when
+// the router does not know the operation, or was not done after about 1.1 s (`operationStatus` untouched); the error of
+// a failed access.
+[[nodiscard]] KIV_RESULT Usb4SwitchOp(const USB4_SWITCH* router, std::uint16_t opcode, std::uint8_t& operationStatus);
 
 // Polls router space: 0 once the condition holds; -1 after 11 reads, each followed by 100 ms; the error of a failed
 // read. The time-out that some callers name is accepted and not used.

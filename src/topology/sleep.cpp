@@ -79,8 +79,8 @@ void Usb4SwitchCheckWakes(const USB4_SWITCH* router) {
   if (!IsHostRouter(router)) {
     RouterCs6::Value cs6;
     if (ReadRegister<RouterCs6>(router, 0, cs6) != kKivOk) return;
-    TraceInfo("woken by", "name", router->Info.Name, "pcie", cs6.IsSet<RouterCs6::WokenByPcie>() ? "yes" : "no", "usb3",
-              cs6.IsSet<RouterCs6::WokenByUsb3>() ? "yes" : "no");
+    TraceInfo("woken by", "name", router->Info.Name, "pcie", cs6.IsSet<RouterCs6::WokenByPcie>(), "usb3",
+              cs6.IsSet<RouterCs6::WokenByUsb3>());
   }
   for (const USB4_PORT& adapter : AdaptersOf(router)) {
     if (!KivUsb4PortHasDownstreamLink(&adapter)) continue;

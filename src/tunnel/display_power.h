@@ -7,7 +7,7 @@ inline constexpr std::uint32_t kDisplayEnteredD0 = 1;
 inline constexpr std::uint32_t kDisplayEntersD3 = 4;
 
 // Sends the event for the DP IN adapter of every listed DisplayPort tunnel; other events, or no domain, send nothing.
-// Needs no run lock: a power-down calls it before the work loop is stopped. No lock is held while the graphics driver
-// works on it, up to 2 s for each tunnel. A flow that is aborted begins no further one.
+// Each message takes up to 2 s. The caller does not hold the path lock, and needs no run lock: a power-down calls this
+// before the work loop is stopped. A flow that is aborted begins no further message.
 _IRQL_requires_max_(PASSIVE_LEVEL) void KivUsb4NotifyGfxDpTunnels(DEVICE_EXTENSION* context, USB4_DOMAIN* domain,
                                                                   std::uint32_t event);

@@ -33,11 +33,11 @@ KIV_RESULT NameAdapter(const USB4_SWITCH* router, const USB4_PORT* dpIn) {
 KIV_RESULT ChangeReservation(const USB4_SWITCH* router, const USB4_PORT* dpIn, std::uint16_t opcode) {
   // A router that cannot be asked keeps nobody from trying: the tunnel itself will show whether it works.
   if (NameAdapter(router, dpIn) != kKivOk) return kKivOk;
-  std::uint8_t status = 0;
-  const KIV_RESULT result = Usb4SwitchOp(router, opcode, status);
+  std::uint8_t operationStatus = 0;
+  const KIV_RESULT result = Usb4SwitchOp(router, opcode, operationStatus);
   if (result == kKivNotAvailable) return kKivOk;  // a router without such operations reserves nothing
   if (result != kKivOk) return result;
-  return status == 0 ? kKivOk : kKivFailed;
+  return operationStatus == 0 ? kKivOk : kKivFailed;
 }
 
 std::uint32_t SinkState(LinkControllerSinks::Value sinks, KIV_RESULT sink) {
@@ -74,10 +74,10 @@ KIV_RESULT KivUsb4SwitchDeallocDpResource(const USB4_SWITCH* router, const USB4_
 
 bool Usb4SwitchQueryDpResource(const USB4_SWITCH* router, const USB4_PORT* dpIn) {
   if (NameAdapter(router, dpIn) != kKivOk) return false;
-  std::uint8_t status = 0;
-  const KIV_RESULT result = Usb4SwitchOp(router, kQueryDpResource, status);
+  std::uint8_t operationStatus = 0;
+  const KIV_RESULT result = Usb4SwitchOp(router, kQueryDpResource, operationStatus);
   if (result == kKivFailed) return true;
-  return result == kKivOk && status == 0;
+  return result == kKivOk && operationStatus == 0;
 }
 
 KIV_RESULT Usb4SwitchAllocDpResource(const USB4_SWITCH* router, const USB4_PORT* dpIn) {

@@ -30,6 +30,7 @@ void TearDownTunnelOf(USB4_DOMAIN* domain, USB4_PORT* adapter) {
 }  // namespace
 
 void KivUsb4SwitchAddDpInResources(const USB4_SWITCH* router) {
+  _Analysis_assume_lock_held_(router->Domain->PathLock);
   for (USB4_PORT& adapter : AdaptersOf(router)) {
     if (adapter.Type() != USB4_ADAPTER_DP_IN || !KivUsb4SwitchQueryDpResource(router, &adapter)) continue;
     if (IsHostRouter(router)) AppendOnce(router->Domain, &adapter);

@@ -63,7 +63,7 @@ std::int32_t LinkUsableMbps(std::int32_t capacityMbps) {
 USB4_TUNNEL* KivUsb4FindFirstUsb3Tunnel(USB4_DOMAIN* domain, const USB4_ENDS& ends) {
   const USB4_SWITCH* router = DeeperRouter(ends);
   const USB4_SWITCH* host = domain->HostRouter;
-  if (router == host || host == nullptr) return nullptr;
+  if (host == nullptr || IsHostRouter(router)) return nullptr;
   const USB4_PORT* lane = KivUsb4SwitchPortForRoute(host, KivUsb4SwitchRoute(router));
   if (lane == nullptr) return nullptr;
   // The mapping passes over an adapter that is switched on, so a tunnel that is up is not matched: a running USB3 link

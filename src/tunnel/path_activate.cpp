@@ -18,9 +18,8 @@ bool Selects(std::uint32_t mask, std::uint32_t hop) {
   return (mask & hop) != 0;
 }
 
-// What the path asks of one hop. The ingress masks never look at the last bit nor the egress masks at the first: a hop
-// counts as first by how it is entered and as last by how it is left, and the masks of each kind of path are chosen for
-// that.
+// What the path asks of one hop. Ingress settings use kFirstHop on hop 0 and kInnerHops elsewhere; egress settings use
+// kLastHop on the last hop and kInnerHops elsewhere.
 USB4_PATH_ENTRY EntryOf(const USB4_PATH& path, std::uint32_t index) {
   const USB4_HOP& hop = path.Hops[index];
   const std::uint32_t ingress = index == 0 ? kFirstHop : kInnerHops;

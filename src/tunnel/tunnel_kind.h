@@ -1,5 +1,5 @@
 // The kinds of tunnels: what differs between them, one row a kind. What a tunnel of any kind does reads the row; a new
-// kind is its own files and a row. PASSIVE_LEVEL, under the domain's run lock.
+// kind is its own files and a row. PASSIVE_LEVEL; what makes, switches or ends tunnels runs under the path lock.
 #pragma once
 #include <cstdint>
 

@@ -15,8 +15,8 @@
 void AppendTunnel(USB4_TUNNEL* tunnel);
 // Takes it off its owner's list; false when it does not stand there.
 [[nodiscard]] bool UnlinkTunnel(USB4_TUNNEL* tunnel);
-// Moves a listed tunnel to the orphans: it stays allocated and active, but nothing in the list's world sees it any
-// more. Its record is freed before a router that it runs through goes.
+// Moves a listed tunnel to the orphans: it stays allocated and active, but no walk over the list meets it. Its record
+// is freed before a router that it runs through goes.
 void OrphanTunnel(USB4_TUNNEL* tunnel);
 
 // The first listed tunnel of this type that starts at `either.Source` or ends at `either.Destination`; a null end is
