@@ -70,8 +70,8 @@ class BusInterface {
   NTSTATUS status_;
 };
 
-// The stalls are longer than a driver may stall and stay that long: the function loses its power again when it is
-// polled less busily.
+// The sequence prescribes busy waits between the reads. They are longer than the 50 us that a driver may stall; the
+// sequence runs once per driver load.
 bool WaitUntilPowered(BusInterface& bus) {
   for (unsigned reads = 1;; ++reads) {
     if (PowerStatusWord::Ready::Get(bus.Read(kPowerStatusOffset)) != 0) return true;

@@ -14,9 +14,9 @@ inline constexpr ULONG kControlReplyMs = 200;
 
 // Read `target.Range.Length` dwords, 0 to 63, into `buffer`, or write them from it. A greater length is sent as its low
 // six bits, and no answer echoes it. `buffer` is untouched unless Err is 0. Err: 0, kKivErrorPacket with the router's
-// code, -1 (the answer echoes another address, no memory), -4 not sent, -5 malformed answer, -258 no answer. Adapter:
-// through which the answer came. In a device that is powered down, and in a flow that is aborted, no attempt is made:
-// -1, but 0 with zeros for length 0 at offset 0 of the path space.
+// code, -1 (the answer echoes another address, no memory, the flow is aborted), -4 not sent, -5 malformed answer, -258
+// no answer. Adapter: through which the answer came. In a device that is powered down, and in a flow that is aborted,
+// no attempt is made: -1, but 0 with zeros for length 0 at offset 0 of the path space.
 _IRQL_requires_max_(PASSIVE_LEVEL) [[nodiscard]] USB4_CFG_RESULT
     Usb4CfgReadRaw(USB4_CTL* channel, std::uint32_t* buffer, const USB4_CFG_TARGET& target, ULONG timeoutMs);
 _IRQL_requires_max_(PASSIVE_LEVEL) [[nodiscard]] USB4_CFG_RESULT

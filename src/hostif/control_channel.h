@@ -18,7 +18,7 @@ _IRQL_requires_max_(PASSIVE_LEVEL)
 _IRQL_requires_max_(PASSIVE_LEVEL) void KivUSB4CtlFree(USB4_CTL* channel);
 
 _IRQL_requires_max_(PASSIVE_LEVEL) void KivUsb4CtlStart(USB4_CTL* channel);
-// Requests still outstanding leave the list; whoever waits for one times out on his own. Null is ignored.
+// Requests still outstanding leave the list; their waiters are not woken and time out. Null is ignored.
 _IRQL_requires_max_(PASSIVE_LEVEL) void KivUsb4CtlStop(USB4_CTL* channel);
 
 // A packet with a zeroed DMA buffer for `ring`, or null.

@@ -1,5 +1,5 @@
-// The domain's power reference: one word whose every change is a compare-exchange, so that each grant of the framework
-// is given back once however takers and givers meet.
+// The domain's power reference: one word whose every change is a compare-exchange. Under any interleaving there is one
+// ResumeIdle for each successful StopIdle.
 #include "hostif/power.h"
 
 #include "include/status.h"

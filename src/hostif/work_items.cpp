@@ -2,10 +2,9 @@
 // WorkItemQueued changes only atomically, so each busy period has one enqueue.
 #include "hostif/work_items.h"
 
-#include "hostif/abort.h"
-
 #include <utility>
 
+#include "hostif/abort.h"
 #include "include/domain_record.h"
 #include "include/locks.h"
 #include "include/trace.h"

@@ -104,14 +104,14 @@ struct USB4_SWITCH {
   SharedFlag Unplugged;                    // known to be gone: every access fails at once
   std::uint8_t* Drom;                      // the image, or null
   std::uint32_t DromBytes;
-  std::uint8_t AlreadyInitialised;  // nobody sets it
+  std::uint8_t AlreadyInitialised;  // always 0
   USB4_PATH_TEXT* RegistersText;    // diagnostics: router registers
   USB4_PATH_TEXT* MiscText;
   std::uint8_t OnFirmwarePcieTunnel;
   AtomicLong References;  // who holds the record: topology/router_reference.h
   Guarded<std::uint32_t, By<LockPlace::Topology>> Readers;
-  Guarded<USB4_SWITCH*, By<LockPlace::Topology>>
-      KeptForReaders;  // routers that were behind this one and have left while it had readers, by NextKept
+  // Routers that were behind this one and have left while it had readers, linked by NextKept.
+  Guarded<USB4_SWITCH*, By<LockPlace::Topology>> KeptForReaders;
   USB4_SWITCH* NextKept;
 
   std::uint32_t MaximumAdapter() const { return RouterCs1::Value(Header[1]).Get<RouterCs1::MaximumAdapter>(); }
