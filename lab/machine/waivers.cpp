@@ -9,10 +9,9 @@ namespace lab {
 std::vector<platform::Waiver> KnownWaivers() {
   return {
       {platform::Rule::StallTooLong, "KeStallExecutionProcessor", 3100,
-       "the power-on sequence of function 8086:9A1B polls its ready bit with busy waits of 3100 us, as that hardware "
-       "wants",
+       "the power-on sequence of function 8086:9A1B prescribes busy waits of 3100 us between reads of its ready bit",
        0},
-      {platform::Rule::CommonBufferLeak, "outlive their DMA enabler", 2,
+      {platform::Rule::CommonBufferLeak, "WdfObjectDelete", 2,
        "the descriptor tables of the two control rings belong to the DMA enabler and go with it", 0},
   };
 }

@@ -2,7 +2,7 @@
 // buffers as packets find them; the driver's records are what is judged.
 #pragma once
 #include "lab/machine/machine.h"
-#include "lab/oracle/findings.h"
+#include "lab/oracle/finding.h"
 
 namespace lab {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/oracle/findings.h"
+#include "lab/oracle/finding.h"
 
 namespace lab {
 

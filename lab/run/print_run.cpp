@@ -29,9 +29,9 @@ void PrintLeftovers(const Console& console, const RunReport& report) {
 
 void PrintFindings(const Console& console, const RunReport& report) {
   for (const platform::Waiver& waiver : report.waivers)
-    console.Out(
-        console.Paint(Style::Faint, fmt::format("waived     {} in {}, {} times: {}", platform::RuleName(waiver.rule),
-                                                waiver.where, waiver.hits, waiver.reason)));
+    console.Out(console.Paint(Style::Faint,
+                              fmt::format("tolerated  {} in {}, {} times (known behaviour): {}",
+                                          platform::RuleName(waiver.rule), waiver.where, waiver.hits, waiver.reason)));
   for (const sim::ProtocolError& error : report.waivedErrors)
     console.Out(console.Paint(Style::Faint, fmt::format("excused    {} ({} times): a fault has struck in this run",
                                                         error.Text(), error.count)));

@@ -13,6 +13,7 @@
 #include "lab/oracle/expectations.h"
 #include "lab/oracle/oracle.h"
 #include "lab/report/explain.h"
+#include "lab/report/value_names.h"
 #include "lab/timeline/capture.h"
 #include "lab/timeline/timeline.h"
 #include "sim/dataplane/usb3_function.h"
@@ -72,6 +73,10 @@ class Run {
   platform::Time origin_ = 0;  // when the last controller had started
   unsigned packetEventsLeft_ = 0;
 };
+
+std::string StatusWord(platform::Status status) {
+  return "status " + StatusText(static_cast<std::uint32_t>(status));
+}
 
 MachineConfig ConfigFor(const Scenario& scenario, const RunOptions& options) {
   MachineConfig config = scenario.machine;
@@ -143,8 +148,7 @@ void Run::Start() {
   machine_.Start();
   if (Over()) return;
   for (Place place : machine_.Places())
-    Say(machine_.DomainName(place), "start",
-        fmt::format("status 0x{:08X}", static_cast<std::uint32_t>(machine_.StartStatus(place))));
+    Say(machine_.DomainName(place), "start", StatusWord(machine_.StartStatus(place)));
   origin_ = machine_.simulation().Now();
 }
 
@@ -188,7 +192,7 @@ void Run::Play(const ScenarioEvent& event) {
       return kernel.SystemAsleep() ? kernel.RemoveAsync(device) : kernel.Disable(device);
     case Verb::Enable: {
       const auto done = [this, place = event.place](platform::Status status) {
-        Say(machine_.DomainName(place), "enable", fmt::format("status 0x{:08X}", static_cast<std::uint32_t>(status)));
+        Say(machine_.DomainName(place), "enable", StatusWord(status));
       };
       return kernel.SystemAsleep() ? kernel.EnableAsync(device, done) : done(kernel.Enable(device));
     }
@@ -309,9 +313,8 @@ void Run::JudgeStarts() {
     };
     if (std::any_of(scenario_.expectations.begin(), scenario_.expectations.end(), expected)) continue;
     const std::string name = machine_.DomainName(place);
-    Fail(started
-             ? fmt::format("{}: did not come back; its state is \"failed\"", name)
-             : fmt::format("{}: the start has failed with status 0x{:08X}", name, static_cast<std::uint32_t>(status)));
+    Fail(started ? fmt::format("{}: did not come back; its state is \"failed\"", name)
+                 : fmt::format("{}: the start has failed with {}", name, StatusWord(status)));
   }
 }
 

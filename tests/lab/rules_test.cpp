@@ -6,7 +6,7 @@
 #include <set>
 #include <sstream>
 
-#include "lab/oracle/findings.h"
+#include "lab/oracle/finding.h"
 #include "sim/host/complaints.h"
 
 namespace {

@@ -12,9 +12,9 @@ TEST(Verdict, WhatNobodyExpectsFailsTheRun) {
     std::string text;
     std::vector<std::string> failures;
   } kCases[] = {
-      {missing, {"host/H1: the start has failed with status 0xC0000182"}},
+      {missing, {"host/H1: the start has failed with status 0xC0000182 (STATUS_DEVICE_CONFIGURATION_ERROR)"}},
       {missing + "[[expect]]\nstartStatus = \"0xC0000001\"\n",
-       {"host/H1: the start has failed with status 0xC0000182",
+       {"host/H1: the start has failed with status 0xC0000182 (STATUS_DEVICE_CONFIGURATION_ERROR)",
         "text:4:1: host/H1: start status is 0xC0000182, expected 0xC0000001"}},
       {missing + "[[expect]]\nstartStatus = \"0xC0000182\"\n", {}},
       {missing + "[[expect]]\nat = \"1 s\"\nstate = \"failed\"\n", {}},

@@ -1,4 +1,4 @@
-#include "lab/oracle/findings.h"
+#include "lab/oracle/finding.h"
 
 namespace lab {
 namespace {
