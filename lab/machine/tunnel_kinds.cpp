@@ -14,7 +14,7 @@ constexpr USB4_TUNNEL_TYPE TypeOf(TunnelKind kind) {
   return static_cast<USB4_TUNNEL_TYPE>(kind);
 }
 
-static_assert(kKinds.size() == USB4_TUNNEL_TYPE_COUNT);
+static_assert(kKinds.size() == kTunnelKindCount && kTunnelKindCount == USB4_TUNNEL_TYPE_COUNT);
 static_assert(TypeOf(TunnelKind::Pcie) == USB4_TUNNEL_PCIE && TypeOf(TunnelKind::Dp) == USB4_TUNNEL_DP &&
               TypeOf(TunnelKind::Dma) == USB4_TUNNEL_DMA && TypeOf(TunnelKind::Usb3) == USB4_TUNNEL_USB3);
 

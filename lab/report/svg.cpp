@@ -30,6 +30,7 @@ constexpr KindColor kKindColors[] = {{TunnelKind::Pcie, "#1f77b4"},
                                      {TunnelKind::Usb3, "#2ca02c"},
                                      {TunnelKind::Dp, "#d6336c"},
                                      {TunnelKind::Dma, "#7048e8"}};
+static_assert(std::size(kKindColors) == kTunnelKindCount);
 
 const char* ColorOf(TunnelKind kind) {
   return std::find_if(std::begin(kKindColors), std::end(kKindColors) - 1,
