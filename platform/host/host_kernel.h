@@ -81,10 +81,11 @@ class HostKernel {
   bool DriverLoaded() const;
 
   // --- PnP and power: verbs
+  // AddAndStart, Remove, Disable and Enable begin after the next resume when the system sleeps.
+  //
   // Device add, prepare hardware, D0 entry, interrupts connected, post-interrupts-enabled. The status of the first
   // failure.
   Status AddAndStart(const DeviceConfig& config, DeviceId* id);
-  // Orderly removal, and enabling, wait while the system sleeps.
   void Remove(DeviceId id);                    // orderly: D0 exit to D3Final, release hardware, delete
   void SurpriseRemove(DeviceId id);            // registers read all ones at once; then the documented callbacks
   void Disable(DeviceId id);                   // as Remove but the device stays known
@@ -129,8 +130,9 @@ class HostKernel {
   // The WDFDEVICE of a started device; for code that runs on a task of this kernel.
   void* FrameworkDevice(DeviceId id) const;
 
-  // The parts behind the calls in higher rooms; for the platform's own files.
-  class KernelState& state() {  // waits, lock order, trace providers
+  // The parts behind the calls in higher rooms; for the platform's own files. `state`: waits, lock order, trace
+  // providers.
+  class KernelState& state() {
     return *state_;
   }
   class Pool& pool() {

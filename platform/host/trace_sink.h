@@ -37,8 +37,8 @@ struct TraceRecord {
 class TraceSink {
  public:
   virtual ~TraceSink() = default;
-  virtual void OnTrace(
-      const TraceRecord& record) = 0;  // on the scheduler's stack or a task's; must make no kernel call
+  // On the scheduler's stack or a task's; must make no kernel call.
+  virtual void OnTrace(const TraceRecord& record) = 0;
 };
 
 }  // namespace platform

@@ -37,8 +37,8 @@ class Task {
   const char* call = "";       // platform call in progress, innermost
   std::vector<HeldLock> held;  // locks in order of acquisition
   unsigned heldPlaces = 0;     // places of these locks; bit n stands for place n + 1
-  void* callbackContext =
-      nullptr;  // free for the framework: the work item, interrupt or power transition this task runs for
+  // For the framework: the work item, interrupt or power transition that this task runs for.
+  void* callbackContext = nullptr;
 
  private:
   friend class Scheduler;

@@ -199,8 +199,8 @@ WORLD_TEST(TunnelLifetime, FirmwareTunnelsAreCountedByKindButForDisplays) {
     bench.WithRouter(route, [route](USB4_SWITCH& router) { EXPECT_EQ(router.OnFirmwarePcieTunnel, route != 0); });
   bench.Pass(60 * platform::kSecond);
   EXPECT_EQ(bench.kernel().Power(bench.machine().device()), platform::DevicePower::D0);
-  bench.ExpectLeftovers();  // the found video path gives back what its DP IN has set aside, one more than the firmware
-                            // took
+  // The found video path gives back what its DP IN has set aside, one more than the firmware took.
+  bench.ExpectLeftovers();
   bench.fabric().UnplugDisplay("D1:13");
   bench.Quiet();
   EXPECT_EQ(bench.Counts(), "total 1, USB3 0, PCIe 1, DP 0") << "a count that is 0 stays 0";

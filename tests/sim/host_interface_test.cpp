@@ -34,24 +34,16 @@ TEST(HostInterface, UnknownOffsetsAndReadOnlyRegistersAreRecorded) {
     const char* text;
   };
   const Case cases[] = {
-      {false, 0x000C0,
-       "H1 host interface: read of register 0x000c0, which does not exist [unknown-register-read]\n"},  // ring 12 of 12
+      // Ring 12 of 12, twice; between two rings; behind the two status dwords of 36 bits; behind the one mask dword of
+      // 24 bits; behind the three vector dwords of 24 rings.
+      {false, 0x000C0, "H1 host interface: read of register 0x000c0, which does not exist [unknown-register-read]\n"},
       {true, 0x080C8,
-       "H1 host interface: write of 0x00000001 to register 0x080c8, which does not exist "
-       "[unknown-register-write]\n"},  // ring 12 of 12
-      {false, 0x19808,
-       "H1 host interface: read of register 0x19808, which does not exist [unknown-register-read]\n"},  // between two
-                                                                                                        // rings
-      {false, 0x37808,
-       "H1 host interface: read of register 0x37808, which does not exist [unknown-register-read]\n"},  // 36 status
-                                                                                                        // bits are two
-                                                                                                        // dwords
-      {false, 0x38204,
-       "H1 host interface: read of register 0x38204, which does not exist [unknown-register-read]\n"},  // 24 mask bits
-                                                                                                        // are one
+       "H1 host interface: write of 0x00000001 to register 0x080c8, which does not exist [unknown-register-write]\n"},
+      {false, 0x19808, "H1 host interface: read of register 0x19808, which does not exist [unknown-register-read]\n"},
+      {false, 0x37808, "H1 host interface: read of register 0x37808, which does not exist [unknown-register-read]\n"},
+      {false, 0x38204, "H1 host interface: read of register 0x38204, which does not exist [unknown-register-read]\n"},
       {true, 0x38C4C,
-       "H1 host interface: write of 0x00000001 to register 0x38c4c, which does not exist "
-       "[unknown-register-write]\n"},  // 24 vectors are three
+       "H1 host interface: write of 0x00000001 to register 0x38c4c, which does not exist [unknown-register-write]\n"},
       {true, 0x39640, "H1 host interface: write of 0x00000001 to read-only register 0x39640 [read-only-register]\n"},
       {true, 0x37800, "H1 host interface: write of 0x00000001 to read-only register 0x37800 [read-only-register]\n"},
       {false, 0x3FFFC, "H1 host interface: read of register 0x3fffc, which does not exist [unknown-register-read]\n"},
