@@ -384,6 +384,7 @@ WORLD_TEST(ConfigAccess, AnErrorPacketEndsTheOldestOfTwoRequests) {
   world.Pass(400 * kMillisecond);
   EXPECT_EQ(ended, 2);
   EXPECT_EQ(asked.Err, -258) << "nobody answers it";
+  EXPECT_NE(world.TakeProtocolErrors(), "") << "the request names no protocol";
 }
 
 }  // namespace

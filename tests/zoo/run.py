@@ -28,6 +28,9 @@ def copy_tree(root, tree):
     """A copy without what is built, kept between runs so that only what a patch touches is compiled again."""
     tree.mkdir(parents=True, exist_ok=True)
     names = [n for n in run("git", "ls-files", "-z", "--cached", "--others", "--exclude-standard", cwd=root).stdout.split("\0") if n]
+    for path in [path for folder in ("src", "platform", "sim", "lab") for path in (tree / folder).rglob("*")]:
+        if path.is_file() and str(path.relative_to(tree)) not in names:
+            path.unlink()
     for name in names:
         source, target = root / name, tree / name
         if not source.is_file():
