@@ -9,17 +9,6 @@
 namespace tests {
 namespace {
 
-// Each controller gets its own index by its hardware ID.
-WorldOptions WithIndexes(WorldOptions options) {
-  auto number = std::make_shared<unsigned>(0);
-  options.configure = [inner = options.configure, number](lab::ControllerConfig& controller) {
-    controller.pciIdentity = 0x3A0E1F3A;
-    if ((*number)++ % 2 == 1) controller.hardwareId = "PCI\\VEN_1F3A&DEV_3A0F&SUBSYS_00000000&REV_00";
-    if (inner) inner(controller);
-  };
-  return options;
-}
-
 const char* Text(const char* text) {
   return text == nullptr ? "-" : text;
 }
@@ -30,7 +19,7 @@ std::uint64_t RoundedMs(platform::Time time) {
   return static_cast<std::uint64_t>((time / platform::kMillisecond + 5) / 10 * 10);
 }
 
-Meeting::Meeting(const std::string& topology, WorldOptions options) : World(topology, WithIndexes(std::move(options))) {
+Meeting::Meeting(const std::string& topology, WorldOptions options) : World(topology, std::move(options)) {
   simulation().AddSink(this);
 }
 
@@ -38,12 +27,12 @@ Meeting::~Meeting() {
   simulation().RemoveSink(this);
 }
 
-void Meeting::StartBoth() {
+void Meeting::StartAll() {
   ASSERT_EQ(Start(), 0);
-  ASSERT_EQ(machine().StartStatus({0, 1}), 0);
+  for (const lab::Place place : machine().Places()) ASSERT_EQ(machine().StartStatus(place), 0);
 }
 
-void Meeting::WithPeer(std::size_t controller, const std::function<void(USB4_XDOMAIN& peer)>& look) {
+void Meeting::WithPeer(std::size_t host, const std::function<void(USB4_XDOMAIN& peer)>& look) {
   bool found = false;
   InDevice(
       [&](DEVICE_EXTENSION& context) {
@@ -51,11 +40,11 @@ void Meeting::WithPeer(std::size_t controller, const std::function<void(USB4_XDO
         found = peer != nullptr;
         if (found) look(*peer);
       },
-      {0, controller});
-  EXPECT_TRUE(found) << "controller " << controller << " has no peer";
+      {host, 0});
+  EXPECT_TRUE(found) << "host " << host << " has no peer";
 }
 
-std::string Meeting::Peer(std::size_t controller) {
+std::string Meeting::Peer(std::size_t host) {
   std::string text = "none";
   InDevice(
       [&](DEVICE_EXTENSION& context) {
@@ -65,7 +54,7 @@ std::string Meeting::Peer(std::size_t controller) {
                            peer->LinkSpeed, peer->LinkWidth, peer->PeerVendorId, Text(peer->PeerVendorName),
                            peer->PeerDeviceId, Text(peer->PeerDeviceName), peer->InputHopLimit, peer->OutputHopLimit);
       },
-      {0, controller});
+      {host, 0});
   return text;
 }
 
@@ -81,6 +70,12 @@ std::string Meeting::States() {
   return text;
 }
 
+std::string Meeting::NameOf(const platform::HostKernel& host, const std::string& peer) {
+  std::size_t number = 0;
+  while (&kernel(number) != &host) ++number;
+  return number == 0 ? peer : std::to_string(number) + "/" + peer;
+}
+
 void Meeting::OnTrace(const platform::TraceRecord& record) {
   if (record.kind != platform::TraceKind::Driver) return;
   const auto event = lab::UnpackDriverEvent(record.payload);
@@ -88,11 +83,13 @@ void Meeting::OnTrace(const platform::TraceRecord& record) {
   const bool isStep = event->what == "peer step failed";
   if (isStep || event->what == "property block not read") {
     const std::string result = *lab::FieldText(*event, "result");
-    failures_ += *lab::FieldText(*event, "name") + " " + (isStep ? *lab::FieldText(*event, "state") : "block") + " " +
-                 result.substr(0, result.find(' ')) + "\n";
+    failures_ += NameOf(*record.kernel, *lab::FieldText(*event, "name")) + " " +
+                 (isStep ? *lab::FieldText(*event, "state") : "block") + " " + result.substr(0, result.find(' ')) +
+                 "\n";
   }
   if (event->what != "peer state") return;
-  changes_.push_back({*lab::FieldText(*event, "name"), *lab::FieldText(*event, "to"), record.when});
+  changes_.push_back(
+      {NameOf(*record.kernel, *lab::FieldText(*event, "name")), *lab::FieldText(*event, "to"), record.when});
 }
 
 }  // namespace tests

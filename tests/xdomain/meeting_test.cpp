@@ -1,5 +1,5 @@
 // Goal: two hosts find each other over a cable, in the time that the fixed waits take, and whatever happens at whatever
-// packet of their meeting. Method: two devices of this driver on one fabric.
+// packet of their meeting. Method: two kernels with a driver each, on one clock.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -12,18 +12,18 @@ namespace {
 using platform::kMillisecond;
 using platform::kSecond;
 
-std::string Enumerated(const char* hops) {
-  return std::string("ENUMERATED 20G x2 vendor 1f3a Kiverra Systems Inc. device 2 LAB-HOST hops ") + hops;
+std::string Enumerated(const char* nameAndHops) {
+  return std::string("ENUMERATED 20G x2 vendor 1f3a Kiverra Systems Inc. device 2 ") + nameAndHops;
 }
 
 void ExpectBothEnumerated(Meeting& meeting) {
-  EXPECT_EQ(meeting.Peer(0), Enumerated("22 31"));
-  EXPECT_EQ(meeting.Peer(1), Enumerated("31 22"));
+  EXPECT_EQ(meeting.Peer(0), Enumerated("LAB-b hops 22 31"));
+  EXPECT_EQ(meeting.Peer(1), Enumerated("LAB-a hops 31 22"));
 }
 
 WORLD_TEST(Meeting, OfTwoHostsThatAreSwitchedOnWithTheirCable) {
   Meeting meeting;
-  meeting.StartBoth();
+  meeting.StartAll();
   meeting.Pass(12 * kSecond);
   ExpectBothEnumerated(meeting);
 }
@@ -46,21 +46,29 @@ std::string StatesOf(const std::string& states, const std::string& peer) {
 }
 
 TEST(Meeting, TakesItsFixedWaitsAndLittleMore) {
-  // The first host has the lower UUID; the one with the higher one is the first and the second to be plugged.
-  for (const char* cable : {"A:1 - B:1", "B:1 - A:1"}) {
-    Meeting meeting("A=H1, B=H3");
-    meeting.StartBoth();
-    meeting.Quiet();
-    const platform::Time plugged = meeting.simulation().Now();
-    meeting.Plug(cable);
-    meeting.Pass(10 * kSecond);
-    ExpectBothEnumerated(meeting);
-    const std::string states = meeting.States();
-    EXPECT_EQ(StatesOf(states, "0-1"), kAsks);
-    EXPECT_EQ(StatesOf(states, "1-1"), kIsAsked);
-    constexpr platform::Time kLinkReports = 20 * kMillisecond, kRoundTrips = 15 * kMillisecond;
-    EXPECT_LE(meeting.LastChange("0-1") - plugged, 5400 * kMillisecond + kLinkReports + kRoundTrips);
-    EXPECT_LE(meeting.LastChange("1-1") - plugged, 6300 * kMillisecond + kLinkReports + kRoundTrips);
+  for (const bool firstAsks : {true, false}) {
+    for (const char* cable : {"a/H1:1 - b/H3:1", "b/H3:1 - a/H1:1"}) {
+      SCOPED_TRACE(std::string(firstAsks ? "the first host asks, " : "the second host asks, ") + cable);
+      WorldOptions options;
+      // UUIDs that differ in their first bytes only.
+      options.configure = [firstAsks](lab::ControllerConfig& controller) {
+        controller.uid = (controller.model == "H1") == firstAsks ? 0x1122334455667701 : 0x1122334455667702;
+      };
+      Meeting meeting("a/H1, b/H3", options);
+      meeting.StartAll();
+      meeting.Quiet();
+      const platform::Time plugged = meeting.simulation().Now();
+      meeting.Plug(cable);
+      meeting.Pass(10 * kSecond);
+      ExpectBothEnumerated(meeting);
+      const std::string states = meeting.States();
+      const std::string asks = firstAsks ? "0-1" : "1/0-1", isAsked = firstAsks ? "1/0-1" : "0-1";
+      EXPECT_EQ(StatesOf(states, asks), kAsks);
+      EXPECT_EQ(StatesOf(states, isAsked), kIsAsked);
+      constexpr platform::Time kLinkReports = 20 * kMillisecond, kRoundTrips = 15 * kMillisecond;
+      EXPECT_LE(meeting.LastChange(asks) - plugged, 5400 * kMillisecond + kLinkReports + kRoundTrips);
+      EXPECT_LE(meeting.LastChange(isAsked) - plugged, 6300 * kMillisecond + kLinkReports + kRoundTrips);
+    }
   }
 }
 
@@ -76,11 +84,11 @@ bool Disturb(
     std::uint64_t n, const std::function<void(Meeting&)>& what, const std::function<void(Meeting&)>& then,
     const std::function<void(Meeting&)>& before = [](Meeting&) {}) {
   SCOPED_TRACE("packet " + std::to_string(n));
-  Meeting meeting("A=H1, B=H3");
-  meeting.StartBoth();
+  Meeting meeting("a/H1, b/H3");
+  meeting.StartAll();
   meeting.Quiet();
   before(meeting);
-  meeting.Plug("A:1 - B:1");
+  meeting.Plug("a/H1:1 - b/H3:1");
   auto reached = std::make_shared<bool>(false);
   meeting.AtPacket(n, [&meeting, reached, &what] {
     *reached = true;
@@ -93,7 +101,7 @@ bool Disturb(
 
 // A plug that is handled in one run of the work loop with the unplug before it does not hold the device awake.
 void HoldAwake(Meeting& meeting, bool hold) {
-  for (std::size_t controller : {0, 1}) {
+  for (const lab::Place place : meeting.machine().Places()) {
     meeting.InDevice(
         [hold](DEVICE_EXTENSION& context) {
           if (hold)
@@ -101,7 +109,7 @@ void HoldAwake(Meeting& meeting, bool hold) {
           else
             WdfDeviceResumeIdle(context.Device);
         },
-        {0, controller});
+        place);
   }
 }
 
@@ -110,8 +118,8 @@ TEST(MeetingAtEveryPacket, TheCableIsPulledAndPluggedASecondLater) {
   while (Disturb(
       n,
       [](Meeting& meeting) {
-        meeting.fabric().Unplug("A:1");
-        meeting.At(kSecond, [&meeting] { meeting.fabric().Plug("A:1", "B:1"); });
+        meeting.fabric().Unplug("a/H1:1");
+        meeting.At(kSecond, [&meeting] { meeting.fabric().Plug("a/H1:1", "b/H3:1"); });
       },
       [](Meeting& meeting) {
         meeting.Pass(25 * kSecond);
@@ -124,51 +132,55 @@ TEST(MeetingAtEveryPacket, TheCableIsPulledAndPluggedASecondLater) {
   EXPECT_GT(n, 60u);
 }
 
-TEST(MeetingAtEveryPacket, ThePowerGoesDown) {
-  std::uint64_t n = 1;
-  while (Disturb(
-      n, [](Meeting& meeting) { meeting.kernel().SystemSleepAsync(platform::SystemPowerAction::Sleep); },
-      [](Meeting& meeting) {
-        meeting.Resume();
-        meeting.Pass(12 * kSecond);
-        ExpectBothEnumerated(meeting);
-      })) {
-    n += Stride();
+// Each of these at every packet, to either host.
+void DisturbEither(
+    const std::function<void(Meeting&, std::size_t host)>& what,
+    const std::function<void(Meeting&, std::size_t host)>& then,
+    const std::function<void(Meeting&)>& before = [](Meeting&) {}) {
+  for (const std::size_t host : {0u, 1u}) {
+    SCOPED_TRACE("host " + std::to_string(host));
+    std::uint64_t n = 1;
+    while (Disturb(
+        n, [&what, host](Meeting& meeting) { what(meeting, host); },
+        [&then, host](Meeting& meeting) { then(meeting, host); }, before)) {
+      n += 2 * Stride();
+    }
+    EXPECT_GT(n, 60u);
   }
-  EXPECT_GT(n, 60u);
+}
+
+void FallAsleep(Meeting& meeting, std::size_t host) {
+  meeting.kernel(host).SystemSleepAsync(platform::SystemPowerAction::Sleep);
+}
+
+TEST(MeetingAtEveryPacket, OneHostFallsAsleep) {
+  const auto wake = [](Meeting& meeting, std::size_t host) {
+    meeting.Resume(host);
+    // A host may wait 10 s for the width of a link that is down before it hears of that.
+    meeting.Pass(25 * kSecond);
+    ExpectBothEnumerated(meeting);
+    HoldAwake(meeting, false);
+  };
+  DisturbEither(FallAsleep, wake, [](Meeting& meeting) { HoldAwake(meeting, true); });
 }
 
 TEST(MeetingAtEveryPacket, OneDeviceIsGone) {
-  for (std::size_t controller : {0, 1}) {
-    std::uint64_t n = 1;
-    while (Disturb(
-        n,
-        [controller](Meeting& meeting) {
-          meeting.kernel().SurpriseRemoveAsync(meeting.machine().device({0, controller}));
-        },
-        [controller](Meeting& meeting) {
-          meeting.ExpectIncomplete();
-          EXPECT_NE(meeting.kernel().State(meeting.machine().device({0, controller})), platform::PnpState::Started);
-        })) {
-      n += 2 * Stride();
-    }
-    EXPECT_GT(n, 60u);
-  }
+  DisturbEither(
+      [](Meeting& meeting, std::size_t host) {
+        meeting.kernel(host).SurpriseRemoveAsync(meeting.machine().device({host, 0}));
+      },
+      [](Meeting& meeting, std::size_t host) {
+        meeting.ExpectIncomplete();
+        EXPECT_NE(meeting.kernel(host).State(meeting.machine().device({host, 0})), platform::PnpState::Started);
+      });
 }
 
 TEST(MeetingAtEveryPacket, OneDeviceIsRemovedInOrder) {
-  for (std::size_t controller : {0, 1}) {
-    std::uint64_t n = 1;
-    while (Disturb(
-        n,
-        [controller](Meeting& meeting) {
-          meeting.kernel().RemoveAsync(meeting.machine().device({0, controller}));
-        },
-        [](Meeting& meeting) { meeting.ExpectIncomplete(); })) {
-      n += 2 * Stride();
-    }
-    EXPECT_GT(n, 60u);
-  }
+  DisturbEither(
+      [](Meeting& meeting, std::size_t host) {
+        meeting.kernel(host).RemoveAsync(meeting.machine().device({host, 0}));
+      },
+      [](Meeting& meeting, std::size_t) { meeting.ExpectIncomplete(); });
 }
 
 }  // namespace

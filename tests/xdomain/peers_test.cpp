@@ -1,5 +1,5 @@
 // Goal: a host that has several ports, and peers that come and go at them, never loses one and keeps none. Method: two
-// or three devices of this driver on one fabric.
+// or three hosts.
 #include <gtest/gtest.h>
 
 #include "tests/support/hand_peer.h"
@@ -19,34 +19,34 @@ std::string Name(Meeting& meeting) {
 }
 
 WORLD_TEST(Peers, ASecondOneTakesThePlaceOfTheFirst) {
-  Meeting meeting("A=H3, B=H1, C=H2");
-  meeting.StartBoth();
+  Meeting meeting("a/H3, b/H1, c/H2");
+  meeting.StartAll();
   meeting.Quiet();
-  meeting.Plug("A:1 - B:1");
+  meeting.Plug("a/H3:1 - b/H1:1");
   meeting.Pass(8 * kSecond);
   EXPECT_EQ(Name(meeting), "0-1");
-  meeting.Plug("A:3 - C:1");
+  meeting.Plug("a/H3:3 - c/H2:1");
   meeting.Pass(8 * kSecond);
   EXPECT_EQ(Name(meeting), "0-3");
   const std::string states = meeting.States();
   EXPECT_NE(states.find("0-1 ENUMERATED"), std::string::npos) << states;
   EXPECT_NE(states.find("0-3 ENUMERATED"), std::string::npos) << states;
-  meeting.Unplug("A:1");
+  meeting.Unplug("a/H3:1");
   meeting.Pass(8 * kSecond);
   EXPECT_EQ(Name(meeting), "0-3") << "the one in use is not the one that was pulled";
-  meeting.Unplug("A:3");
+  meeting.Unplug("a/H3:3");
   meeting.Pass(8 * kSecond);
   EXPECT_EQ(Name(meeting), "none");
 }
 
 // The first one is still asking when it loses the device.
 WORLD_TEST(Peers, ASecondOneLeavesTheWorkOfTheFirstAlone) {
-  Meeting meeting("A=H3, B=H1, C=H2");
-  meeting.StartBoth();
+  Meeting meeting("a/H3, b/H1, c/H2");
+  meeting.StartAll();
   meeting.Quiet();
-  meeting.Plug("A:1 - B:1");
+  meeting.Plug("a/H3:1 - b/H1:1");
   meeting.Pass(1 * kSecond);
-  meeting.Plug("A:3 - C:1");
+  meeting.Plug("a/H3:3 - c/H2:1");
   meeting.Pass(10 * kSecond);
   const std::string states = meeting.States();
   EXPECT_NE(states.find("0-1 ENUMERATED"), std::string::npos) << states;
@@ -55,7 +55,7 @@ WORLD_TEST(Peers, ASecondOneLeavesTheWorkOfTheFirstAlone) {
 
 WORLD_TEST(Peers, DoNotHoldADeviceAwakeThatWasStartedWithThem) {
   Meeting meeting;
-  meeting.StartBoth();
+  meeting.StartAll();
   meeting.Pass(12 * kSecond);
   EXPECT_EQ(Name(meeting), "0-1");
   meeting.Pass(30 * kSecond);
