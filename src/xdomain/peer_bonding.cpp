@@ -16,7 +16,7 @@ constexpr std::uint32_t kTwoLanes = 2;
 // As packets and registers say it.
 constexpr std::uint8_t kOneLaneTarget = 1;
 constexpr std::uint8_t kTwoLanesTarget = 3;
-constexpr std::uint32_t kWidthMs = 10000;
+constexpr std::uint32_t kWidthReads = 11;  // with a second after each
 
 // What both ends do once the lanes are one link, or are not.
 void LinkSettled(USB4_XDOMAIN* xdomain) {
@@ -24,6 +24,15 @@ void LinkSettled(USB4_XDOMAIN* xdomain) {
   IgnoreResult(KivUsb4XdomainUpdateLinkAttributes(xdomain));
   // Registered already by an earlier peer, as a rule.
   IgnoreResult(KivUsb4NetDriverInit(xdomain->Domain));
+}
+
+// As a wait for 10 s is, but over a second after the peer has gone: its removal waits for this step.
+KIV_RESULT WaitForWidth(const USB4_XDOMAIN* xdomain, std::uint32_t width) {
+  for (std::uint32_t read = 0; read < kWidthReads && !xdomain->Removed.IsSet(); ++read) {
+    const KIV_RESULT result = KivUsb4PortWaitForLinkWidth(xdomain->FacingAdapter, width, 0);
+    if (result != kKivTimedOut) return result;
+  }
+  return kKivTimedOut;
 }
 
 // Lanes that a link state change request asks for; 0 while none has come.
@@ -77,7 +86,7 @@ KIV_RESULT KivUsb4XdomainLaneBondingEnable(USB4_XDOMAIN* xdomain) {
   const KIV_RESULT up = KivUsb4WaitForPort(second, true);
   if (up <= 0) return up < 0 ? up : kKivNotReady;
   result = KivUsb4PortLaneBondingEnable(facing);
-  if (result == kKivOk) result = KivUsb4PortWaitForLinkWidth(facing, kTwoLanes, kWidthMs);
+  if (result == kKivOk) result = WaitForWidth(xdomain, kTwoLanes);
   if (result != kKivOk) return result;
   LinkSettled(xdomain);
   return kKivOk;
@@ -91,7 +100,7 @@ KIV_RESULT KivUsb4XdomainBondLanesUuidHigh(USB4_XDOMAIN* xdomain) {
   if (second == nullptr) return kKivNoDevice;
   KIV_RESULT result = KivUsb4PortSetLinkWidth(second, width);
   if (result == kKivOk) result = KivUsb4PortSetLinkWidth(facing, width);
-  if (result == kKivOk) result = KivUsb4PortWaitForLinkWidth(facing, width, kWidthMs);
+  if (result == kKivOk) result = WaitForWidth(xdomain, width);
   if (result != kKivOk) return result;
   facing->Bonded = width >= kTwoLanes;
   second->Bonded = width >= kTwoLanes;

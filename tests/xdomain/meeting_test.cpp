@@ -156,7 +156,6 @@ void FallAsleep(Meeting& meeting, std::size_t host) {
 TEST(MeetingAtEveryPacket, OneHostFallsAsleep) {
   const auto wake = [](Meeting& meeting, std::size_t host) {
     meeting.Resume(host);
-    // A host may wait 10 s for the width of a link that is down before it hears of that.
     meeting.Pass(25 * kSecond);
     ExpectBothEnumerated(meeting);
     HoldAwake(meeting, false);
