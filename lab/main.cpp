@@ -8,6 +8,7 @@
 
 #include "lab/decode/decode_drom.h"
 #include "lab/decode/decode_packet.h"
+#include "lab/decode/decode_properties.h"
 #include "lab/input/console.h"
 #include "lab/input/input_file.h"
 #include "lab/input/suggest.h"
@@ -160,10 +161,19 @@ lab::ExitCode GenerateCommand(Options& options) {
   return lab::ExitCode::Held;
 }
 
-lab::ExitCode DecodeCommand(const Options& options, bool drom) {
-  if (drom) return lab::DecodeDrom(options.files.front(), MakeConsole(options));
-  return lab::DecodePackets(options.files.front(), MakeConsole(options));
-}
+using Decoder = lab::ExitCode (*)(const std::string& file, const lab::Console& console);
+
+struct DumpKind {
+  const char* name;
+  const char* help;
+  Decoder decode;
+};
+
+constexpr DumpKind kDumpKinds[] = {
+    {"packet", "control packets, one a line in hex, with or without CRC", lab::DecodePackets},
+    {"drom", "the DROM image of a router, in hex", lab::DecodeDrom},
+    {"properties", "the property block of a host, in hex as it travels", lab::DecodeProperties},
+};
 
 void AddColor(CLI::App& app, Options& options) {
   app.add_option("--color", options.color, "auto, always or never")->check(CLI::IsMember({"auto", "always", "never"}));
@@ -208,12 +218,13 @@ lab::ExitCode Dispatch(int count, char** arguments) {
   AddColor(*explain, options);
   generate->add_option("--seed", options.seed, "which one");
   decode->require_subcommand(1);
-  CLI::App* packet = decode->add_subcommand("packet", "control packets, one a line in hex, with or without CRC");
-  packet->add_option("file", options.files, "text file; - for standard input")->required()->expected(1);
-  CLI::App* drom = decode->add_subcommand("drom", "the DROM image of a router, in hex");
-  drom->add_option("file", options.files, "text file; - for standard input")->required()->expected(1);
-  AddColor(*packet, options);
-  AddColor(*drom, options);
+  Decoder decoder = nullptr;
+  for (const DumpKind& kind : kDumpKinds) {
+    CLI::App* dump = decode->add_subcommand(kind.name, kind.help);
+    dump->add_option("file", options.files, "text file; - for standard input")->required()->expected(1);
+    dump->callback([&decoder, &kind] { decoder = kind.decode; });
+    AddColor(*dump, options);
+  }
   try {
     app.parse(count, arguments);
   } catch (const CLI::ParseError& error) {
@@ -224,7 +235,7 @@ lab::ExitCode Dispatch(int count, char** arguments) {
   if (run->parsed()) return RunCommand(options);
   if (explain->parsed()) return ExplainCommand(options);
   if (generate->parsed()) return GenerateCommand(options);
-  return soak->parsed() ? SoakCommand(options) : DecodeCommand(options, drom->parsed());
+  return soak->parsed() ? SoakCommand(options) : decoder(options.files.front(), MakeConsole(options));
 }
 
 // A result that nobody can read is none, unless there is worse to report.

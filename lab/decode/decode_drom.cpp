@@ -31,14 +31,6 @@ std::string Hex(const Bytes& image, std::size_t from, std::size_t to) {
   return text;
 }
 
-// Text up to its NUL; what a terminal would obey stands as \xNN.
-std::string Printable(std::string_view bytes) {
-  std::string text;
-  for (char c : bytes.substr(0, bytes.find('\0')))
-    text += c >= 0x20 && c < 0x7F ? std::string(1, c) : fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
-  return text;
-}
-
 // The check byte of the UID that a Thunderbolt 3 host's EEPROM begins with: CRC-32C, each dword turned round.
 std::uint8_t HostCheck(const Bytes& image) {
   std::uint8_t swapped[kDromUidBytes];

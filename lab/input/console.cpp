@@ -1,7 +1,7 @@
 // Escape sequences live here and nowhere else.
 #include "lab/input/console.h"
 
-#include <fmt/core.h>
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -48,6 +48,13 @@ void Console::Message(std::string_view text) const {
 std::string Console::Paint(Style style, std::string_view text) const {
   if (!color_ || style == Style::Plain) return std::string(text);
   return fmt::format("{}{}\x1b[0m", Escape(style), text);
+}
+
+std::string Printable(std::string_view bytes) {
+  std::string text;
+  for (char c : bytes.substr(0, bytes.find('\0')))
+    text += c >= 0x20 && c < 0x7F ? std::string(1, c) : fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+  return text;
 }
 
 }  // namespace lab

@@ -22,4 +22,7 @@ class Console {
   bool color_ = false;
 };
 
+// Text up to its NUL; what a terminal would obey stands as \xNN.
+std::string Printable(std::string_view bytes);
+
 }  // namespace lab

@@ -73,4 +73,17 @@ std::vector<HexLine> ReadHexLines(const std::string& file) {
   return lines;
 }
 
+std::vector<std::uint32_t> ReadHexWords(const std::string& file) {
+  std::vector<std::uint8_t> bytes;
+  for (const HexLine& line : ReadHexLines(file)) bytes.insert(bytes.end(), line.bytes.begin(), line.bytes.end());
+  if (bytes.empty() || bytes.size() % 4 != 0)
+    throw InputError(InputName(file), {1, 1},
+                     fmt::format("{} bytes, which are no whole number of words", bytes.size()));
+  std::vector<std::uint32_t> words;
+  for (std::size_t i = 0; i < bytes.size(); i += 4)
+    words.push_back(static_cast<std::uint32_t>(bytes[i]) << 24 | static_cast<std::uint32_t>(bytes[i + 1]) << 16 |
+                    static_cast<std::uint32_t>(bytes[i + 2]) << 8 | bytes[i + 3]);
+  return words;
+}
+
 }  // namespace lab

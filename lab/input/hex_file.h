@@ -17,4 +17,8 @@ struct HexLine {
 // a '#' are skipped. InputError (lab/input/input_file.h) with line and column for anything else.
 std::vector<HexLine> ReadHexLines(const std::string& file);
 
+// All bytes of such a file as words, each with its first byte in bits 31:24. InputError also for a file that holds
+// none, or no whole number of words.
+std::vector<std::uint32_t> ReadHexWords(const std::string& file);
+
 }  // namespace lab

@@ -16,26 +16,18 @@ constexpr std::int64_t kLargestWord = 0xFFFFFFFF;
 constexpr std::int64_t kLargestShift = 1000;
 constexpr std::int64_t kMostPieceWords = 45;
 
-// A block as it travels: words with their first byte in bits 31:24, on any number of lines.
+// A block as it travels, beside the scenario.
 std::vector<std::uint32_t> ReadBlock(TableReader& table, const std::string& scenarioFile) {
   const std::filesystem::path named(table.RequiredText("properties").value_or(""));
   if (named.empty()) return {};
   const std::string file =
       (named.is_absolute() ? named : std::filesystem::path(scenarioFile).parent_path() / named).string();
-  std::vector<std::uint8_t> bytes;
   try {
-    for (const HexLine& line : ReadHexLines(file)) bytes.insert(bytes.end(), line.bytes.begin(), line.bytes.end());
+    return ReadHexWords(file);
   } catch (const InputError& error) {
     table.Fail("properties", error.what());
     return {};
   }
-  if (bytes.empty() || bytes.size() % 4 != 0)
-    table.Fail("properties", fmt::format("{} holds {} bytes, which are no whole number of words", file, bytes.size()));
-  std::vector<std::uint32_t> words;
-  for (std::size_t i = 0; i < bytes.size(); i += 4)
-    words.push_back(static_cast<std::uint32_t>(bytes[i]) << 24 | static_cast<std::uint32_t>(bytes[i + 1]) << 16 |
-                    static_cast<std::uint32_t>(bytes[i + 2]) << 8 | bytes[i + 3]);
-  return words;
 }
 
 void ReadBlockAndLies(TableReader& table, const std::string& scenarioFile, sim::PeerConfig& peer) {
