@@ -13,6 +13,17 @@ const RouterView* DomainView::Find(std::uint64_t route) const {
   return found == routers.end() ? nullptr : &*found;
 }
 
+const PeerView* DomainView::FindPeer(std::uint64_t route) const {
+  const auto found =
+      std::find_if(peers.begin(), peers.end(), [&](const PeerView& peer) { return peer.route == route; });
+  return found == peers.end() ? nullptr : &*found;
+}
+
+std::string PeerNameText(const PeerView& peer) {
+  if (!peer.vendorName && !peer.deviceName) return "(no name)";
+  return peer.vendorName.value_or("?") + " " + peer.deviceName.value_or("?");
+}
+
 std::string TunnelText(const TunnelView& tunnel) {
   const AdapterPlace& from = tunnel.source.place;
   std::string text = fmt::format("{} {:x}:{} -> ", TunnelKindName(tunnel.kind), from.route, from.adapter);

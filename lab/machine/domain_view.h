@@ -66,6 +66,21 @@ struct RouterView {
   std::optional<LinkView> link;       // towards the host; the host router has none
 };
 
+// A peer host as the driver knows it.
+struct PeerView {
+  std::uint64_t route = 0;  // of its host router
+  AdapterPlace facing;      // the adapter that leads to it
+  std::string name;         // "0-1"
+  std::string state;        // "ENUMERATED"
+  std::string ownUuid;      // of this host: 32 hex digits, in the order in which the bytes are compared
+  std::optional<std::string> uuid, vendorName, deviceName;
+  unsigned vendorId = 0, deviceId = 0;
+  LinkView link;                                   // as last read; without lanes before the first time
+  unsigned inputHopLimit = 0, outputHopLimit = 0;  // highest hop IDs from and to the peer
+  unsigned requestedWidth = 0;                     // that the peer has asked for: 1, 3 for two lanes, 0 none yet
+  bool replaced = false;                           // it turned out to be another host: nothing happens any more
+};
+
 // One entry of a path: into router `route` by adapter `in` with one hop ID, out of it by `out` with another.
 struct HopView {
   std::uint64_t route = 0;
@@ -107,16 +122,22 @@ struct DomainView {
   bool present = false;  // the driver has a domain
   bool started = false;  // its bus start has succeeded
   std::vector<RouterView> routers;
+  std::vector<PeerView> peers;      // in the order of the routers and of the adapters that lead to them
   std::vector<TunnelView> tunnels;  // in list order, those that are not listed behind them
   TunnelCounts counts;
   std::vector<AdapterPlace> displayResources;     // DP adapters that the policy may pair, in list order
   bool pcieAllowed = false, usb3Allowed = false;  // by the registry
 
   const RouterView* Find(std::uint64_t route) const;
+  const PeerView* FindPeer(std::uint64_t route) const;
 };
 
+// What a peer's state may be, in the order of a discovery.
+const std::vector<std::string>& PeerStateNames();
 // "PCIe 0:3 -> 1:9"; "?" for a destination that is not known.
 std::string TunnelText(const TunnelView& tunnel);
+// "Kiverra Systems Inc. LAPTOP"; "(no name)" before both names are known.
+std::string PeerNameText(const PeerView& peer);
 // "9000/500": up, then down, in Mb/s.
 std::string BandwidthText(const BandwidthView& bandwidth);
 // "0:3 8 -> 0:1 9 | 1:1 9 -> 1:9 8", cables as bars.

@@ -8,6 +8,7 @@
 #include "include/domain_record.h"
 #include "include/locks.h"
 #include "include/path_record.h"
+#include "include/peer_record.h"
 #include "include/router_record.h"
 #include "include/tunnel_record.h"
 #include "lab/machine/bandwidth.h"
@@ -18,6 +19,7 @@
 #include "topology/tmu.h"
 #include "tunnel/dp_resources.h"
 #include "tunnel/tunnel.h"
+#include "xdomain/peer_state.h"
 
 namespace lab {
 namespace {
@@ -122,6 +124,38 @@ TunnelView ViewOf(const USB4_TUNNEL& tunnel) {
   return view;
 }
 
+std::optional<std::string> UuidOf(const std::uint8_t* bytes) {
+  if (bytes == nullptr) return std::nullopt;
+  return fmt::format("{:02x}", fmt::join(bytes, bytes + kUuidBytes, ""));
+}
+
+PeerView ViewOf(const USB4_XDOMAIN& peer, const USB4_PORT& facing) {
+  PeerView view;
+  view.route = peer.Route;
+  view.facing = PlaceOf(facing);
+  view.name = peer.Info.Name;
+  view.state = PeerStateName(peer.State.Value);
+  view.ownUuid = UuidOf(peer.OwnUuid).value_or("");
+  view.uuid = UuidOf(peer.PeerUuid);
+  view.vendorName = TextOf(peer.PeerVendorName);
+  view.deviceName = TextOf(peer.PeerDeviceName);
+  view.vendorId = peer.PeerVendorId;
+  view.deviceId = peer.PeerDeviceId;
+  view.link = LinkView{peer.LinkSpeed, peer.LinkWidth, facing.Bonded != 0, {}};
+  view.inputHopLimit = peer.InputHopLimit;
+  view.outputHopLimit = peer.OutputHopLimit;
+  view.requestedWidth = static_cast<unsigned>(peer.RequestedLinkWidth.Value);
+  view.replaced = peer.Removed.IsSet();
+  return view;
+}
+
+void AddPeers(const USB4_SWITCH& router, DomainView& view) {
+  if (router.Adapters == nullptr) return;
+  for (unsigned number = 1; number <= router.MaximumAdapter(); ++number)
+    if (const USB4_XDOMAIN* peer = router.Adapters[number].XDomain.Peek())
+      view.peers.push_back(ViewOf(*peer, router.Adapters[number]));
+}
+
 void AddTunnels(USB4_DOMAIN* domain, DomainView& view) {
   const SpinLockGuard guard(domain->TopologyLock);
   for (USB4_TUNNEL& tunnel : TunnelList(domain->TunnelListHead)) view.tunnels.push_back(ViewOf(tunnel));
@@ -140,14 +174,27 @@ void AddDomain(USB4_DOMAIN* domain, DomainView& view) {
   view.counts = {domain->TunnelCount.Load(), domain->PcieTunnelCount.Load(), domain->Usb3TunnelCount.Load(),
                  domain->DpTunnelCount.Load()};
   const RouterReference host = KivUsb4DomainGetSwitch(domain, 0);
-  if (host) view.routers.push_back(ViewOf(*host));
+  const auto add = [&view](const USB4_SWITCH& router) {
+    view.routers.push_back(ViewOf(router));
+    AddPeers(router, view);
+  };
+  if (host) add(*host);
   DeviceWalk walk(domain);
   while (const USB4_DEV_ENTRY* entry = walk.Next())
-    if (entry->Router != nullptr && entry->Router != host.Get()) view.routers.push_back(ViewOf(*entry->Router));
+    if (entry->Router != nullptr && entry->Router != host.Get()) add(*entry->Router);
   AddTunnels(domain, view);
 }
 
 }  // namespace
+
+const std::vector<std::string>& PeerStateNames() {
+  static const std::vector<std::string> kNames = [] {
+    std::vector<std::string> names;
+    for (LONG state = USB4_XDOMAIN_INIT; state <= USB4_XDOMAIN_ERROR; ++state) names.push_back(PeerStateName(state));
+    return names;
+  }();
+  return kNames;
+}
 
 bool Machine::InDriver(Place place, const std::function<void(DEVICE_EXTENSION&)>& look) {
   bool looked = false;

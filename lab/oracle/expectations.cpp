@@ -98,6 +98,18 @@ void CompareRouter(Comparison& comparison, const Expectation& expectation, Machi
   comparison.Number(what + " adapters", expectation.adapters, static_cast<std::int64_t>(found->adapters.size()));
 }
 
+void ComparePeer(Comparison& comparison, const Expectation& expectation, const DomainView& domain) {
+  const PeerView* peer = domain.FindPeer(*expectation.peer);
+  const std::string what = fmt::format("peer {:x}", *expectation.peer);
+  comparison.Text(what, expectation.present ? "present" : "absent", peer != nullptr ? "present" : "absent");
+  if (peer == nullptr || !expectation.present) return;
+  comparison.Text(what + " state", expectation.peerState, peer->state);
+  comparison.Text(what + " name", expectation.routerName, PeerNameText(*peer));
+  comparison.Text(what + " link", expectation.link, LinkText(peer->link));
+  comparison.Text(what + " hop limits", expectation.hopLimits,
+                  fmt::format("{}/{}", peer->inputHopLimit, peer->outputHopLimit));
+}
+
 std::string Joined(std::vector<std::string> texts) {
   std::sort(texts.begin(), texts.end());
   std::string line;
@@ -145,9 +157,9 @@ std::string ProbeText(const sim::Fabric& fabric, const std::string& ends) {
 }
 
 bool AsksForDomain(const Expectation& expectation) {
-  return expectation.routers || expectation.adapters || expectation.aboutRouter || expectation.tunnels ||
-         expectation.tunnelCount || expectation.pcieTunnels || expectation.usb3Tunnels || expectation.dpTunnels ||
-         expectation.tunnel;
+  return expectation.routers || expectation.adapters || expectation.aboutRouter || expectation.peer ||
+         expectation.peers || expectation.tunnels || expectation.tunnelCount || expectation.pcieTunnels ||
+         expectation.usb3Tunnels || expectation.dpTunnels || expectation.tunnel;
 }
 
 std::optional<std::string> Hex(const std::optional<platform::Status>& status) {
@@ -177,6 +189,8 @@ std::vector<std::string> Mismatches(const Expectation& expectation, Machine& mac
   comparison.Number("routers", expectation.routers, static_cast<std::int64_t>(domain.routers.size()));
   // Without a route, what is said about a router is about the host's.
   if (expectation.adapters || expectation.aboutRouter) CompareRouter(comparison, expectation, machine, domain);
+  comparison.Number("peers", expectation.peers, static_cast<std::int64_t>(domain.peers.size()));
+  if (expectation.peer) ComparePeer(comparison, expectation, domain);
   CompareTunnels(comparison, expectation, domain);
   return comparison.lines();
 }

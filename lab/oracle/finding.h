@@ -13,6 +13,8 @@ namespace lab {
   X(RouterGone, "router-gone", "router {route} is listed and not there")                          \
   X(RouterTwice, "router-twice", "{router} is listed twice")                                      \
   X(RouterMissing, "router-missing", "{router} at route {route} is not listed")                   \
+  X(PeerGone, "peer-gone", "peer {route} is listed and nothing is connected to {adapter}")        \
+  X(PeerMissing, "peer-missing", "another host at {adapter}, route {route}, is not listed")       \
   X(PathMissing, "path-missing", "{tunnel}: the fabric has no path {path}")                       \
   X(PathUnclaimed, "path-unclaimed", "no tunnel has the path {path}")                             \
   X(LostPathUnclaimed, "lost-path-unclaimed", "no tunnel has the path {path}, which ends: {why}") \

@@ -13,6 +13,7 @@
 #include "sim/dataplane/path_probe.h"
 #include "sim/dataplane/usb3_function.h"
 #include "sim/fabric/fabric_books.h"
+#include "sim/router/cable.h"
 
 namespace lab {
 namespace {
@@ -60,7 +61,10 @@ class DomainAudit {
   const Entries& stranded() const { return stranded_; }
 
   Findings Go(const OracleOptions& options) {
-    if (options.complete) Routers();
+    if (options.complete) {
+      Routers();
+      Peers();
+    }
     for (const TunnelView& tunnel : domain_.tunnels) Tunnel(tunnel);
     if (!options.wreckage) {
       for (const sim::LivePath& path : live_.paths)
@@ -96,6 +100,27 @@ class DomainAudit {
     for (const auto& router : machine_.fabric().routers())
       if (router->place().host == host_ && !TooDeep(*router) && !listed.contains(router.get()))
         Say(FindingRule::RouterMissing, {.router = router->name(), .route = router->place().route});
+  }
+
+  // Every host behind a lane of a router that is listed; nothing where no cable is.
+  void Peers() {
+    for (const PeerView& peer : domain_.peers) {
+      const sim::Router* router = Hardware(peer.facing.route);
+      const sim::Adapter* port = router == nullptr ? nullptr : router->adapter(peer.facing.adapter);
+      if (port == nullptr || port->link == nullptr || !port->link->LaneUp(*port))
+        Say(FindingRule::PeerGone,
+            {.adapter = fmt::format("{:x}:{}", peer.facing.route, peer.facing.adapter), .route = peer.route});
+    }
+    for (const auto& link : machine_.fabric().links())
+      for (unsigned end = 0; end < 2; ++end) Facing(*link, link->end(end));
+  }
+
+  void Facing(const sim::Link& link, const sim::Adapter& port) {
+    const sim::Router& router = port.router();
+    if (!link.betweenDomains() || !link.LaneUp(port) || !Ours(port) || domain_.Find(router.place().route) == nullptr)
+      return;
+    const std::uint64_t route = router.place().route | std::uint64_t{port.number()} << (8 * router.place().depth);
+    if (domain_.FindPeer(route) == nullptr) Say(FindingRule::PeerMissing, {.adapter = port.Name(), .route = route});
   }
 
   bool TooDeep(const sim::Router& router) const {

@@ -10,6 +10,7 @@
 #include "sim/dataplane/display_adapter.h"
 #include "sim/dataplane/usb3_function.h"
 #include "sim/fabric/fabric_books.h"
+#include "sim/router/cable.h"
 #include "tunnel/usb3_tunnel.h"
 
 namespace lab {
@@ -40,6 +41,7 @@ class DomainExplanation {
     if (!domain_.started) return text_ + "  the device is not running: it has no tunnels, whatever its routers keep\n";
     for (const RouterView& router : domain_.routers) Router(router);
     for (const LinkBudget& budget : budgets_) Link(budget);
+    for (const PeerView& peer : domain_.peers) Peer(peer);
     return std::move(text_);
   }
 
@@ -226,6 +228,33 @@ class DomainExplanation {
     const bool over = budget.available.up < 0 || budget.available.down < 0;
     text_ += fmt::format("      {:<24} {}{}\n", "available", BandwidthText(budget.available),
                          over ? ": more is given than there is; a display does not count a USB3 tunnel that runs" : "");
+  }
+
+  // --- peers: the host of the lower UUID asks for two lanes
+  void Peer(const PeerView& peer) {
+    const std::string what =
+        fmt::format("peer {:x} at {}: {}, {}", peer.route, At(peer.facing), PeerNameText(peer), peer.state);
+    const sim::Adapter* port = Hardware(peer.facing);
+    if (port == nullptr || port->link == nullptr || !port->link->LaneUp(*port)) return Say(what, "its link is down");
+    if (!port->link->bonded()) return Say(what, "has one lane: " + WhyOneLane(peer, *port));
+    Say(what, fmt::format("has two lanes: {}", Asks(peer) ? "this host has the lower UUID and asked for them"
+                                                          : "the peer has the lower UUID and asked for them"));
+  }
+
+  static bool Asks(const PeerView& peer) { return peer.uuid && peer.ownUuid <= *peer.uuid; }
+
+  static std::string WhyOneLane(const PeerView& peer, const sim::Adapter& port) {
+    if (port.pair() == nullptr) return "its adapter has no second lane";
+    if (port.link->Opposite(*port.pair()) == nullptr) return "the cable has no second lane";
+    if (!peer.uuid) return "the peer has not said who it is";
+    if (*peer.uuid == peer.ownUuid) return "the cable leads back to a host with this host's UUID";
+    const sim::Adapter& far = *port.link->Opposite(port);
+    if ((far.space().Get(far.laneCapability) >> 20 & 0x3F) < 2) return "the peer supports one lane only";
+    if (peer.state != "PROPERTIES" && peer.state != "ENUMERATED" && peer.state != "ERROR")
+      return "the discovery has not come to its lanes yet";
+    if (Asks(peer)) return "this host has the lower UUID, and the peer refused two lanes or did not switch them on";
+    if (peer.requestedWidth == 0) return "the peer has the lower UUID, and never asked for two lanes";
+    return peer.requestedWidth == 1 ? "the peer asked for one lane" : "the lanes did not bond in time";
   }
 
   const DomainView& domain_;

@@ -1,4 +1,5 @@
-// Why each display, PCIe and USB3 device of a domain has its tunnel and its bandwidth, or has not.
+// Why each display, PCIe and USB3 device of a domain has its tunnel and its bandwidth, or has not; and why each peer
+// has the lanes that it has.
 #pragma once
 #include <string>
 
@@ -6,8 +7,8 @@
 
 namespace lab {
 
-// Several lines: the devices in route order, then each link's budget and who holds what. `domain` is the controller's
-// domain as it is now.
+// Several lines: the devices in route order, then each link's budget and who holds what, then the peers. `domain` is
+// the controller's domain as it is now.
 std::string Explain(const DomainView& domain, Machine& machine, Place place);
 
 }  // namespace lab

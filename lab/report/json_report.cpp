@@ -11,7 +11,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 // Additions raise the number behind the point, anything else the one before it.
-constexpr const char* kFormatVersion = "1.3";
+constexpr const char* kFormatVersion = "1.4";
 
 double Milliseconds(platform::Time time) {
   return static_cast<double>(time) / static_cast<double>(platform::kMillisecond);
@@ -61,6 +61,37 @@ Json Routers(const RunReport& report) {
       Json json = Router(router);
       if (report.domains.size() > 1) json["domain"] = domain.name;
       list.push_back(std::move(json));
+    }
+  }
+  return list;
+}
+
+Json Peer(const PeerView& peer) {
+  Json json;
+  json["route"] = fmt::format("{:x}", peer.route);
+  json["adapter"] = fmt::format("{:x}:{}", peer.facing.route, peer.facing.adapter);
+  json["name"] = peer.name;
+  json["state"] = peer.state;
+  json["uuid"] = Text(peer.uuid);
+  json["ownUuid"] = peer.ownUuid;
+  json["vendorName"] = Text(peer.vendorName);
+  json["deviceName"] = Text(peer.deviceName);
+  json["vendorId"] = peer.vendorId;
+  json["deviceId"] = peer.deviceId;
+  json["link"] = nullptr;
+  if (peer.link.lanes != 0)
+    json["link"] = Json{{"speedGbps", peer.link.speedGbps}, {"lanes", peer.link.lanes}, {"bonded", peer.link.bonded}};
+  json["inputHopLimit"] = peer.inputHopLimit;
+  json["outputHopLimit"] = peer.outputHopLimit;
+  return json;
+}
+
+Json Peers(const RunReport& report) {
+  Json list = Json::array();
+  for (const DomainView& domain : report.domains) {
+    for (const PeerView& peer : domain.peers) {
+      list.push_back(Peer(peer));
+      if (report.domains.size() > 1) list.back()["domain"] = domain.name;
     }
   }
   return list;
@@ -166,7 +197,7 @@ std::string FormatJson(const RunReport& report) {
   json["virtualTimeMs"] = Milliseconds(report.virtualTime);
   json["routers"] = Routers(report);
   json["tunnels"] = Tunnels(report);
-  json["peers"] = Json::array();
+  json["peers"] = Peers(report);
   json["violations"] = Violations(report);
   json["protocolErrors"] = ProtocolErrors(report.protocolErrors);
   json["failures"] = report.failures;

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <deque>
 #include <map>
 
 #include "lab/machine/bandwidth.h"
@@ -64,6 +65,7 @@ struct Box {
   Point corner;
   int height = kSmallestBox;
   std::vector<std::uint64_t> children;
+  std::vector<const PeerView*> peers;
   int right() const { return corner.x + kBoxWidth; }
   int middle() const { return corner.y + height / 2; }
 };
@@ -80,9 +82,9 @@ class Canvas {
         fmt::format("<line x1=\"{}\" y1=\"{}\" x2=\"{}\" y2=\"{}\" {}/>\n", from.x, from.y, to.x, to.y, attributes);
     Grow(to);
   }
-  void Rectangle(const Box& box) {
-    body_ += fmt::format("<rect x=\"{}\" y=\"{}\" width=\"{}\" height=\"{}\" rx=\"6\" class=\"router\"/>\n",
-                         box.corner.x, box.corner.y, kBoxWidth, box.height);
+  void Rectangle(const Box& box, const char* style = "router") {
+    body_ += fmt::format("<rect x=\"{}\" y=\"{}\" width=\"{}\" height=\"{}\" rx=\"6\" class=\"{}\"/>\n", box.corner.x,
+                         box.corner.y, kBoxWidth, box.height, style);
     Grow({box.right(), box.corner.y + box.height});
   }
   void Dot(Point at, TunnelKind kind) {
@@ -93,7 +95,8 @@ class Canvas {
         "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
         "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0}\" height=\"{1}\" viewBox=\"0 0 {0} {1}\">\n"
         "<style>text{{font-family:sans-serif;font-size:12px;fill:#222}} .strong{{font-weight:bold}} "
-        ".faint{{fill:#666}} .router{{fill:#f8f9fa;stroke:#495057;stroke-width:1.5}}</style>\n"
+        ".faint{{fill:#666}} .router{{fill:#f8f9fa;stroke:#495057;stroke-width:1.5}} "
+        ".peer{{fill:#fff;stroke:#495057;stroke-width:1.5;stroke-dasharray:6 4}}</style>\n"
         "<rect width=\"{0}\" height=\"{1}\" fill=\"#ffffff\"/>\n{2}</svg>\n",
         size_.x + kMargin, size_.y + kMargin, body_);
   }
@@ -118,6 +121,8 @@ class DomainPicture {
     for (const RouterView& router : domain_.routers) boxes_[router.route].router = &router;
     for (const LinkBudget& budget : budgets_)
       if (boxes_.contains(budget.upper.route)) boxes_[budget.upper.route].children.push_back(budget.route);
+    for (const PeerView& peer : domain_.peers)
+      if (boxes_.contains(peer.facing.route)) boxes_[peer.facing.route].peers.push_back(&peer);
     if (boxes_.contains(0)) Place(0, top + 2 * kLine);
     for (const RouterView& router : domain_.routers) canvas_.Rectangle(boxes_[router.route]);
     for (const LinkBudget& budget : budgets_) DrawLink(budget);
@@ -125,7 +130,15 @@ class DomainPicture {
       if (tunnel.active) DrawTunnel(tunnel);
     for (const LinkBudget& budget : budgets_) LabelLink(budget);
     for (const RouterView& router : domain_.routers) LabelRouter(boxes_[router.route]);
+    for (const auto& [peer, box] : peers_) DrawPeer(*peer, box);
     DrawList(canvas_.bottom() + kLine);
+  }
+
+  // Joins each peer with this domain as a peer of the other one, where both are on the sheet.
+  void Join(const DomainPicture& other) {
+    for (const auto& [peer, box] : peers_)
+      for (const auto& [far, farBox] : other.peers_)
+        if (peer->uuid == far->ownUuid && far->uuid == peer->ownUuid) DrawJoint(box, farBox);
   }
 
  private:
@@ -135,7 +148,7 @@ class DomainPicture {
       if (budget.route == box.router->route) above = budget.crossing.size();
       if (budget.upper.route == box.router->route) below += budget.crossing.size() + 1;
     }
-    return std::max(above, below);
+    return std::max(above, below + box.peers.size());
   }
 
   // Puts the router and all below it at `top` or lower; gives the first free row behind them.
@@ -145,18 +158,26 @@ class DomainPicture {
     box.corner = {kMargin + kColumn * static_cast<int>(box.router->depth), top};
     int next = top;
     for (std::uint64_t child : box.children) next = Place(child, next);
+    for (const PeerView* peer : box.peers) {
+      peers_[peer].corner = {box.corner.x + kColumn, next};
+      next += kSmallestBox + kRowGap;
+    }
     next = std::max(next, top + box.height + kRowGap);
     box.corner.y = top + (next - kRowGap - top - box.height) / 2;
     return next;
+  }
+
+  // A router has its ports on the right edge, those of the routers below it before those of peers.
+  static Point PortOf(const Box& box, std::ptrdiff_t port) {
+    const int ports = static_cast<int>(box.children.size() + box.peers.size());
+    return {box.right(), box.corner.y + box.height * (2 * static_cast<int>(port) + 1) / (2 * ports)};
   }
 
   // Ends of a link: on the right edge of the upper router, where each child has its port, and on the left edge below.
   std::pair<Point, Point> Ends(const LinkBudget& budget) const {
     const Box &upper = boxes_.at(budget.upper.route), &lower = boxes_.at(budget.route);
     const auto at = std::find(upper.children.begin(), upper.children.end(), budget.route);
-    const int port = static_cast<int>(at - upper.children.begin()), ports = static_cast<int>(upper.children.size());
-    return {{upper.right(), upper.corner.y + upper.height * (2 * port + 1) / (2 * ports)},
-            {lower.corner.x, lower.middle()}};
+    return {PortOf(upper, at - upper.children.begin()), {lower.corner.x, lower.middle()}};
   }
 
   bool Drawable(const LinkBudget& budget) const { return boxes_.contains(budget.upper.route); }
@@ -184,6 +205,30 @@ class DomainPicture {
     canvas_.Text(label, "strong", LinkText(*boxes_.at(budget.route).router->link));
     canvas_.Text({label.x, label.y + kLine - 4}, "faint",
                  fmt::format("available {} Mb/s", BandwidthText(budget.available)));
+  }
+
+  void DrawPeer(const PeerView& peer, const Box& box) {
+    const Box& upper = boxes_.at(peer.facing.route);
+    const auto at = std::find(upper.peers.begin(), upper.peers.end(), &peer) - upper.peers.begin();
+    const Point to{box.corner.x, box.middle()};
+    const std::string name = fmt::format("{:x}:{} - peer {:x}", peer.facing.route, peer.facing.adapter, peer.route);
+    canvas_.Line(PortOf(upper, at + static_cast<std::ptrdiff_t>(upper.children.size())), to,
+                 fmt::format("class=\"link\" stroke=\"#ced4da\" stroke-width=\"{}\" data-link=\"{}\"", kTrack, name));
+    if (peer.link.lanes != 0) canvas_.Text({to.x - 190, to.y - kTrack}, "strong", LinkText(peer.link));
+    canvas_.Rectangle(box, "peer");
+    int y = box.corner.y + kLine + 2;
+    canvas_.Text({box.corner.x + 14, y}, "strong", fmt::format("peer {:x}", peer.route));
+    canvas_.Text({box.corner.x + 14, y += kLine}, "", PeerNameText(peer));
+    canvas_.Text({box.corner.x + 14, y += kLine}, "faint",
+                 fmt::format("{}, hops {}/{}", peer.state, peer.inputHopLimit, peer.outputHopLimit));
+  }
+
+  void DrawJoint(const Box& box, const Box& far) {
+    const int x = std::max(box.right(), far.right()) + kRowGap;
+    const std::string style = "class=\"joint\" stroke=\"#495057\" stroke-width=\"1.5\" stroke-dasharray=\"6 4\"";
+    canvas_.Line({box.right(), box.middle()}, {x, box.middle()}, style);
+    canvas_.Line({x, box.middle()}, {x, far.middle()}, style);
+    canvas_.Line({x, far.middle()}, {far.right(), far.middle()}, style);
   }
 
   void LabelRouter(const Box& box) {
@@ -241,6 +286,7 @@ class DomainPicture {
   const std::vector<LinkBudget> budgets_;
   Canvas& canvas_;
   std::map<std::uint64_t, Box> boxes_;
+  std::map<const PeerView*, Box> peers_;  // in the order of the domain's list, where they stand one behind the other
 };
 
 void DrawLegend(Canvas& canvas, int y) {
@@ -258,10 +304,13 @@ void DrawLegend(Canvas& canvas, int y) {
 std::string FormatSvg(const std::vector<DomainView>& domains) {
   Canvas canvas;
   int top = kMargin;
+  std::deque<DomainPicture> pictures;
   for (const DomainView& domain : domains) {
-    DomainPicture(domain, canvas).Draw(top);
+    pictures.emplace_back(domain, canvas).Draw(top);
     top = canvas.bottom() + kLine;
   }
+  for (std::size_t i = 0; i < pictures.size(); ++i)
+    for (std::size_t j = i + 1; j < pictures.size(); ++j) pictures[i].Join(pictures[j]);
   DrawLegend(canvas, top + kLine);
   return canvas.Whole();
 }

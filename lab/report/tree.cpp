@@ -64,6 +64,8 @@ class Writer {
     if (verbosity_ > 0) AppendDetails(router, below + "  ");
     for (const TunnelView& tunnel : domain_.tunnels)
       if (tunnel.source.place.route == router.route) AppendTunnel(tunnel, below);
+    for (const PeerView& peer : domain_.peers)
+      if (peer.facing.route == router.route) AppendPeer(peer, below);
     for (const RouterView& child : domain_.routers)
       if (child.depth == router.depth + 1 && ParentRoute(child) == router.route) Append(child, below);
   }
@@ -71,6 +73,13 @@ class Writer {
   std::string text;
 
  private:
+  void AppendPeer(const PeerView& peer, const std::string& indent) {
+    text += fmt::format("{}<-> {}\n", indent, PeerLine(peer));
+    if (verbosity_ == 0) return;
+    text += fmt::format("{}      at {:x}:{}, UUID {}, vendor 0x{:04x}, device 0x{:04x}\n", indent, peer.facing.route,
+                        peer.facing.adapter, peer.uuid.value_or("unknown"), peer.vendorId, peer.deviceId);
+  }
+
   void AppendTunnel(const TunnelView& tunnel, const std::string& indent) {
     text += fmt::format("{}=== {}\n", indent, TunnelLine(tunnel));
     if (verbosity_ == 0) return;
@@ -104,6 +113,13 @@ std::string TunnelLine(const TunnelView& tunnel) {
   if (tunnel.allocated || tunnel.consumed) line += " Mb/s up/down";
   if (!tunnel.listed) line += ", not listed";
   return line;
+}
+
+std::string PeerLine(const PeerView& peer) {
+  std::string line = fmt::format("{:x} {}, ", peer.route, PeerNameText(peer));
+  line += peer.link.lanes == 0 ? "link not read" : LinkText(peer.link);
+  line += fmt::format(", peer host, {}, hops {}/{}", peer.state, peer.inputHopLimit, peer.outputHopLimit);
+  return line + (peer.replaced ? ", replaced by another host" : "");
 }
 
 std::string FormatTree(const DomainView& domain, unsigned verbosity) {

@@ -8,6 +8,8 @@ namespace lab {
 
 // "USB3 0:4 -> 1:16, active, allocated 9000/9000, consumed 12000/12000 Mb/s up/down".
 std::string TunnelLine(const TunnelView& tunnel);
+// "1 Kiverra Systems Inc. LAPTOP, 40G = 2 x 20G, peer host, ENUMERATED, hops 22/11": highest hop IDs from and to it.
+std::string PeerLine(const PeerView& peer);
 // "40G = 2 x 20G".
 std::string LinkText(const LinkView& link);
 

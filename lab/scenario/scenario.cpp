@@ -235,28 +235,42 @@ void ReadTopology(TableReader& table, Scenario& scenario, const InputProblems& p
   for (auto& [event, reader] : events) scenario.events.push_back(std::move(event));
 }
 
-std::uint64_t ReadRoute(TableReader& table) {
-  const std::string text = table.Text("route", "0");
+std::uint64_t ReadRoute(TableReader& table, const char* key) {
+  const std::string text = table.Text(key, "0");
   std::uint64_t route = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), route, 16);
   if (error != std::errc() || end != text.data() + text.size() || route >> 63 != 0)
-    table.Fail("route", "route must be hex digits without 0x, one byte a level, such as \"301\"");
+    table.Fail(key, fmt::format("{} must be hex digits without 0x, one byte a level, such as \"301\"", key));
   return route;
 }
 
 void ReadRouterExpectation(TableReader& table, Expectation& expectation) {
   expectation.aboutRouter = table.Has("route");
-  if (expectation.aboutRouter) expectation.route = ReadRoute(table);
+  if (expectation.aboutRouter) expectation.route = ReadRoute(table, "route");
   expectation.present = table.Flag("present", true);
   if (table.Has("name")) expectation.routerName = table.Text("name", "");
   if (table.Has("model")) expectation.model = table.Choice("model", sim::ModelNames(), "");
   if (table.Has("link")) expectation.link = table.Text("link", "");
   if (table.Has("tmu")) expectation.tmu = table.Text("tmu", "");
   if (table.Has("generation")) expectation.generation = table.Number("generation", 0, 1, 4);
-  for (const char* key : {"name", "model", "link", "tmu", "generation"})
+  for (const char* key : {"model", "tmu", "generation"})
     if (table.Has(key) && !expectation.aboutRouter) table.Fail(key, fmt::format("{} needs the router's route", key));
-  if (table.Has("present") && !expectation.aboutRouter && !table.Has("tunnel") && !table.Has("probe"))
-    table.Fail("present", "present needs the router's route, the tunnel or the probe");
+  for (const char* key : {"name", "link"})
+    if (table.Has(key) && !expectation.aboutRouter && !expectation.peer)
+      table.Fail(key, fmt::format("{} needs the route of a router or of a peer", key));
+  if (table.Has("present") && !expectation.aboutRouter && !expectation.peer && !table.Has("tunnel") &&
+      !table.Has("probe"))
+    table.Fail("present", "present needs the router's route, the peer, the tunnel or the probe");
+}
+
+void ReadPeerExpectation(TableReader& table, Expectation& expectation) {
+  if (table.Has("peers")) expectation.peers = table.Number("peers", 0, 0, 1000);
+  if (table.Has("peer")) expectation.peer = ReadRoute(table, "peer");
+  if (table.Has("peerState")) expectation.peerState = table.Choice("peerState", PeerStateNames(), "");
+  if (table.Has("hopLimits")) expectation.hopLimits = table.Text("hopLimits", "");
+  for (const char* key : {"peerState", "hopLimits"})
+    if (table.Has(key) && !expectation.peer) table.Fail(key, fmt::format("{} needs the peer", key));
+  if (table.Has("peer") && table.Has("route")) table.Fail("peer", "either route or peer, not both");
 }
 
 // "PCIe 0:3 -> 1:9", letter by letter as the tree says it.
@@ -295,8 +309,8 @@ void ReadTunnelExpectation(TableReader& table, Expectation& expectation) {
 }
 
 bool AsksSomething(const Expectation& e) {
-  return e.power || e.state || e.startStatus || e.interface || e.routers || e.adapters || e.aboutRouter || e.tunnels ||
-         e.tunnelCount || e.pcieTunnels || e.usb3Tunnels || e.dpTunnels || e.tunnel || e.probe;
+  return e.power || e.state || e.startStatus || e.interface || e.routers || e.adapters || e.aboutRouter || e.peer ||
+         e.peers || e.tunnels || e.tunnelCount || e.pcieTunnels || e.usb3Tunnels || e.dpTunnels || e.tunnel || e.probe;
 }
 
 Expectation ReadExpectation(TableReader table, const MachineConfig& machine) {
@@ -315,6 +329,7 @@ Expectation ReadExpectation(TableReader table, const MachineConfig& machine) {
   if (table.Has("interface")) expectation.interface = Lower(table.Text("interface", ""));
   if (table.Has("routers")) expectation.routers = table.Number("routers", 0, 0, 1000);
   if (table.Has("adapters")) expectation.adapters = table.Number("adapters", 0, 0, 63);
+  ReadPeerExpectation(table, expectation);
   ReadRouterExpectation(table, expectation);
   ReadTunnelExpectation(table, expectation);
   table.Finish();

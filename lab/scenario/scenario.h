@@ -57,11 +57,16 @@ struct Expectation {
   std::uint64_t route = 0;
   bool aboutRouter = false;
   bool present = true;
-  std::optional<std::string> routerName;  // vendor and device name, "" for none
+  std::optional<std::string> routerName;  // vendor and device name, "" for none; of the peer if there is `peer`
   std::optional<std::string> model;       // of the hardware at that place
   std::optional<std::string> link;        // "40G = 2 x 20G"
   std::optional<std::string> tmu;         // "bi-directional, HiFi"
   std::optional<std::int64_t> generation;
+  // Of the peer host at `peer`; `present`, `routerName` and `link` are about it, too.
+  std::optional<std::uint64_t> peer;
+  std::optional<std::string> peerState;  // "ENUMERATED"
+  std::optional<std::string> hopLimits;  // "22/11": highest hop IDs from and to it
+  std::optional<std::int64_t> peers;     // in the domain
   // Every listed tunnel, in any order: "PCIe 0:3 -> 1:9".
   std::optional<std::vector<std::string>> tunnels;
   std::optional<std::int64_t> tunnelCount, pcieTunnels, usb3Tunnels, dpTunnels;  // the driver's counters

@@ -94,6 +94,34 @@ TEST(Svg, EachTunnelIsDrawnOverTheLinksThatItCrosses) {
                                                }));
 }
 
+// Two domains that are each other's peers, and a peer that is on no sheet.
+TEST(Svg, PeersAreJoinedWhereBothDomainsAreDrawn) {
+  lab::DomainView left = Chain(), right = Chain();
+  lab::PeerView peer;
+  peer.route = 0x301;
+  peer.facing = {1, 3};
+  peer.state = "ENUMERATED";
+  peer.ownUuid = "01";
+  peer.uuid = "02";
+  peer.link = {20, 2, true, {}};
+  left.peers = {peer, peer};
+  left.peers[1].route = 0x501;
+  left.peers[1].uuid = "03";
+  std::swap(*peer.uuid, peer.ownUuid);
+  right.peers = {peer};
+  const auto count = [](const std::string& svg, const std::string& text) {
+    std::size_t found = 0;
+    for (std::size_t at = 0; (at = svg.find(text, at)) != std::string::npos; ++at) ++found;
+    return found;
+  };
+  const std::string both = lab::FormatSvg({left, right}), alone = lab::FormatSvg({left});
+  EXPECT_EQ(count(both, "class=\"peer\""), 3u);
+  EXPECT_EQ(count(both, "class=\"joint\""), 3u) << "out, along, in";
+  EXPECT_EQ(count(alone, "class=\"joint\""), 0u);
+  EXPECT_EQ(count(alone, "data-link=\"1:3 - peer 501\""), 1u);
+  EXPECT_EQ(count(alone, ">ENUMERATED, hops 0/0</text>"), 2u);
+}
+
 // What is wrong with the nesting of tags, or a bare & or <; empty for a text that a parser takes.
 std::string NotWellFormed(const std::string& xml) {
   std::vector<std::string> open;

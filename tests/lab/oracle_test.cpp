@@ -131,6 +131,24 @@ TEST(Oracle, ARouterThatIsNotThereIsNotListed) {
   EXPECT_EQ(Findings(world), "host/H1: router 1 is listed and not there [router-gone]\n");
 }
 
+TEST(Oracle, APeerIsListedAsLongAsItIsThere) {
+  WorldOptions options;
+  options.peers.push_back({.peer = sim::PeerThatIs("passive")});
+  options.peers.back().peer.name = "friend";
+  World world("H1", options);
+  ASSERT_EQ(world.Start(), 0);
+  world.Quiet();
+  world.fabric().Connect("H1:1", "friend:1");
+  EXPECT_EQ(Findings(world), "host/H1: another host at H1:1, route 1, is not listed [peer-missing]\n");
+  world.Unplug("H1:1");
+  world.Quiet();
+  world.Plug("H1:1 - friend:1");
+  world.Quiet();
+  EXPECT_EQ(Findings(world), "");
+  world.fabric().Unplug("H1:1");
+  EXPECT_EQ(Findings(world), "host/H1: peer 1 is listed and nothing is connected to 0:1 [peer-gone]\n");
+}
+
 TEST(Oracle, ARouterMayBeMissingWhereSomethingWasMeantToFail) {
   World world("H1:1 - D1:1");
   ASSERT_EQ(world.Start(), 0);

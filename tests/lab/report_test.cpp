@@ -63,6 +63,41 @@ TEST(Tree, RoutersHangBelowTheirParents) {
             "            |__ 301 (no name), 20G = 2 x 10G, Thunderbolt 3, 0 adapters\n");
 }
 
+// Reached by adapter 3 of the hub; it has said who it is and nothing more.
+lab::PeerView SmallPeer() {
+  lab::PeerView peer;
+  peer.route = 0x301;
+  peer.facing = {1, 3};
+  peer.name = "0-301";
+  peer.state = "PROPERTIES";
+  peer.ownUuid = "01000000000000000000000000000000";
+  peer.uuid = "02000000000000000000000000000000";
+  peer.inputHopLimit = 22;
+  peer.outputHopLimit = 15;
+  return peer;
+}
+
+TEST(Tree, PeersBelowTheRouterThatLeadsToThem) {
+  lab::DomainView domain = SmallDomain();
+  domain.routers.resize(2);
+  domain.routers[1].link->available = std::nullopt;
+  domain.peers = {SmallPeer(), SmallPeer()};
+  domain.peers[1].vendorName = "Vendor";
+  domain.peers[1].deviceName = "LAPTOP";
+  domain.peers[1].link = {20, 2, true, {}};
+  domain.peers[1].replaced = true;
+  EXPECT_EQ(lab::FormatTree(domain, false),
+            "/:  Domain host/H1\n"
+            "    |__ 0 (no name), host, USB4, 2 adapters\n"
+            "        |__ 1 Vendor Hub, 40G = 2 x 20G, USB4, 0 adapters\n"
+            "            <-> 301 (no name), link not read, peer host, PROPERTIES, hops 22/15\n"
+            "            <-> 301 Vendor LAPTOP, 40G = 2 x 20G, peer host, PROPERTIES, hops 22/15, replaced by another "
+            "host\n");
+  domain.peers.resize(1);
+  EXPECT_NE(lab::FormatTree(domain, true).find("      at 1:3, UUID 02000000000000000000000000000000, vendor 0x0000"),
+            std::string::npos);
+}
+
 TEST(Tree, AdaptersWhereAskedFor) {
   lab::DomainView domain = SmallDomain();
   domain.routers.resize(1);
@@ -114,6 +149,8 @@ TEST(Json, OneDocumentWithEveryKeyInOrder) {
   report.domains[0].routers.resize(2);
   report.domains[0].tunnels = {Usb3Tunnel(), Usb3Tunnel()};
   report.domains[0].tunnels[1].listed = false;
+  report.domains[0].peers = {SmallPeer(), SmallPeer()};
+  report.domains[0].peers[1].link = {10, 1, false, {}};
   report.events.push_back({5'000, "host", "sleep", "asked"});
   report.failures = {"routers is 1, expected 2"};
   report.waivers = {{platform::Rule::StallTooLong, "KeStall", 3100, "power-on", 2}};
@@ -124,7 +161,7 @@ TEST(Json, OneDocumentWithEveryKeyInOrder) {
   report.faultsFired = 7;
   report.traceHash = 0xAB;
   EXPECT_EQ(Unbroken(lab::FormatJson(report)), Unbroken(R"({
-    "format_version": "1.3","verdict": "pass","seed": "18446744073709551615","virtualTimeMs": 12.3456,
+    "format_version": "1.4","verdict": "pass","seed": "18446744073709551615","virtualTimeMs": 12.3456,
     "routers": [{
       "route": "0","name": "0-0","generation": 4,"vendorName": null,"deviceName": null,"uid": null,
       "depth": 0,"upstreamAdapter": 2,"adapters": [[1,"lane",1],[2,"host interface",2]],"link": null,"tmu": null
@@ -142,7 +179,15 @@ TEST(Json, OneDocumentWithEveryKeyInOrder) {
         {"in": "1:16","inHop": 8,"out": "1:1","outHop": 9},{"in": "0:1","inHop": 9,"out": "0:4","outHop": 8}
       ]}]
     }],
-    "peers": [],"violations": [],"protocolErrors": [],
+    "peers": [{
+      "route": "301","adapter": "1:3","name": "0-301","state": "PROPERTIES","uuid": "02000000000000000000000000000000",
+      "ownUuid": "01000000000000000000000000000000","vendorName": null,"deviceName": null,"vendorId": 0,"deviceId": 0,
+      "link": null,"inputHopLimit": 22,"outputHopLimit": 15
+    },{
+      "route": "301","adapter": "1:3","name": "0-301","state": "PROPERTIES","uuid": "02000000000000000000000000000000",
+      "ownUuid": "01000000000000000000000000000000","vendorName": null,"deviceName": null,"vendorId": 0,"deviceId": 0,
+      "link": {"speedGbps": 10,"lanes": 1,"bonded": false},"inputHopLimit": 22,"outputHopLimit": 15
+    }],"violations": [],"protocolErrors": [],
     "failures": ["routers is 1, expected 2"],"hang": null,"waived": [{"rule": "stall-too-long",
       "where": "KeStall","count": 2,"reason": "power-on"}],
     "excused": [{"timeMs": 0.0001,"rule": "no-path-yet",

@@ -60,6 +60,37 @@ TEST(Explain, EachRuleIsNamedWithItsFigures) {
   }
 }
 
+// What a peer and its cable do to the lanes.
+TEST(Explain, WhyAPeerHasItsLanes) {
+  const std::string low = "host = [{ controller = [{ model = \"H1\", uid = \"1\" }] }]\n",
+                    high = "host = [{ controller = [{ model = \"H1\", uid = \"3\" }] }]\n";
+  const auto peer = [](const char* keys, const char* cable = "") {
+    return std::string("peer = [{ name = \"friend\", uid = \"2\", ") + keys +
+           " }]\nevent = [{ at = \"1 s\", do = \"plug\", from = \"H1:1\", to = \"friend:1\"" + cable + " }]\n";
+  };
+  const struct {
+    std::string scenario;
+    const char* line;
+  } kCases[] = {
+      {low + peer("behaviour = \"good\""),
+       "  peer 1 at 0:1: Example PEER, ENUMERATED\n"
+       "      has two lanes: this host has the lower UUID and asked for them\n"},
+      {high + peer("behaviour = \"good\""), "has two lanes: the peer has the lower UUID and asked for them\n"},
+      {high + peer("behaviour = \"reluctant\""),
+       "has one lane: the peer has the lower UUID, and never asked for two lanes\n"},
+      {low + peer("behaviour = \"one-lane\""), "has one lane: the peer supports one lane only\n"},
+      {low + peer("behaviour = \"good\"", ", lanes = 1"), "has one lane: the cable has no second lane\n"},
+      {low + peer("sameUuidAs = \"H1\""), "has one lane: the cable leads back to a host with this host's UUID\n"},
+      {low + peer("behaviour = \"silent\""), "ERROR\n      has one lane: the peer has not said who it is\n"},
+      {low + peer("behaviour = \"good\", asks = false, lanes = 1"), "has one lane: the peer supports one lane only\n"},
+  };
+  for (const auto& test : kCases) {
+    const lab::RunReport report = Explain(test.scenario);
+    ASSERT_EQ(report.explanations.size(), 1u);
+    EXPECT_NE(report.explanations[0].find(test.line), std::string::npos) << test.line << report.explanations[0];
+  }
+}
+
 TEST(Explain, ThreeDisplaysOnTwoSources) {
   const lab::RunReport report =
       Explain(Host("H1", true, false) +
