@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "hostif/abort.h"
 #include "tests/support/hand_peer.h"
+#include "xdomain/request_handler.h"
 
 namespace tests {
 namespace {
@@ -115,6 +117,23 @@ WORLD_TEST(Answers, OutlastAStorm) {
     for (int request = 0; request < 1000; ++request) peer.Ask(HandPeer::Packet(12, {}, request % 4));
   });
   peer.Stop();
+}
+
+// While nobody answers, as many as a work item can catch up with are kept.
+WORLD_TEST(Answers, WaitForTheirTurnUpToABound) {
+  KnownPeer peer;
+  peer.Wire();
+  peer.InDevice([&peer](DEVICE_EXTENSION& context) {
+    const RequestPause pause(&context);
+    for (int request = 0; request < 300; ++request) {
+      peer.Ask(HandPeer::Packet(5, peer.uuid));
+      SleepMs(context.Domain, 1);
+    }
+    EXPECT_EQ(context.XDomainRequestCount.Peek(), 256u);
+  });
+  peer.Pass(1 * kSecond);
+  peer.InDevice([](DEVICE_EXTENSION& context) { EXPECT_EQ(context.XDomainRequestCount.Peek(), 0u); });
+  EXPECT_EQ(peer.AskAndHear(HandPeer::Packet(5, peer.uuid, 3)), "6/3");
 }
 
 // --- a peer that lies in its answers

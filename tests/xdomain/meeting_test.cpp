@@ -132,6 +132,24 @@ TEST(MeetingAtEveryPacket, TheCableIsPulledAndPluggedASecondLater) {
   EXPECT_GT(n, 60u);
 }
 
+// Whatever lacks memory, the hosts live, and leave nothing behind.
+TEST(Meeting, OutlivesAnyAllocationThatFails) {
+  std::uint64_t n = 1;
+  for (bool failed = true; failed && !testing::Test::HasFailure(); n += Stride()) {
+    SCOPED_TRACE("allocation " + std::to_string(n));
+    Meeting meeting("a/H1, b/H3");
+    meeting.StartAll();
+    meeting.Quiet();
+    meeting.Plug("a/H1:1 - b/H3:1");
+    meeting.ExpectIncomplete();
+    meeting.faults().FailNth("pool.allocate", n);
+    meeting.Pass(8 * kSecond);
+    failed = meeting.faults().Fired();
+    meeting.faults().HealAll();
+  }
+  EXPECT_GT(n, 400u);
+}
+
 // Each of these at every packet, to either host.
 void DisturbEither(
     const std::function<void(Meeting&, std::size_t host)>& what,

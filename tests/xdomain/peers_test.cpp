@@ -79,6 +79,55 @@ WORLD_TEST(Peers, AreRemovedWhenARouterAnswersInTheirPlace) {
   EXPECT_NE(peer.Tree().find("D1"), std::string::npos) << peer.Tree();
 }
 
+// Two lanes up to the hub's port; the hub belongs to the host that it was plugged to.
+WORLD_TEST(Peers, BehindAHubAreMetAndGoWithIt) {
+  Meeting meeting("a/H1:1 - D1:1, b/H3");
+  meeting.StartAll();
+  meeting.Quiet();
+  meeting.Plug("D1:3 - b/H3:1");
+  meeting.Pass(9 * kSecond);
+  EXPECT_EQ(Name(meeting), "0-301");
+  EXPECT_EQ(meeting.Peer(0).substr(0, 17), "ENUMERATED 20G x2") << meeting.Peer(0);
+  EXPECT_EQ(meeting.Peer(1).substr(0, 17), "ENUMERATED 20G x2") << meeting.Peer(1);
+  meeting.Unplug("a/H1:1");
+  meeting.Pass(4 * kSecond);
+  EXPECT_EQ(Name(meeting), "none");
+}
+
+// A cable from one port of a host to another: the host meets itself at either, and leaves the lanes alone.
+WORLD_TEST(Peers, MayBeTheHostItself) {
+  Meeting meeting("H3");
+  meeting.StartAll();
+  meeting.Quiet();
+  meeting.Plug("H3:1 - H3:3");
+  meeting.Pass(8 * kSecond);
+  const std::string states = meeting.States();
+  for (const char* state : {"0-1 PROPERTIES", "0-1 ENUMERATED", "0-3 PROPERTIES", "0-3 ENUMERATED"})
+    EXPECT_NE(states.find(state), std::string::npos) << state << "\n" << states;
+  EXPECT_EQ(states.find("LINK"), std::string::npos) << states;
+  meeting.Unplug("H3:1");
+  meeting.Pass(5 * kSecond);
+  EXPECT_EQ(Name(meeting), "none");
+}
+
+WORLD_TEST(Peers, ThatCannotBeKeptAreFoundAtTheNextPlug) {
+  Meeting meeting("a/H1, b/H3");
+  meeting.StartAll();
+  meeting.Quiet();
+  meeting.faults().FailNth("WdfWorkItemCreate", 1);
+  meeting.Plug("a/H1:1 - b/H3:1");
+  meeting.Pass(1 * kSecond);
+  EXPECT_TRUE(meeting.faults().Fired());
+  meeting.faults().HealAll();
+  meeting.Unplug("a/H1:1");
+  meeting.Pass(5 * kSecond);
+  meeting.Plug("a/H1:1 - b/H3:1");
+  meeting.Pass(9 * kSecond);
+  const std::string states = meeting.States();
+  EXPECT_NE(states.find("0-1 ENUMERATED"), std::string::npos) << states;
+  EXPECT_NE(states.find("1/0-1 ENUMERATED"), std::string::npos) << states;
+}
+
 // A known peer, and the paths that both hosts have agreed on.
 class JoinedPeer : public HandPeer {
  public:
