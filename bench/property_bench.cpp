@@ -61,11 +61,13 @@ void ParseBlock(benchmark::State& state) {
   InKernel([&state] {
     USB4_PROPERTY_DIR* tree = TreeOf(static_cast<std::uint32_t>(state.range(0)));
     std::vector<std::uint32_t> block(static_cast<std::size_t>(KivUsb4PropertyFormat(tree, nullptr, 0)));
-    if (KivUsb4PropertyFormat(tree, block.data(), static_cast<std::uint32_t>(block.size())) != kKivOk)
+    if (KivUsb4PropertyFormat(tree, block.data(), static_cast<std::uint32_t>(block.size())) != kKivOk) {
       state.SkipWithError("not formatted");
+    }
     KivUsb4PropertyFreeDir(tree);
-    for (auto _ : state)
+    for (auto _ : state) {
       KivUsb4PropertyFreeDir(KivUsb4PropertyParseDir(block.data(), static_cast<std::uint32_t>(block.size())));
+    }
   });
 }
 BENCHMARK(ParseBlock)->Arg(60)->Arg(500);

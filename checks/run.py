@@ -10,7 +10,7 @@ from pathlib import Path
 
 from common import plant
 
-CHECKS = ("includes", "homes", "sizes", "formatting", "words", "tests", "waivers", "scenario_keys", "runner", "coverage", "symbols", "windows", "published", "trace_events", "planted_bugs")
+CHECKS = ("includes", "homes", "sizes", "formatting", "braces", "words", "tests", "waivers", "scenario_keys", "runner", "coverage", "symbols", "windows", "published", "trace_events", "planted_bugs")
 
 
 def outcome(module, root):

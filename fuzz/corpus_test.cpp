@@ -23,9 +23,10 @@ void ExpectCorpusPasses(const char* folder, std::initializer_list<std::uint8_t> 
       changed[0] = way;
       EXPECT_EQ(run(changed), "") << name << " with byte 0 " << int{way};
     }
-    for (std::size_t length = 0; length < input.size(); length += 1 + input.size() / 8)
+    for (std::size_t length = 0; length < input.size(); length += 1 + input.size() / 8) {
       EXPECT_EQ(run(Bytes(input.begin(), input.begin() + static_cast<std::ptrdiff_t>(length))), "")
           << name << " up to " << length;
+    }
     EXPECT_EQ(run(input), "") << name;
   }
 }
@@ -46,8 +47,9 @@ TEST(PeerFuzz, EveryCommittedInputPassesWholeAndCutShort) {
 
 TEST(PeerFuzz, MutationsOfBlocksAreReadTheSameTwice) {
   std::vector<Bytes> inputs;
-  for (auto& [name, input] : fuzz::ReadCorpus(PROJECT_ROOT "/fuzz/corpus/peer"))
+  for (auto& [name, input] : fuzz::ReadCorpus(PROJECT_ROOT "/fuzz/corpus/peer")) {
     if ((input[0] & 1) == 0) inputs.push_back(std::move(input));
+  }
   ASSERT_GE(inputs.size(), 5u);
   fuzz::Mutator mutator(std::move(inputs), 1);
   for (unsigned i = 0; i < 3000; ++i) {
@@ -64,8 +66,9 @@ TEST(DromFuzz, MutationsOfTheCorpusAreTakenAsTheImagesSay) {
   fuzz::Mutator mutator(std::move(inputs), 1);
   for (unsigned i = 0; i < 3000; ++i) {
     Bytes input = mutator.Next();
-    if (!input.empty() && (input[0] & 7) == 7)
+    if (!input.empty() && (input[0] & 7) == 7) {
       input[0] ^= 2;  // parsed or read: an enumeration takes a hundred times as long
+    }
     ASSERT_EQ(fuzz::RunDrom(input), "") << "mutation " << i << ": " << testing::PrintToString(input);
   }
 }

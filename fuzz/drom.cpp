@@ -150,8 +150,9 @@ class Copy {
     for (unsigned number = 0; number < kHubAdapters; ++number) {
       const USB4_PORT& adapter = adapters_[number];
       out.adapters[number] = {adapter.Disabled != 0, adapter.IsSecondLane(), {}};
-      if (adapter.DualLinkPartner != nullptr)
+      if (adapter.DualLinkPartner != nullptr) {
         out.adapters[number].partner = static_cast<unsigned>(adapter.DualLinkPartner - adapters_.data());
+      }
     }
     return out;
   }
@@ -162,8 +163,9 @@ class Copy {
 };
 
 std::string Compare(const DromReading& taken, const DromReading& said) {
-  for (const auto& name : {taken.vendorName, taken.deviceName})
+  for (const auto& name : {taken.vendorName, taken.deviceName}) {
     if (name && name->size() > kLongestName) return "a name without an end";
+  }
   return taken == said ? "" : "the driver took: " + Text(taken) + "; the image says: " + Text(said);
 }
 
@@ -223,8 +225,9 @@ std::string Enumerate(const Case& input) {
     if (!arrived) return;
     const DromReading said = ReadImage(*arrived);
     if (NameOf(record.VendorName) != said.vendorName || NameOf(record.DeviceName) != said.deviceName ||
-        (record.Drom != nullptr) != said.accepted)
+        (record.Drom != nullptr) != said.accepted) {
       broken = "the hub is not called what its image says: " + Text(said);
+    }
   });
   if (listed && !arrived) broken = "a hub is listed whose image could not be read";
   if (!hub.Stopped()) {

@@ -26,15 +26,17 @@ constexpr unsigned kRequestPdf = 6, kResponsePdf = 7;
 
 Words WordsOf(std::span<const std::uint8_t> bytes) {
   Words words;
-  for (std::size_t i = 0; i + 4 <= bytes.size(); i += 4)
+  for (std::size_t i = 0; i + 4 <= bytes.size(); i += 4) {
     words.push_back(static_cast<std::uint32_t>(bytes[i]) << 24 | bytes[i + 1] << 16 | bytes[i + 2] << 8 | bytes[i + 3]);
+  }
   return words;
 }
 
 Octets BytesOf(const Words& words) {
   Octets bytes;
-  for (const std::uint32_t word : words)
+  for (const std::uint32_t word : words) {
     for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back(static_cast<std::uint8_t>(word >> shift));
+  }
   return bytes;
 }
 
@@ -175,8 +177,9 @@ void PeerBench::Hear(const sim::WireEntry& entry) {
   if (reply.kind != 3) {
     Octets honest = BytesOf(Honest(request));
     if (honest.empty()) return;
-    for (std::size_t i = 0; i + 1 < reply.bytes.size(); i += 2)
+    for (std::size_t i = 0; i + 1 < reply.bytes.size(); i += 2) {
       honest[reply.bytes[i] % honest.size()] ^= static_cast<std::uint8_t>(reply.bytes[i + 1]);
+    }
     reply.bytes = std::move(honest);
   }
   machine_.simulation().After(100 * platform::kMicrosecond, "peer answers",
@@ -225,8 +228,9 @@ std::string PeerBench::Finish() {
     if (!Stopped() && !machine_.Quiet()) return "not quiet an hour after the cable was pulled";
   }
   bool hasPeer = false;
-  if (!Stopped())
+  if (!Stopped()) {
     machine_.InDriver({}, [&](DEVICE_EXTENSION& context) { hasPeer = context.XDomain.Peek() != nullptr; });
+  }
   if (hasPeer) return "a peer is known although its cable was pulled";
   if (!Stopped()) machine_.RemoveAndUnload();
   if (Stopped()) return WhyStopped(simulation);
@@ -262,8 +266,9 @@ std::string RunPeer(std::span<const std::uint8_t> bytes) {
   }
   PeerBench bench(bytes[0] >> 1);
   Input input(bytes.subspan(1));
-  for (std::size_t records = 0; records < kMostRecords && !input.Empty() && !bench.Stopped(); ++records)
+  for (std::size_t records = 0; records < kMostRecords && !input.Empty() && !bench.Stopped(); ++records) {
     bench.Play(input);
+  }
   return bench.Finish();
 }
 

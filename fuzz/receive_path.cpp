@@ -164,8 +164,9 @@ std::string DeviceBench::Finish() {
 std::string RunReceivePath(std::span<const std::uint8_t> bytes) {
   Input input(bytes);
   DeviceBench bench(input.Byte());
-  for (std::size_t records = 0; records < kMostRecords && !input.Empty() && !bench.Stopped(); ++records)
+  for (std::size_t records = 0; records < kMostRecords && !input.Empty() && !bench.Stopped(); ++records) {
     bench.Play(input);
+  }
   return bench.Finish();
 }
 

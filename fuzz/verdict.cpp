@@ -8,8 +8,9 @@ namespace fuzz {
 
 std::string WhyStopped(platform::Simulation& simulation) {
   std::string why = simulation.HangReport();
-  for (const platform::Violation& violation : simulation.violations())
+  for (const platform::Violation& violation : simulation.violations()) {
     why += std::string(platform::RuleName(violation.rule)) + " in " + violation.call + ": " + violation.detail + "; ";
+  }
   return "stopped: " + why;
 }
 

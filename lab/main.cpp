@@ -87,15 +87,20 @@ std::string Clash(const Options& options) {
   std::vector<std::pair<std::string, std::string>> outputs;
   for (const auto& [option, file] :
        {std::pair("--pcapng", options.run.captureFile), std::pair("--trace", options.run.traceFile),
-        std::pair("--svg", options.picture), std::pair("--state", options.state)})
+        std::pair("--svg", options.picture), std::pair("--state", options.state)}) {
     if (!file.empty()) outputs.emplace_back(option, file);
+  }
   for (auto output = outputs.begin(); output != outputs.end(); ++output) {
-    for (const std::string& input : options.files)
-      if (lab::SameFile(output->second, input))
+    for (const std::string& input : options.files) {
+      if (lab::SameFile(output->second, input)) {
         return fmt::format("{} would write over the input file {}", output->first, input);
-    for (auto other = outputs.begin(); other != output; ++other)
-      if (lab::SameFile(output->second, other->second))
+      }
+    }
+    for (auto other = outputs.begin(); other != output; ++other) {
+      if (lab::SameFile(output->second, other->second)) {
         return fmt::format("{} and {} name one file, {}", other->first, output->first, output->second);
+      }
+    }
   }
   return "";
 }
@@ -106,8 +111,9 @@ lab::ExitCode RunCommand(Options& options) {
   if (!KnownFaults(options.faults, message)) return UsageError(message);
   options.run.faults = options.faults.front();
   if (!TakeSeed(options)) return UsageError("--seed wants a number, not \"" + options.seed + "\"");
-  if (options.run.stopAtStep != 0 && !options.run.seed)
+  if (options.run.stopAtStep != 0 && !options.run.seed) {
     return UsageError("--stop-at needs --seed: without it a run makes no scheduling choices");
+  }
   const lab::Console console = MakeConsole(options);
   const lab::Scenario scenario = lab::FindScenario(options.files.front(), options.run.seed.value_or(0));
   options.run.registers = options.verbosity > 1;
@@ -118,11 +124,12 @@ lab::ExitCode RunCommand(Options& options) {
   }
   const lab::RunReport report = lab::RunScenario(scenario, options.run, live);
   const bool drawn = WriteFile(options.picture, lab::FormatSvg(report.domains));
-  if (options.json)
+  if (options.json) {
     fmt::print("{}", lab::FormatJson(report));
-  else
+  } else {
     lab::PrintReport(console, report, options.verbosity,
                      lab::ReplayCommand(scenario.file, options.run, report.failedStep));
+  }
   return report.code == lab::ExitCode::Held && !drawn ? lab::ExitCode::InputOutput : report.code;
 }
 
@@ -134,8 +141,9 @@ lab::ExitCode ExplainCommand(Options& options) {
       lab::RunScenario(lab::FindScenario(options.files.front(), options.run.seed.value_or(0)), options.run);
   for (const std::string& text : report.explanations) fmt::print("{}", text);
   for (const std::string& failure : report.failures) console.Message("failed: " + failure);
-  for (const platform::Violation& violation : report.violations)
+  for (const platform::Violation& violation : report.violations) {
     console.Message(fmt::format("violation: {}: {}", platform::RuleName(violation.rule), violation.detail));
+  }
   if (!report.hang.empty()) console.Message("hang: " + report.hang);
   return report.code;
 }
@@ -145,10 +153,12 @@ lab::ExitCode SoakCommand(Options& options) {
   std::string message = Clash(options);
   if (!message.empty()) return UsageError(message);
   if (!KnownFaults(options.faults, message)) return UsageError(message);
-  if (!lab::ParseSeedRange(options.seeds, soak.firstSeed, soak.lastSeed))
+  if (!lab::ParseSeedRange(options.seeds, soak.firstSeed, soak.lastSeed)) {
     return UsageError("--seeds wants A..B with A not above B, not \"" + options.seeds + "\"");
-  if (!lab::ParseShard(options.shard, soak.shard, soak.shards))
+  }
+  if (!lab::ParseShard(options.shard, soak.shard, soak.shards)) {
     return UsageError("--shard wants I/N with I in 1 to N, not \"" + options.shard + "\"");
+  }
   soak.scenarios = options.files;
   soak.faults = options.faults;
   soak.stateFile = options.state;

@@ -107,8 +107,9 @@ class Decoder {
     const std::uint32_t computed = Crc32c(&image_[kDromDataOffset], end_ - kDromDataOffset);
     const char* state = computed == stored ? "good" : usb4_ ? "bad" : "differs, tolerated in this format";
     Field("CRC-32C", "0x{:08x}, computed 0x{:08x}: {}", stored, computed, state);
-    if (computed != stored && usb4_)
+    if (computed != stored && usb4_) {
       Fault("byte 9: CRC-32C of the data is 0x{:08x}, computed 0x{:08x}", stored, computed);
+    }
   }
 
   void Entries() {
@@ -139,8 +140,9 @@ class Decoder {
     if ((kind & kDisabled) != 0) return text + ": disabled";
     if (length == kLaneEntry) {
       text += fmt::format(": lane {}", (image_[at + 2] & kSecondLane) != 0 ? 1 : 0);
-      if ((image_[at + 2] & kHasPartner) != 0)
+      if ((image_[at + 2] & kHasPartner) != 0) {
         text += fmt::format(" of a link with adapter {}", image_[at + 3] & kNumber);
+      }
       return text;
     }
     return length > 2 ? text + ": " + Hex(image_, at + 2, at + length) : text;
@@ -156,8 +158,9 @@ class Decoder {
     const std::size_t end = at + length;
     if (type == kVendorName) return fmt::format("vendor name \"{}\"", Name(at, length));
     if (type == kDeviceName) return fmt::format("device name \"{}\"", Name(at, length));
-    if (type == kProduct && length >= kProductEntry)
+    if (type == kProduct && length >= kProductEntry) {
       return fmt::format("product: vendor 0x{:04x}, model 0x{:04x}", Le16(&image_[at + 4]), Le16(&image_[at + 6]));
+    }
     return fmt::format("type {}, ignored: {}", type, length > 2 ? Hex(image_, at + 2, end) : "no data");
   }
 

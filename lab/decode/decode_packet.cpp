@@ -39,8 +39,9 @@ struct Packet {
 
 std::vector<std::uint32_t> ToWords(std::span<const std::uint8_t> bytes) {
   std::vector<std::uint32_t> words;
-  for (std::size_t i = 0; i + 4 <= bytes.size(); i += 4)
+  for (std::size_t i = 0; i + 4 <= bytes.size(); i += 4) {
     words.push_back(static_cast<std::uint32_t>(bytes[i] << 24 | bytes[i + 1] << 16 | bytes[i + 2] << 8 | bytes[i + 3]));
+  }
   return words;
 }
 
@@ -53,8 +54,9 @@ std::optional<unsigned> GuessInterDomain(Packet packet) {
   for (const unsigned pdf : {kRequest, kResponse}) {
     packet.pdf = pdf;
     if (sim::IsDiscovery(InterDomain(packet)) &&
-        sim::PdfOf(sim::TypeOf(InterDomain(packet))) == static_cast<sim::Pdf>(pdf))
+        sim::PdfOf(sim::TypeOf(InterDomain(packet))) == static_cast<sim::Pdf>(pdf)) {
       return pdf;
+    }
   }
   return std::nullopt;
 }
@@ -142,16 +144,17 @@ class PacketExplanation {
       return std::move(out_);
     }
     Header();
-    if (packet_.pdf == kRead || packet_.pdf == kWrite)
+    if (packet_.pdf == kRead || packet_.pdf == kWrite) {
       Access();
-    else if (packet_.pdf == kNotification)
+    } else if (packet_.pdf == kNotification) {
       Notification();
-    else if (packet_.pdf == kHotPlug)
+    } else if (packet_.pdf == kHotPlug) {
       HotPlug();
-    else if (packet_.pdf == kRequest || packet_.pdf == kResponse)
+    } else if (packet_.pdf == kRequest || packet_.pdf == kResponse) {
       Discovery();
-    else
+    } else {
       Data(2);
+    }
     Crc();
     return std::move(out_);
   }
@@ -193,20 +196,23 @@ class PacketExplanation {
     Field("adapter", "{}", Address::Adapter::Get(word));
     Field("space", "{} ({})", space, sim::SpaceName(static_cast<sim::Space>(space)));
     Field("sequence", "{}", Address::Sequence::Get(word));
-    if (Address::Reserved::Get(word) != 0)
+    if (Address::Reserved::Get(word) != 0) {
       Fault("reserved bits 31:29 of the address word are {}", Address::Reserved::Get(word));
+    }
     if (packet_.Length() == 0) Fault("a length of 0 dwords");
-    if (packet_.words.size() != ExpectedWords(packet_))
+    if (packet_.words.size() != ExpectedWords(packet_)) {
       Fault("{} dwords of data where the length asks for {}", packet_.words.size() - kHeaderWords,
             ExpectedWords(packet_) - kHeaderWords);
+    }
     Data(kHeaderWords);
   }
 
   void Data(std::size_t from) {
     const std::uint32_t offset = packet_.pdf <= kWrite ? USB4_CFG_ADDRESS::Offset::Get(packet_.Word(2)) : 0;
-    for (std::size_t i = from; i < packet_.words.size(); ++i)
+    for (std::size_t i = from; i < packet_.words.size(); ++i) {
       out_.fields.emplace_back(fmt::format("dword 0x{:x}", offset + i - from),
                                fmt::format("0x{:08x}", packet_.words[i]));
+    }
   }
 
   void Notification() {
@@ -249,8 +255,9 @@ class PacketExplanation {
   void Crc() {
     if (packet_.crc == CrcState::Absent) return;
     Field("CRC-32C", "0x{:08x}", packet_.crcFound);
-    if (packet_.crc == CrcState::Bad)
+    if (packet_.crc == CrcState::Bad) {
       Fault("CRC-32C is 0x{:08x}, computed 0x{:08x}", packet_.crcFound, packet_.crcComputed);
+    }
   }
 
   Packet packet_;
@@ -267,8 +274,9 @@ DecodedFields DecodePacketLine(const HexLine& line) {
 void PrintDecoded(const Console& console, const std::string& title, const DecodedFields& decoded) {
   console.Out(console.Paint(Style::Strong, title));
   for (const auto& [name, value] : decoded.fields) console.Out(fmt::format("  {:<16} {}", name, value));
-  for (const std::string& fault : decoded.faults)
+  for (const std::string& fault : decoded.faults) {
     console.Out("  " + console.Paint(Style::Bad, "wrong") + "            " + fault);
+  }
 }
 
 ExitCode DecodePackets(const std::string& file, const Console& console) {

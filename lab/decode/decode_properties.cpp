@@ -62,8 +62,9 @@ DriverReading AskDriver(const Words& block) {
 
 std::string Characters(const Words& words, std::size_t first, std::size_t count) {
   std::string bytes;
-  for (std::size_t i = 0; i < 4 * count; ++i)
+  for (std::size_t i = 0; i < 4 * count; ++i) {
     bytes += static_cast<char>(words[first + i / 4] >> (24 - 8 * (i % 4)) & 0xFF);
+  }
   return Printable(bytes);
 }
 
@@ -95,13 +96,14 @@ class BlockExplanation {
       return false;
     }
     if (block_[0] != kRootMark) Fault("word 0: 0x{:08x} where a block begins with 0x{:08x}", block_[0], kRootMark);
-    if (block_[1] > block_.size())
+    if (block_[1] > block_.size()) {
       Fault("word 1: {} words of entries in the root, the block has {}", block_[1], block_.size());
-    else if (kRootHeader + block_[1] / kEntry * kEntry > block_.size())
+    } else if (kRootHeader + block_[1] / kEntry * kEntry > block_.size()) {
       Fault("word 1: the root's entries end at word {}, the block has {}", kRootHeader + block_[1] / kEntry * kEntry,
             block_.size());
-    else
+    } else {
       Field("/", "{} entries", block_[1] / kEntry);
+    }
     return out_.faults.empty();
   }
 
@@ -120,29 +122,33 @@ class BlockExplanation {
     const std::uint32_t type = block_[at + 2] >> 24, length = block_[at + 2] & 0xFFFF, value = block_[at + 3];
     const std::string path = parent + Characters(block_, at, 2);
     if (!KivUsb4PropertyEntryValid(&block_[at], static_cast<std::uint32_t>(block_.size()))) {
-      if (type == USB4_PROPERTY_IMMEDIATE)
+      if (type == USB4_PROPERTY_IMMEDIATE) {
         return Fault("word {}: {}: immediate of {} words, it has 1", at, path, length);
+      }
       return Fault("word {}: {}: {} of {} words at word {}, the block has {}", at, path, Kind(type), length, value,
                    block_.size());
     }
     if ((block_[at + 2] & 0x00FF0000) != 0) Field(path, "reserved bits set: 0x{:08x}", block_[at + 2]);
-    if (type == USB4_PROPERTY_IMMEDIATE)
+    if (type == USB4_PROPERTY_IMMEDIATE) {
       Field(path, "immediate 0x{:x} ({})", value, value);
-    else if (type == USB4_PROPERTY_TEXT)
+    } else if (type == USB4_PROPERTY_TEXT) {
       Field(path, "text \"{}\"", Characters(block_, value, length));
-    else if (type == USB4_PROPERTY_DATA)
+    } else if (type == USB4_PROPERTY_DATA) {
       Field(path, "data, {} words: {:08x}", length, fmt::join(Slice(value, length), " "));
-    else if (type == USB4_PROPERTY_DIRECTORY)
+    } else if (type == USB4_PROPERTY_DIRECTORY) {
       Subdirectory(path, at, value, length, nesting + 1);
-    else
+    } else {
       Field(path, "{}, ignored", Kind(type));
+    }
   }
 
   void Subdirectory(const std::string& path, std::size_t at, std::size_t place, std::size_t length, unsigned nesting) {
-    if (length < kHeader)
+    if (length < kHeader) {
       return Fault("word {}: {}: directory of {} words, its header has {}", at, path, length, kHeader);
-    if (nesting > kMostNesting)
+    }
+    if (nesting > kMostNesting) {
       return Fault("word {}: {}: nested more than {} directories deep", at, path, kMostNesting);
+    }
     const std::size_t count = (length - kHeader) / kEntry;
     Field(path, "directory, {} entries, UUID {:08x}", count, fmt::join(Slice(place, kHeader), "-"));
     Directory(path + "/", place + kHeader, count, nesting);
@@ -162,12 +168,14 @@ class BlockExplanation {
 
   // What stands in the way of the block before it is whole at the other end.
   void Transfer() {
-    if (block_.size() > kMostPropertyWords)
+    if (block_.size() > kMostPropertyWords) {
       Fault("{} words: the driver takes at most {}", block_.size(), kMostPropertyWords);
+    }
     const std::size_t last = block_.size() % kPiece;
-    if (last != 0 && last < kShortestLastPiece)
+    if (last != 0 && last < kShortestLastPiece) {
       Fault("{} words: the last piece has {}, and the driver takes no response with less than {}", block_.size(), last,
             kShortestLastPiece);
+    }
   }
 
   void Verdict() {
@@ -177,8 +185,9 @@ class BlockExplanation {
       if (out_.faults.empty()) Fault("the driver refuses this block");
       return;
     }
-    for (const auto& [key, number] : {std::pair{"vendorid", reading.vendorId}, {"deviceid", reading.deviceId}})
+    for (const auto& [key, number] : {std::pair{"vendorid", reading.vendorId}, {"deviceid", reading.deviceId}}) {
       if (!number) Fault("no immediate {} in the root: the driver refuses a host without one", key);
+    }
     if (!reading.vendorId || !reading.deviceId) return;
     Field("the driver", "takes vendor 0x{:04x} \"{}\", device 0x{:04x} \"{}\", hop IDs up to {}",
           *reading.vendorId & 0xFFFF, Printable(reading.vendorName.value_or("")), *reading.deviceId & 0xFFFF,

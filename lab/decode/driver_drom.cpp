@@ -45,8 +45,9 @@ DriverDrom TakeOut(Records& records) {
   if (records.router.DeviceName != nullptr) drom.deviceName = records.router.DeviceName;
   PoolDeleteArray(records.router.VendorName, USB4_SWITCH::kVendorNameTag);
   PoolDeleteArray(records.router.DeviceName, USB4_SWITCH::kDeviceNameTag);
-  for (unsigned number = 0; number <= kMostAdapters; ++number)
+  for (unsigned number = 0; number <= kMostAdapters; ++number) {
     if (records.adapters[number].Disabled != 0) drom.disabledAdapters.push_back(number);
+  }
   return drom;
 }
 

@@ -52,8 +52,9 @@ std::string Console::Paint(Style style, std::string_view text) const {
 
 std::string Printable(std::string_view bytes) {
   std::string text;
-  for (char c : bytes.substr(0, bytes.find('\0')))
+  for (char c : bytes.substr(0, bytes.find('\0'))) {
     text += c >= 0x20 && c < 0x7F ? std::string(1, c) : fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+  }
   return text;
 }
 

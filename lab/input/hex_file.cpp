@@ -46,8 +46,9 @@ class LineParser {
     at_ += 4;
     unsigned pdf = 0;
     const std::size_t start = at_;
-    while (at_ < text_.size() && std::isdigit(static_cast<unsigned char>(text_[at_])) && at_ < start + 2)
+    while (at_ < text_.size() && std::isdigit(static_cast<unsigned char>(text_[at_])) && at_ < start + 2) {
       pdf = pdf * 10 + static_cast<unsigned>(text_[at_++] - '0');
+    }
     if (at_ == start || pdf > 15) Fail("pdf= wants a number in 0 to 15");
     return pdf;
   }
@@ -76,13 +77,15 @@ std::vector<HexLine> ReadHexLines(const std::string& file) {
 std::vector<std::uint32_t> ReadHexWords(const std::string& file) {
   std::vector<std::uint8_t> bytes;
   for (const HexLine& line : ReadHexLines(file)) bytes.insert(bytes.end(), line.bytes.begin(), line.bytes.end());
-  if (bytes.empty() || bytes.size() % 4 != 0)
+  if (bytes.empty() || bytes.size() % 4 != 0) {
     throw InputError(InputName(file), {1, 1},
                      fmt::format("{} bytes, which are no whole number of words", bytes.size()));
+  }
   std::vector<std::uint32_t> words;
-  for (std::size_t i = 0; i < bytes.size(); i += 4)
+  for (std::size_t i = 0; i < bytes.size(); i += 4) {
     words.push_back(static_cast<std::uint32_t>(bytes[i]) << 24 | static_cast<std::uint32_t>(bytes[i + 1]) << 16 |
                     static_cast<std::uint32_t>(bytes[i + 2]) << 8 | bytes[i + 3]);
+  }
   return words;
 }
 

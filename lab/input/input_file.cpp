@@ -55,8 +55,9 @@ void InputProblems::Throw() const {
   sorted.erase(std::unique(sorted.begin(), sorted.end()), sorted.end());
   if (sorted.empty()) return;
   std::string lines;
-  for (std::size_t i = 0; i < std::min(sorted.size(), kMostProblems); ++i)
+  for (std::size_t i = 0; i < std::min(sorted.size(), kMostProblems); ++i) {
     lines += (i == 0 ? "" : "\n") + sorted[i].line;
+  }
   if (sorted.size() > kMostProblems) lines += fmt::format("\n{}: {} more errors", file_, sorted.size() - kMostProblems);
   throw InputError(lines);
 }
@@ -88,8 +89,9 @@ std::string ReadInput(const std::string& file, std::size_t mostBytes) {
     text.append(chunk, 0, static_cast<std::size_t>(in.gcount()));
   }
   if (in.bad()) throw InputError(InputName(file), {}, "cannot be read");
-  if (text.size() > mostBytes)
+  if (text.size() > mostBytes) {
     throw InputError(InputName(file), {}, fmt::format("has more than {} bytes, which is the limit", mostBytes));
+  }
   return text;
 }
 

@@ -49,12 +49,13 @@ std::size_t EndOfString(std::string_view text, std::size_t at) {
   const bool lines = threefold == "\"\"\"" || threefold == "'''";
   const std::string_view closing = lines ? threefold : quote;
   for (at += closing.size(); at < text.size(); ++at) {
-    if (text[at] == '\\' && quote == "\"")
+    if (text[at] == '\\' && quote == "\"") {
       ++at;
-    else if (text.substr(at, closing.size()) == closing)
+    } else if (text.substr(at, closing.size()) == closing) {
       return at + closing.size();
-    else if (text[at] == '\n' && !lines)
+    } else if (text[at] == '\n' && !lines) {
       return at;
+    }
   }
   return text.size();
 }
@@ -68,23 +69,26 @@ void RequireShortKeys(std::string_view text, const std::string& name) {
     if (c == '#') at = std::min(text.find('\n', at), text.size()) - 1;
     if (c == '"' || c == '\'') {
       const std::size_t end = EndOfString(text, at);
-      for (; at < end; ++at)
+      for (; at < end; ++at) {
         if (text[at] == '\n') ++line, lineStart = at + 1;
+      }
       --at;
     }
     if (c == '\n') ++line, lineStart = at + 1;
     if (std::string_view("\n=,[]{}").find(c) != std::string_view::npos) parts = 1, keyStart = at + 1;
-    if (c == '.' && ++parts > kMostKeyParts)
+    if (c == '.' && ++parts > kMostKeyParts) {
       throw InputError(name, {line, static_cast<unsigned>(keyStart - lineStart + 1)},
                        fmt::format("a key has at most {} parts, this one has more", kMostKeyParts));
+    }
   }
 }
 
 }  // namespace
 
 toml::table ReadTomlText(const std::string& text, const std::string& name) {
-  if (text.size() > kMostBytes)
+  if (text.size() > kMostBytes) {
     throw InputError(name, {}, fmt::format("has more than {} bytes, which is the limit", kMostBytes));
+  }
   RequireShortKeys(text, name);
   try {
     return toml::parse(text, name);
@@ -154,10 +158,11 @@ std::optional<std::int64_t> TableReader::NumberOf(std::string_view key, const to
     number = error == std::errc() && end == text.data() + text.size();
   }
   if (number && value >= low && value <= high) return value;
-  if (number)
+  if (number) {
     problems_->Add(PositionOf(node), fmt::format("{} must be in {} to {}", key, low, high));
-  else
+  } else {
     WrongType(key, node, "a number");
+  }
   return std::nullopt;
 }
 
@@ -200,10 +205,11 @@ std::vector<std::string> TableReader::TextList(std::string_view key) {
   if (!node->is_array()) WrongType(key, *node, "a list of texts");
   if (!node->is_array()) return list;
   for (const toml::node& item : *node->as_array()) {
-    if (item.is_string())
+    if (item.is_string()) {
       list.push_back(item.as_string()->get());
-    else
+    } else {
       WrongType(key, item, "a list of texts");
+    }
   }
   return list;
 }
@@ -221,10 +227,11 @@ std::vector<TableReader> TableReader::Tables(std::string_view key, std::size_t m
                      fmt::format("at most {} of [[{}]], here are {}", most, key, node->as_array()->size()));
       return list;
     }
-    if (item.is_table())
+    if (item.is_table()) {
       list.emplace_back(*problems_, *item.as_table());
-    else
+    } else {
       WrongType(key, item, wanted);
+    }
   }
   return list;
 }

@@ -78,9 +78,11 @@ std::vector<LinkBudget> LinkBudgets(const DomainView& domain) {
 }
 
 void AddAvailable(DomainView& domain) {
-  for (const LinkBudget& budget : LinkBudgets(domain))
-    for (RouterView& router : domain.routers)
+  for (const LinkBudget& budget : LinkBudgets(domain)) {
+    for (RouterView& router : domain.routers) {
       if (router.route == budget.route) router.link->available = budget.available;
+    }
+  }
 }
 
 }  // namespace lab

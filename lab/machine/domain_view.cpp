@@ -37,9 +37,10 @@ std::string BandwidthText(const BandwidthView& bandwidth) {
 
 std::string PathText(const PathView& path) {
   std::string text;
-  for (const HopView& hop : path.hops)
+  for (const HopView& hop : path.hops) {
     text += fmt::format("{}{:x}:{} {} -> {:x}:{} {}", text.empty() ? "" : " | ", hop.route, hop.in, hop.inHop,
                         hop.route, hop.out, hop.outHop);
+  }
   return text;
 }
 

@@ -46,8 +46,9 @@ constexpr std::uint32_t kLightDivisor = 10;
 constexpr std::size_t kRoutersPerDivisor = 6;
 
 void Arm(const Fault& fault, std::uint32_t divisor, platform::RandomStream& random, platform::FaultPlan& plan) {
-  for (const char* site : fault.sites)
+  for (const char* site : fault.sites) {
     plan.FailWithChance(site, 1, divisor * static_cast<std::uint32_t>(random.Between(fault.strongest, fault.weakest)));
+  }
 }
 
 }  // namespace

@@ -48,15 +48,17 @@ unsigned CountInterrupts(const std::vector<platform::Resource>& resources) {
 
 std::vector<std::string> HostModelNames() {
   std::vector<std::string> names;
-  for (const std::string& name : sim::ModelNames())
+  for (const std::string& name : sim::ModelNames()) {
     if (sim::FindModel(name)->host) names.push_back(name);
+  }
   return names;
 }
 
 std::vector<std::string> DeviceModelNames() {
   std::vector<std::string> names;
-  for (const std::string& name : sim::ModelNames())
+  for (const std::string& name : sim::ModelNames()) {
     if (!sim::FindModel(name)->host) names.push_back(name);
+  }
   return names;
 }
 
@@ -120,8 +122,9 @@ void Machine::Furnish() {
     sim::SetDpFacts(adapter(display.adapter), facts);
   }
   for (const Usb3Config& usb3 : config_.usb3) sim::SetUsb3Facts(adapter(usb3.adapter), usb3.facts);
-  for (const CableConfig& cable : config_.cables)
+  for (const CableConfig& cable : config_.cables) {
     if (cable.bondedByFirmware) sim::BondByFirmware(*fabric_, cable.first);
+  }
   for (const sim::FirmwareTunnel& tunnel : config_.firmware) sim::SetUpFirmwareTunnel(*fabric_, tunnel);
 }
 
@@ -134,8 +137,9 @@ std::string Machine::DomainName(Place place) const {
 
 std::vector<Place> Machine::Places() const {
   std::vector<Place> places;
-  for (std::size_t host = 0; host < hosts_.size(); ++host)
+  for (std::size_t host = 0; host < hosts_.size(); ++host) {
     for (std::size_t i = 0; i < hosts_[host].controllers.size(); ++i) places.push_back({host, i});
+  }
   return places;
 }
 
@@ -143,8 +147,9 @@ std::vector<Place> Machine::Places() const {
 // before its start, whose events name it, has returned.
 std::string Machine::NameOf(const platform::HostKernel& kernel, platform::DeviceId device) const {
   for (std::size_t host = 0; host < hosts_.size(); ++host) {
-    if (hosts_[host].kernel.get() == &kernel && device >= 1 && device <= hosts_[host].controllers.size())
+    if (hosts_[host].kernel.get() == &kernel && device >= 1 && device <= hosts_[host].controllers.size()) {
       return DomainName({host, device - 1});
+    }
   }
   return kernel.options().name;
 }
@@ -164,11 +169,12 @@ void Machine::BuildController(Place place) {
     interface.pci.powerOnSequence = *config.pciIdentity == 0x9A1B8086;
   }
   if (config.hopCount) interface.hopCount = *config.hopCount;
-  if (config.resources)
+  if (config.resources) {
     interface.messages = CountInterrupts(*config.resources);
-  else
+  } else {
     config.resources =
         DefaultResources(kFirstBar + place.controller * kBarSpacing, interface.barBytes, interface.messages);
+  }
   controller.router = &fabric_->AddRouter(*controller.model, RouterName(place));
   fabric_->firmware(RouterName(place)).SetAnswer(config.handOver);
 }
@@ -210,13 +216,15 @@ void Machine::Start() {
   for (std::size_t host = 0; host < hosts_.size(); ++host) {
     loaded.push_back(kernel(host).LoadDriver(&DriverEntry));
     controllers = std::max(controllers, hosts_[host].controllers.size());
-    if (loaded[host] < 0)
+    if (loaded[host] < 0) {
       for (Controller& controller : hosts_[host].controllers) controller.startStatus = loaded[host];
+    }
   }
   for (std::size_t i = 0; i < controllers && !simulation_.Stopped(); ++i) {
     const auto starting = std::make_shared<unsigned>(0);
-    for (std::size_t host = 0; host < hosts_.size(); ++host)
+    for (std::size_t host = 0; host < hosts_.size(); ++host) {
       if (loaded[host] >= 0 && i < hosts_[host].controllers.size()) BeginController({host, i}, starting);
+    }
     WaitForStart(starting);
   }
 }
@@ -227,8 +235,9 @@ void Machine::RestartIfFailed(Place place) {
     BeginController(place, starting);
     return WaitForStart(starting);
   }
-  if (kernel(place.host).State(device(place)) == platform::PnpState::Failed)
+  if (kernel(place.host).State(device(place)) == platform::PnpState::Failed) {
     At(place).startStatus = kernel(place.host).Enable(device(place));
+  }
 }
 
 platform::Status Machine::StartStatus(Place place) const {
@@ -253,13 +262,15 @@ void Machine::RemoveAndUnload() {
     if (simulation_.Stopped()) return;
     if (Added(place)) kernel(place.host).Remove(device(place));
   }
-  for (std::size_t host = 0; host < hosts_.size() && !simulation_.Stopped(); ++host)
+  for (std::size_t host = 0; host < hosts_.size() && !simulation_.Stopped(); ++host) {
     if (kernel(host).DriverLoaded()) kernel(host).UnloadDriver();
+  }
 }
 
 bool Machine::Quiet() {
-  for (const Host& host : hosts_)
+  for (const Host& host : hosts_) {
     if (host.kernel->Busy()) return false;
+  }
   return fabric_->Quiet() && simulation_.QuietUntil(simulation_.Now() + kQuietHorizon);
 }
 

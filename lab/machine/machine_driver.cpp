@@ -44,8 +44,9 @@ AdapterPlace PlaceOf(const USB4_PORT& adapter) {
 
 std::vector<unsigned> InUse(const USB4_HOP_MAP& hops) {
   std::vector<unsigned> used;
-  for (unsigned hop = 0; hop < kHopIdCount; ++hop)
+  for (unsigned hop = 0; hop < kHopIdCount; ++hop) {
     if (hops.InUse[hop] != 0) used.push_back(hop);
+  }
   return used;
 }
 
@@ -83,10 +84,12 @@ RouterView ViewOf(const USB4_SWITCH& router) {
   AddCapability(view.capabilities, "plug events", router.PlugEventsCapability);
   AddCapability(view.capabilities, "link controller", router.LinkControllerCapability);
   if (router.Adapters == nullptr) return view;
-  for (unsigned number = 1; number <= router.MaximumAdapter(); ++number)
+  for (unsigned number = 1; number <= router.MaximumAdapter(); ++number) {
     view.adapters.push_back(ViewOf(router.Adapters[number], number));
-  if (view.depth > 0)
+  }
+  if (view.depth > 0) {
     view.link = LinkView{router.LinkSpeed, router.LinkWidth, router.Adapters[view.upstreamAdapter].Bonded != 0};
+  }
   return view;
 }
 
@@ -115,12 +118,14 @@ TunnelView ViewOf(const USB4_TUNNEL& tunnel) {
   if (tunnel.Source != nullptr) view.source = EndOf(*tunnel.Source);
   if (tunnel.Destination != nullptr) view.destination = EndOf(*tunnel.Destination);
   view.active = KivUsb4TunnelIsActive(&tunnel);
-  for (std::uint32_t i = 0; i < tunnel.PathCount; ++i)
+  for (std::uint32_t i = 0; i < tunnel.PathCount; ++i) {
     if (tunnel.Paths[i] != nullptr) view.paths.push_back(ViewOf(*tunnel.Paths[i]));
+  }
   view.maximum = {tunnel.Maximum.Upstream, tunnel.Maximum.Downstream};
   // Bandwidth is managed where there is something to give back.
-  if (tunnel.ReleaseUnusedBandwidth != nullptr)
+  if (tunnel.ReleaseUnusedBandwidth != nullptr) {
     view.allocated = BandwidthView{tunnel.Allocated.Upstream, tunnel.Allocated.Downstream};
+  }
   return view;
 }
 
@@ -151,9 +156,11 @@ PeerView ViewOf(const USB4_XDOMAIN& peer, const USB4_PORT& facing) {
 
 void AddPeers(const USB4_SWITCH& router, DomainView& view) {
   if (router.Adapters == nullptr) return;
-  for (unsigned number = 1; number <= router.MaximumAdapter(); ++number)
-    if (const USB4_XDOMAIN* peer = router.Adapters[number].XDomain.Peek())
+  for (unsigned number = 1; number <= router.MaximumAdapter(); ++number) {
+    if (const USB4_XDOMAIN* peer = router.Adapters[number].XDomain.Peek()) {
       view.peers.push_back(ViewOf(*peer, router.Adapters[number]));
+    }
+  }
 }
 
 void AddTunnels(USB4_DOMAIN* domain, DomainView& view) {
@@ -180,8 +187,9 @@ void AddDomain(USB4_DOMAIN* domain, DomainView& view) {
   };
   if (host) add(*host);
   DeviceWalk walk(domain);
-  while (const USB4_DEV_ENTRY* entry = walk.Next())
+  while (const USB4_DEV_ENTRY* entry = walk.Next()) {
     if (entry->Router != nullptr && entry->Router != host.Get()) add(*entry->Router);
+  }
   AddTunnels(domain, view);
 }
 

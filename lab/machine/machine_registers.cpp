@@ -63,8 +63,9 @@ void ReadRouter(const USB4_SWITCH& router, RouterView& view) {
   ReadCapability(&router, RegisterBlockKind::RouterTmu, router.TmuCapability, view.registers);
   ReadCapability(&router, RegisterBlockKind::PlugEvents, router.PlugEventsCapability, view.registers);
   ReadCapability(&router, RegisterBlockKind::LinkController, router.LinkControllerCapability, view.registers);
-  for (AdapterView& adapter : view.adapters)
+  for (AdapterView& adapter : view.adapters) {
     if (adapter.number <= router.MaximumAdapter()) ReadAdapter(router.Adapters[adapter.number], adapter);
+  }
 }
 
 }  // namespace

@@ -43,12 +43,14 @@ class Comparison {
  public:
   explicit Comparison(std::string where) : where_(std::move(where)) {}
   void Text(const std::string& what, const std::optional<std::string>& wanted, const std::string& found) {
-    if (wanted && *wanted != found)
+    if (wanted && *wanted != found) {
       lines_.push_back(fmt::format("{}: {} is {}, expected {}", where_, what, found, *wanted));
+    }
   }
   void Number(const std::string& what, const std::optional<std::int64_t>& wanted, std::int64_t found) {
-    if (wanted && *wanted != found)
+    if (wanted && *wanted != found) {
       lines_.push_back(fmt::format("{}: {} is {}, expected {}", where_, what, found, *wanted));
+    }
   }
   std::vector<std::string> lines() const { return lines_; }
 
@@ -135,12 +137,14 @@ void CompareTunnels(Comparison& comparison, const Expectation& expectation, cons
   // Beside a route, `present` is about the router, and what is asked of the tunnel needs one.
   comparison.Text(what, expectation.aboutRouter || expectation.present ? "present" : "absent",
                   found != nullptr ? "present" : "absent");
-  if (found != nullptr)
+  if (found != nullptr) {
     comparison.Text(what + " allocated", expectation.allocated,
                     found->allocated ? BandwidthText(*found->allocated) : "not managed");
-  if (found != nullptr)
+  }
+  if (found != nullptr) {
     comparison.Text(what + " consumed", expectation.consumed,
                     found->consumed ? BandwidthText(*found->consumed) : "nothing");
+  }
 }
 
 // How packets fare between two adapters, as long as both are there.
@@ -178,12 +182,14 @@ std::vector<std::string> Mismatches(const Expectation& expectation, Machine& mac
   if (!afterFaults) comparison.Text("start status", Hex(expectation.startStatus), *Hex(machine.StartStatus(place)));
   if (expectation.interface) {
     const std::vector<std::string> all = kernel.Interfaces(device);
-    if (std::find(all.begin(), all.end(), *expectation.interface) == all.end())
+    if (std::find(all.begin(), all.end(), *expectation.interface) == all.end()) {
       comparison.Text("interface", expectation.interface, all.empty() ? "none" : all.front());
+    }
   }
-  if (expectation.probe)
+  if (expectation.probe) {
     comparison.Text("probe " + *expectation.probe, expectation.present ? "present" : "absent",
                     ProbeText(machine.fabric(), *expectation.probe));
+  }
   if (!AsksForDomain(expectation)) return comparison.lines();
   const DomainView domain = machine.Domain(place);
   comparison.Number("routers", expectation.routers, static_cast<std::int64_t>(domain.routers.size()));

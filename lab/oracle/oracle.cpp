@@ -42,8 +42,9 @@ using Entries = std::set<std::pair<std::string, unsigned>>;  // adapter and hop 
 
 // A finding of the fabric's books that is about such a lane or such a tunnel.
 bool AboutMissingLane(const sim::FabricPaths& live, const Entries& stranded, const sim::BookFinding& finding) {
-  if (finding.rule == sim::Contradiction::DanglingEntry)
+  if (finding.rule == sim::Contradiction::DanglingEntry) {
     return stranded.contains({finding.arguments.adapter, *finding.arguments.hop});
+  }
   if (finding.rule != sim::Contradiction::PathLost) return false;
   return std::any_of(live.paths.begin(), live.paths.end(), [&](const sim::LivePath& path) {
     return path.Way() == finding.arguments.path && EndsAtMissingLane(path);
@@ -67,15 +68,18 @@ class DomainAudit {
     }
     for (const TunnelView& tunnel : domain_.tunnels) Tunnel(tunnel);
     if (!options.wreckage) {
-      for (const sim::LivePath& path : live_.paths)
-        if (Ours(*path.from) && !claimed_.contains(path.trail) && !EndsAtMissingLane(path))
+      for (const sim::LivePath& path : live_.paths) {
+        if (Ours(*path.from) && !claimed_.contains(path.trail) && !EndsAtMissingLane(path)) {
           Say(path.lost.empty() ? FindingRule::PathUnclaimed : FindingRule::LostPathUnclaimed,
               {.path = path.Way(), .why = path.lost});
+        }
+      }
       Buffers();
     }
     Counts();
-    for (const RouterView& router : domain_.routers)
+    for (const RouterView& router : domain_.routers) {
       for (const AdapterView& adapter : router.adapters) HopIds(router, adapter);
+    }
     return std::move(findings_);
   }
 
@@ -92,14 +96,17 @@ class DomainAudit {
     std::map<const sim::Router*, unsigned> listed;
     for (const RouterView& view : domain_.routers) {
       const sim::Router* router = Hardware(view.route);
-      if (router == nullptr)
+      if (router == nullptr) {
         Say(FindingRule::RouterGone, {.route = view.route});
-      else if (++listed[router] == 2)
+      } else if (++listed[router] == 2) {
         Say(FindingRule::RouterTwice, {.router = router->name()});
+      }
     }
-    for (const auto& router : machine_.fabric().routers())
-      if (router->place().host == host_ && !TooDeep(*router) && !listed.contains(router.get()))
+    for (const auto& router : machine_.fabric().routers()) {
+      if (router->place().host == host_ && !TooDeep(*router) && !listed.contains(router.get())) {
         Say(FindingRule::RouterMissing, {.router = router->name(), .route = router->place().route});
+      }
+    }
   }
 
   // Every host behind a lane of a router that is listed; nothing where no cable is.
@@ -107,18 +114,21 @@ class DomainAudit {
     for (const PeerView& peer : domain_.peers) {
       const sim::Router* router = Hardware(peer.facing.route);
       const sim::Adapter* port = router == nullptr ? nullptr : router->adapter(peer.facing.adapter);
-      if (port == nullptr || port->link == nullptr || !port->link->LaneUp(*port))
+      if (port == nullptr || port->link == nullptr || !port->link->LaneUp(*port)) {
         Say(FindingRule::PeerGone,
             {.adapter = fmt::format("{:x}:{}", peer.facing.route, peer.facing.adapter), .route = peer.route});
+      }
     }
-    for (const auto& link : machine_.fabric().links())
+    for (const auto& link : machine_.fabric().links()) {
       for (unsigned end = 0; end < 2; ++end) Facing(*link, link->end(end));
+    }
   }
 
   void Facing(const sim::Link& link, const sim::Adapter& port) {
     const sim::Router& router = port.router();
-    if (!link.betweenDomains() || !link.LaneUp(port) || !Ours(port) || domain_.Find(router.place().route) == nullptr)
+    if (!link.betweenDomains() || !link.LaneUp(port) || !Ours(port) || domain_.Find(router.place().route) == nullptr) {
       return;
+    }
     const std::uint64_t route = router.place().route | std::uint64_t{port.number()} << (8 * router.place().depth);
     if (domain_.FindPeer(route) == nullptr) Say(FindingRule::PeerMissing, {.adapter = port.Name(), .route = route});
   }
@@ -158,9 +168,11 @@ class DomainAudit {
   }
 
   void Strand(const PathView& path) {
-    for (const HopView& hop : path.hops)
-      if (const sim::Router* router = Hardware(hop.route))
+    for (const HopView& hop : path.hops) {
+      if (const sim::Router* router = Hardware(hop.route)) {
         stranded_.insert({router->adapter(hop.in)->Name(), hop.inHop});
+      }
+    }
   }
 
   void Tunnel(const TunnelView& tunnel) {
@@ -197,8 +209,9 @@ class DomainAudit {
       return readBack && recorded == ReadBackMbps(units, book.scale);
     };
     if (granted(tunnel.allocated->up, book.allocatedUpUnits) &&
-        granted(tunnel.allocated->down, book.allocatedDownUnits))
+        granted(tunnel.allocated->down, book.allocatedDownUnits)) {
       return;
+    }
     Say(FindingRule::Grant, {.tunnel = TunnelText(tunnel),
                              .held = BandwidthText(*tunnel.allocated),
                              .used = fmt::format("{}/{}", book.allocated.upMbps, book.allocated.downMbps)});
@@ -258,8 +271,9 @@ class DomainAudit {
       const sim::Adapter* adapter = machine_.fabric().FindAdapter(book.adapter);
       if (adapter == nullptr || !Ours(*adapter) || adopted.contains(book.adapter)) continue;
       const std::int64_t wanted = book.setAsideReset + added[book.adapter];
-      if (book.setAside != wanted)
+      if (book.setAside != wanted) {
         Say(FindingRule::PathBuffers, {.adapter = book.adapter, .found = book.setAside, .expected = wanted});
+      }
     }
   }
 
@@ -283,8 +297,9 @@ bool Running(Machine& machine, Place place) {
 
 OracleOptions OracleOptionsFor(const MachineConfig& config) {
   OracleOptions options;
-  for (const sim::FirmwareTunnel& tunnel : config.firmware)
+  for (const sim::FirmwareTunnel& tunnel : config.firmware) {
     options.wreckage = options.wreckage || tunnel.state != sim::FirmwareState::Whole;
+  }
   return options;
 }
 
@@ -307,9 +322,11 @@ Findings AllFindings(Machine& machine, const OracleOptions& options) {
   }
   // The fabric's own books know no domains.
   if (!all || options.wreckage) return findings;
-  for (sim::BookFinding& finding : sim::CheckBooks(machine.fabric()))
-    if (!AboutMissingLane(live, stranded, finding))
+  for (sim::BookFinding& finding : sim::CheckBooks(machine.fabric())) {
+    if (!AboutMissingLane(live, stranded, finding)) {
       findings.push_back({static_cast<FindingRule>(finding.rule), "", std::move(finding.arguments)});
+    }
+  }
   return findings;
 }
 

@@ -32,8 +32,9 @@ std::vector<FindingWaiver> KnownRemains() {
 Findings Without(const std::vector<FindingWaiver>& waivers, Findings findings) {
   for (const FindingWaiver& waiver : waivers) {
     const auto covered = [&](const Finding& finding) { return finding.rule == waiver.rule; };
-    if (static_cast<std::size_t>(std::count_if(findings.begin(), findings.end(), covered)) <= waiver.most)
+    if (static_cast<std::size_t>(std::count_if(findings.begin(), findings.end(), covered)) <= waiver.most) {
       std::erase_if(findings, covered);
+    }
   }
   return findings;
 }

@@ -64,8 +64,9 @@ class DomainExplanation {
 
   std::vector<AdapterPlace> AdaptersOf(const RouterView& router, std::uint32_t type) const {
     std::vector<AdapterPlace> places;
-    for (const AdapterView& adapter : router.adapters)
+    for (const AdapterView& adapter : router.adapters) {
       if (adapter.type == type) places.push_back({router.route, adapter.number});
+    }
     return places;
   }
 
@@ -75,8 +76,9 @@ class DomainExplanation {
       if (adapter != nullptr && adapter->dp.display) Display(place, *adapter);
     }
     if (router.depth == 0) return;
-    for (const TunnelKind kind : {TunnelKind::Pcie, TunnelKind::Usb3})
+    for (const TunnelKind kind : {TunnelKind::Pcie, TunnelKind::Usb3}) {
       for (const AdapterPlace& place : AdaptersOf(router, EndsOf(kind).destination)) Tree(kind, router, place);
+    }
   }
 
   const RouterView* Parent(const RouterView& router) const {
@@ -106,14 +108,16 @@ class DomainExplanation {
     std::vector<AdapterPlace> free;
     for (const AdapterPlace& down : AdaptersOf(*parent, EndsOf(kind).source)) {
       const TunnelView* holder = TunnelAt(kind, down, true);
-      if (holder == nullptr)
+      if (holder == nullptr) {
         free.push_back(down);
-      else
+      } else {
         taken += (taken.empty() ? "" : ", ") + TunnelText(*holder);
+      }
     }
-    if (free.empty())
+    if (free.empty()) {
       return taken.empty() ? "its parent has no downstream adapter of this kind"
                            : "every downstream adapter of its parent is in use: " + taken;
+    }
     return pcie ? "a tunnel was tried and did not come up, or one before it in the tree did not"
                 : WhyNoUsb3(*parent, free.front(), place);
   }
@@ -121,8 +125,9 @@ class DomainExplanation {
   std::string WhyNoUsb3(const RouterView& parent, const AdapterPlace& down, const AdapterPlace& up) const {
     if (parent.depth > 0) {
       const std::vector<AdapterPlace> above = AdaptersOf(parent, EndsOf(TunnelKind::Usb3).destination);
-      if (above.empty() || TunnelAt(TunnelKind::Usb3, above.front(), false) == nullptr)
+      if (above.empty() || TunnelAt(TunnelKind::Usb3, above.front(), false) == nullptr) {
         return "its parent has no USB3 tunnel itself";
+      }
     }
     const sim::Adapter *from = Hardware(down), *to = Hardware(up);
     if (from == nullptr || to == nullptr) return "its adapters cannot be reached";
@@ -131,9 +136,10 @@ class DomainExplanation {
     for (const LinkBudget& budget : budgets_) {
       if (budget.route != up.route) continue;
       const BandwidthView left = LeftByDisplays(budget);
-      if (std::min(left.up, left.down) < wanted)
+      if (std::min(left.up, left.down) < wanted) {
         return fmt::format("it wants {} Mb/s ({} % of {}) each way, its link leaves {} up/down after displays", wanted,
                            kUsb3UsablePercent, rate, BandwidthText(left));
+      }
     }
     return "a tunnel was tried and did not come up, or one before it in the tree did not";
   }
@@ -162,15 +168,17 @@ class DomainExplanation {
     const sim::Adapter* dpIn = Hardware(tunnel.source.place);
     if (dpIn == nullptr) return "its source cannot be reached";
     const sim::DpBook source = sim::ReadDp(*dpIn), sink = sim::ReadDp(dpOut);
-    if (dpIn->router().model().usb4() && !source.negotiated)
+    if (dpIn->router().model().usb4() && !source.negotiated) {
       return "its capabilities have not been read, so it is charged nothing";
+    }
     const sim::DpRate rate = source.negotiated.value_or(source.remote);
     std::string text = "runs at " + RateText(rate);
     if (rate == dpOut.dp.display->most) return text + ", all that it can do";
     text += fmt::format("; source {}, sink adapter {}", RateText(source.local), RateText(sink.local));
-    if (!(source.remote == sink.local))
+    if (!(source.remote == sink.local)) {
       text += fmt::format("; reduced to {} because {} Mb/s up/down were to be had", RateText(source.remote),
                           BandwidthText(tunnel.maximum));
+    }
     return text;
   }
 
@@ -189,10 +197,11 @@ class DomainExplanation {
       const sim::Adapter* adapter = Hardware(resource);
       if (adapter == nullptr || adapter->type() != EndsOf(TunnelKind::Dp).source) continue;
       const TunnelView* holder = TunnelAt(TunnelKind::Dp, resource, true);
-      if (holder == nullptr)
+      if (holder == nullptr) {
         free.push_back(resource);
-      else
+      } else {
         taken += (taken.empty() ? "" : ", ") + TunnelText(*holder);
+      }
     }
     if (free.empty()) return taken.empty() ? "the host router offers no DP IN" : "every DP IN is in use: " + taken;
     return WhyRefused(free.front(), place, book);
@@ -200,11 +209,13 @@ class DomainExplanation {
 
   std::string WhyRefused(const AdapterPlace& dpIn, const AdapterPlace& dpOut, const sim::DpBook& sink) const {
     std::int64_t left = INT64_MAX;
-    for (const LinkBudget& budget : budgets_)
+    for (const LinkBudget& budget : budgets_) {
       if (OnTheWay(budget.route, dpOut.route)) left = std::min(left, LeftByDisplays(budget).down);
+    }
     const sim::DpRate least{1620, 1};
-    if (left > 0 && left < sim::DpMbps(least))
+    if (left > 0 && left < sim::DpMbps(least)) {
       return fmt::format("{} Mb/s are left on its way, the least mode takes {}", left, RateText(least));
+    }
     return fmt::format("{} is free, but its router does not grant it or the tunnel ({}) does not come up", At(dpIn),
                        RateText(sink.local));
   }
@@ -222,9 +233,10 @@ class DomainExplanation {
     const RouterView& router = *domain_.Find(budget.route);
     text_ += fmt::format("  link {} - {}: {}, {} Mb/s each way, {} usable\n", At(budget.upper), At(budget.lower),
                          LinkText(*router.link), budget.capacity, budget.usable);
-    for (const TunnelView* tunnel : budget.crossing)
+    for (const TunnelView* tunnel : budget.crossing) {
       text_ += fmt::format("      {:<24} {}\n", TunnelText(*tunnel),
                            tunnel->consumed ? BandwidthText(*tunnel->consumed) : "not charged");
+    }
     const bool over = budget.available.up < 0 || budget.available.down < 0;
     text_ += fmt::format("      {:<24} {}{}\n", "available", BandwidthText(budget.available),
                          over ? ": more is given than there is; a display does not count a USB3 tunnel that runs" : "");
@@ -250,8 +262,9 @@ class DomainExplanation {
     if (*peer.uuid == peer.ownUuid) return "the cable leads back to a host with this host's UUID";
     const sim::Adapter& far = *port.link->Opposite(port);
     if ((far.space().Get(far.laneCapability) >> 20 & 0x3F) < 2) return "the peer supports one lane only";
-    if (peer.state != "PROPERTIES" && peer.state != "ENUMERATED" && peer.state != "ERROR")
+    if (peer.state != "PROPERTIES" && peer.state != "ENUMERATED" && peer.state != "ERROR") {
       return "the discovery has not come to its lanes yet";
+    }
     if (Asks(peer)) return "this host has the lower UUID, and the peer refused two lanes or did not switch them on";
     if (peer.requestedWidth == 0) return "the peer has the lower UUID, and never asked for two lanes";
     return peer.requestedWidth == 1 ? "the peer asked for one lane" : "the lanes did not bond in time";

@@ -27,8 +27,9 @@ Json Bandwidth(const std::optional<BandwidthView>& bandwidth) {
 
 Json Adapters(const RouterView& router) {
   Json list = Json::array();
-  for (const AdapterView& adapter : router.adapters)
+  for (const AdapterView& adapter : router.adapters) {
     list.push_back(Json::array({adapter.number, AdapterTypeName(adapter.type), adapter.type}));
+  }
   return list;
 }
 
@@ -44,11 +45,12 @@ Json Router(const RouterView& router) {
   json["upstreamAdapter"] = router.upstreamAdapter;
   json["adapters"] = Adapters(router);
   json["link"] = nullptr;
-  if (router.link)
+  if (router.link) {
     json["link"] = Json{{"speedGbps", router.link->speedGbps},
                         {"lanes", router.link->lanes},
                         {"bonded", router.link->bonded},
                         {"availableMbps", Bandwidth(router.link->available)}};
+  }
   json["tmu"] = Text(router.tmu);
   return json;
 }
@@ -79,8 +81,9 @@ Json Peer(const PeerView& peer) {
   json["vendorId"] = peer.vendorId;
   json["deviceId"] = peer.deviceId;
   json["link"] = nullptr;
-  if (peer.link.lanes != 0)
+  if (peer.link.lanes != 0) {
     json["link"] = Json{{"speedGbps", peer.link.speedGbps}, {"lanes", peer.link.lanes}, {"bonded", peer.link.bonded}};
+  }
   json["inputHopLimit"] = peer.inputHopLimit;
   json["outputHopLimit"] = peer.outputHopLimit;
   return json;
@@ -103,11 +106,12 @@ Json End(const TunnelEnd& end) {
 
 Json Path(const PathView& path) {
   Json hops = Json::array();
-  for (const HopView& hop : path.hops)
+  for (const HopView& hop : path.hops) {
     hops.push_back(Json{{"in", fmt::format("{:x}:{}", hop.route, hop.in)},
                         {"inHop", hop.inHop},
                         {"out", fmt::format("{:x}:{}", hop.route, hop.out)},
                         {"outHop", hop.outHop}});
+  }
   return Json{{"name", path.name}, {"active", path.active}, {"hops", std::move(hops)}};
 }
 

@@ -42,16 +42,17 @@ const char* ColorOf(TunnelKind kind) {
 std::string Escaped(const std::string& text) {
   std::string out;
   for (const char c : text) {
-    if (c == '&')
+    if (c == '&') {
       out += "&amp;";
-    else if (c == '<')
+    } else if (c == '<') {
       out += "&lt;";
-    else if (c == '>')
+    } else if (c == '>') {
       out += "&gt;";
-    else if (c == '"')
+    } else if (c == '"') {
       out += "&quot;";
-    else
+    } else {
       out += static_cast<unsigned char>(c) < 0x20 ? '?' : c;
+    }
   }
   return out;
 }
@@ -119,15 +120,18 @@ class DomainPicture {
   void Draw(int top) {
     canvas_.Text({kMargin, top + kLine}, "strong", "Domain " + domain_.name);
     for (const RouterView& router : domain_.routers) boxes_[router.route].router = &router;
-    for (const LinkBudget& budget : budgets_)
+    for (const LinkBudget& budget : budgets_) {
       if (boxes_.contains(budget.upper.route)) boxes_[budget.upper.route].children.push_back(budget.route);
-    for (const PeerView& peer : domain_.peers)
+    }
+    for (const PeerView& peer : domain_.peers) {
       if (boxes_.contains(peer.facing.route)) boxes_[peer.facing.route].peers.push_back(&peer);
+    }
     if (boxes_.contains(0)) Place(0, top + 2 * kLine);
     for (const RouterView& router : domain_.routers) canvas_.Rectangle(boxes_[router.route]);
     for (const LinkBudget& budget : budgets_) DrawLink(budget);
-    for (const TunnelView& tunnel : domain_.tunnels)
+    for (const TunnelView& tunnel : domain_.tunnels) {
       if (tunnel.active) DrawTunnel(tunnel);
+    }
     for (const LinkBudget& budget : budgets_) LabelLink(budget);
     for (const RouterView& router : domain_.routers) LabelRouter(boxes_[router.route]);
     for (const auto& [peer, box] : peers_) DrawPeer(*peer, box);
@@ -136,9 +140,11 @@ class DomainPicture {
 
   // Joins each peer with this domain as a peer of the other one, where both are on the sheet.
   void Join(const DomainPicture& other) {
-    for (const auto& [peer, box] : peers_)
-      for (const auto& [far, farBox] : other.peers_)
+    for (const auto& [peer, box] : peers_) {
+      for (const auto& [far, farBox] : other.peers_) {
         if (peer->uuid == far->ownUuid && far->uuid == peer->ownUuid) DrawJoint(box, farBox);
+      }
+    }
   }
 
  private:
@@ -263,10 +269,11 @@ class DomainPicture {
       touched[budget.route].push_back(to);
     }
     for (const auto& [route, points] : touched) {
-      if (points.size() == 2)
+      if (points.size() == 2) {
         canvas_.Line(points[0], points[1], stroke + " stroke-dasharray=\"4 3\"");
-      else
+      } else {
         canvas_.Dot(points[0], tunnel.kind);
+      }
     }
   }
 
@@ -309,8 +316,9 @@ std::string FormatSvg(const std::vector<DomainView>& domains) {
     pictures.emplace_back(domain, canvas).Draw(top);
     top = canvas.bottom() + kLine;
   }
-  for (std::size_t i = 0; i < pictures.size(); ++i)
+  for (std::size_t i = 0; i < pictures.size(); ++i) {
     for (std::size_t j = i + 1; j < pictures.size(); ++j) pictures[i].Join(pictures[j]);
+  }
   DrawLegend(canvas, top + kLine);
   return canvas.Whole();
 }

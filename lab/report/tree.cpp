@@ -12,12 +12,14 @@ std::uint64_t ParentRoute(const RouterView& router) {
 
 std::string RouterLine(const RouterView& router) {
   std::string name = "(no name)";
-  if (router.vendorName || router.deviceName)
+  if (router.vendorName || router.deviceName) {
     name = router.vendorName.value_or("") + (router.vendorName ? " " : "") + router.deviceName.value_or("");
+  }
   const std::string generation = router.generation == 4 ? "USB4" : fmt::format("Thunderbolt {}", router.generation);
   std::string link = router.link ? LinkText(*router.link) : "host";
-  if (router.link && router.link->available)
+  if (router.link && router.link->available) {
     link += fmt::format(", available {} Mb/s up/down", BandwidthText(*router.link->available));
+  }
   std::string line =
       fmt::format("{:x} {}, {}, {}, {} adapters", router.route, name, link, generation, router.adapters.size());
   if (router.tmu) line += fmt::format(", TMU {}", *router.tmu);
@@ -27,17 +29,19 @@ std::string RouterLine(const RouterView& router) {
 
 std::string CapabilityText(const std::vector<std::pair<std::string, unsigned>>& capabilities) {
   std::string text;
-  for (const auto& [name, offset] : capabilities)
+  for (const auto& [name, offset] : capabilities) {
     text += fmt::format("{}{} at 0x{:02x}", text.empty() ? "" : ", ", name, offset);
+  }
   return text;
 }
 
 std::string AdapterLine(const RouterView& router, const AdapterView& adapter) {
   std::string line = fmt::format("{:>2}  {:06x}  {}", adapter.number, adapter.type, AdapterTypeName(adapter.type));
   if (adapter.disabled) line += ", disabled";
-  if (adapter.partner)
+  if (adapter.partner) {
     line += fmt::format(" {} of {}-{}", adapter.secondLane ? 1 : 0, std::min(adapter.number, *adapter.partner),
                         std::max(adapter.number, *adapter.partner));
+  }
   if (adapter.bonded) line += ", bonded";
   if (adapter.remote) line += fmt::format(", to {:x}:{}", adapter.remote->route, adapter.remote->adapter);
   if (adapter.number == router.upstreamAdapter) line += "  (upstream)";
@@ -62,12 +66,15 @@ class Writer {
     text += fmt::format("{}|__ {}\n", indent, RouterLine(router));
     const std::string below = indent + "    ";
     if (verbosity_ > 0) AppendDetails(router, below + "  ");
-    for (const TunnelView& tunnel : domain_.tunnels)
+    for (const TunnelView& tunnel : domain_.tunnels) {
       if (tunnel.source.place.route == router.route) AppendTunnel(tunnel, below);
-    for (const PeerView& peer : domain_.peers)
+    }
+    for (const PeerView& peer : domain_.peers) {
       if (peer.facing.route == router.route) AppendPeer(peer, below);
-    for (const RouterView& child : domain_.routers)
+    }
+    for (const RouterView& child : domain_.routers) {
       if (child.depth == router.depth + 1 && ParentRoute(child) == router.route) Append(child, below);
+    }
   }
 
   std::string text;
@@ -83,8 +90,9 @@ class Writer {
   void AppendTunnel(const TunnelView& tunnel, const std::string& indent) {
     text += fmt::format("{}=== {}\n", indent, TunnelLine(tunnel));
     if (verbosity_ == 0) return;
-    for (const PathView& path : tunnel.paths)
+    for (const PathView& path : tunnel.paths) {
       text += fmt::format("{}      {:<10} {}{}\n", indent, path.name, PathText(path), path.active ? "" : ", inactive");
+    }
   }
 
   void AppendDetails(const RouterView& router, const std::string& indent) {
@@ -126,8 +134,9 @@ std::string FormatTree(const DomainView& domain, unsigned verbosity) {
   Writer writer(domain, verbosity);
   writer.text = "/:  Domain " + domain.name + (domain.present ? "\n" : ": none (the device is not started)\n");
   if (domain.present && domain.routers.empty()) writer.text += "    (no router)\n";
-  for (const RouterView& router : domain.routers)
+  for (const RouterView& router : domain.routers) {
     if (router.depth == 0) writer.Append(router, "    ");
+  }
   return writer.text;
 }
 

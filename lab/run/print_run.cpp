@@ -22,23 +22,27 @@ void PrintViolation(const Console& console, const platform::Violation& violation
 }
 
 void PrintLeftovers(const Console& console, const RunReport& report) {
-  for (const Leftovers& left : report.leftovers)
+  for (const Leftovers& left : report.leftovers) {
     console.Out(fmt::format("left over  {}: pool {} bytes, handles {}, mappings {}, buffers {}, references {}",
                             left.host, left.poolBytes, left.objects, left.mappings, left.buffers, left.references));
+  }
 }
 
 void PrintFindings(const Console& console, const RunReport& report) {
-  for (const platform::Waiver& waiver : report.waivers)
+  for (const platform::Waiver& waiver : report.waivers) {
     console.Out(console.Paint(Style::Faint,
                               fmt::format("tolerated  {} in {}, {} times (known behaviour): {}",
                                           platform::RuleName(waiver.rule), waiver.where, waiver.hits, waiver.reason)));
-  for (const sim::ProtocolError& error : report.waivedErrors)
+  }
+  for (const sim::ProtocolError& error : report.waivedErrors) {
     console.Out(console.Paint(Style::Faint, fmt::format("excused    {} ({} times): a fault has struck in this run",
                                                         error.Text(), error.count)));
+  }
   for (const std::string& failure : report.failures) console.Out(console.Paint(Style::Bad, "failed     ") + failure);
-  for (const sim::ProtocolError& error : report.protocolErrors)
+  for (const sim::ProtocolError& error : report.protocolErrors) {
     console.Out(fmt::format("{}{} ({} times, first at {} ms)", console.Paint(Style::Bad, "protocol   "), error.Text(),
                             error.count, FormatMs(error.when)));
+  }
   for (const platform::Violation& violation : report.violations) PrintViolation(console, violation);
   if (!report.hang.empty()) console.Out(console.Paint(Style::Bad, "hang       ") + report.hang);
 }

@@ -96,8 +96,9 @@ Run::Run(const Scenario& scenario, const RunOptions& options, const LiveEvents::
   }
   if (!options.traceFile.empty()) timeline_ = std::make_unique<Timeline>(options.traceFile, machine_);
   if (options.events || capture_) machine_.simulation().AddSink(&events_);
-  if (!options.events)
+  if (!options.events) {
     for (Place place : machine_.Places()) machine_.wire(place).log().Keep(false);
+  }
   report_.seeded = options.seed.has_value();
   report_.seed = options.seed.value_or(0);
 }
@@ -147,8 +148,9 @@ void Run::Start() {
   ArmPackets();
   machine_.Start();
   if (Over()) return;
-  for (Place place : machine_.Places())
+  for (Place place : machine_.Places()) {
     Say(machine_.DomainName(place), "start", StatusWord(machine_.StartStatus(place)));
+  }
   origin_ = machine_.simulation().Now();
 }
 
@@ -242,9 +244,11 @@ void Run::ReplugRoots() {
   Pass(machine_.simulation().Now() + kReplugPause + kTrained);
   // What else idles is woken from outside: a host without a cable, and a Thunderbolt host, which wakes only by what its
   // firmware has armed, and here that has armed nothing.
-  for (Place place : machine_.Places())
-    if (!Over() && !wakeThemselves.contains(HostRouterName(scenario_.machine, place)))
+  for (Place place : machine_.Places()) {
+    if (!Over() && !wakeThemselves.contains(HostRouterName(scenario_.machine, place))) {
       machine_.hostInterface(place).SignalWake();
+    }
+  }
 }
 
 // Safety was shown; now liveness: without faults, every device that can run is started afresh, every domain is plugged
@@ -273,8 +277,9 @@ void Run::Heal() {
 void Run::Judge(const Expectation& expectation) {
   const std::vector<std::string> mismatches = Mismatches(expectation, machine_, options_.faults != "none");
   if (Over()) return;
-  for (const std::string& text : mismatches)
+  for (const std::string& text : mismatches) {
     Fail(fmt::format("{}:{}:{}: {}", scenario_.file, expectation.line, expectation.column, text));
+  }
 }
 
 void Run::JudgeHardware() {
@@ -297,8 +302,9 @@ void Run::JudgeQuiet() {
                     "add an event that resumes it",
                     kernel.options().name));
   }
-  if (!waiting && !machine_.Quiet())
+  if (!waiting && !machine_.Quiet()) {
     Fail(fmt::format("the machine is not quiet {} ms after the last event", kQuietWithin / platform::kMillisecond));
+  }
 }
 
 // A controller that does not run has failed, unless the scenario expects that. One that was torn out could not start.
@@ -334,8 +340,9 @@ void Run::JudgeEnd() {
   }
   if (Over()) return;
   if (machine_.Quiet()) JudgeHardware();
-  for (const Expectation& expectation : scenario_.expectations)
+  for (const Expectation& expectation : scenario_.expectations) {
     if (expectation.at == platform::kNever && !Over()) Judge(expectation);
+  }
 }
 
 void Run::AddLeftovers() {
@@ -347,8 +354,9 @@ void Run::AddLeftovers() {
     left.objects = kernel.LiveObjects();
     left.mappings = kernel.LiveMappings();
     left.buffers = kernel.LiveCommonBuffers();
-    for (Place place : machine_.Places())
+    for (Place place : machine_.Places()) {
       if (place.host == host) left.references += kernel.References(machine_.device(place)).leftAtRemoval;
+    }
     report_.leftovers.push_back(left);
     if (!left.Nothing()) Fail(fmt::format("host {} still holds something after the unload", left.host));
   }
@@ -375,15 +383,17 @@ void Run::Sum(bool heals) {
   if (report_.stopReached && report_.domains.empty()) View();
   report_.violations = simulation.violations();
   report_.hang = simulation.HangReport();
-  for (const sim::ProtocolError& error : machine_.fabric().errors().list())
+  for (const sim::ProtocolError& error : machine_.fabric().errors().list()) {
     (heals && machine_.faults().Fired() && Excused(error) ? report_.waivedErrors : report_.protocolErrors)
         .push_back(error);
+  }
   report_.virtualTime = simulation.Now();
   report_.step = simulation.Step();
   report_.traceHash = simulation.TraceHash();
   report_.faultsFired = machine_.faults().FiredCount();
-  for (const platform::Waiver& waiver : simulation.waivers())
+  for (const platform::Waiver& waiver : simulation.waivers()) {
     if (waiver.hits > 0) report_.waivers.push_back(waiver);
+  }
   report_.captured = capture_ && capture_->Close();
   report_.traced = timeline_ && timeline_->Close();
   report_.code = Code();
@@ -399,12 +409,14 @@ RunReport Run::Execute() {
     report_.code = ExitCode::InputOutput;
     return std::move(report_);
   }
-  if (!ArmFaults(options_.faults, report_.seed, machine_.faults(), scenario_.machine.routers.size()))
+  if (!ArmFaults(options_.faults, report_.seed, machine_.faults(), scenario_.machine.routers.size())) {
     Fail("unknown fault profile " + options_.faults);
+  }
   if (options_.faults == kLightFaults) {
     for (Place place : machine_.Places()) machine_.wire(place).LetRepeatsThrough(kLastAttempt);
-    for (const PeerHostConfig& peer : scenario_.machine.peers)
+    for (const PeerHostConfig& peer : scenario_.machine.peers) {
       machine_.fabric().wire(peer.peer.name).LetRepeatsThrough(kLastAttempt);
+    }
   }
   Start();
   if (!Over()) PlayUntil(platform::kNever);

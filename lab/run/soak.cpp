@@ -21,8 +21,9 @@ constexpr std::uint64_t kTwiceEvery = 50;  // a sample of seeds runs twice and m
 constexpr std::chrono::seconds kProgressEvery{10};
 
 std::string FirstFinding(const RunReport& report) {
-  if (!report.violations.empty())
+  if (!report.violations.empty()) {
     return fmt::format("{}: {}", platform::RuleName(report.violations.front().rule), report.violations.front().detail);
+  }
   if (!report.hang.empty()) return "hang: " + report.hang.substr(0, report.hang.find('\n'));
   if (!report.failures.empty()) return report.failures.front();
   return report.protocolErrors.empty() ? "failed" : report.protocolErrors.front().Text();
@@ -36,9 +37,11 @@ std::string Difference(const RunReport& first, const RunReport& second) {
     const LiveEvent& event = report.events[at];
     return fmt::format("{} ms {} {} {}", FormatMs(event.when), event.where, event.event, event.effect);
   };
-  for (std::size_t at = 0; at < std::max(first.events.size(), second.events.size()); ++at)
-    if (text(first, at) != text(second, at))
+  for (std::size_t at = 0; at < std::max(first.events.size(), second.events.size()); ++at) {
+    if (text(first, at) != text(second, at)) {
       return fmt::format("the same seed is another run: \"{}\", then \"{}\"", text(first, at), text(second, at));
+    }
+  }
   return "the same seed is another run, in nothing that a run shows";
 }
 
@@ -52,8 +55,9 @@ class Campaign {
 
   ExitCode Execute() {
     if (!Resume()) return ExitCode::Usage;
-    for (const std::string& file : options_.scenarios)
+    for (const std::string& file : options_.scenarios) {
       scenarios_.push_back(file == kGenerated ? Scenario() : ReadScenario(file));
+    }
     for (; state_.next < All(); ++state_.next) {
       if (state_.next % options_.shards == options_.shard - 1) RunAt(state_.next);
       if (Clock::now() - reported_ < kProgressEvery) continue;
@@ -114,8 +118,9 @@ class Campaign {
     const RunReport report = RunScenario(scenario, run);
     state_.faultsFired += report.faultsFired;
     state_.virtualTime += report.virtualTime;
-    if (report.code != ExitCode::Held)
+    if (report.code != ExitCode::Held) {
       return Failure(scenario.file, run, report.code, FirstFinding(report), report.failedStep);
+    }
     if (*run.seed % kTwiceEvery != 0) return;
     const std::string difference = Difference(report, RunScenario(scenario, run));
     if (!difference.empty()) Failure(scenario.file, run, ExitCode::Failed, difference, 0);
@@ -165,8 +170,9 @@ bool ParsePair(const std::string& text, const std::string& between, Number& firs
   const std::size_t at = text.find(between);
   if (at == std::string::npos) return false;
   const std::string left = text.substr(0, at), right = text.substr(at + between.size());
-  for (const std::string& part : {left, right})
+  for (const std::string& part : {left, right}) {
     if (part.empty() || part.size() > 9 || part.find_first_not_of("0123456789") != std::string::npos) return false;
+  }
   first = static_cast<Number>(std::stoul(left));
   second = static_cast<Number>(std::stoul(right));
   return first <= second;

@@ -23,15 +23,17 @@ bool Has(const sim::AdapterModel& adapter, std::uint32_t type) {
 
 std::vector<unsigned> CablePorts(const sim::RouterModel& model) {
   std::vector<unsigned> ports;
-  for (const sim::AdapterModel& adapter : model.adapters)
+  for (const sim::AdapterModel& adapter : model.adapters) {
     if (Has(adapter, sim::kTypeLane) && adapter.lane == 0) ports.push_back(adapter.number);
+  }
   return ports;
 }
 
 std::vector<unsigned> AdaptersOfType(const sim::RouterModel& model, std::uint32_t type) {
   std::vector<unsigned> adapters;
-  for (const sim::AdapterModel& adapter : model.adapters)
+  for (const sim::AdapterModel& adapter : model.adapters) {
     if (Has(adapter, type)) adapters.push_back(adapter.number);
+  }
   return adapters;
 }
 
@@ -51,8 +53,9 @@ std::size_t DrawnTree::Depth(std::size_t node) const {
 // Levels below it, plugged or not.
 std::size_t DrawnTree::Height(std::size_t node) const {
   std::size_t height = 0;
-  for (std::size_t other = 0; other < nodes_.size(); ++other)
+  for (std::size_t other = 0; other < nodes_.size(); ++other) {
     if (Below(other, node)) height = std::max(height, Depth(other) - Depth(node));
+  }
   return height;
 }
 
@@ -62,8 +65,9 @@ bool DrawnTree::Below(std::size_t node, std::size_t top) const {
 }
 
 bool DrawnTree::Present(std::size_t node) const {
-  for (; !nodes_[node].IsHost(); node = nodes_[node].parent)
+  for (; !nodes_[node].IsHost(); node = nodes_[node].parent) {
     if (!nodes_[node].plugged) return false;
+  }
   return true;
 }
 
@@ -118,9 +122,11 @@ void DrawnTree::Grow(std::size_t count) {
 
 std::vector<std::size_t> DrawnTree::Pluggable(bool plugged) const {
   std::vector<std::size_t> nodes;
-  for (std::size_t node = 0; node < nodes_.size(); ++node)
-    if (!nodes_[node].IsHost() && nodes_[node].plugged == plugged && Present(nodes_[node].parent))
+  for (std::size_t node = 0; node < nodes_.size(); ++node) {
+    if (!nodes_[node].IsHost() && nodes_[node].plugged == plugged && Present(nodes_[node].parent)) {
       nodes.push_back(node);
+    }
+  }
   return nodes;
 }
 

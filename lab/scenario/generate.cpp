@@ -106,9 +106,10 @@ class Generator {
 
   void Routers() {
     const unsigned notificationMs = tree_.nodes().size() > kImpatientRouters ? 255 : One(kNotificationMs);
-    for (std::size_t node = hosts_; node < tree_.nodes().size(); ++node)
+    for (std::size_t node = hosts_; node < tree_.nodes().size(); ++node) {
       Put("\n[[router]]\nname = \"{}\"\nmodel = \"{}\"\nnotificationMs = {}\n", Node(node).name, Node(node).model->name,
           notificationMs);
+    }
     for (std::size_t node = hosts_; node < tree_.nodes().size(); ++node) {
       Put("\n[[link]]\n");
       Cable(node);
@@ -130,8 +131,9 @@ class Generator {
         Put("\n[[display]]\n");
         Display(displayPlaces_.back());
       }
-      for (const unsigned adapter : AdaptersOfType(*Node(node).model, sim::kTypeUsb3Down))
+      for (const unsigned adapter : AdaptersOfType(*Node(node).model, sim::kTypeUsb3Down)) {
         usb3Places_.push_back(fmt::format("{}:{}", Node(node).name, adapter));
+      }
     }
   }
 

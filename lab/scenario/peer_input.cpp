@@ -36,8 +36,9 @@ void ReadBlockAndLies(TableReader& table, const std::string& scenarioFile, sim::
   peer.vendorName = table.Text("vendorName", peer.vendorName);
   peer.deviceName = table.Text("deviceName", peer.deviceName);
   if (table.Has("total")) peer.total = static_cast<std::uint32_t>(table.Number("total", 0, 0, 0xFFFF));
-  if (table.Has("pieceWords"))
+  if (table.Has("pieceWords")) {
     peer.pieceWords = static_cast<unsigned>(table.Number("pieceWords", 0, 0, kMostPieceWords));
+  }
   peer.offsetShift = static_cast<int>(table.Number("offsetShift", 0, -kLargestShift, kLargestShift));
   peer.lengthShift = static_cast<int>(table.Number("lengthShift", 0, -63, 63));
 }
@@ -60,16 +61,18 @@ PeerHostConfig ReadPeer(TableReader& table, const std::vector<std::string>& host
   peer = sim::PeerThatIs(table.Choice("behaviour", sim::PeerBehaviours(), "good"));
   const auto name = table.RequiredText("name");
   peer.name = name.value_or("");
-  if (name && (peer.name.empty() || peer.name.find_first_of(":/") != std::string::npos))
+  if (name && (peer.name.empty() || peer.name.find_first_of(":/") != std::string::npos)) {
     table.Fail("name", fmt::format("\"{}\" is no name for a peer: it may not be empty or contain : or /", peer.name));
+  }
   host.model = table.Choice("model", HostModelNames(), host.model);
   host.uid = ReadUid(table);
   if (table.Has("sameUuidAs")) host.sameUuidAs = table.Choice("sameUuidAs", hosts, "");
   ReadBlockAndLies(table, scenarioFile, peer);
   peer.lanes = static_cast<unsigned>(table.Number("lanes", peer.lanes, 1, 2));
   peer.answerAfter = table.Duration("answerAfter", peer.answerAfter);
-  if (table.Has("errorCode"))
+  if (table.Has("errorCode")) {
     peer.errorCode = static_cast<std::uint32_t>(table.Number("errorCode", 0, 0, kLargestWord));
+  }
   peer.changesUuidAfter = static_cast<unsigned>(table.Number("changesUuidAfter", peer.changesUuidAfter, 0, 1000));
   peer.asks = table.Flag("asks", peer.asks);
   peer.asksLinkChange = table.Flag("asksLinkChange", peer.asksLinkChange);

@@ -58,8 +58,9 @@ sim::FirmwareTunnel ReadFirmwareTunnel(TableReader& table, TopologyInput& topolo
   tunnel.lane = static_cast<unsigned>(table.Number("lane", 0, 0, 1));
   // Which adapters it may end at, only its kind can say.
   if (kind.empty()) {
-    for (const char* end : {"from", "to"})
+    for (const char* end : {"from", "to"}) {
       if (!table.Has(end)) table.Missing(end);
+    }
     return tunnel;
   }
   tunnel.kind = *sim::ParseFirmwareKind(kind);

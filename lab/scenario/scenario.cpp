@@ -85,10 +85,12 @@ ControllerConfig ReadController(TableReader table) {
   controller.hardwareId = table.Text("hardwareId", controller.hardwareId);
   const auto identity = table.Has("pciIdentity") ? table.RequiredText("pciIdentity") : std::nullopt;
   if (identity) controller.pciIdentity = ParsePciIdentity(*identity);
-  if (identity && !controller.pciIdentity)
+  if (identity && !controller.pciIdentity) {
     table.Fail("pciIdentity", "pciIdentity must be vendor:device in hex, such as \"8086:9A1B\"");
-  if (table.Has("hopCount"))
+  }
+  if (table.Has("hopCount")) {
     controller.hopCount = static_cast<std::uint32_t>(table.Number("hopCount", 0, 0, kLargestHopCount));
+  }
   if (table.Has("resources")) controller.resources = ParseResources(table);
   controller.acpiStatus =
       static_cast<platform::Status>(static_cast<std::uint32_t>(table.Number("acpiStatus", 0, 0, 0xFFFFFFFF)));
@@ -110,9 +112,11 @@ HostConfig ReadHost(TableReader table, std::size_t position) {
   if (!controllers.empty()) host.controllers.clear();
   for (TableReader& reader : controllers) {
     ControllerConfig controller = ReadController(reader);
-    for (const ControllerConfig& other : host.controllers)
-      if (other.name == controller.name)
+    for (const ControllerConfig& other : host.controllers) {
+      if (other.name == controller.name) {
         reader.Fail("name", fmt::format("a second controller \"{}\"", controller.name));
+      }
+    }
     host.controllers.push_back(std::move(controller));
   }
   table.Finish();
@@ -126,11 +130,13 @@ Place ReadPlace(TableReader& table, const MachineConfig& machine) {
   for (const HostConfig& host : machine.hosts) hosts.push_back(host.name);
   const auto host = table.Index("host", hosts);
   place.host = host.value_or(0);
-  for (const ControllerConfig& controller : machine.hosts[place.host].controllers)
+  for (const ControllerConfig& controller : machine.hosts[place.host].controllers) {
     controllers.push_back(controller.name);
+  }
   // Of a host that does not exist, any controller may be meant.
-  if (table.Has("controller") && (host || !table.Has("host")))
+  if (table.Has("controller") && (host || !table.Has("host"))) {
     place.controller = table.Index("controller", controllers).value_or(0);
+  }
   return place;
 }
 
@@ -169,8 +175,9 @@ ScenarioEvent ReadEvent(TableReader& table, const MachineConfig& machine, Topolo
   event.line = table.source().line;
   event.column = table.source().column;
   // Which other keys it has, only the verb can say.
-  if (!verb)
+  if (!verb) {
     for (const char* key : kKeysOfVerbs) table.Has(key);
+  }
   table.Finish();
   return event;
 }
@@ -178,8 +185,9 @@ ScenarioEvent ReadEvent(TableReader& table, const MachineConfig& machine, Topolo
 // Plays the cable events on the plan of the topology in time order. What happens at a packet may come before or after
 // any other event, so then only names and ports can be judged in advance.
 void CheckCables(const std::vector<std::pair<ScenarioEvent, TableReader>>& events, TopologyInput& topology) {
-  for (const auto& [event, table] : events)
+  for (const auto& [event, table] : events) {
     if (event.packet != 0) return;
+  }
   for (const auto& [event, table] : events) {
     if (event.verb == Verb::Plug) topology.Plug(table, event.cable);
     if (event.verb == Verb::Unplug) topology.Unplug(table, event.what);
@@ -204,9 +212,11 @@ void ReadFurniture(TableReader& table, MachineConfig& machine, TopologyInput& to
 
 void ReadPeers(TableReader& table, Scenario& scenario, TopologyInput& topology) {
   std::vector<std::string> hosts;
-  for (std::size_t host = 0; host < scenario.machine.hosts.size(); ++host)
-    for (std::size_t i = 0; i < scenario.machine.hosts[host].controllers.size(); ++i)
+  for (std::size_t host = 0; host < scenario.machine.hosts.size(); ++host) {
+    for (std::size_t i = 0; i < scenario.machine.hosts[host].controllers.size(); ++i) {
       hosts.push_back(HostRouterName(scenario.machine, {host, i}));
+    }
+  }
   for (TableReader& item : table.Tables("peer")) {
     scenario.machine.peers.push_back(ReadPeer(item, hosts, scenario.file));
     topology.AddPeer(item, scenario.machine.peers.back());
@@ -227,8 +237,9 @@ void ReadTopology(TableReader& table, Scenario& scenario, const InputProblems& p
   }
   ReadFurniture(table, scenario.machine, topology);
   std::vector<std::pair<ScenarioEvent, TableReader>> events;
-  for (TableReader& event : table.Tables("event"))
+  for (TableReader& event : table.Tables("event")) {
     events.emplace_back(ReadEvent(event, scenario.machine, topology), event);
+  }
   std::stable_sort(events.begin(), events.end(), [](const auto& a, const auto& b) { return a.first.at < b.first.at; });
   // After a mistake, what is plugged where is not known well enough.
   if (problems.Count() == 0) CheckCables(events, topology);
@@ -239,8 +250,9 @@ std::uint64_t ReadRoute(TableReader& table, const char* key) {
   const std::string text = table.Text(key, "0");
   std::uint64_t route = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), route, 16);
-  if (error != std::errc() || end != text.data() + text.size() || route >> 63 != 0)
+  if (error != std::errc() || end != text.data() + text.size() || route >> 63 != 0) {
     table.Fail(key, fmt::format("{} must be hex digits without 0x, one byte a level, such as \"301\"", key));
+  }
   return route;
 }
 
@@ -253,14 +265,18 @@ void ReadRouterExpectation(TableReader& table, Expectation& expectation) {
   if (table.Has("link")) expectation.link = table.Text("link", "");
   if (table.Has("tmu")) expectation.tmu = table.Text("tmu", "");
   if (table.Has("generation")) expectation.generation = table.Number("generation", 0, 1, 4);
-  for (const char* key : {"model", "tmu", "generation"})
+  for (const char* key : {"model", "tmu", "generation"}) {
     if (table.Has(key) && !expectation.aboutRouter) table.Fail(key, fmt::format("{} needs the router's route", key));
-  for (const char* key : {"name", "link"})
-    if (table.Has(key) && !expectation.aboutRouter && !expectation.peer)
+  }
+  for (const char* key : {"name", "link"}) {
+    if (table.Has(key) && !expectation.aboutRouter && !expectation.peer) {
       table.Fail(key, fmt::format("{} needs the route of a router or of a peer", key));
+    }
+  }
   if (table.Has("present") && !expectation.aboutRouter && !expectation.peer && !table.Has("tunnel") &&
-      !table.Has("probe"))
+      !table.Has("probe")) {
     table.Fail("present", "present needs the router's route, the peer, the tunnel or the probe");
+  }
 }
 
 void ReadPeerExpectation(TableReader& table, Expectation& expectation) {
@@ -268,8 +284,9 @@ void ReadPeerExpectation(TableReader& table, Expectation& expectation) {
   if (table.Has("peer")) expectation.peer = ReadRoute(table, "peer");
   if (table.Has("peerState")) expectation.peerState = table.Choice("peerState", PeerStateNames(), "");
   if (table.Has("hopLimits")) expectation.hopLimits = table.Text("hopLimits", "");
-  for (const char* key : {"peerState", "hopLimits"})
+  for (const char* key : {"peerState", "hopLimits"}) {
     if (table.Has(key) && !expectation.peer) table.Fail(key, fmt::format("{} needs the peer", key));
+  }
   if (table.Has("peer") && table.Has("route")) table.Fail("peer", "either route or peer, not both");
 }
 
@@ -295,17 +312,20 @@ void ReadTunnelExpectation(TableReader& table, Expectation& expectation) {
   for (const auto& [key, number] : {std::pair{"tunnelCount", &expectation.tunnelCount},
                                     {"pcieTunnels", &expectation.pcieTunnels},
                                     {"usb3Tunnels", &expectation.usb3Tunnels},
-                                    {"dpTunnels", &expectation.dpTunnels}})
+                                    {"dpTunnels", &expectation.dpTunnels}}) {
     if (table.Has(key)) *number = table.Number(key, 0, 0, 1000);
+  }
   if (table.Has("tunnel")) expectation.tunnel = table.RequiredText("tunnel");
   if (expectation.tunnel) RequireTunnel(table, "tunnel", *expectation.tunnel);
   if (table.Has("probe")) expectation.probe = table.RequiredText("probe");
-  if (expectation.probe && expectation.probe->find(" -> ") == std::string::npos)
+  if (expectation.probe && expectation.probe->find(" -> ") == std::string::npos) {
     table.Fail("probe", "probe must be two adapters, such as \"H1:3 -> D1:9\"");
+  }
   if (table.Has("allocated")) expectation.allocated = table.Text("allocated", "");
   if (table.Has("consumed")) expectation.consumed = table.Text("consumed", "");
-  for (const char* key : {"allocated", "consumed"})
+  for (const char* key : {"allocated", "consumed"}) {
     if (table.Has(key) && !table.Has("tunnel")) table.Fail(key, fmt::format("{} needs the tunnel", key));
+  }
 }
 
 bool AsksSomething(const Expectation& e) {
@@ -321,11 +341,13 @@ Expectation ReadExpectation(TableReader table, const MachineConfig& machine) {
   expectation.line = table.source().line;
   expectation.column = table.source().column;
   if (table.Has("power")) expectation.power = table.Choice("power", {"D0", "D3", "off"}, "");
-  if (table.Has("state"))
+  if (table.Has("state")) {
     expectation.state = table.Choice("state", {"started", "failed", "surprise-removed", "removed"}, "");
-  if (table.Has("startStatus"))
+  }
+  if (table.Has("startStatus")) {
     expectation.startStatus =
         static_cast<platform::Status>(static_cast<std::uint32_t>(table.Number("startStatus", 0, 0, 0xFFFFFFFF)));
+  }
   if (table.Has("interface")) expectation.interface = Lower(table.Text("interface", ""));
   if (table.Has("routers")) expectation.routers = table.Number("routers", 0, 0, 1000);
   if (table.Has("adapters")) expectation.adapters = table.Number("adapters", 0, 0, 63);
@@ -358,13 +380,15 @@ Scenario FromTable(const toml::table& parsed, const std::string& file) {
   if (!hosts.empty()) scenario.machine.hosts.clear();
   for (std::size_t i = 0; i < hosts.size(); ++i) {
     HostConfig host = ReadHost(hosts[i], i);
-    for (const HostConfig& other : scenario.machine.hosts)
+    for (const HostConfig& other : scenario.machine.hosts) {
       if (other.name == host.name) hosts[i].Fail("name", fmt::format("a second host \"{}\"", host.name));
+    }
     scenario.machine.hosts.push_back(std::move(host));
   }
   ReadTopology(table, scenario, problems);
-  for (TableReader& item : table.Tables("expect"))
+  for (TableReader& item : table.Tables("expect")) {
     scenario.expectations.push_back(ReadExpectation(item, scenario.machine));
+  }
   table.Finish();
   problems.Throw();
   std::stable_sort(scenario.expectations.begin(), scenario.expectations.end(),

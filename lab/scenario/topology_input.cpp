@@ -22,8 +22,9 @@ std::string PortList(const std::vector<unsigned>& numbers) {
 
 std::vector<unsigned> PortsOf(const sim::RouterModel& model) {
   std::vector<unsigned> numbers;
-  for (const sim::AdapterModel& adapter : model.adapters)
+  for (const sim::AdapterModel& adapter : model.adapters) {
     if (adapter.number != 0 && IsLane(adapter) && adapter.lane == 0) numbers.push_back(adapter.number);
+  }
   return numbers;
 }
 
@@ -35,9 +36,11 @@ std::string WhatIs(const sim::AdapterModel& adapter) {
 }  // namespace
 
 TopologyInput::TopologyInput(const MachineConfig& machine) {
-  for (std::size_t host = 0; host < machine.hosts.size(); ++host)
-    for (std::size_t i = 0; i < machine.hosts[host].controllers.size(); ++i)
+  for (std::size_t host = 0; host < machine.hosts.size(); ++host) {
+    for (std::size_t i = 0; i < machine.hosts[host].controllers.size(); ++i) {
       routers_[HostRouterName(machine, {host, i})] = sim::FindModel(machine.hosts[host].controllers[i].model);
+    }
+  }
 }
 
 std::vector<std::string> TopologyInput::RouterNames() const {
@@ -48,8 +51,9 @@ std::vector<std::string> TopologyInput::RouterNames() const {
 
 void TopologyInput::AddPeer(const TableReader& table, const PeerHostConfig& peer) {
   if (peer.peer.name.empty()) return;
-  if (!routers_.emplace(peer.peer.name, sim::FindModel(peer.model)).second)
+  if (!routers_.emplace(peer.peer.name, sim::FindModel(peer.model)).second) {
     table.Fail("name", fmt::format("a second router \"{}\"", peer.peer.name));
+  }
 }
 
 RouterConfig TopologyInput::ReadRouter(TableReader& table) {
@@ -65,13 +69,15 @@ RouterConfig TopologyInput::ReadRouter(TableReader& table) {
     table.Choice("model", DeviceModelNames(), "");
   }
   router.name = table.Text("name", router.model);
-  if (table.Has("notificationMs"))
+  if (table.Has("notificationMs")) {
     router.notificationMs = static_cast<unsigned>(table.Number("notificationMs", 10, 1, 255));
-  if ((named || table.Has("name")) && (router.name.empty() || router.name.find_first_of(":/") != std::string::npos))
+  }
+  if ((named || table.Has("name")) && (router.name.empty() || router.name.find_first_of(":/") != std::string::npos)) {
     table.Fail("name",
                fmt::format("\"{}\" is no name for a router: it may not be empty or contain : or /", router.name));
-  else if (!routers_.emplace(router.name, model).second)
+  } else if (!routers_.emplace(router.name, model).second) {
     table.Fail("name", fmt::format("a second router \"{}\"", router.name));
+  }
   return router;
 }
 
@@ -135,13 +141,16 @@ std::string TopologyInput::ReadAdapter(TableReader& table, const char* key, cons
   const auto port = text ? ParsePort(table, key, *text) : std::nullopt;
   if (!port) return "";
   std::vector<unsigned> fitting;
-  for (const sim::AdapterModel& adapter : Model(port->router)->adapters)
+  for (const sim::AdapterModel& adapter : Model(port->router)->adapters) {
     if (adapter.number != 0 && adapter.presence == sim::AdapterPresence::Implemented &&
-        std::find(types.begin(), types.end(), adapter.type) != types.end())
+        std::find(types.begin(), types.end(), adapter.type) != types.end()) {
       fitting.push_back(adapter.number);
-  if (std::find(fitting.begin(), fitting.end(), port->adapter) == fitting.end())
+    }
+  }
+  if (std::find(fitting.begin(), fitting.end(), port->adapter) == fitting.end()) {
     table.Fail(key, fmt::format("{} is no {} adapter ({} has: {})", *text, AdapterTypeName(types.front()), port->router,
                                 PortList(fitting)));
+  }
   return *text;
 }
 
@@ -154,15 +163,17 @@ std::string TopologyInput::ReadPlace(TableReader& table) {
 }
 
 const TopologyInput::Cable* TopologyInput::CableAt(const Port& port) const {
-  for (const Cable& cable : cables_)
+  for (const Cable& cable : cables_) {
     if (cable.ends[0] == port || cable.ends[1] == port) return &cable;
+  }
   return nullptr;
 }
 
 std::string TopologyInput::FreePorts(const std::string& router) const {
   std::vector<unsigned> free;
-  for (unsigned number : PortsOf(*Model(router)))
+  for (unsigned number : PortsOf(*Model(router))) {
     if (CableAt({router, number}) == nullptr) free.push_back(number);
+  }
   return fmt::format("free ports of {}: {}", router, PortList(free));
 }
 
@@ -176,16 +187,18 @@ bool TopologyInput::RequireFree(const TableReader& table, const char* key, const
 
 TopologyInput::Domains TopologyInput::DomainsNow() const {
   Domains domains;
-  for (const auto& [name, model] : routers_)
+  for (const auto& [name, model] : routers_) {
     if (IsHost(model)) domains[name] = name;
+  }
   for (bool found = true; found;) {
     found = false;
-    for (const Cable& cable : cables_)
+    for (const Cable& cable : cables_) {
       for (unsigned end = 0; end < 2; ++end) {
         const auto near = domains.find(cable.ends[end].router);
         if (near == domains.end()) continue;
         found = domains.emplace(cable.ends[1 - end].router, near->second).second || found;
       }
+    }
   }
   return domains;
 }
@@ -200,10 +213,13 @@ bool TopologyInput::Connected(const std::string& first, const std::string& secon
   const Domains domains = DomainsNow();
   std::set<std::string> met{first};
   for (std::deque<std::string> open{first}; !open.empty(); open.pop_front()) {
-    for (const Cable& cable : cables_)
-      for (unsigned end = 0; end < 2 && WithinDomain(cable, domains); ++end)
-        if (cable.ends[end].router == open.front() && met.insert(cable.ends[1 - end].router).second)
+    for (const Cable& cable : cables_) {
+      for (unsigned end = 0; end < 2 && WithinDomain(cable, domains); ++end) {
+        if (cable.ends[end].router == open.front() && met.insert(cable.ends[1 - end].router).second) {
           open.push_back(cable.ends[1 - end].router);
+        }
+      }
+    }
   }
   return met.contains(second);
 }
@@ -244,12 +260,13 @@ void TopologyInput::Plug(const TableReader& table, const CableConfig& config) {
   const bool firstFree = RequireFree(table, "from", first), secondFree = RequireFree(table, "to", second);
   if (!firstFree || !secondFree) return;
   const bool loopBack = first.router == second.router && IsHost(Model(first.router)) && !(first == second);
-  if (!loopBack && Connected(first.router, second.router))
+  if (!loopBack && Connected(first.router, second.router)) {
     return table.Fail("to",
                       first.router == second.router
                           ? fmt::format("a cable from {} to its own router", first.Text())
                           : fmt::format("this cable closes a loop: {} and {} are connected already (leave it out)",
                                         first.router, second.router));
+  }
   cables_.push_back({{first, second}});
   if (!RequireDepth(table)) cables_.pop_back();
 }

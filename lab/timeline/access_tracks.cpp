@@ -12,14 +12,16 @@ bool IsAccess(sim::Pdf pdf) {
 
 // What was lost, damaged or found no buffer is no answer.
 bool Arrived(const sim::WireEntry& entry) {
-  for (const char* mishap : {"fault=wire.lose", "crc=bad", "no-buffer"})
+  for (const char* mishap : {"fault=wire.lose", "crc=bad", "no-buffer"}) {
     if (entry.text.find(mishap) != std::string::npos) return false;
+  }
   return true;
 }
 
 std::optional<sim::Space> SpaceNamed(std::string_view name) {
-  for (const sim::Space space : {sim::Space::Path, sim::Space::Adapter, sim::Space::Router, sim::Space::Counters})
+  for (const sim::Space space : {sim::Space::Path, sim::Space::Adapter, sim::Space::Router, sim::Space::Counters}) {
     if (name == sim::SpaceName(space)) return space;
+  }
   return std::nullopt;
 }
 
@@ -69,8 +71,9 @@ Question* AccessTracks::QuestionOf(const sim::ControlPacket& packet) {
 }
 
 AccessTracks::Lane& AccessTracks::FreeLane() {
-  for (Lane& lane : lanes_)
+  for (Lane& lane : lanes_) {
     if (!lane.access) return lane;
+  }
   lanes_.push_back({file_.AddTrack(pid_, fmt::format("ring 0 lane {}", lanes_.size())), std::nullopt});
   return lanes_.back();
 }
@@ -112,8 +115,9 @@ void AccessTracks::Close(Lane& lane, platform::Time when, std::string_view answe
 }
 
 void AccessTracks::GiveUp(std::uint32_t task, platform::Time when) {
-  for (Lane& lane : lanes_)
+  for (Lane& lane : lanes_) {
     if (lane.access && lane.access->task == task) Close(lane, when, "none");
+  }
 }
 
 }  // namespace lab

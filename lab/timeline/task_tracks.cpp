@@ -12,8 +12,9 @@ TaskTracks::Lane& TaskTracks::LaneFor(unsigned pid, const platform::TraceRecord&
   std::vector<Track>& tracks = named_[{pid, name}];
   std::size_t index = 0;
   while (index < tracks.size() && busy_[tracks[index].tid]) ++index;
-  if (index == tracks.size())
+  if (index == tracks.size()) {
     tracks.push_back(file_.AddTrack(pid, index == 0 ? name : fmt::format("{} ({})", name, index + 1)));
+  }
   busy_[tracks[index].tid] = true;
   return lanes_[record.taskOrdinal] = {tracks[index], 0};
 }

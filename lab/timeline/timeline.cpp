@@ -43,8 +43,9 @@ void Timeline::AddHost(std::size_t number) {
 }
 
 Timeline::Host& Timeline::HostOf(const platform::TraceRecord& record) {
-  for (const auto& host : hosts_)
+  for (const auto& host : hosts_) {
     if (host->kernel == record.kernel) return *host;
+  }
   return *hosts_.front();
 }
 
@@ -79,12 +80,13 @@ void Timeline::OnTrace(const platform::TraceRecord& record) {
 void Timeline::Driver(const platform::TraceRecord& record) {
   const auto event = UnpackDriverEvent(record.payload);
   if (!event) return;
-  if (record.opcode == kOpcodeStart)
+  if (record.opcode == kOpcodeStart) {
     StepBegins(record, *event);
-  else if (record.opcode == kOpcodeStop)
+  } else if (record.opcode == kOpcodeStop) {
     StepEnds(record, *event);
-  else
+  } else {
     Told(record, *event);
+  }
 }
 
 void Timeline::StepBegins(const platform::TraceRecord& record, const DriverEvent& event) {
@@ -131,12 +133,13 @@ void Timeline::TunnelTold(Host& host, const DriverEvent& event, const platform::
   const auto tunnel = TunnelFrom(event);
   if (!tunnel) return;
   TunnelTracks& tunnels = DomainOf(host, record.taskOrdinal, ControllerOf(*tunnel)).tunnels;
-  if (listed)
+  if (listed) {
     tunnels.Listed(*tunnel, record.when);
-  else if (unlisted)
+  } else if (unlisted) {
     tunnels.Unlisted(*tunnel, record.when);
-  else
+  } else {
     tunnels.Granted(*tunnel, record.when);
+  }
 }
 
 void Timeline::Sample(Host& host, platform::Time when) {
@@ -155,8 +158,9 @@ bool Timeline::Close() {
   const platform::Time now = machine_.simulation().Now();
   machine_.simulation().RemoveSink(this);
   for (const auto& host : hosts_) {
-    for (const Question& question : host->questions)
+    for (const Question& question : host->questions) {
       for (const auto& domain : host->domains) domain->accesses.GiveUp(question.task, now);
+    }
     for (const auto& domain : host->domains) domain->tunnels.Finish(now);
   }
   return file_.Close(now);

@@ -12,10 +12,11 @@ std::string Quoted(std::string_view text) {
   std::string quoted = "\"";
   for (const char c : text) {
     if (c == '"' || c == '\\') quoted += '\\';
-    if (static_cast<unsigned char>(c) < 0x20)
+    if (static_cast<unsigned char>(c) < 0x20) {
       quoted += fmt::format("\\u{:04x}", static_cast<unsigned>(c));
-    else
+    } else {
       quoted += c;
+    }
   }
   return quoted + '"';
 }
@@ -113,8 +114,9 @@ void TraceFile::Counter(unsigned pid, platform::Time when, std::string_view name
 }
 
 bool TraceFile::Close(platform::Time when) {
-  for (const Track track : tracks_)
+  for (const Track track : tracks_) {
     while (!open_.at(track.tid - 1).empty()) End(track, when, std::string(open_.at(track.tid - 1).back()));
+  }
   out_ << "\n]}\n";
   out_.close();
   return out_.good();

@@ -32,9 +32,11 @@ bool Same(const TunnelView& a, const TunnelView& b) {
 std::vector<std::uint64_t> LinksOf(const TunnelView& tunnel) {
   const std::uint64_t from = tunnel.source.place.route, to = tunnel.destination->place.route;
   std::vector<std::uint64_t> links;
-  for (const auto& [route, other] : {std::pair(from, to), std::pair(to, from)})
-    for (unsigned depth = DepthOf(route); depth > 0; --depth)
+  for (const auto& [route, other] : {std::pair(from, to), std::pair(to, from)}) {
+    for (unsigned depth = DepthOf(route); depth > 0; --depth) {
       if (Ancestor(route, depth) != Ancestor(other, depth)) links.push_back(Ancestor(route, depth));
+    }
+  }
   return links;
 }
 
@@ -49,8 +51,9 @@ std::optional<TunnelEnd> EndFrom(const DriverEvent& event, std::string_view key)
 
 TunnelKind KindFrom(const DriverEvent& event) {
   const auto name = FieldText(event, "type");
-  for (const TunnelKind kind : TunnelKinds())
+  for (const TunnelKind kind : TunnelKinds()) {
     if (name == TunnelKindName(kind)) return kind;
+  }
   return TunnelKind::Usb3;
 }
 
@@ -94,10 +97,12 @@ void TunnelTracks::Unlisted(const TunnelView& tunnel, platform::Time when) {
 }
 
 void TunnelTracks::Granted(const TunnelView& tunnel, platform::Time when) {
-  for (Life& life : lives_)
+  for (Life& life : lives_) {
     if (life.tunnel.allocated && life.tunnel.source.place.route == tunnel.source.place.route &&
-        life.tunnel.source.place.adapter == tunnel.source.place.adapter)
+        life.tunnel.source.place.adapter == tunnel.source.place.adapter) {
       life.tunnel.allocated = tunnel.allocated;
+    }
+  }
   Sample(when);
 }
 
@@ -111,8 +116,9 @@ void TunnelTracks::AddRouter(DomainView& view, std::uint64_t route) {
   added.adapters.resize(added.upstreamAdapter);
   for (unsigned number = 1; number <= added.upstreamAdapter; ++number) added.adapters[number - 1].number = number;
   const sim::Adapter* upstream = router->adapter(added.upstreamAdapter);
-  if (route != 0 && upstream != nullptr && upstream->link != nullptr)
+  if (route != 0 && upstream != nullptr && upstream->link != nullptr) {
     added.link = LinkView{upstream->link->gbpsPerLane(), 0, upstream->link->bonded(), {}};
+  }
   view.routers.push_back(std::move(added));
 }
 

@@ -42,8 +42,9 @@ void ObjectTable::Insert(std::unique_ptr<Object> object, const ObjectOptions& op
   std::uint32_t index;
   if (free_.empty()) {
     index = static_cast<std::uint32_t>(slots_.size());
-    if (index > kSlotMask)
+    if (index > kSlotMask) {
       kernel_.simulation().Report(Rule::NotModelled, "more framework objects than handles can name");
+    }
     slots_.emplace_back();
   } else {
     index = free_.back();

@@ -116,8 +116,9 @@ namespace {
 
 Request& Owned(KernelCall& call, WDFREQUEST handle) {
   Request& request = Resolve<Request>(call, handle);
-  if (!request.OwnedByDriver())
+  if (!request.OwnedByDriver()) {
     ReportAndStop(call, Rule::RequestNotOwned, "the request is in a queue, not the driver's");
+  }
   return request;
 }
 

@@ -32,8 +32,9 @@ class FaultPlan {
   [[nodiscard]] bool Fires(HashedName name) {
     Site& site = Find(name);
     ++site.passed;
-    if (!site.armed) [[likely]]
+    if (!site.armed) [[likely]] {
       return false;
+    }
     return FiresArmed(site);
   }
 
@@ -56,8 +57,9 @@ class FaultPlan {
   };
   Site& Find(HashedName name) {
     Known_& known = known_[name.hash % kKnown];
-    if (known.site == nullptr || known.hash != name.hash) [[unlikely]]
+    if (known.site == nullptr || known.hash != name.hash) [[unlikely]] {
       known = {name.hash, &Look(name)};
+    }
     return *known.site;
   }
   Site& Look(HashedName name);

@@ -90,8 +90,9 @@ class Simulation {
   // A random stream of its own for `name`; the same object on every call.
   RandomStream& Random(HashedName name) {
     KnownStream& known = knownStreams_[name.hash % kKnownStreams];
-    if (known.stream == nullptr || known.hash != name.hash) [[unlikely]]
+    if (known.stream == nullptr || known.hash != name.hash) [[unlikely]] {
       known = {name.hash, &LookForStream(name)};
+    }
     return *known.stream;
   }
   FaultPlan& faults() { return faults_; }

@@ -18,15 +18,17 @@ void InitialiseObject(DISPATCHER_HEADER& header, ObjectKind kind, LONG signalSta
 }
 
 bool CheckEvent(KernelCall& call, const DISPATCHER_HEADER* header) {
-  if (header && IsInitialised(*header) && KindOf(*header) != ObjectKind::Mutex) [[likely]]
+  if (header && IsInitialised(*header) && KindOf(*header) != ObjectKind::Mutex) [[likely]] {
     return true;
+  }
   call.Report(Rule::ObjectUninitialised, "the event was never initialised, or its memory was written over or moved");
   return false;
 }
 
 bool CheckMutex(KernelCall& call, const DISPATCHER_HEADER* header) {
-  if (header && IsInitialised(*header) && KindOf(*header) == ObjectKind::Mutex) [[likely]]
+  if (header && IsInitialised(*header) && KindOf(*header) == ObjectKind::Mutex) [[likely]] {
     return true;
+  }
   call.Report(Rule::ObjectUninitialised, "the mutex was never initialised, or its memory was written over or moved");
   return false;
 }
@@ -60,8 +62,9 @@ std::optional<std::size_t> WaitForAnyGrant(KernelCall& call, std::span<void* con
   }
   std::optional<std::size_t> granted;
   const auto look = [&] {
-    for (std::size_t i = 0; i < objects.size(); ++i)
+    for (std::size_t i = 0; i < objects.size(); ++i) {
       if (waits[i].granted) granted = i;
+    }
     return granted.has_value();
   };
   while (!look()) {

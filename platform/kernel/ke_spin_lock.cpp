@@ -20,8 +20,9 @@ constexpr KSPIN_LOCK kQueuedForm = 1ull << 33;
 constexpr KSPIN_LOCK kPlainForm = 1ull << 32;
 
 bool CheckLock(KernelCall& call, PKSPIN_LOCK lock) {
-  if (lock && (*lock & kSignatureMask) == kSignature) [[likely]]
+  if (lock && (*lock & kSignatureMask) == kSignature) [[likely]] {
     return true;
+  }
   call.Report(Rule::ObjectUninitialised, "the spin lock was never initialised, or its memory was written over");
   return false;
 }
@@ -59,8 +60,9 @@ void Acquire(KernelCall& call, PKSPIN_LOCK lock, KSPIN_LOCK form, unsigned irqlB
   }
   NoteForm(call, lock, form);
   task.irql = DISPATCH_LEVEL;
-  if (*lock & kHeld) [[unlikely]]
+  if (*lock & kHeld) [[unlikely]] {
     SpinUntilFree(call, lock, form == kQueuedForm);
+  }
   *lock |= kHeld;
   HeldLock held = HeldLockOf(call, lock, true, static_cast<LockId>(*lock));
   held.irqlBefore = static_cast<std::uint8_t>(irqlBefore);

@@ -293,11 +293,13 @@ void Scheduler::SeededSwitchPoint() {
 void Scheduler::ChooseNext() {
   State& state = *state_;
   if (current_ == nullptr) return;
-  if (state.alone != nullptr) [[unlikely]]
+  if (state.alone != nullptr) [[unlikely]] {
     return SwitchAlone();
+  }
   if (state.runnable.empty()) return;
-  if (StopBeforeChoice()) [[unlikely]]
+  if (StopBeforeChoice()) [[unlikely]] {
     return Yield();
+  }
   state.runnable.push_back(current_);
   const std::uint32_t index = Choose(state.runnable);
   state.runnable.pop_back();
@@ -460,10 +462,11 @@ Task* Scheduler::RunnableFor(Task& task) {
   Task* next = &task;
   for (std::size_t i = 0; i < state_->tasks.size() && next != nullptr && IsParked(*next); ++i) {
     const Task::Machine& machine = *next->machine_;
-    if (machine.object == nullptr && machine.timeout != 0)
+    if (machine.object == nullptr && machine.timeout != 0) {
       Wake(*next);
-    else
+    } else {
       next = OwnerOf(machine.object);
+    }
   }
   return next != nullptr && !IsParked(*next) ? next : nullptr;
 }

@@ -150,9 +150,9 @@ class KernelCall {
     if (kind == Silent) return;
     const auto stack =
         static_cast<std::size_t>(task_.stackTop_ - static_cast<const std::byte*>(__builtin_frame_address(0)));
-    if (task_.irql > maxIrql || stack > kStackLimit || ++scheduler_.callsSinceTimeMoved_ > kCallsWithoutProgress)
-        [[unlikely]]
-      ReportEntry(maxIrql, stack);
+    if (task_.irql > maxIrql || stack > kStackLimit || ++scheduler_.callsSinceTimeMoved_ > kCallsWithoutProgress) {
+      [[unlikely]] ReportEntry(maxIrql, stack);
+    }
     scheduler_.Mix(name.hash + task_.ordinal());
     scheduler_.SwitchPoint();
   }
@@ -179,14 +179,16 @@ class KernelCall {
   static constexpr std::uint32_t kCallsWithoutProgress = 20'000'000;
   [[noreturn]] static void OutsideTask(HashedName name);
   static Scheduler& ActiveOr(HashedName name) {
-    if (Scheduler::Active() == nullptr) [[unlikely]]
+    if (Scheduler::Active() == nullptr) [[unlikely]] {
       OutsideTask(name);
+    }
     return *Scheduler::Active();
   }
   static Task& CallerOr(HashedName name) {
     Task* task = Scheduler::Current();
-    if (task == nullptr || task->kernel() == nullptr) [[unlikely]]
+    if (task == nullptr || task->kernel() == nullptr) [[unlikely]] {
       OutsideTask(name);
+    }
     return *task;
   }
   void ReportEntry(unsigned maxIrql, std::size_t stack);  // what is wrong with the call

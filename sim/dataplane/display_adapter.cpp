@@ -144,11 +144,12 @@ DpBook ReadDp(const Adapter& adapter) {
 }
 
 void DisplaysChanged(Surroundings& fabric) {
-  for (const auto& router : fabric.routers())
+  for (const auto& router : fabric.routers()) {
     for (unsigned n = 1; n <= router->maxAdapter(); ++n) {
       Adapter& adapter = *router->adapter(n);
       if (adapter.implemented() && adapter.type() == kTypeDpIn && adapter.protocolCapability != 0) Evaluate(adapter);
     }
+  }
 }
 
 }  // namespace sim

@@ -91,8 +91,9 @@ void FrameTransport::CrossLink(Journey journey) {
   fabric_.simulation().After(last - fabric_.simulation().Now(), "frame hop",
                              [this, &out, generation = link.generation(), journey = std::move(journey)]() mutable {
                                --travelling_;
-                               if (out.link == nullptr || out.link->generation() != generation)
+                               if (out.link == nullptr || out.link->generation() != generation) {
                                  return Lose(out.Name() + " went down");
+                               }
                                Go(std::move(journey));
                              });
 }

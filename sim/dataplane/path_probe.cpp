@@ -69,8 +69,9 @@ bool FitTogether(std::uint32_t from, std::uint32_t to) {
       {kTypeUsb3Down, kTypeUsb3Up},
       {kTypeDpIn, kTypeDpOut},
   };
-  for (const auto& [one, other] : kPairs)
+  for (const auto& [one, other] : kPairs) {
     if ((from == one && to == other) || (from == other && to == one)) return true;
+  }
   // From the border of a domain as well.
   return (from == kTypeHostInterface || from == kTypeLane) && to == kTypeHostInterface;
 }
@@ -94,12 +95,14 @@ LivePath Describe(Adapter& from, unsigned hop) {
 
 template <class Action>
 void ForEachValidEntry(const Surroundings& fabric, Action action) {
-  for (const auto& router : fabric.routers())
+  for (const auto& router : fabric.routers()) {
     for (unsigned n = 1; n <= router->maxAdapter(); ++n) {
       Adapter& adapter = *router->adapter(n);
-      for (unsigned hop = 0; hop < adapter.pathEntries(); ++hop)
+      for (unsigned hop = 0; hop < adapter.pathEntries(); ++hop) {
         if (adapter.pathEntry(hop).valid() && !adapter.isControlEntry(hop)) action(adapter, hop);
+      }
     }
+  }
 }
 
 }  // namespace

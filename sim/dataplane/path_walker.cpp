@@ -60,8 +60,9 @@ std::string PathWalker::Enter() {
   if (!at_->paths().Defined(2 * hop_) || !entry_.valid()) return "no valid entry at " + here;
   out_ = at_->router().adapter(entry_.outAdapter());
   if (out_ == nullptr || !out_->implemented()) return "entry at " + here + " leads to no adapter";
-  if (entry_.outHop() > out_->model().hop)
+  if (entry_.outHop() > out_->model().hop) {
     return "hop " + std::to_string(entry_.outHop()) + " is above the limit of " + out_->Name();
+  }
   return packet_ ? Stuck() : "";
 }
 
@@ -69,8 +70,9 @@ std::string PathWalker::Enter() {
 std::string PathWalker::Stuck() const {
   const std::string here = NameWithHop(*at_, hop_);
   if (entry_.drops()) return "the entry at " + here + " drops packets";
-  if (!sentFrom_.empty() && entry_.ingressFlowControl() != flowControl_)
+  if (!sentFrom_.empty() && entry_.ingressFlowControl() != flowControl_) {
     return "flow control differs between " + sentFrom_ + " and " + here;
+  }
   if (entry_.ingressFlowControl() && entry_.credits() == 0) return "no credits at " + here;
   if (entry_.ingressSharedBuffering() && at_->allocatedBuffers() == 0) return "no buffers allocated at " + at_->Name();
   const bool open = !entry_.ingressFlowControl() && at_->isLane();

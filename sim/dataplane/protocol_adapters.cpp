@@ -17,8 +17,9 @@ std::uint32_t Switches(const Adapter& adapter) {
 }
 
 bool APathBeginsAt(const Adapter& adapter) {
-  for (unsigned hop = kFirstPathHop; hop <= adapter.model().hop; ++hop)
+  for (unsigned hop = kFirstPathHop; hop <= adapter.model().hop; ++hop) {
     if (adapter.pathEntry(hop).valid()) return true;
+  }
   return false;
 }
 
@@ -33,9 +34,10 @@ void CheckSwitchedOn(Adapter& adapter, const ConfigSpace::Access& access) {
 
 void WatchProtocolAdapter(Adapter& adapter) {
   if (adapter.protocolCapability == 0) return;
-  if (!adapter.isDisplayPort())
+  if (!adapter.isDisplayPort()) {
     adapter.space().OnWrite(adapter.protocolCapability,
                             [&adapter](const ConfigSpace::Access& access) { CheckSwitchedOn(adapter, access); });
+  }
   if (adapter.isUsb3()) WatchUsb3(adapter);
   if (adapter.isDisplayPort()) WatchDisplayPort(adapter);
 }

@@ -83,12 +83,14 @@ void WatchUsb3(Adapter& adapter) {
     const bool held = (adapter.space().Get(at + 1) & kAcknowledged) != 0 && (access.old & kRequest) != 0;
     // A packet that comes late or twice is not the manager's mistake.
     const bool disturbed = adapter.router().fabric().simulation().faults().Fired();
-    if (((access.old ^ access.now) & kAllocation) != 0 && !held && !disturbed)
+    if (((access.old ^ access.now) & kAllocation) != 0 && !held && !disturbed) {
       adapter.router().Misuse(adapter.number(), Complaint::Usb3Consent, {.value = access.now & kAllocation});
+    }
     // An adapter that owes an answer is asked anew by every write.
     const bool acknowledged = (adapter.space().Get(at + 1) & kAcknowledged) != 0;
-    if (((access.now & kRequest) != 0) != acknowledged || ((access.old ^ access.now) & kRequest) != 0)
+    if (((access.now & kRequest) != 0) != acknowledged || ((access.old ^ access.now) & kRequest) != 0) {
       RequestWritten(adapter);
+    }
   });
   adapter.space().OnRead(at + 4, [&adapter](std::uint32_t) { return ShowActualRate(adapter); });
 }

@@ -126,8 +126,9 @@ Link& Fabric::AddLink(std::string_view first, std::string_view second, CableOpti
   Adapter& a = LanePort(first);
   Adapter& b = LanePort(second);
   const bool loopBack = &a.router() == &b.router();
-  if (loopBack && (&a == &b || !a.router().isHost()))
+  if (loopBack && (&a == &b || !a.router().isHost())) {
     throw TopologyError("cable from " + Quoted(first) + " to its own router");
+  }
   if (options.lanes < 1 || options.lanes > 2) throw TopologyError("a cable has one lane or two");
   links_.push_back(std::make_unique<Link>(*this, a, b, options));
   return *links_.back();
@@ -153,8 +154,9 @@ Link* Fabric::FindLink(std::string_view portOrRouter) const {
     if (router == nullptr) throw TopologyError("no router or adapter is called " + Quoted(portOrRouter));
     adapter = router->isHost() ? nullptr : router->adapter(router->upstreamAdapter());
     // A router whose link has not come up yet hangs on the only cable that it has.
-    for (unsigned n = 1; adapter == nullptr && n <= router->maxAdapter(); ++n)
+    for (unsigned n = 1; adapter == nullptr && n <= router->maxAdapter(); ++n) {
       if (router->adapter(n)->link != nullptr) adapter = router->adapter(n);
+    }
   }
   if (adapter == nullptr || adapter->link == nullptr) throw TopologyError("no cable at " + Quoted(portOrRouter));
   return adapter->link;
@@ -207,8 +209,9 @@ void Fabric::ChangeDisplay(Adapter& adapter, const std::optional<Display>& displ
 // The first link to a host that comes up makes the port its upstream port, for as long as that link is attached.
 bool Fabric::StaysElsewhere(const Adapter& port) {
   const Adapter* upstream = port.router().adapter(port.router().upstreamAdapter());
-  if (upstream == nullptr || upstream == &port || upstream->link == nullptr || !upstream->link->attached())
+  if (upstream == nullptr || upstream == &port || upstream->link == nullptr || !upstream->link->attached()) {
     return false;
+  }
   return upstream->link->Opposite(*upstream)->router().place().host != nullptr;
 }
 
@@ -235,8 +238,9 @@ void Fabric::PlacesChanged() {
       open.push_back(&far->router());
     }
   }
-  for (auto& router : routers_)
+  for (auto& router : routers_) {
     if (!placed.contains(router.get())) router->SetPlace({});
+  }
 }
 
 // The end of a link that is nearer to a host reports what happens there; of a link between domains both do.
@@ -246,8 +250,9 @@ void Fabric::LinkCameUp(Link& link) {
   for (unsigned end = 0; end < 2; ++end) {
     Adapter& adapter = link.end(end);
     Router& router = adapter.router();
-    if (router.upstreamAdapter() != 0 && router.upstreamAdapter() != adapter.number())
+    if (router.upstreamAdapter() != 0 && router.upstreamAdapter() != adapter.number()) {
       router.PlugChanged(adapter, false);
+    }
   }
   DisplaysChanged(*this);
 }
@@ -277,8 +282,9 @@ void Fabric::CollectBelow(Router& router, std::vector<Router*>& found) {
     Adapter& adapter = *router.adapter(n);
     if (adapter.link == nullptr || adapter.model().lane != 0) continue;
     Adapter* far = adapter.link->Opposite(adapter);
-    if (far != nullptr && !far->router().isHost() && far->router().upstreamAdapter() == far->number())
+    if (far != nullptr && !far->router().isHost() && far->router().upstreamAdapter() == far->number()) {
       CollectBelow(far->router(), found);
+    }
   }
 }
 
@@ -292,9 +298,11 @@ void Fabric::CutOff(Router& router) {
     each->SetPlace({});
     unplugged ? each->LosePower() : each->Reset();
   }
-  for (Router* each : lost)
-    for (unsigned n = 1; n <= each->maxAdapter(); ++n)
+  for (Router* each : lost) {
+    for (unsigned n = 1; n <= each->maxAdapter(); ++n) {
       if (each->adapter(n)->link != nullptr && each->adapter(n)->model().lane == 0) each->adapter(n)->link->Retrain();
+    }
+  }
 }
 
 // Some docks give a manager little time, from the moment that there is a way to a host.
@@ -312,8 +320,9 @@ void Fabric::Watch(Router& router) {
 
 bool Fabric::Quiet() const {
   if (inFlight_ != 0 || !frames_->Quiet()) return false;
-  for (const auto& host : hosts_)
+  for (const auto& host : hosts_) {
     if (!host->interface.Quiet() || !host->wire.Quiet()) return false;
+  }
   return std::none_of(routers_.begin(), routers_.end(),
                       [](const auto& router) { return std::as_const(*router).notifications().Outstanding(); });
 }

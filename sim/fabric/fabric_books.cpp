@@ -15,9 +15,11 @@ namespace {
 
 template <class Action>
 void ForEachAdapter(const Fabric& fabric, Action action) {
-  for (const auto& router : fabric.routers())
-    for (unsigned n = 1; n <= router->maxAdapter(); ++n)
+  for (const auto& router : fabric.routers()) {
+    for (unsigned n = 1; n <= router->maxAdapter(); ++n) {
       if (router->adapter(n)->implemented()) action(*router->adapter(n));
+    }
+  }
 }
 
 BufferBook BookOf(const Adapter& adapter) {
@@ -64,8 +66,9 @@ class Audit {
       Protocol(adapter);
       Buffers(adapter);
     });
-    for (const auto& [place, entries] : targets_)
+    for (const auto& [place, entries] : targets_) {
       if (entries > 1) Say(Contradiction::HopShared, {.adapter = place.first, .hop = place.second, .found = entries});
+    }
     return std::move(findings_);
   }
 
@@ -89,11 +92,13 @@ class Audit {
         continue;
       }
       const PathKind back = path.kind == PathKind::DpVideo ? PathKind::DpAux : path.kind;
-      if (path.kind != PathKind::Network && !Has(back, path.to, path.from))
+      if (path.kind != PathKind::Network && !Has(back, path.to, path.from)) {
         Say(Contradiction::PathOneWay, {.path = path.Way()});
+      }
     }
-    for (const DanglingEntry& entry : found_.dangling)
+    for (const DanglingEntry& entry : found_.dangling) {
       Say(Contradiction::DanglingEntry, {.adapter = entry.adapter->Name(), .hop = entry.hop});
+    }
   }
 
   void Entries(const Adapter& adapter) {
@@ -108,8 +113,9 @@ class Audit {
   void Protocol(const Adapter& adapter) {
     if (adapter.protocolCapability == 0 || adapter.isLane()) return;
     const bool known = adapter.isPcie() || adapter.isUsb3() || adapter.isDisplayPort();
-    if (known && SwitchedOn(adapter) && !Touches(adapter))
+    if (known && SwitchedOn(adapter) && !Touches(adapter)) {
       Say(Contradiction::OnWithoutPath, {.adapter = adapter.Name()});
+    }
     if (adapter.isUsb3() && ReadUsb3(adapter).requested) Say(Contradiction::OpenRequest, {.adapter = adapter.Name()});
     if (adapter.type() != kTypeDpIn || !KeepsReservations(adapter.router())) return;
     const bool video = std::any_of(found_.paths.begin(), found_.paths.end(), [&](const LivePath& path) {
@@ -122,9 +128,10 @@ class Audit {
   // Set-aside buffers belong to entries without flow control.
   void Buffers(const Adapter& adapter) {
     const BufferBook book = BookOf(adapter);
-    if (book.openEntries == 0 && book.setAside != book.setAsideReset)
+    if (book.openEntries == 0 && book.setAside != book.setAsideReset) {
       Say(Contradiction::SetAsideBuffers,
           {.adapter = book.adapter, .found = book.setAside, .expected = book.setAsideReset});
+    }
   }
 
   const Fabric& fabric_;
@@ -148,8 +155,9 @@ std::vector<BufferBook> BufferBooks(const Fabric& fabric) {
 std::vector<std::string> DpReservations(const Fabric& fabric) {
   std::vector<std::string> reserved;
   ForEachAdapter(fabric, [&](const Adapter& adapter) {
-    if (adapter.type() == kTypeDpIn && KeepsReservations(adapter.router()) && Reserved(adapter))
+    if (adapter.type() == kTypeDpIn && KeepsReservations(adapter.router()) && Reserved(adapter)) {
       reserved.push_back(adapter.Name());
+    }
   });
   return reserved;
 }

@@ -91,8 +91,9 @@ void Fabric::Forward(Router& at, unsigned depth, const Journey& journey) {
   Adapter* adapter = at.adapter(number);
   auto refuse = [&](ErrorCode code) { Refuse(at, at.upstreamAdapter(), number & 0x3F, depth, code, journey); };
   if (adapter == nullptr || !adapter->isLane()) return refuse(ErrorCode::NoSuchAdapter);
-  if (number == at.upstreamAdapter() || adapter->link == nullptr || !adapter->link->LaneUp(*adapter))
+  if (number == at.upstreamAdapter() || adapter->link == nullptr || !adapter->link->LaneUp(*adapter)) {
     return refuse(ErrorCode::NotConnected);
+  }
   if (adapter->locked()) return refuse(ErrorCode::Locked);
   Cross(*adapter,
         [this, depth, journey = journey](Adapter& far) { Arrive(far.router(), far.number(), depth + 1, journey); });
@@ -136,8 +137,9 @@ void Fabric::SendBack(Router& at, unsigned arrival, const ControlPacket& packet)
     Climb(at, packet);
     return;
   }
-  if (at.adapter(arrival) != nullptr)
+  if (at.adapter(arrival) != nullptr) {
     Cross(*at.adapter(arrival), [this, packet = packet](Adapter& far) { Climb(far.router(), packet); });
+  }
 }
 
 // A packet of another host comes in from below: it goes up to this domain's host with the route that leads back.

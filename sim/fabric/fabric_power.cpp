@@ -96,21 +96,25 @@ void Fabric::Sleep(Host& host, platform::FunctionPower power) {
   }
   host.asleep = true;
   ReconsiderLinksToOthers(host);
-  for (auto& link : links_)
+  for (auto& link : links_) {
     if (link->end(0).router().place().host == &host.router && link->attached()) link->Pause();
-  for (auto& router : routers_)
+  }
+  for (auto& router : routers_) {
     if (router->place().host == &host.router && !router->stateKept) router->LosePower();
+  }
   for (auto& link : links_) link->Show();
 }
 
 void Fabric::Wake(Host& host) {
   Note("host wakes", host.router.name());
   host.asleep = false;
-  for (auto& router : routers_)
+  for (auto& router : routers_) {
     if (router->place().host == &host.router) router->ClearSleep();
+  }
   std::vector<Link*> paused;
-  for (auto& link : links_)
+  for (auto& link : links_) {
     if (link->paused() && link->end(0).router().place().host == &host.router) paused.push_back(link.get());
+  }
   for (Link* link : paused) {
     if (link->end(0).router().stateKept && link->end(1).router().stateKept) {
       link->Resume(timing_.Draw(kLanesResume));
@@ -134,8 +138,9 @@ void Fabric::ReconsiderLinksToOthers(const Host& host) {
 }
 
 void Fabric::WakeSleepingEnds(const Link& link) {
-  for (unsigned end = 0; end < 2; ++end)
+  for (unsigned end = 0; end < 2; ++end) {
     if (Asleep(link.end(end).router())) WakeFrom(link.end(end).router(), link.end(end), false);
+  }
 }
 
 bool Fabric::Asleep(const Router& router) const {
@@ -151,8 +156,9 @@ bool Fabric::WakeChainArmed(const Router& router) const {
     if (upstream == nullptr || upstream->link == nullptr || !PassesWake(*upstream)) return false;
     Adapter* above = upstream->link->Opposite(*upstream);
     if (above == nullptr || !PassesWake(*above)) return false;
-    if (above->usb4Capability != 0)
+    if (above->usb4Capability != 0) {
       above->space().SetBits(above->usb4Capability + kPortCs18, kPortWakeStatus, kPortWakeStatus);
+    }
     at = &above->router();
   }
   return true;
@@ -169,8 +175,9 @@ void Fabric::WakeFrom(Router& router, Adapter& adapter, bool unplug) {
 
 void Fabric::SignalWake(std::string_view port) {
   Adapter* adapter = FindAdapter(port);
-  if (adapter == nullptr || (adapter->type() != kTypePcieDown && adapter->type() != kTypeUsb3Down))
+  if (adapter == nullptr || (adapter->type() != kTypePcieDown && adapter->type() != kTypeUsb3Down)) {
     throw TopologyError("\"" + std::string(port) + "\" is no downstream PCIe or USB3 adapter");
+  }
   if (Asleep(adapter->router())) WakeFrom(adapter->router(), *adapter, false);
 }
 

@@ -45,21 +45,25 @@ bool InterDomainLedger::Settles(const ControlPacket& answer) {
 }
 
 void InterDomainLedger::CheckUuid(const ControlPacket& packet, Faults& faults) const {
-  if (CarriesUuid(TypeOf(packet)) && UuidAt(packet, kFirstUuid) != own_)
+  if (CarriesUuid(TypeOf(packet)) && UuidAt(packet, kFirstUuid) != own_) {
     faults.push_back({Complaint::DiscoveryUuid, {.other = InterDomainName(packet)}});
+  }
   const std::uint64_t arrivedOn = std::uint64_t{packet.Word(kArrivedOn)} << 32 | packet.Word(kArrivedOn + 1);
-  if (TypeOf(packet) == DiscoveryType::UuidResponse && arrivedOn != packet.Route())
+  if (TypeOf(packet) == DiscoveryType::UuidResponse && arrivedOn != packet.Route()) {
     faults.push_back({Complaint::ArrivedOn, {.route = arrivedOn}});
+  }
 }
 
 Faults InterDomainLedger::Sent(const ControlPacket& packet) {
   Faults faults = InterDomainFaults(packet);
-  if (packet.HeaderBits() != 0)
+  if (packet.HeaderBits() != 0) {
     faults.push_back({Complaint::InterDomainHeader, {.bits = packet.HeaderBits(), .other = InterDomainName(packet)}});
+  }
   if (!faults.empty() || !IsDiscovery(packet)) return faults;
   CheckUuid(packet, faults);
-  if (packet.pdf == Pdf::InterDomainResponse && !Settles(packet) && faults.empty())
+  if (packet.pdf == Pdf::InterDomainResponse && !Settles(packet) && faults.empty()) {
     faults.push_back({Complaint::DiscoveryUnasked, {.other = InterDomainName(packet)}});
+  }
   return faults;
 }
 

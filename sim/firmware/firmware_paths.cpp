@@ -52,8 +52,9 @@ bool LeadsTo(const Adapter& out, unsigned hop) {
 
 unsigned FreeHop(const FirmwareCrossing& cable) {
   const unsigned limit = std::min(cable.out->model().hop, cable.in->model().hop);
-  for (unsigned hop = kFirstPathHop; hop <= limit; ++hop)
+  for (unsigned hop = kFirstPathHop; hop <= limit; ++hop) {
     if (!cable.in->pathEntry(hop).valid() && !LeadsTo(*cable.out, hop)) return hop;
+  }
   throw TopologyError("no free hop ID behind " + cable.out->Name());
 }
 
@@ -107,8 +108,9 @@ class Builder {
 FirmwareWay FindWay(const Adapter& from, const Adapter& to, unsigned lane) {
   std::vector<Rung> near = Ladder(from.router(), lane);
   std::vector<Rung> far = Ladder(to.router(), lane);
-  if (near.back().router != far.back().router)
+  if (near.back().router != far.back().router) {
     throw TopologyError("no cable leads from " + from.Name() + " to " + to.Name());
+  }
   // Above the router where the two ways meet they are the same.
   while (near.size() > 1 && far.size() > 1 && near[near.size() - 2].router == far[far.size() - 2].router) {
     near.pop_back();

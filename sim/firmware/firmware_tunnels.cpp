@@ -47,10 +47,12 @@ Ends FindEnds(const Fabric& fabric, const FirmwareTunnel& tunnel) {
                               {kTypeDpIn, kTypeDpOut, "DisplayPort"}};
   const Types& types = kTypes[static_cast<unsigned>(tunnel.kind)];
   const Ends ends{fabric.FindAdapter(tunnel.from), fabric.FindAdapter(tunnel.to)};
-  if (ends.from == nullptr || ends.from->type() != types.from)
+  if (ends.from == nullptr || ends.from->type() != types.from) {
     throw TopologyError("\"" + tunnel.from + "\" is no adapter at which a " + types.name + " tunnel starts");
-  if (ends.to == nullptr || ends.to->type() != types.to)
+  }
+  if (ends.to == nullptr || ends.to->type() != types.to) {
     throw TopologyError("\"" + tunnel.to + "\" is no adapter at which a " + types.name + " tunnel ends");
+  }
   return ends;
 }
 
@@ -78,8 +80,9 @@ void Reserve(const Adapter& dpIn) {
     return;
   }
   unsigned sink = 0;
-  for (unsigned n = 1; n < dpIn.number(); ++n)
+  for (unsigned n = 1; n < dpIn.number(); ++n) {
     if (router.adapter(n)->type() == kTypeDpIn) sink = 1;
+  }
   if (router.services().linkControllerCapability != 0) router.services().SetSinkState(sink, 1);
 }
 
@@ -92,9 +95,10 @@ void AllocateUsb3(Adapter& from, const FirmwareTunnel& tunnel) {
 // Each end has been told what the other can do.
 void ExchangeCapabilities(const Ends& ends) {
   const std::array<Adapter*, 2> both{ends.from, ends.to};
-  for (unsigned i = 0; i < 2; ++i)
+  for (unsigned i = 0; i < 2; ++i) {
     both[i]->space().Set(both[i]->protocolCapability + 5,
                          both[1 - i]->space().Get(both[1 - i]->protocolCapability + 4));
+  }
 }
 
 // The path that a manager looks at first.
@@ -139,37 +143,42 @@ void Enumerate(Router& router) {
 }  // namespace
 
 std::optional<FirmwareKind> ParseFirmwareKind(std::string_view text) {
-  for (const NamedKind& each : kKinds)
+  for (const NamedKind& each : kKinds) {
     if (text == each.name) return each.kind;
+  }
   return std::nullopt;
 }
 
 std::optional<FirmwareState> ParseFirmwareState(std::string_view text) {
-  for (const NamedState& each : kStates)
+  for (const NamedState& each : kStates) {
     if (text == each.name) return each.state;
+  }
   return std::nullopt;
 }
 
 void EnumerateByFirmware(Fabric& fabric, std::string_view hostName) {
   Router* host = fabric.Find(hostName);
   if (host == nullptr || !host->isHost()) throw TopologyError("no host is called \"" + std::string(hostName) + "\"");
-  for (const auto& router : fabric.routers())
+  for (const auto& router : fabric.routers()) {
     if (router->place().host == host && !router->configured()) Enumerate(*router);
+  }
   for (const auto& link : fabric.links()) {
     if (!link->attached() || link->end(0).router().place().host != host) continue;
     for (unsigned end = 0; end < 2; ++end) {
       Adapter& adapter = link->end(end);
       adapter.SetLock(false);
-      if (adapter.usb4Capability != 0)
+      if (adapter.usb4Capability != 0) {
         adapter.space().SetBits(adapter.usb4Capability + kPortCs19, kPortConfigured, kPortConfigured);
+      }
     }
   }
 }
 
 void BondByFirmware(Fabric& fabric, std::string_view port) {
   Adapter* adapter = fabric.FindAdapter(port);
-  if (adapter == nullptr || adapter->link == nullptr || !adapter->link->BondAtOnce())
+  if (adapter == nullptr || adapter->link == nullptr || !adapter->link->BondAtOnce()) {
     throw TopologyError("no two lanes to bond at \"" + std::string(port) + "\"");
+  }
 }
 
 void SetUpFirmwareTunnel(Fabric& fabric, const FirmwareTunnel& tunnel) {

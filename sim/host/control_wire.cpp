@@ -249,8 +249,9 @@ void ControlWire::HandToHost(Passage& passage) {
   if (!host_.Receive(kControlRing, frame, passage.packet.forgery)) {
     passage.note += " no-buffer";
   } else if (request) {
-    if (const auto decoded = DecodePacket(pdf, passage.packet.bytes))
+    if (const auto decoded = DecodePacket(pdf, passage.packet.bytes)) {
       sink_.RequestHanded(decoded->packet, passage.damaged || !passage.packet.forgery.Nothing());
+    }
   }
 }
 

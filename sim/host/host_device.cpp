@@ -160,10 +160,12 @@ void HostInterface::SignalWake() {
 }
 
 bool HostInterface::Quiet() const {
-  for (const auto& ring : transmitRings_)
+  for (const auto& ring : transmitRings_) {
     if (!ring->Quiet()) return false;
-  for (const auto& ring : receiveRings_)
+  }
+  for (const auto& ring : receiveRings_) {
     if (!ring->Quiet()) return false;
+  }
   return interrupts_.Quiet();
 }
 

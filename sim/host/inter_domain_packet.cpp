@@ -81,14 +81,16 @@ class FieldList {
   }
   void Id(const char* name, std::size_t word) { Add(name, word, 4, UuidText(UuidAt(packet_, word))); }
   void Block(std::size_t first, std::uint32_t offset) {
-    for (std::size_t word = first; word < packet_.dwords.size(); ++word)
+    for (std::size_t word = first; word < packet_.dwords.size(); ++word) {
       fields_.emplace_back(Print("block[%u]", offset + static_cast<unsigned>(word - first)),
                            Print("0x%08x", packet_.dwords[word]));
+    }
     next_ = std::max(next_, packet_.dwords.size());
   }
   NamedFields Finish() {
-    for (std::size_t word = next_; word < packet_.dwords.size(); ++word)
+    for (std::size_t word = next_; word < packet_.dwords.size(); ++word) {
       fields_.emplace_back(Print("word %u", static_cast<unsigned>(word)), Print("0x%08x", packet_.dwords[word]));
+    }
     return std::move(fields_);
   }
 
@@ -140,10 +142,12 @@ void AddPayload(FieldList& list, const ControlPacket& packet) {
 void CheckBlockPiece(const ControlPacket& packet, Faults& faults) {
   const auto words = static_cast<std::uint32_t>(packet.dwords.size() - kPropertiesResponseWords);
   const std::uint32_t offset = packet.Word(kPayload + 8) & 0xFFFF, total = packet.Word(kPayload + 8) >> 16;
-  if (words == 0 || words > kBlockWordsPerPacket)
+  if (words == 0 || words > kBlockWordsPerPacket) {
     faults.push_back({Complaint::BlockPiece, {.count = words, .limit = kBlockWordsPerPacket}});
-  if (offset + words > total)
+  }
+  if (offset + words > total) {
     faults.push_back({Complaint::BlockRange, {.index = offset, .count = offset + words, .limit = total}});
+  }
 }
 
 void CheckDiscovery(const ControlPacket& packet, Faults& faults) {
@@ -153,11 +157,12 @@ void CheckDiscovery(const ControlPacket& packet, Faults& faults) {
     faults.push_back({Complaint::DiscoveryUnknown, {.index = static_cast<std::uint32_t>(type)}});
     return;
   }
-  if (packet.pdf != facts->pdf)
+  if (packet.pdf != facts->pdf) {
     faults.push_back({Complaint::DiscoveryPdf,
                       {.index = static_cast<std::uint32_t>(packet.pdf),
                        .limit = static_cast<std::uint32_t>(facts->pdf),
                        .other = facts->name}});
+  }
   const bool piece = type == DiscoveryType::PropertiesResponse && packet.dwords.size() > facts->words;
   if (packet.dwords.size() != facts->words && !piece) {
     const auto words = static_cast<std::uint32_t>(packet.dwords.size());
@@ -166,10 +171,12 @@ void CheckDiscovery(const ControlPacket& packet, Faults& faults) {
   }
   if (type == DiscoveryType::PropertiesResponse) CheckBlockPiece(packet, faults);
   const std::uint32_t offset = packet.Word(kPayload + 8), width = packet.Word(kPayload) & 0xFF;
-  if (type == DiscoveryType::PropertiesRequest && offset >> 16 != 0)
+  if (type == DiscoveryType::PropertiesRequest && offset >> 16 != 0) {
     faults.push_back({Complaint::OffsetReserved, {.value = offset}});
-  if (type == DiscoveryType::LinkChangeRequest && width != 1 && width != 3)
+  }
+  if (type == DiscoveryType::LinkChangeRequest && width != 1 && width != 3) {
     faults.push_back({Complaint::TargetWidth, {.index = width}});
+  }
 }
 
 }  // namespace
@@ -266,10 +273,12 @@ Faults InterDomainFaults(const ControlPacket& packet) {
   }
   const std::uint32_t length = packet.Word(kLengthWord);
   const std::string name = InterDomainName(packet);
-  if (WordsInAll(length) != words)
+  if (WordsInAll(length) != words) {
     faults.push_back({Complaint::InterDomainLength, {.index = length & 0x3F, .count = words - 3, .other = name}});
-  if ((length & kLengthWordZero) != 0)
+  }
+  if ((length & kLengthWordZero) != 0) {
     faults.push_back({Complaint::InterDomainReserved, {.value = length, .other = name}});
+  }
   if (IsDiscovery(packet)) {
     CheckDiscovery(packet, faults);
   } else if (const Uuid protocol = UuidAt(packet, kProtocolWord); protocol != kNetworkProtocol) {
@@ -281,20 +290,23 @@ Faults InterDomainFaults(const ControlPacket& packet) {
 std::string DescribeInterDomain(const ControlPacket& packet) {
   const auto route = static_cast<unsigned long long>(packet.Route());
   const bool request = packet.pdf == Pdf::InterDomainRequest;
-  if (!IsDiscovery(packet) || FactsOf(TypeOf(packet)) == nullptr)
+  if (!IsDiscovery(packet) || FactsOf(TypeOf(packet)) == nullptr) {
     return Print("XDOMAIN-%s route=%llx dwords=%u", request ? "REQUEST" : "RESPONSE", route,
                  static_cast<unsigned>(packet.dwords.size()));
+  }
   std::string text = Print("%s route=%llx seq=%u", DiscoveryName(TypeOf(packet)), route, SequenceOf(packet));
-  if (request != (FactsOf(TypeOf(packet))->pdf == Pdf::InterDomainRequest))
+  if (request != (FactsOf(TypeOf(packet))->pdf == Pdf::InterDomainRequest)) {
     text += Print(" pdf=%u", static_cast<unsigned>(packet.pdf));
+  }
   std::size_t block = 0;
   FieldList list(packet);
   AddPayload(list, packet);
   for (const auto& [name, value] : list.Finish()) {
-    if (name.starts_with("block["))
+    if (name.starts_with("block[")) {
       ++block;
-    else if (!name.starts_with("word "))
+    } else if (!name.starts_with("word ")) {
       text += " " + name + "=" + value;
+    }
   }
   if (block != 0) text += Print(" words=%u", static_cast<unsigned>(block));
   return text;

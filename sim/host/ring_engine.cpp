@@ -157,8 +157,9 @@ void TransmitRing::Kick() {
 }
 
 void TransmitRing::CheckDescriptor(const Descriptor& descriptor) {
-  if ((descriptor.word2 & 0xFFF00000) != (kRequestStatus | kInterruptEnable))
+  if ((descriptor.word2 & 0xFFF00000) != (kRequestStatus | kInterruptEnable)) {
     Misuse(Complaint::DescriptorFlags, {.value = descriptor.word2 & 0xFFF00000});
+  }
   if (descriptor.word3 != 0) Misuse(Complaint::DescriptorEnd, {.value = descriptor.word3});
   const std::uint32_t size = descriptor.word2 & 0xFFF;
   if ((control_ & kRawMode) != 0 && (size == 0 || size > 256)) Misuse(Complaint::FrameLength, {.count = size});
@@ -213,8 +214,9 @@ bool ReceiveRing::Deliver(const Frame& frame, const WriteBackForgery& forgery) {
 
   Descriptor descriptor;
   if (!ReadDescriptor(index, descriptor)) return false;
-  if ((descriptor.word2 & 0xFFF00000) != (kRequestStatus | kInterruptEnable) || descriptor.word3 != 0)
+  if ((descriptor.word2 & 0xFFF00000) != (kRequestStatus | kInterruptEnable) || descriptor.word3 != 0) {
     Misuse(Complaint::DescriptorFlags, {.value = descriptor.word2 & 0xFFF00000});
+  }
 
   const auto stored = std::min<std::size_t>(frame.bytes.size(), bufferBytes());
   const auto size = forgery.size.value_or(static_cast<std::uint32_t>(stored)) & 0xFFF;

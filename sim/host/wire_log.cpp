@@ -19,8 +19,9 @@ void WireLog::Add(WireEntry entry) {
 
 std::string WireLog::TakeText() {
   std::string text;
-  for (; taken_ < entries_.size(); ++taken_)
+  for (; taken_ < entries_.size(); ++taken_) {
     text += (entries_[taken_].up ? "<- " : "-> ") + entries_[taken_].text + "\n";
+  }
   return text;
 }
 

@@ -23,8 +23,9 @@ constexpr Tables MakeTables() {
     for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1) != 0 ? kPolynomial : 0);
     tables[0][i] = crc;
   }
-  for (std::size_t k = 1; k < 4; ++k)
+  for (std::size_t k = 1; k < 4; ++k) {
     for (std::size_t i = 0; i < 256; ++i) tables[k][i] = tables[k - 1][i] >> 8 ^ tables[0][tables[k - 1][i] & 0xFF];
+  }
   return tables;
 }
 
@@ -56,8 +57,9 @@ std::string DescribeAccess(const ControlPacket& packet) {
              packet.pdf == Pdf::Read ? "READ" : "WRITE", static_cast<unsigned long long>(packet.Route()),
              address.adapter, SpaceName(address.space), address.offset, address.length, address.sequence);
   if (address.reserved != 0) text += Format(" reserved=%u", address.reserved);
-  for (std::size_t i = kHeaderDwords; i < packet.dwords.size(); ++i)
+  for (std::size_t i = kHeaderDwords; i < packet.dwords.size(); ++i) {
     text += Format(i == kHeaderDwords ? " data=%08x" : " %08x", packet.dwords[i]);
+  }
   return text;
 }
 
@@ -99,9 +101,10 @@ std::uint32_t Crc32c(std::span<const std::uint8_t> bytes) {
   std::uint32_t crc = ~0u;
   const std::uint8_t* next = bytes.data();
   std::size_t left = bytes.size();
-  for (; left >= 4; left -= 4, next += 4)
+  for (; left >= 4; left -= 4, next += 4) {
     crc = kTables[3][(crc ^ next[0]) & 0xFF] ^ kTables[2][(crc >> 8 ^ next[1]) & 0xFF] ^
           kTables[1][(crc >> 16 ^ next[2]) & 0xFF] ^ kTables[0][crc >> 24 ^ next[3]];
+  }
   for (; left != 0; --left, ++next) crc = (crc >> 8) ^ kTables[0][(crc ^ *next) & 0xFF];
   return ~crc;
 }
@@ -209,13 +212,15 @@ std::string DescribePacket(const ControlPacket& packet, bool up) {
   if (packet.dwords.size() >= kHeaderDwords) {
     if (packet.pdf == Pdf::Read || packet.pdf == Pdf::Write) return DescribeAccess(packet);
     if (packet.pdf == Pdf::Notification) return DescribeNotification(packet, up);
-    if (packet.pdf == Pdf::HotPlug)
+    if (packet.pdf == Pdf::HotPlug) {
       return Format("%s route=%llx adapter=%u", packet.Word(2) >> 31 != 0 ? "UNPLUG" : "PLUG", route,
                     packet.Word(2) & 0x3F);
+    }
   }
   if (IsInterDomain(packet)) return DescribeInterDomain(packet);
-  if (!packet.dwords.empty() && (packet.pdf == Pdf::FirmwareHandover || packet.pdf == Pdf::FirmwareHandoverAnswer))
+  if (!packet.dwords.empty() && (packet.pdf == Pdf::FirmwareHandover || packet.pdf == Pdf::FirmwareHandoverAnswer)) {
     return Format("HANDOVER%s command=%u", packet.pdf == Pdf::FirmwareHandoverAnswer ? "-ANSWER" : "", packet.Word(0));
+  }
   return Format("PDF%u dwords=%u", static_cast<unsigned>(packet.pdf), static_cast<unsigned>(packet.dwords.size()));
 }
 

@@ -24,13 +24,14 @@ std::vector<std::uint32_t> BlockOf(const PeerConfig& config, unsigned maxHopId) 
                           {.key = "vendorid", .text = config.vendorName},
                           {.key = "deviceid", .number = config.deviceId},
                           {.key = "devicerv", .number = 0x80000100}}};
-  if (config.network)
+  if (config.network) {
     root.properties.push_back({.key = "network",
                                .directory = {{kNetworkServices,
                                               {{.key = "prtcid", .number = 1},
                                                {.key = "prtcvers", .number = 1},
                                                {.key = "prtcrevs", .number = 1},
                                                {.key = "prtcstns", .number = 6}}}}});
+  }
   root.properties.push_back({.key = "deviceid", .text = config.deviceName});
   root.properties.push_back({.key = "maxhopid", .number = maxHopId});
   return PropertyBlockOf(root);
@@ -97,8 +98,9 @@ ControlPacket PeerAnswers::UuidResponse(const ControlPacket& request) {
 // A peer that lies about its block has words for every offset.
 std::optional<ControlPacket> PeerAnswers::Properties(const ControlPacket& request) const {
   const Uuid own = uuid(), requester = UuidAt(request, kDiscoveryHeaderWords);
-  if (UuidAt(request, kDestination) != own)
+  if (UuidAt(request, kDestination) != own) {
     return Error(request, static_cast<std::uint32_t>(DiscoveryError::UnknownDomain));
+  }
   const std::size_t offset = request.Word(kBlockOffset) & 0xFFFF;
   const bool lies = config_.total || config_.pieceWords;
   if (offset >= block_.size() && !lies) return std::nullopt;

@@ -9,8 +9,9 @@ constexpr std::size_t kEntryWords = 4;
 
 std::uint32_t Characters(const std::string& text, std::size_t first) {
   std::uint32_t word = 0;
-  for (std::size_t i = first; i < first + 4; ++i)
+  for (std::size_t i = first; i < first + 4; ++i) {
     word = word << 8 | (i < text.size() ? static_cast<std::uint8_t>(text[i]) : 0u);
+  }
   return word;
 }
 
@@ -32,8 +33,9 @@ std::size_t HeaderAndEntries(const PropertyDirectory& directory) {
 
 std::size_t ValuesAndSpares(const PropertyDirectory& directory) {
   std::size_t words = 0;
-  for (const Property& property : directory.properties)
+  for (const Property& property : directory.properties) {
     words += ValueWords(property).size() + property.directory.size();
+  }
   return words;
 }
 

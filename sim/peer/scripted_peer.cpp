@@ -11,8 +11,9 @@ constexpr platform::Time kStormStart = 50 * platform::kMillisecond;
 
 // The highest hop ID that packets of another host may come in with.
 unsigned MaxHopId(const Router& router) {
-  for (unsigned n = 1; n <= router.maxAdapter(); ++n)
+  for (unsigned n = 1; n <= router.maxAdapter(); ++n) {
     if (router.adapter(n)->isLane()) return router.adapter(n)->model().hop;
+  }
   return 0;
 }
 
@@ -34,8 +35,9 @@ void ScriptedPeer::TakeOverRouter() {
     Adapter& adapter = *router_.adapter(n);
     if (!adapter.isLane()) continue;
     adapter.space().SetBits(kAdpHops, kAdpDisableHotPlug, 0);
-    if (config_.lanes == 1 && adapter.model().lane == 1)
+    if (config_.lanes == 1 && adapter.model().lane == 1) {
       adapter.space().SetBits(adapter.laneCapability + 1, kLaneDisable, kLaneDisable);
+    }
   }
 }
 
@@ -74,8 +76,9 @@ void ScriptedPeer::PortChanged(unsigned number, bool unplug) {
   if (port == nullptr || !port->isLane() || port->model().lane != 0) return;
   const bool known = conversations_.contains(number);
   if (known == !unplug) return;  // a notification that came twice
-  if (port->usb4Capability != 0)
+  if (port->usb4Capability != 0) {
     port->space().SetBits(port->usb4Capability + kPortCs19, kInterDomainMark, unplug ? 0 : kInterDomainMark);
+  }
   if (unplug) {
     conversations_.erase(number);
     return;
@@ -85,8 +88,9 @@ void ScriptedPeer::PortChanged(unsigned number, bool unplug) {
   auto with = std::make_shared<PeerDiscovery>(voice, config_, *port);
   conversations_[number] = with;
   with->Begin();
-  if (config_.stormRequests != 0)
+  if (config_.stormRequests != 0) {
     simulation_.After(kStormStart, "peer storm", [this, number] { Storm(number, config_.stormRequests); });
+  }
 }
 
 void ScriptedPeer::Requested(const ControlPacket& request) {

@@ -47,15 +47,17 @@ void ConfigSpace::Judge(unsigned offset, std::uint32_t written, const StoreResul
                         const Complain& complain) const {
   for (const auto& [rule, bits] :
        {std::pair(Complaint::ReadOnlyBits, stored.readOnly), std::pair(Complaint::PreservedBits, stored.preserved),
-        std::pair(Complaint::ReservedBits, stored.reserved)})
+        std::pair(Complaint::ReservedBits, stored.reserved)}) {
     if (bits != 0) complain(rule, {.value = written, .bits = bits, .space = space_, .dword = offset});
+  }
 }
 
 bool ConfigSpace::Write(unsigned offset, std::span<const std::uint32_t> data, const Complain& complain) {
   const auto length = static_cast<unsigned>(data.size());
   if (length == 0 || offset + length > size()) return false;
-  for (unsigned i = 0; i < length; ++i)
+  for (unsigned i = 0; i < length; ++i) {
     if (!Defined(offset + i)) return false;
+  }
 
   // All dwords are stored before the first one acts: a router sees a whole packet, not half of one.
   std::vector<Access> accesses;

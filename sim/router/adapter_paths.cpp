@@ -96,11 +96,13 @@ void Adapter::CheckValidEntry(unsigned hop) {
     arguments.hop = hop;
     router_.Misuse(number(), rule, std::move(arguments));
   };
-  if (hop < kFirstPathHop && model_.type != kTypeHostInterface)
+  if (hop < kFirstPathHop && model_.type != kTypeHostInterface) {
     complain(Complaint::EntryReserved, {.limit = kFirstPathHop});
+  }
   if (pathPending(hop) && !router_.fabric().simulation().faults().Fired()) complain(Complaint::EntryPending, {});
-  if (entry.counts() && entry.counter() >= model_.counterSets)
+  if (entry.counts() && entry.counter() >= model_.counterSets) {
     complain(Complaint::EntryCounter, {.index = entry.counter(), .limit = model_.counterSets});
+  }
   if (out == nullptr || !out->implemented()) {
     complain(Complaint::EntryAdapter, {.index = entry.outAdapter()});
   } else if (entry.outHop() > out->model().hop) {

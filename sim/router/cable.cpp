@@ -31,8 +31,9 @@ Link::Link(Surroundings& fabric, Adapter& first, Adapter& second, CableOptions o
   speed_ = NegotiatedSpeed();
   for (unsigned lane = 0; lane < 2; ++lane) {
     lanes_[lane].wired = lane < options_.lanes && LaneAdapter(0, lane) != nullptr && LaneAdapter(1, lane) != nullptr;
-    for (unsigned end = 0; end < 2; ++end)
+    for (unsigned end = 0; end < 2; ++end) {
       if (Adapter* adapter = LaneAdapter(end, lane)) adapter->link = this;
+    }
   }
 }
 
@@ -45,9 +46,11 @@ Adapter* Link::LaneAdapter(unsigned end, unsigned lane) const {
 }
 
 Link::Position Link::Find(const Adapter& adapter) const {
-  for (unsigned end = 0; end < 2; ++end)
-    for (unsigned lane = 0; lane < 2; ++lane)
+  for (unsigned end = 0; end < 2; ++end) {
+    for (unsigned lane = 0; lane < 2; ++lane) {
       if (LaneAdapter(end, lane) == &adapter) return {end, lane};
+    }
+  }
   return {};
 }
 
@@ -103,8 +106,9 @@ void Link::Evaluate() {
   if (lost && bonded_) SetBonded(false);
   if (lost) asked_ = {};
   if (wasAttached && !attached()) TakeDown();
-  for (unsigned lane = 0; lane < 2; ++lane)
+  for (unsigned lane = 0; lane < 2; ++lane) {
     if (Wanted(lane) && !paused_ && !lanes_[lane].up && !lanes_[lane].training) StartTraining(lane);
+  }
   Show();
 }
 
@@ -208,9 +212,11 @@ void Link::ResumeUntrained() {
 void Link::Unplugged() {
   const bool wasAttached = attached();
   held_ = true;
-  for (unsigned end = 0; end < 2; ++end)
-    for (unsigned lane = 0; lane < 2; ++lane)
+  for (unsigned end = 0; end < 2; ++end) {
+    for (unsigned lane = 0; lane < 2; ++lane) {
       if (Adapter* adapter = LaneAdapter(end, lane)) adapter->link = nullptr;
+    }
+  }
   *alive_ = false;
   if (wasAttached) {
     TakeDown();
@@ -232,8 +238,9 @@ bool Link::BondingWanted() const {
     if (!asked_[end]) return false;
     for (unsigned lane = 0; lane < 2; ++lane) {
       const Adapter& adapter = *LaneAdapter(end, lane);
-      if (adapter.targetWidth() != kTargetDual || (adapter.space().Get(adapter.laneCapability) & kWidthDual) == 0)
+      if (adapter.targetWidth() != kTargetDual || (adapter.space().Get(adapter.laneCapability) & kWidthDual) == 0) {
         return false;
+      }
     }
   }
   return true;
@@ -241,8 +248,9 @@ bool Link::BondingWanted() const {
 
 bool Link::BondAtOnce() {
   if (!lanes_[0].up || !lanes_[1].up) return false;
-  for (unsigned end = 0; end < 2; ++end)
+  for (unsigned end = 0; end < 2; ++end) {
     for (unsigned lane = 0; lane < 2; ++lane) LaneAdapter(end, lane)->SetTargetWidth(kTargetDual);
+  }
   asked_ = {true, true};
   if (!BondingWanted()) return false;
   if (!bonded_) SetBonded(true);

@@ -165,10 +165,12 @@ void PlaceCapability(ConfigSpace& space, const CapabilityModel& capability, unsi
     dwords[0].value |= next & 0xFF;
     if (vendor) dwords[0].value |= capability.vsec << 16 | static_cast<std::uint32_t>(dwords.size() & 0xFF) << 24;
   }
-  for (std::size_t i = 0; i < capability.words.size() && i + 1 < dwords.size(); ++i)
+  for (std::size_t i = 0; i < capability.words.size() && i + 1 < dwords.size(); ++i) {
     dwords[i + 1].value = capability.words[i];
-  for (std::size_t i = 0; i < dwords.size(); ++i)
+  }
+  for (std::size_t i = 0; i < dwords.size(); ++i) {
     space.Define(capability.offset + static_cast<unsigned>(i), dwords[i].value, dwords[i].rules);
+  }
 }
 
 unsigned NextOffset(const std::vector<CapabilityModel>& list, std::size_t index) {

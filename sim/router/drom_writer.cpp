@@ -84,11 +84,14 @@ std::vector<std::uint8_t> BuildDrom(const RouterModel& model) {
     Put(image, 17, model.drom.vendorId, 2);
     Put(image, 19, model.drom.modelId, 2);
   }
-  for (const std::vector<std::uint8_t>& entry : model.drom.entries)
+  for (const std::vector<std::uint8_t>& entry : model.drom.entries) {
     image.insert(image.end(), entry.begin(), entry.end());
-  for (const AdapterModel& adapter : model.adapters)
-    if (model.drom.entries.empty() && adapter.number != 0 && adapter.presence != AdapterPresence::NotImplemented)
+  }
+  for (const AdapterModel& adapter : model.adapters) {
+    if (model.drom.entries.empty() && adapter.number != 0 && adapter.presence != AdapterPresence::NotImplemented) {
       AppendPort(image, adapter);
+    }
+  }
   AppendText(image, 1, model.drom.vendorName);
   AppendText(image, 2, model.drom.deviceName);
   Put(image, 14, image.size() - kChecksummedFrom, 2);

@@ -41,8 +41,9 @@ class Reader {
   }
   std::uint64_t Number(const toml::node& node, const char* key, std::uint64_t limit) const {
     const auto value = node.value<std::int64_t>();
-    if (!value || (limit != ~0ull && (*value < 0 || static_cast<std::uint64_t>(*value) > limit)))
+    if (!value || (limit != ~0ull && (*value < 0 || static_cast<std::uint64_t>(*value) > limit))) {
       Fail(node, std::string(key) + " must be a number of at most " + std::to_string(limit));
+    }
     return static_cast<std::uint64_t>(*value);
   }
   bool Flag(const char* key) {
@@ -75,8 +76,9 @@ class Reader {
     const toml::node* node = Get(key);
     if (node == nullptr) return numbers;
     if (!node->is_array()) Fail(*node, std::string(key) + " must be an array of numbers");
-    for (const toml::node& each : *node->as_array())
+    for (const toml::node& each : *node->as_array()) {
       numbers.push_back(static_cast<std::uint32_t>(Number(each, key, 0xFFFFFFFF)));
+    }
     return numbers;
   }
   std::vector<std::string> Texts(const char* key) {
@@ -102,9 +104,11 @@ class Reader {
     return bytes;
   }
   void RejectUnknown() const {
-    for (const auto& [key, node] : table_)
-      if (std::find(known_.begin(), known_.end(), key.str()) == known_.end())
+    for (const auto& [key, node] : table_) {
+      if (std::find(known_.begin(), known_.end(), key.str()) == known_.end()) {
         Fail(node, "unknown key \"" + std::string(key.str()) + "\"");
+      }
+    }
   }
   const toml::table& table() const { return table_; }
   const std::string& origin() const { return origin_; }
@@ -149,8 +153,9 @@ std::uint32_t ParseType(Reader& entry) {
   if (node == nullptr) return kTypeInactive;
   if (node->is_integer()) return static_cast<std::uint32_t>(entry.Number(*node, "type", 0xFFFFFF));
   const auto name = node->value<std::string>();
-  for (const NamedType& type : kTypes)
+  for (const NamedType& type : kTypes) {
     if (name == type.name) return type.type;
+  }
   entry.Fail(*node, "unknown adapter type \"" + name.value_or("") + "\"");
 }
 
@@ -189,13 +194,15 @@ Chains ParseChains(Reader& reader) {
 void ParseProtocol(Reader& entry, bool host, AdapterModel& adapter) {
   adapter.usb3Scale = static_cast<unsigned>(entry.Number("usb3-scale", host ? 1 : 0, 15));
   adapter.usb3RateMbps = static_cast<unsigned>(entry.Number("usb3-rate", adapter.usb3RateMbps, 20000));
-  if (adapter.usb3RateMbps != 10000 && adapter.usb3RateMbps != 20000)
+  if (adapter.usb3RateMbps != 10000 && adapter.usb3RateMbps != 20000) {
     entry.Fail(entry.table(), "usb3-rate must be 10000 or 20000");
+  }
   const std::vector<std::uint32_t> link = entry.Numbers("dp-link");
   if (link.empty()) return;
   if (link.size() == 2) adapter.dpLink = {link[0], link[1]};
-  if (link.size() != 2 || !DpRateHasCode(adapter.dpLink))
+  if (link.size() != 2 || !DpRateHasCode(adapter.dpLink)) {
     entry.Fail(entry.table(), "dp-link must be [1620, 2700, 5400 or 8100, 1, 2 or 4]");
+  }
 }
 
 // Adapters of one entry share everything but their numbers; lanes pair up in the order of the numbers.
@@ -214,8 +221,9 @@ void ParseAdapters(Reader& reader, const Chains& chains, RouterModel& model) {
     auto found = chains.find(chain);
     if (found != chains.end()) shared.capabilities = found->second;
     for (std::size_t i = 0; i < numbers.size(); ++i) {
-      if (numbers[i] == 0 || numbers[i] > model.maxAdapter)
+      if (numbers[i] == 0 || numbers[i] > model.maxAdapter) {
         entry.Fail(entry.table(), "adapter " + std::to_string(numbers[i]) + " is above the highest adapter");
+      }
       AdapterModel adapter = shared;
       adapter.number = numbers[i];
       if (adapter.type == kTypeLane) {

@@ -37,8 +37,9 @@ void Surroundings::Note(const char* name, const std::string& text) {
 }
 
 Router* Surroundings::AtRoute(const Router& host, std::uint64_t route) const {
-  for (const auto& router : routers_)
+  for (const auto& router : routers_) {
     if (router->place().host == &host && router->place().route == route) return router.get();
+  }
   return nullptr;
 }
 
@@ -51,8 +52,9 @@ Router::Router(Surroundings& fabric, const RouterModel& model, std::string name)
       services_(*this) {
   DefineSpace();
   adapters_.resize(model_.maxAdapter + 1);
-  for (unsigned number = 1; number <= model_.maxAdapter; ++number)
+  for (unsigned number = 1; number <= model_.maxAdapter; ++number) {
     adapters_[number] = std::make_unique<Adapter>(*this, model_.adapters[number]);
+  }
   if (isHost()) place_ = {this, model_.upstream, 0, 0};
 }
 
@@ -135,13 +137,16 @@ void Router::CheckTopologyWritten() {
   if (!headerRead_) return;
   const std::uint32_t cs1 = space_.Get(kRouterCs1);
   const std::uint32_t depth = (cs1 >> 20) & 7, upstream = (cs1 >> 8) & 0x3F;
-  if (configuredRoute() != place_.route || depth != (place_.depth & 7))
+  if (configuredRoute() != place_.route || depth != (place_.depth & 7)) {
     Misuse(0, Complaint::ConfiguredRoute, {.route = configuredRoute(), .count = depth});
-  if (upstream != place_.upstream)
+  }
+  if (upstream != place_.upstream) {
     Misuse(0, Complaint::ConfiguredUpstream, {.index = upstream, .limit = place_.upstream});
+  }
   const std::uint32_t version = (space_.Get(kRouterCs4) >> 8) & 0xFF;
-  if (model_.usb4() && version != kManagerVersion)
+  if (model_.usb4() && version != kManagerVersion) {
     Misuse(0, Complaint::ManagerVersion, {.value = version, .expected = kManagerVersion});
+  }
 }
 
 // Displays that are there already, and adapters whose hardware reports them although nobody can use them.
@@ -178,9 +183,11 @@ void Router::WatchSleep() {
 // What the last sleep was ended by is told until the next one.
 void Router::ForgetWakes() {
   space_.SetBits(kRouterCs6, kWakeStatus, 0);
-  for (auto& adapter : adapters_)
-    if (adapter != nullptr && adapter->usb4Capability != 0)
+  for (auto& adapter : adapters_) {
+    if (adapter != nullptr && adapter->usb4Capability != 0) {
       adapter->space().SetBits(adapter->usb4Capability + kPortCs18, kPortWakeStatus, 0);
+    }
+  }
 }
 
 bool Router::reportsPlugEvents() const {
@@ -207,8 +214,9 @@ void Router::Reset() {
   services_.Reset();
   space_.Reset();
   SetPlace(place_);
-  for (auto& adapter : adapters_)
+  for (auto& adapter : adapters_) {
     if (adapter != nullptr) adapter->Reset();
+  }
 }
 
 void Router::LosePower() {
@@ -217,8 +225,9 @@ void Router::LosePower() {
 }
 
 void Router::Drain() {
-  for (auto& adapter : adapters_)
+  for (auto& adapter : adapters_) {
     if (adapter != nullptr) adapter->Drain();
+  }
 }
 
 bool Router::sleepArmed() const {

@@ -102,8 +102,9 @@ std::optional<ControlPacket> Router::HandleAccess(const ControlPacket& packet, u
     headerRead_ = headerRead_ || (address.space == Space::Router && address.offset <= kLastHeaderDword);
     return ReadResponse(route, echo, data);
   }
-  if (address.space == Space::Router && !configured() && address.offset + address.length > kLastHeaderDword + 1)
+  if (address.space == Space::Router && !configured() && address.offset + address.length > kLastHeaderDword + 1) {
     return refuse(ErrorCode::NotEnumerated);
+  }
   const auto data = std::span(packet.dwords).subspan(kHeaderDwords);
   const auto judge = [&](Complaint rule, ComplaintArguments arguments) {
     if (headerRead_) complain(rule, std::move(arguments));

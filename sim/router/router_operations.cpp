@@ -60,13 +60,15 @@ void RouterOperations::Start(std::uint32_t control) {
 }
 
 RouterOperations::Outcome RouterOperations::Run(std::uint16_t opcode) {
-  if (refused_.contains(opcode) || router_.fabric().simulation().faults().Fires("router.operation-refused"))
+  if (refused_.contains(opcode) || router_.fabric().simulation().faults().Fires("router.operation-refused")) {
     return {.supported = false};
+  }
   if (forcedResult_ != 0) return {.result = forcedResult_};
   if (const std::uint8_t result = opcodeResults_[opcode]; result != 0) return {.result = result};
   if (opcode == kReadDrom) return ReadDrom();
-  if (opcode == kQueryDisplay || opcode == kAllocateDisplay || opcode == kReleaseDisplay)
+  if (opcode == kQueryDisplay || opcode == kAllocateDisplay || opcode == kReleaseDisplay) {
     return DisplayResource(opcode);
+  }
   return {.supported = false};
 }
 

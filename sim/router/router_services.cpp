@@ -107,14 +107,16 @@ void RouterServices::ShowBondingPossible(const Adapter& port, bool possible) {
 
 // A router without a link controller has no say in it and follows its host.
 bool RouterServices::sleepArmed() const {
-  for (unsigned index = 0; PortBlock(index) != 0; ++index)
+  for (unsigned index = 0; PortBlock(index) != 0; ++index) {
     if ((router_.space().Get(PortBlock(index) + kBlockControl) & kEnterSleepBit) == 0) return false;
+  }
   return true;
 }
 
 void RouterServices::ClearSleep() {
-  for (unsigned index = 0; PortBlock(index) != 0; ++index)
+  for (unsigned index = 0; PortBlock(index) != 0; ++index) {
     router_.space().SetBits(PortBlock(index) + kBlockControl, kEnterSleepBit, 0);
+  }
 }
 
 unsigned RouterServices::sinkState(unsigned sink) const {

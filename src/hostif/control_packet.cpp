@@ -18,9 +18,10 @@ KIV_RESULT CheckField(const char* field, std::uint64_t expected, std::uint64_t f
 }
 
 void TraceUnlessZero(const char* bits, std::uint32_t found) {
-  if (found != 0)
+  if (found != 0) {
     TraceWarningBy(NAME_OF(KivUsb4DecodeError), "bits of the error word should be zero", "bits", bits, "found",
                    AsHex(found));
+  }
 }
 
 KIV_RESULT CheckAddressField(const char* field, std::uint64_t asked, std::uint64_t found) {

@@ -58,9 +58,10 @@ bool CreateWork(DEVICE_EXTENSION* context, USB4_XDOMAIN* xdomain) {
     status = KivUsb4InitializeGenericXDomainWorkItem(context, &xdomain->PropertiesChangedWork,
                                                      KivUsb4XdomainPropertiesChanged);
   }
-  if (!NT_SUCCESS(status))
+  if (!NT_SUCCESS(status)) {
     TraceErrorBy(NAME_OF(KivUsb4XdomainAlloc), "no work item for a peer", "route", AsRoute(xdomain->Route), "status",
                  AsStatus(status));
+  }
   return NT_SUCCESS(status);
 }
 

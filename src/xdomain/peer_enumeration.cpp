@@ -74,9 +74,10 @@ void FirstTransferDone(USB4_XDOMAIN* xdomain) {
   const USB4_PORT* facing = xdomain->FacingAdapter;
   if (facing->Bonded == 0 && facing->DualLinkPartner != nullptr) {
     const KIV_RESULT result = KivUsb4PortLaneDisable(facing->DualLinkPartner);
-    if (result != kKivOk)
+    if (result != kKivOk) {
       TraceWarningBy(NAME_OF(KivUsb4XDomainGetProperties), "second lane stays on", "name", xdomain->Info.Name, "result",
                      AsResult(result));
+    }
   }
   SleepMs(xdomain->Domain, kLaneSettleMs);
   QueuePropertiesChangedWork(xdomain, ContextOf(xdomain->Domain));

@@ -64,8 +64,9 @@ static_assert(kStates.size() == USB4_XDOMAIN_ERROR + 1);
 
 constexpr bool EveryCellIsDecided() {
   for (const StateRow& row : kStates) {
-    if (row.Done == Next::Undecided || row.TryAgain == Next::Undecided || row.Otherwise == Next::Undecided)
+    if (row.Done == Next::Undecided || row.TryAgain == Next::Undecided || row.Otherwise == Next::Undecided) {
       return false;
+    }
   }
   return true;
 }

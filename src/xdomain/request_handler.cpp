@@ -63,9 +63,10 @@ bool CopyHostUuid(USB4_DOMAIN* domain, std::uint8_t (&uuid)[kUuidBytes]) {
 }
 
 void TraceUnlessSent(const USB4_XDP_REPLY& reply, KIV_RESULT result) {
-  if (result != kKivOk)
+  if (result != kKivOk) {
     TraceWarningBy(NAME_OF(KivUsb4XdpHandleRequest), "peer not answered", "route", AsRoute(reply.Route), "result",
                    AsResult(result));
+  }
 }
 
 // A peer that asks who this host is has come to life: a discovery that gave up before it begins anew.

@@ -214,8 +214,9 @@ TEST(FirmwareTunnels, AreFoundOrForgottenWholeWhenAnyStepOfTheSearchFails) {
       bench.Quiet();
       ASSERT_EQ(bench.Counts(), "total 3, USB3 1, PCIe 1, DP 1");
       bench.InRun([&](USB4_DOMAIN& domain) {
-        while (USB4_TUNNEL* tunnel = TunnelsOf(&domain).First())
+        while (USB4_TUNNEL* tunnel = TunnelsOf(&domain).First()) {
           KivUsb4DeactivateAndFreeTunnel(tunnel, {.Unlink = true, .KeepHardware = true});
+        }
         bench.Requests();
         const std::uint64_t fired = bench.faults().FiredCount();
         memory ? bench.faults().FailNth("pool.allocate", n) : bench.FailAnswer(n);

@@ -80,14 +80,17 @@ WORLD_TEST(Hotplug, EventsForWhatIsNotThereOrLeadsUpChangeNothing) {
     std::uint64_t route;
     unsigned adapter;
   } kEvents[] = {{0x301, 3}, {1, 60}, {1, 1}, {1, 2}, {0, 7}, {0, 1}, {0, 2}, {1, 9}};
-  for (const auto& event : kEvents)
+  for (const auto& event : kEvents) {
     world.wire().Inject(sim::ControlWire::Raw(sim::HotPlugPacket(event.route, event.adapter, false)));
+  }
   world.Quiet();
   EXPECT_EQ(Routes(world), "0 1 ");
   // Unplugs of adapters that lead nowhere, of the way up, and of the second lane of a link.
-  for (const auto& event : kEvents)
-    if (event.route != 0 || event.adapter != 1)
+  for (const auto& event : kEvents) {
+    if (event.route != 0 || event.adapter != 1) {
       world.wire().Inject(sim::ControlWire::Raw(sim::HotPlugPacket(event.route, event.adapter, true)));
+    }
+  }
   world.Quiet();
   EXPECT_EQ(Routes(world), "0 1 ");
 }

@@ -78,9 +78,10 @@ WORLD_TEST(Replug, AThunderbolt3HostWakesOnWhatItsFirmwareHasArmed) {
 // more.
 TEST(Replug, ATreeThatIsBackAtOnceMayIdleInBetween) {
   std::string topology = "H1:1 - r0=D1:1";
-  for (unsigned router = 1; router < 40; ++router)
+  for (unsigned router = 1; router < 40; ++router) {
     topology += ", r" + std::to_string((router - 1) / 3) + ":" + std::to_string(3 + 2 * ((router - 1) % 3)) + " - r" +
                 std::to_string(router) + "=D1:1";
+  }
   Bench bench(topology, {2, 0, true}, {{"PCIETunnel\\PCIETunnelSupported", 1}});
   bench.StartQuietly();
   bench.faults().FailFrom("path.never-drains", 1);

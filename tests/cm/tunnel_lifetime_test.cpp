@@ -195,8 +195,9 @@ WORLD_TEST(TunnelLifetime, FirmwareTunnelsAreCountedByKindButForDisplays) {
   EXPECT_EQ(bench.Counts(), "total 2, USB3 0, PCIe 1, DP 0");
   EXPECT_EQ(bench.Tunnels(), "PCIe 0:3 -> 301:9\nDP 0:5 -> 1:13\n");
   EXPECT_EQ(bench.Books(), "");
-  for (const std::uint64_t route : {0ull, 1ull, 0x301ull})
+  for (const std::uint64_t route : {0ull, 1ull, 0x301ull}) {
     bench.WithRouter(route, [route](USB4_SWITCH& router) { EXPECT_EQ(router.OnFirmwarePcieTunnel, route != 0); });
+  }
   bench.Pass(60 * platform::kSecond);
   EXPECT_EQ(bench.kernel().Power(bench.machine().device()), platform::DevicePower::D0);
   // The found video path gives back what its DP IN has set aside, one more than the firmware took.

@@ -51,8 +51,9 @@ WORLD_TEST(WorkLoopTiming, AnEventBetweenTheLastLookAndTheEndIsHandledToo) {
     for (int round = 0; round < 200 && leftBehind == 0; ++round) {
       KivUsb4QueueHotplug(context.Domain, {.Route = 0, .Adapter = 3, .Unplug = false});
       // Each look is a step; the run goes on beside them, first to take the event, then to its end.
-      for (unsigned looks = 0; context.QueuedEventCount.Peek() != 0 && looks < 2000; ++looks)
+      for (unsigned looks = 0; context.QueuedEventCount.Peek() != 0 && looks < 2000; ++looks) {
         context.WorkItemQueued.Load();
+      }
       for (std::uint64_t steps = random.Below(28); steps > 0; --steps) context.WorkItemQueued.Load();
       KivUsb4QueueHotplug(context.Domain, {.Route = 0, .Adapter = 4, .Unplug = true});
       SleepMs(context.Domain, 30);
@@ -128,8 +129,9 @@ WORLD_TEST(WorkLoopTiming, TheDeviceStaysAwakeForTheRunAndIdlesFifteenSecondsAft
 // The start signals once that it has failed. The first run goes on at once, the next ones wait for a start in vain.
 WORLD_TEST(WorkLoopTiming, AfterAFailedStartLaterRunsWaitFiveSeconds) {
   World world;
-  for (unsigned n = 1; n <= 4; ++n)
+  for (unsigned n = 1; n <= 4; ++n) {
     world.wire().ReplaceAnswer(n, [](const sim::ControlPacket&) { return std::nullopt; });
+  }
   EXPECT_EQ(world.Start(), 0);
   StepLog log(world, {"-> ACK", "-> READ", "-> WRITE"});
   world.wire().Inject(Event(1, false));

@@ -86,8 +86,9 @@ WORLD_TEST(PowerOrder, APowerDownTakesBackEverySignal) {
     std::string found;
     world.InDevice([&](DEVICE_EXTENSION& context) {
       LARGE_INTEGER now{};
-      for (KEVENT* event : {&context.Domain->BusEvent, &context.WorkDoneEvent})
+      for (KEVENT* event : {&context.Domain->BusEvent, &context.WorkDoneEvent}) {
         found += KeWaitForSingleObject(event, Executive, KernelMode, FALSE, &now) == 0 ? "signalled " : "clear ";
+      }
     });
     return found;
   };

@@ -27,17 +27,21 @@ TEST(AddressWord, AWalkingOneThroughEachField) {
   World world;
   world.Start();
   world.Quiet();
-  for (unsigned bit = 0; bit < 13; ++bit)
+  for (unsigned bit = 0; bit < 13; ++bit) {
     EXPECT_EQ(AddressWordOfRead(world, {0, 0, {USB4_CFG_SPACE_PATH, std::uint64_t{1} << bit, 1}}), 1u << bit | 1u << 13)
         << "offset bit " << bit;
-  for (unsigned bit = 0; bit < 6; ++bit)
+  }
+  for (unsigned bit = 0; bit < 6; ++bit) {
     EXPECT_EQ(AddressWordOfRead(world, {0, 0, {USB4_CFG_SPACE_PATH, 0, 1u << bit}}), 1u << (13 + bit))
         << "length bit " << bit;
-  for (unsigned bit = 0; bit < 6; ++bit)
+  }
+  for (unsigned bit = 0; bit < 6; ++bit) {
     EXPECT_EQ(AddressWordOfRead(world, {0, 1u << bit, {USB4_CFG_SPACE_PATH, 0, 1}}), 1u << (19 + bit) | 1u << 13)
         << "adapter bit " << bit;
-  for (std::uint32_t space = 0; space < 4; ++space)
+  }
+  for (std::uint32_t space = 0; space < 4; ++space) {
     EXPECT_EQ(AddressWordOfRead(world, {0, 0, {static_cast<USB4_CFG_SPACE>(space), 0, 1}}), space << 25 | 1u << 13);
+  }
   EXPECT_EQ(AddressWordOfRead(world, {0, 64, {USB4_CFG_SPACE_PATH, 0x2000, 65}}), 1u << 13)
       << "what does not fit a field is cut off";
   world.TakeProtocolErrors();

@@ -140,8 +140,9 @@ WORLD_TEST(Ring, ProgramsItsRegistersAndClearsThem) {
     EXPECT_EQ(read(control), test.control) << test.what;
     EXPECT_EQ(read(control + 4), test.masks) << test.what;
     world.InDriver([&](USB4_DOMAIN&) { USb4RingStop(ring); });
-    for (std::uint32_t offset : {base, base + 4, base + 8, base + 12, control})
+    for (std::uint32_t offset : {base, base + 4, base + 8, base + 12, control}) {
       EXPECT_EQ(read(offset), 0u) << test.what;
+    }
     world.InDriver([&](USB4_DOMAIN&) { FreeWithTable(ring); });
   }
 }

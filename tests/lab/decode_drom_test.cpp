@@ -55,10 +55,12 @@ TEST(DecodeDrom, TheOlderFormatKeepsItsWrongDataCrc) {
   const lab::DecodedFields decoded = lab::DecodeDromImage(Bytes(kThunderbolt));
   EXPECT_TRUE(decoded.faults.empty());
   const std::string text = Fields(decoded);
-  for (const char* line : {"CRC-8: 0x67, good\n", "version: 1 (Thunderbolt format)\n", "tolerated in this format\n",
-                           "vendor: 0x1122\n", "model: 0x3344\n", "byte 22: vendor name \"X\"\n",
-                           "the driver: takes vendor 0x1122, model 0x3344, name \"X\" \"\", adapters disabled: none\n"})
+  for (const char* line :
+       {"CRC-8: 0x67, good\n", "version: 1 (Thunderbolt format)\n", "tolerated in this format\n", "vendor: 0x1122\n",
+        "model: 0x3344\n", "byte 22: vendor name \"X\"\n",
+        "the driver: takes vendor 0x1122, model 0x3344, name \"X\" \"\", adapters disabled: none\n"}) {
     EXPECT_NE(text.find(line), std::string::npos) << line << text;
+  }
 }
 
 TEST(DecodeDrom, ABrokenImageSaysWhereAndWhy) {

@@ -8,8 +8,9 @@ namespace {
 lab::HexLine Line(const std::string& hex, std::optional<unsigned> pdf = {}) {
   lab::HexLine line;
   line.pdf = pdf;
-  for (std::size_t i = 0; i < hex.size(); i += 2)
+  for (std::size_t i = 0; i < hex.size(); i += 2) {
     line.bytes.push_back(static_cast<std::uint8_t>(std::stoul(hex.substr(i, 2), nullptr, 16)));
+  }
   return line;
 }
 

@@ -33,8 +33,9 @@ TEST(Generated, EverySeedIsAScenarioOfItsOwn) {
   EXPECT_LE(sizes.back(), 40u);
   for (const lab::Verb verb :
        {lab::Verb::Sleep, lab::Verb::Hibernate, lab::Verb::Resume, lab::Verb::Disable, lab::Verb::SurpriseRemove,
-        lab::Verb::Plug, lab::Verb::Unplug, lab::Verb::DropLink, lab::Verb::PlugDisplay, lab::Verb::UseUsb3})
+        lab::Verb::Plug, lab::Verb::Unplug, lab::Verb::DropLink, lab::Verb::PlugDisplay, lab::Verb::UseUsb3}) {
     EXPECT_TRUE(verbs.contains(verb)) << lab::VerbNames()[static_cast<std::size_t>(verb)];
+  }
 }
 
 TEST(Generated, TheFirstOnesHoldUnderEachProfile) {

@@ -242,8 +242,9 @@ TEST(SoakOptions, RangesAndShards) {
   EXPECT_TRUE(lab::ParseSeedRange("3..12", first, last));
   EXPECT_EQ(first, 3u);
   EXPECT_EQ(last, 12u);
-  for (const char* bad : {"3", "3..", "..3", "4..3", "a..b", "1...3", "-1..3"})
+  for (const char* bad : {"3", "3..", "..3", "4..3", "a..b", "1...3", "-1..3"}) {
     EXPECT_FALSE(lab::ParseSeedRange(bad, first, last)) << bad;
+  }
   unsigned shard = 0, shards = 0;
   EXPECT_TRUE(lab::ParseShard("2/4", shard, shards));
   EXPECT_EQ(shard, 2u);

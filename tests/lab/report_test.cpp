@@ -224,8 +224,9 @@ TEST(DriverEvents, UnpackedFieldByField) {
             "went wrong count=5 by=-5 name=H1 route=301 adapter=0-301:10 mask=0x80000000 "
             "status=0xC000009A (STATUS_INSUFFICIENT_RESOURCES) code=0xE0000001 result=-12 (no memory) space=router "
             "timeout=200 ms");
-  for (std::size_t size = 0; size < bytes.size(); ++size)
+  for (std::size_t size = 0; size < bytes.size(); ++size) {
     EXPECT_FALSE(lab::UnpackDriverEvent(bytes.first(size))) << size;
+  }
 }
 
 TEST(FaultProfiles, EachArmsItsSitesAndTheDrawnOnesVaryBySeed) {

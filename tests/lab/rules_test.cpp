@@ -19,21 +19,25 @@ const std::map<std::string, const char*> kUnbroken = {
 
 std::string AllTests() {
   std::stringstream text;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(PROJECT_ROOT "/tests"))
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(PROJECT_ROOT "/tests")) {
     if (entry.path().extension() == ".cpp") text << std::ifstream(entry.path()).rdbuf();
+  }
   return text.str();
 }
 
 TEST(Rules, EachIsBrokenByATestAndHasItsOwnName) {
   std::vector<std::string> names;
-  for (unsigned i = 0; i < static_cast<unsigned>(sim::Complaint::Count); ++i)
+  for (unsigned i = 0; i < static_cast<unsigned>(sim::Complaint::Count); ++i) {
     names.emplace_back(sim::ComplaintName(static_cast<sim::Complaint>(i)));
-  for (unsigned i = 0; i < static_cast<unsigned>(lab::FindingRule::Count); ++i)
+  }
+  for (unsigned i = 0; i < static_cast<unsigned>(lab::FindingRule::Count); ++i) {
     names.emplace_back(lab::FindingName(static_cast<lab::FindingRule>(i)));
+  }
   EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), names.size());
   const std::string tests = AllTests();
-  for (const std::string& name : names)
+  for (const std::string& name : names) {
     EXPECT_NE(tests.find("[" + name + "]") != std::string::npos, kUnbroken.contains(name)) << name;
+  }
 }
 
 }  // namespace

@@ -27,8 +27,9 @@ Tenths TimeOf(const Json& event) {
 struct Reading {
   explicit Reading(const Json& document) {
     for (const Json& event : document.at("traceEvents")) Take(event, event.at("ph").get<std::string>()[0]);
-    for (const auto& [track, slices] : open_)
+    for (const auto& [track, slices] : open_) {
       if (!slices.empty() && slices.back().end == kOpen) Flaw("a slice stays open");
+    }
     if (!pairs_.empty()) Flaw("half a pair");
   }
   std::string flaw;
@@ -53,8 +54,9 @@ struct Reading {
       accesses += event.contains("/args/request"_json_pointer);
     }
     if (phase == 'E') {
-      if (slices.empty() || slices.back().end != kOpen || slices.back().name != event.at("name"))
+      if (slices.empty() || slices.back().end != kOpen || slices.back().name != event.at("name")) {
         return Flaw("an end closes nothing of its own");
+      }
       if (when < slices.back().begin) Flaw("time runs backwards");
       durations[slices.back().name].push_back(when - slices.back().begin);
       slices.pop_back();
@@ -95,8 +97,9 @@ TEST(Timeline, TheCheckerRefusesWhatIsPlanted) {
       {slice + event("s", "2.0") + "," + event("f", "8.0"), "an arrow touches no slice"},
       {event("e", "2.0"), "half a pair"},
   };
-  for (const auto& [events, flaw] : kCases)
+  for (const auto& [events, flaw] : kCases) {
     EXPECT_EQ(Reading(Json::parse(R"({"traceEvents":[)" + events + "]}")).flaw, flaw) << events;
+  }
 }
 
 TEST(Timeline, TasksOfOneNameShareNoTrackWhileBothAreBusy) {
@@ -162,12 +165,14 @@ TEST(Timeline, SaysWhatTheWireAndTheDomainSay) {
 // One hardware ID for both, so that the driver calls both controller 0; a hub with PCIe below each.
 TEST(Timeline, ControllersOfOneKindHaveAProcessEach) {
   std::string text = "[[host]]\n";
-  for (const char* name : {"left", "right"})
+  for (const char* name : {"left", "right"}) {
     text += std::string("[[host.controller]]\nname = \"") + name +
             "\"\nregistry = { 'PCIETunnel\\PCIETunnelSupported' = 1 }\n";
-  for (const char* name : {"left", "right"})
+  }
+  for (const char* name : {"left", "right"}) {
     text += std::string("[[router]]\nname = \"hub of ") + name + "\"\nmodel = \"D1\"\n[[link]]\nfrom = \"" + name +
             ":1\"\nto = \"hub of " + name + ":1\"\n";
+  }
   lab::RunOptions options;
   options.traceFile = kFile;
   ASSERT_EQ(lab::RunScenario(lab::ReadScenarioText(text, "two"), options).code, lab::ExitCode::Held);

@@ -109,11 +109,13 @@ TEST(TopologyInput, CablesBetweenHosts) {
 // A chain of `count` routers below `host`, each by its port 3 and the next one's port 1.
 std::string Chain(const std::string& host, const std::string& model, unsigned count) {
   std::string text = "[[host]]\n[[host.controller]]\nmodel = \"" + host + "\"\n";
-  for (unsigned i = 1; i <= count; ++i)
+  for (unsigned i = 1; i <= count; ++i) {
     text += "[[router]]\nname = \"L" + std::to_string(i) + "\"\nmodel = \"" + model + "\"\n";
-  for (unsigned i = 1; i <= count; ++i)
+  }
+  for (unsigned i = 1; i <= count; ++i) {
     text += Link(i == 1 ? (host + ":1").c_str() : ("L" + std::to_string(i - 1) + ":3").c_str(),
                  ("L" + std::to_string(i) + ":1").c_str());
+  }
   return text;
 }
 

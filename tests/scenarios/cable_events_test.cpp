@@ -181,8 +181,9 @@ TEST(Tree, RegistersAreTheHardwaresByNameAndField) {
            " 1  000001  lane 0 of 1-2, bonded, to 0:1  (upstream)  [lane at 0x36, TMU at 0x0a, USB4 port at 0x9c]\n",
            "0x0ae  PORT_CS_18             0x00000510  BondingEnabled=1  Tbt3Compatible=0  WakeStatus=0\n",
            "15  000000  inactive\n",
-       })
+       }) {
     EXPECT_NE(tree.find(line), std::string::npos) << line << tree;
+  }
   // Asking costs packets, and nothing else: the same domain without.
   EXPECT_EQ(Tree(report), Tree(Play(kHubAndLooseDock)));
 }

@@ -100,8 +100,9 @@ TEST(Explain, ThreeDisplaysOnTwoSources) {
   ASSERT_EQ(report.explanations.size(), 1u);
   std::size_t waiting = 0;
   for (std::size_t at = 0;
-       (at = report.explanations[0].find("every DP IN is in use: DP 0:5 -> ", at)) != std::string::npos; ++at)
+       (at = report.explanations[0].find("every DP IN is in use: DP 0:5 -> ", at)) != std::string::npos; ++at) {
     ++waiting;
+  }
   EXPECT_EQ(waiting, 1u) << report.explanations[0];
 }
 
@@ -109,8 +110,9 @@ TEST(Picture, TheSameWhateverTheOrderOfThings) {
   const std::string scenario = Host("H1", true, true) + kHub + "display = [{ adapter = \"D1:13\" }]\n";
   const std::string first = lab::FormatSvg(Explain(scenario).domains);
   EXPECT_NE(first.find("data-tunnel=\"DP 0:5 -&gt; 1:13\" data-link=\"0:1 - 1:1\""), std::string::npos) << first;
-  for (std::uint64_t seed = 1; seed <= 4; ++seed)
+  for (std::uint64_t seed = 1; seed <= 4; ++seed) {
     EXPECT_EQ(lab::FormatSvg(Explain(scenario, seed).domains), first) << "seed " << seed;
+  }
 }
 
 }  // namespace

@@ -55,8 +55,9 @@ TEST(Figures, FromPlugToListed) {
   const std::size_t from = world.wire().log().entries().size();
   const platform::Time plugged = world.simulation().Now();
   world.Plug("H1:1 - D1:1");
-  while (!Listed(world, 1) && world.simulation().Now() < plugged + 10 * platform::kSecond)
+  while (!Listed(world, 1) && world.simulation().Now() < plugged + 10 * platform::kSecond) {
     world.Pass(platform::kMillisecond);
+  }
   ASSERT_TRUE(Listed(world, 1));
   const platform::Time whole = world.simulation().Now() - plugged;
   const platform::Time training = world.wire().log().entries()[from].when - plugged;
@@ -77,8 +78,9 @@ TEST(Figures, EveryHubCostsTheSame) {
   for (unsigned hubs : {1u, 4u, 13u, 59u}) {
     World world("H1");
     for (unsigned i = 0; i < hubs; ++i) world.fabric().AddRouter("D1", "h" + std::to_string(i));
-    for (unsigned i = 1; i < hubs; ++i)
+    for (unsigned i = 1; i < hubs; ++i) {
       world.fabric().Connect(fmt::format("h{}:{}", (i - 1) / 3, 3 + 2 * ((i - 1) % 3)), fmt::format("h{}:1", i));
+    }
     world.fabric().Connect("H1:1", "h0:1");
     ASSERT_EQ(world.Start(), 0);
     world.Quiet(120 * platform::kSecond);

@@ -10,8 +10,9 @@ namespace {
 
 std::vector<std::string> ScenarioFiles() {
   std::vector<std::string> files;
-  for (const auto& entry : std::filesystem::directory_iterator(PROJECT_ROOT "/scenarios"))
+  for (const auto& entry : std::filesystem::directory_iterator(PROJECT_ROOT "/scenarios")) {
     if (entry.path().extension() == ".toml") files.push_back(entry.path());
+  }
   std::sort(files.begin(), files.end());
   return files;
 }
@@ -19,8 +20,9 @@ std::vector<std::string> ScenarioFiles() {
 std::string Findings(const lab::RunReport& report) {
   std::string text = report.hang;
   for (const std::string& failure : report.failures) text += failure + "\n";
-  for (const platform::Violation& violation : report.violations)
+  for (const platform::Violation& violation : report.violations) {
     text += std::string(platform::RuleName(violation.rule)) + ": " + violation.detail + "\n";
+  }
   for (const sim::ProtocolError& error : report.protocolErrors) text += error.Text() + "\n";
   return text;
 }
@@ -86,8 +88,9 @@ TEST(Gallery, OnlyTheHastyDockBehindAHubLosesPatience) {
     lab::RunOptions options;
     options.seed = seed;
     std::map<std::string, unsigned> lost;
-    for (const lab::LiveEvent& event : lab::RunScenario(scenario, options).events)
+    for (const lab::LiveEvent& event : lab::RunScenario(scenario, options).events) {
       if (event.event == "dock lost patience") ++lost[event.effect];
+    }
     EXPECT_EQ(lost.count("hasty dock"), 0u);
     EXPECT_GE(lost["second hasty dock"], 1u);
   }

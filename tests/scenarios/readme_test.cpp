@@ -49,10 +49,11 @@ TEST(Readme, ShowsWhatTheCommandPrints) {
   const std::vector<std::string> shown = Transcript();
   auto next = shown.begin();
   for (const std::string& line : Lines(printed)) {
-    if (next != shown.end() && WithoutHash(*next) == WithoutHash(line))
+    if (next != shown.end() && WithoutHash(*next) == WithoutHash(line)) {
       ++next;
-    else
+    } else {
       ASSERT_TRUE(IsDriverTrace(line)) << "README leaves out: " << line;
+    }
   }
   EXPECT_EQ(next, shown.end()) << "not printed: " << *next;
   std::ifstream picture(PROJECT_ROOT "/docs/typical-chain.svg", std::ios::binary);

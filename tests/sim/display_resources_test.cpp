@@ -31,8 +31,9 @@ TEST(DisplayResources, EachAdapterIsLentOnce) {
   const Step steps[] = {{kQuery, 5, 0},    {kAllocate, 5, 0}, {kQuery, 5, 1},   {kAllocate, 5, 1}, {kQuery, 6, 0},
                         {kAllocate, 6, 0}, {kRelease, 5, 0},  {kRelease, 5, 0}, {kQuery, 5, 0},    {kQuery, 6, 1}};
   ResourceBench rig;
-  for (const Step& step : steps)
+  for (const Step& step : steps) {
     EXPECT_EQ(rig.Operate(step.opcode, step.adapter), step.result) << step.opcode << " " << step.adapter;
+  }
   EXPECT_EQ(DpReservations(rig.fabric), std::vector<std::string>{"H1:6"});
   EXPECT_EQ(rig.Errors(), "");
   EXPECT_EQ(rig.Operate(kAllocate, 3), 1u);

@@ -54,8 +54,9 @@ class Storm {
   }
 
   void Heal() {
-    for (const Cable& cable : kCables)
+    for (const Cable& cable : kCables) {
       if (rig.fabric.FindAdapter(cable.first)->link != nullptr) rig.fabric.Unplug(cable.first);
+    }
     for (const Cable& cable : kCables) Toggle(cable.first, 0x0000001C), Toggle(cable.second, 0x0000001C);
     rig.Run(100 * kMs);
     for (const Cable& cable : kCables) rig.fabric.Plug(cable.first, cable.second);
@@ -105,8 +106,9 @@ TEST(FabricStorm, EndsWhereTheCablesSay) {
     const Router& host = *storm.rig.fabric.Find("H3");
     const std::pair<std::uint64_t, const char*> expected[] = {
         {1, "D1"}, {3, "D2"}, {0x301, "DOCK"}, {0x303, "T1"}, {0x30303, "T3"}};
-    for (auto [route, name] : expected)
+    for (auto [route, name] : expected) {
       ASSERT_EQ(storm.rig.fabric.AtRoute(host, route), storm.rig.fabric.Find(name)) << "seed " << seed << " " << name;
+    }
     ASSERT_EQ(storm.rig.slot.badAccesses, 0u);
   }
 }

@@ -56,9 +56,10 @@ TEST(FirmwareTunnels, RefuseWhatCannotBe) {
                         {"pcie", "H1:3", "D1:10"},
                         {"usb3", "H1:3", "D1:16"},
                         {"dp", "D1:13", "H1:5"},
-                        {"pcie", "H1:3", "D2:9"}})
+                        {"pcie", "H1:3", "D2:9"}}) {
     EXPECT_THROW(SetUpFirmwareTunnel(rig.fabric, {ParseFirmwareKind(c.kind).value(), c.from, c.to}), TopologyError)
         << c.from << " " << c.to;
+  }
   EXPECT_THROW(BondByFirmware(rig.fabric, "D1:3"), TopologyError);
   EXPECT_THROW(EnumerateByFirmware(rig.fabric, "D1"), TopologyError);
   EXPECT_EQ(ParseFirmwareKind("dma"), std::nullopt);

@@ -59,8 +59,9 @@ class FrameRings {
   }
   // When frame `i` stood in memory whole.
   platform::Time TakenAt(unsigned i) const {
-    for (const FakeSlot::Write& write : host_.slot.writes)
+    for (const FakeSlot::Write& write : host_.slot.writes) {
       if (write.bus == kReceiveTable + 16 * i + 8) return write.when;
+    }
     return -1;
   }
   unsigned hop() const { return hop_; }

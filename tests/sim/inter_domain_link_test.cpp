@@ -146,8 +146,9 @@ TEST(InterDomainLink, LanesRunWhereBothEndsEnableThemAndBondWhenBothHaveAsked) {
   rig.other.Write(0, 2, Space::Adapter, kLaneCapability + 1, {rig.Lane(rig.other, 2) | 0x4000});
   EXPECT_EQ(rig.State(rig.other, 2), 0u) << "disabled";
   EXPECT_EQ(rig.State(rig, 2), 7u) << "the other end sees nothing";
-  for (HostBench* host : {static_cast<HostBench*>(&rig), &rig.other})
+  for (HostBench* host : {static_cast<HostBench*>(&rig), &rig.other}) {
     for (unsigned adapter : {1u, 2u}) rig.Ask(*host, adapter, 3);
+  }
   rig.Run(1 * kMs);
   EXPECT_EQ(rig.Width(rig), 1u) << "one lane cannot be bonded";
   rig.other.Write(0, 2, Space::Adapter, kLaneCapability + 1, {rig.Lane(rig.other, 2) & ~0x4000u});
@@ -166,8 +167,9 @@ TEST(InterDomainLink, LanesRunWhereBothEndsEnableThemAndBondWhenBothHaveAsked) {
 
 TEST(InterDomainLink, TrainsUnbondedThoughBothEndsKeepTheirTargetWidth) {
   TwoHosts rig;
-  for (HostBench* host : {static_cast<HostBench*>(&rig), &rig.other})
+  for (HostBench* host : {static_cast<HostBench*>(&rig), &rig.other}) {
     for (unsigned adapter : {1u, 2u}) rig.Ask(*host, adapter, 3);
+  }
   rig.Run(1 * kMs);
   ASSERT_EQ(rig.Width(rig), 2u);
   rig.fabric.DropLink("H1:1", 10 * kMs);

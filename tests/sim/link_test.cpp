@@ -18,8 +18,9 @@ struct CableRig : Rig {
     Write(route, adapter, Space::Adapter, kLane + 1, {(Lane(route, adapter) & ~0x3F0u) | width << 4 | 0x8000});
   }
   void Bond(unsigned width = 3) {
-    for (std::uint64_t route : {1, 0})
+    for (std::uint64_t route : {1, 0}) {
       for (unsigned adapter : {1u, 2u}) Target(route, adapter, width);
+    }
   }
 };
 
@@ -62,9 +63,11 @@ TEST(Link, BondingNeedsAllFourLanesTakesTimeAndMovesTheBuffers) {
 
 TEST(Link, AWidthWithoutTheBondingBitChangesNothing) {
   CableRig rig;
-  for (std::uint64_t route : {1, 0})
-    for (unsigned adapter : {1u, 2u})
+  for (std::uint64_t route : {1, 0}) {
+    for (unsigned adapter : {1u, 2u}) {
       rig.Write(route, adapter, Space::Adapter, kLane + 1, {(rig.Lane(route, adapter) & ~0x3F0u) | 0x30});
+    }
+  }
   rig.Run(10 * kMs);
   EXPECT_EQ(rig.Lane(0, 1), 0x4814003Cu);
 }

@@ -21,8 +21,9 @@ struct PlugBench : Rig {
     Run(run);
     std::vector<platform::Time> times;
     const auto& entries = fabric.wire(hostName).log().entries();
-    for (std::size_t i = before; i < entries.size(); ++i)
+    for (std::size_t i = before; i < entries.size(); ++i) {
       if (entries[i].text.rfind(text, 0) == 0) times.push_back((entries[i].when - start) / kMs);
+    }
     return times;
   }
 };

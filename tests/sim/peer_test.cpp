@@ -43,9 +43,11 @@ struct Asker : Rig {
     Send(Pdf::InterDomainRequest, 1, 0x10000000 | static_cast<std::uint32_t>(data.size()), data);
     Run(within);
     RepostCompleted();
-    for (std::size_t i = before; i < log().entries().size(); ++i)
-      if (log().entries()[i].up && log().entries()[i].pdf == 7)
+    for (std::size_t i = before; i < log().entries().size(); ++i) {
+      if (log().entries()[i].up && log().entries()[i].pdf == 7) {
         return DecodePacket(Pdf::InterDomainResponse, log().entries()[i].bytes)->packet.dwords;
+      }
+    }
     return {};
   }
   Words AskBlock(std::uint32_t offset) {
@@ -183,8 +185,9 @@ TEST(Peer, StormsOnTopOfItsDiscovery) {
   rig.Run(200 * kMs);
   const std::string wire = rig.Wire();
   std::size_t requests = 0;
-  for (std::size_t at = 0; (at = wire.find("<- LINK-STATUS-REQUEST route=1", at)) != std::string::npos; ++at)
+  for (std::size_t at = 0; (at = wire.find("<- LINK-STATUS-REQUEST route=1", at)) != std::string::npos; ++at) {
     ++requests;
+  }
   EXPECT_EQ(requests, 100u);
 }
 

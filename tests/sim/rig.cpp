@@ -103,8 +103,9 @@ std::string HostBench::Access(Pdf pdf, std::uint64_t route, AddressWord address,
   const platform::Time deadline = slot.simulation().Now() + 5 * kMs;
   while (answer.empty() && slot.simulation().Now() < deadline) {
     RunFor(50 * kUs);
-    for (std::size_t i = before; i < log().entries().size() && answer.empty(); ++i)
+    for (std::size_t i = before; i < log().entries().size() && answer.empty(); ++i) {
       if (log().entries()[i].up && log().entries()[i].pdf <= 3) answer = log().entries()[i].text;
+    }
   }
   RunFor(60 * kUs);  // until the answer has been written back
   RepostCompleted();

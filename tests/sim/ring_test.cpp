@@ -41,8 +41,9 @@ TEST(ReceiveRing, WritesPayloadThenDescriptorThenSendsTheMessage) {
     rig.Send(Pdf::Read, 0, 0x0400A000);
     rig.Run(1 * kMs);
     std::vector<FakeSlot::Write> writes;
-    for (const FakeSlot::Write& write : rig.slot.writes)
+    for (const FakeSlot::Write& write : rig.slot.writes) {
       if (write.bus >= Rig::kReceiveTable && write.bus < Rig::kTransmitBuffers) writes.push_back(write);
+    }
     ASSERT_EQ(writes.size(), 1u);
     ASSERT_EQ(rig.slot.writes.back().bus, Rig::kReceiveTable + 8) << "the descriptor is the last thing written";
     const FakeSlot::Write& payload = rig.slot.writes[rig.slot.writes.size() - 2];

@@ -113,8 +113,9 @@ TEST(WireFaults, BentAnswersHaveAGoodCrcAndOneThingWrong) {
 TEST(WireFaults, CanBeToldToLetRepeatsThrough) {
   FaultBench rig;
   rig.fabric.wire("H1").LetRepeatsThrough(0);
-  for (const char* site : {"wire.lose", "wire.corrupt", "wire.delay", "wire.truncate"})
+  for (const char* site : {"wire.lose", "wire.corrupt", "wire.delay", "wire.truncate"}) {
     rig.faults().FailWithChance(site, 1, 1);
+  }
   EXPECT_EQ(rig.OneRead(), std::string(kRequest) + "\n" + kAnswer + "\n");
   rig.Write(0, 1, Space::Adapter, 5, {rig.Value(0, 1, Space::Adapter, 5) & 0x7FFFFFFF});
   rig.Wire();
@@ -137,8 +138,9 @@ TEST(WireFaults, UnsolicitedPacketsAndStormsComeOnTop) {
   rig.faults().FailNth("wire.storm", 1);
   const std::string storm = rig.OneRead(20 * kMs);
   std::size_t plugs = 0, unplugs = 0;
-  for (std::size_t at = 0; (at = storm.find("PLUG route=0", at)) != std::string::npos; ++at)
+  for (std::size_t at = 0; (at = storm.find("PLUG route=0", at)) != std::string::npos; ++at) {
     ++(at >= 2 && storm.substr(at - 2, 2) == "UN" ? unplugs : plugs);
+  }
   EXPECT_GE(plugs, 4u);
   EXPECT_EQ(plugs, unplugs) << "the last word is the truth: nothing was pulled";
 }
@@ -147,8 +149,9 @@ TEST(Seeds, OneSeedOneRun) {
   auto run = [](std::uint64_t seed) {
     Rig rig("H1", seed);
     for (const char* site : {"wire.lose", "wire.delay", "wire.duplicate", "wire.reorder", "wire.corrupt",
-                             "wire.truncate", "wire.late", "wire.unsolicited", "wire.storm", "router.silent"})
+                             "wire.truncate", "wire.late", "wire.unsolicited", "wire.storm", "router.silent"}) {
       rig.simulation.faults().FailWithChance(site, 1, 10);
+    }
     rig.Build("H1:1 D1:1");
     rig.StartControlRing();
     for (int i = 0; i < 40; ++i) rig.Read(i % 3 == 0 ? 1 : 0, 0, Space::Router, 0, 5);

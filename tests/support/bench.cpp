@@ -30,8 +30,9 @@ std::string HostOf(const std::string& topology) {
 Bench::Bench(const std::string& topology, sim::CableOptions cable, std::map<std::string, std::uint32_t> registry)
     : World(HostOf(topology), Options(std::move(registry))) {
   const TopologyText parsed = ParseTopology(topology);
-  for (const TopologyText::RouterMention& mentioned : parsed.routers)
+  for (const TopologyText::RouterMention& mentioned : parsed.routers) {
     if (fabric().Find(mentioned.name) == nullptr) fabric().AddRouter(mentioned.model, mentioned.name);
+  }
   for (const auto& [first, second] : parsed.cables) fabric().Connect(first, second, cable);
 }
 
@@ -65,9 +66,10 @@ std::string Bench::Routers() {
       const USB4_SWITCH* listed = entry->Router;
       if (listed == nullptr) continue;  // a peer
       text += fmt::format("{:x} gen{}", entry->Route, listed->Generation);
-      if (entry->Route != 0)
+      if (entry->Route != 0) {
         text += fmt::format(" {}G {}", listed->LinkSpeed,
                             listed->Adapters[listed->UpstreamAdapter()].Bonded ? "bonded" : "single");
+      }
       text += '\n';
     }
   });

@@ -19,9 +19,10 @@ WorldOptions WithSilentPeer() {
 
 Words WordsOf(const sim::WireEntry& entry) {
   Words words;
-  for (std::size_t i = 0; i + 8 <= entry.bytes.size(); i += 4)
+  for (std::size_t i = 0; i + 8 <= entry.bytes.size(); i += 4) {
     words.push_back(static_cast<std::uint32_t>(entry.bytes[i]) << 24 | entry.bytes[i + 1] << 16 |
                     entry.bytes[i + 2] << 8 | entry.bytes[i + 3]);
+  }
   return words;
 }
 

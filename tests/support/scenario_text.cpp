@@ -12,10 +12,12 @@ namespace tests {
 std::vector<std::uint8_t> Bytes(const std::string& hex) {
   std::vector<std::uint8_t> bytes;
   std::string digits;
-  for (char c : hex)
+  for (char c : hex) {
     if (c != ' ') digits += c;
-  for (std::size_t i = 0; i < digits.size(); i += 2)
+  }
+  for (std::size_t i = 0; i < digits.size(); i += 2) {
     bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+  }
   return bytes;
 }
 

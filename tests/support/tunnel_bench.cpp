@@ -24,8 +24,9 @@ std::map<std::string, std::uint32_t> Registry(const TunnelPolicy& policy) {
 
 std::string Reserved(const char* what, const std::uint8_t (&map)[44]) {
   std::string text;
-  for (unsigned hop = 0; hop < 44; ++hop)
+  for (unsigned hop = 0; hop < 44; ++hop) {
     if (map[hop] != 0) text += " " + std::to_string(hop);
+  }
   return text.empty() ? text : std::string(" ") + what + text;
 }
 
@@ -34,9 +35,11 @@ std::string ProgrammedAt(const sim::Adapter& adapter) {
   std::string text;
   const sim::ConfigSpace& paths = adapter.paths();
   // Hop 0 carries control packets and was there before the driver.
-  for (unsigned hop = 1; 2 * hop + 1 < paths.size(); ++hop)
-    if (paths.Get(2 * hop) >> 31 != 0)
+  for (unsigned hop = 1; 2 * hop + 1 < paths.size(); ++hop) {
+    if (paths.Get(2 * hop) >> 31 != 0) {
       text += fmt::format(" {}={:08x}/{:08x}", hop, paths.Get(2 * hop), paths.Get(2 * hop + 1));
+    }
+  }
   const unsigned protocol = adapter.isLane() ? 0 : adapter.protocolCapability;
   const std::uint32_t enables = protocol == 0 ? 0 : adapter.space().Get(protocol) >> 30;
   if (enables > 1 || (enables == 1 && !adapter.isUsb3())) text += fmt::format(" on={}", enables);
@@ -119,9 +122,11 @@ std::string TunnelBench::Counts() {
 
 std::string TunnelBench::Programmed() {
   std::string text;
-  for (const auto& router : fabric().routers())
-    for (unsigned n = 1; n <= router->maxAdapter(); ++n)
+  for (const auto& router : fabric().routers()) {
+    for (unsigned n = 1; n <= router->maxAdapter(); ++n) {
       if (router->adapter(n)->implemented()) text += ProgrammedAt(*router->adapter(n));
+    }
+  }
   return text;
 }
 
@@ -139,8 +144,9 @@ std::string TunnelBench::Entry(const std::string& port, unsigned hop) {
 
 void TunnelBench::TearDownAll() {
   InRun([](USB4_DOMAIN& domain) {
-    while (USB4_TUNNEL* tunnel = TunnelsOf(&domain).First())
+    while (USB4_TUNNEL* tunnel = TunnelsOf(&domain).First()) {
       KivUsb4DeactivateAndFreeTunnel(tunnel, {.Unlink = true, .KeepHardware = false});
+    }
   });
 }
 
@@ -152,8 +158,9 @@ std::string TunnelBench::TunnelWrites() {
     unsigned number = 0, offset = 0;
     char space[16] = "";
     if (std::sscanf(line.c_str(), "WRITE route=%llx adapter=%u space=%15s offset=%x", &route, &number, space,
-                    &offset) != 4)
+                    &offset) != 4) {
       continue;
+    }
     const sim::Router* router = fabric().AtRoute(*fabric().routers().front(), route);
     if (router == nullptr || number == 0) continue;
     const bool path = std::string_view(space) == "path";

@@ -47,8 +47,9 @@ bool IsPeer(const WorldOptions& options, const std::string& name) {
 // The host that is called so; a name without a slash is a controller of the first host.
 lab::HostConfig& HostFor(lab::MachineConfig& config, const std::string& name) {
   if (config.hosts.empty() || !name.empty()) {
-    for (lab::HostConfig& host : config.hosts)
+    for (lab::HostConfig& host : config.hosts) {
       if (host.name == name) return host;
+    }
     config.hosts.push_back({name.empty() ? lab::HostConfig().name : name, lab::HostConfig().computerName, {}});
     if (!name.empty()) config.hosts.back().computerName = "LAB-" + name;
     return config.hosts.back();
@@ -83,8 +84,9 @@ lab::MachineConfig ConfigFor(const TopologyText& topology, const WorldOptions& o
 World::World(const std::string& topology, WorldOptions options) {
   const TopologyText parsed = ParseTopology(topology);
   machine_ = std::make_unique<lab::Machine>(ConfigFor(parsed, options));
-  for (const TopologyText::RouterMention& router : parsed.routers)
+  for (const TopologyText::RouterMention& router : parsed.routers) {
     if (fabric().Find(router.name) == nullptr) fabric().AddRouter(router.model, router.name);
+  }
   for (const auto& [first, second] : parsed.cables) fabric().Connect(first, second);
 }
 
@@ -133,8 +135,9 @@ void World::SurpriseRemove(std::size_t controller, std::size_t host) {
 
 void World::Plug(const std::string& cable) {
   const TopologyText parsed = ParseTopology(cable);
-  for (const TopologyText::RouterMention& router : parsed.routers)
+  for (const TopologyText::RouterMention& router : parsed.routers) {
     if (fabric().Find(router.name) == nullptr) fabric().AddRouter(router.model, router.name);
+  }
   for (const auto& [first, second] : parsed.cables) fabric().Plug(first, second);
 }
 
@@ -159,15 +162,17 @@ void World::Quiet(platform::Time within) {
   if (simulation().Stopped()) return;
   const platform::Outcome outcome = machine_->WaitQuiet(within);
   Check("Quiet");
-  if (!simulation().Stopped() && !machine_->Quiet())
+  if (!simulation().Stopped() && !machine_->Quiet()) {
     ADD_FAILURE() << "not quiet within " << within / platform::kMillisecond << " ms (outcome "
                   << static_cast<int>(outcome) << ")";
+  }
 }
 
 std::string World::TakeProtocolErrors() {
   std::string text;
-  for (const sim::ProtocolError& error : fabric().errors().list())
+  for (const sim::ProtocolError& error : fabric().errors().list()) {
     if (!faults().Fired() || !lab::Excused(error)) text += error.Text() + "\n";
+  }
   fabric().errors().Clear();
   return text;
 }
@@ -183,8 +188,9 @@ void World::CheckOracle() {
   if (!verdictExpected_ || leftovers_ || !machine_->Quiet()) return;
   const bool struck = faults().Fired();
   for (const lab::Finding& finding :
-       lab::OracleFindings(*machine_, {.complete = complete_ && !struck, .remains = struck}))
+       lab::OracleFindings(*machine_, {.complete = complete_ && !struck, .remains = struck})) {
     ADD_FAILURE() << "oracle: " << finding.Text();
+  }
   Check("the oracle");
 }
 
@@ -194,8 +200,9 @@ void World::Finish() {
     CheckOracle();
     machine_->RemoveAndUnload();
     Check("Finish");
-    for (std::size_t host = 0; host < machine_->config().hosts.size() && !simulation().Stopped(); ++host)
+    for (std::size_t host = 0; host < machine_->config().hosts.size() && !simulation().Stopped(); ++host) {
       CheckLeftovers(kernel(host));
+    }
   }
   if (verdictExpected_) {
     EXPECT_EQ(TakeProtocolErrors(), "");
@@ -268,8 +275,9 @@ std::string World::Paths() {
 
 std::string World::Tunnels(lab::Place place) {
   std::string text;
-  for (const lab::TunnelView& tunnel : machine_->Domain(place).tunnels)
+  for (const lab::TunnelView& tunnel : machine_->Domain(place).tunnels) {
     if (tunnel.listed) text += lab::TunnelText(tunnel) + (tunnel.active ? "\n" : " inactive\n");
+  }
   return text;
 }
 

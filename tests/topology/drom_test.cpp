@@ -147,10 +147,12 @@ TEST(Drom, ABrokenImageIsParsedTwiceAHundredMillisecondsApartAndReadOnce) {
   unsigned operations = 0;
   for (const auto& entry : bench.wire().log().entries()) {
     if (entry.text.find("route=1 ") == std::string::npos) continue;
-    if (entry.up && entry.text.find("READ") == 0 && entry.text.find("offset=0x009") != std::string::npos)
+    if (entry.up && entry.text.find("READ") == 0 && entry.text.find("offset=0x009") != std::string::npos) {
       dataRead = entry.when;
-    if (!entry.up && entry.text.find("WRITE") == 0 && entry.text.find("offset=0x01a") != std::string::npos)
+    }
+    if (!entry.up && entry.text.find("WRITE") == 0 && entry.text.find("offset=0x01a") != std::string::npos) {
       ++operations;
+    }
     if (!entry.up && entry.text.find("offset=0x007 length=2") != std::string::npos) uidRead = entry.when;
   }
   EXPECT_EQ(operations, 2u) << "the length, and 27 bytes";

@@ -55,8 +55,9 @@ WORLD_TEST(Queries, OnlyTheSecondControllerMarksItsDisplayInputs) {
     options.configure = [id = hardwareId](lab::ControllerConfig& controller) { controller.hardwareId = id; };
     World world("H1", options);
     ASSERT_EQ(world.Start(), 0);
-    for (const char* port : {"H1:5", "H1:6"})
+    for (const char* port : {"H1:5", "H1:6"}) {
       EXPECT_EQ(world.fabric().FindAdapter(port)->space().Get(0x3B) >> 16 & 0xF, field) << port;
+    }
     EXPECT_EQ(world.InDriver([](USB4_DOMAIN& domain) { return std::string(domain.HostRouter.Peek()->Info.Name); }),
               field == 0 ? "0-0" : "1-0");
   }

@@ -37,8 +37,9 @@ WORLD_TEST(HopIds, AreReservedWithinTheLimitsOfTheAdapter) {
     };
     for (const auto& test : kCases) {
       SCOPED_TRACE(test.what);
-      for (const int given : test.given)
+      for (const int given : test.given) {
         EXPECT_EQ(KivUsb4PortAllocHopid(bench.Port(domain, test.port), test.input, test.range), given);
+      }
     }
   });
 }

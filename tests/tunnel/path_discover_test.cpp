@@ -19,10 +19,12 @@ struct EntryText {
 struct Walks : TunnelBench {
   Walks() : TunnelBench("H1:1 - D1:1, D1:3 - D2:1") { StartQuietly(); }
   void Program(const std::vector<EntryText>& entries) {
-    for (const char* port : {"H1:3", "H1:1", "D1:1", "D1:3", "D1:9", "D1:10", "D2:1", "D2:9"})
+    for (const char* port : {"H1:3", "H1:1", "D1:1", "D1:3", "D1:9", "D1:10", "D2:1", "D2:9"}) {
       for (unsigned hop = 8; 2 * hop + 1 < adapter(port).paths().size(); ++hop) adapter(port).paths().Set(2 * hop, 0);
-    for (const EntryText& entry : entries)
+    }
+    for (const EntryText& entry : entries) {
       adapter(entry.port).paths().Set(2 * entry.hop, 0x80000000 | entry.out << 11 | entry.outHop);
+    }
   }
   struct Found {
     std::string path, last, incomplete, destination;

@@ -26,8 +26,9 @@ struct BondedChain : TunnelBench {
     InRun([&](USB4_DOMAIN& domain) {
       const USB4_ENDS ends = Ends(domain, from, to);
       for (USB4_PORT* next = KivUsb4NextPortOnPath(ends, nullptr); next != nullptr;
-           next = KivUsb4NextPortOnPath(ends, next))
+           next = KivUsb4NextPortOnPath(ends, next)) {
         text += NameOf(next) + " ";
+      }
     });
     return text;
   }
@@ -101,8 +102,9 @@ WORLD_TEST(PathRoutes, TakeTheLaneOfTheirLinkNumberUnlessLanesAreBonded) {
   };
   for (const auto& wired : kDomains) {
     BondedChain chain(wired.first, wired.second);
-    for (const Case& test : wired.cases)
+    for (const Case& test : wired.cases) {
       EXPECT_EQ(chain.Path(test.from, 8, test.to, 8, test.link), test.path) << wired.first << wired.second;
+    }
     EXPECT_EQ(chain.HopIds(), "");
   }
 }

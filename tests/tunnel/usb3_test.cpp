@@ -307,8 +307,9 @@ WORLD_TEST(Usb3Tunnels, FurtherDownHaveNoGrantAndNeedOneAbove) {
       EXPECT_EQ(Text(tunnel.Allocated), first ? "9000/9000" : "0/0");
     }
     // Without one itself the hub gives none to the dock.
-    while (USB4_TUNNEL* tunnel = TunnelsOf(&domain).First())
+    while (USB4_TUNNEL* tunnel = TunnelsOf(&domain).First()) {
       KivUsb4DeactivateAndFreeTunnel(tunnel, {.Unlink = true, .KeepHardware = false});
+    }
     EXPECT_EQ(KivUsb4TunnelUsb3(&domain, KivUsb4DomainGetSwitch(&domain, 0x301).Get()), 0);
     EXPECT_TRUE(TunnelsOf(&domain).IsEmpty());
   });

@@ -53,8 +53,9 @@ WORLD_TEST(Answers, ComeByTheTableOfPackets) {
   // Two lanes and 20 and 10 Gb/s are supported; one lane is the target, and both speeds.
   EXPECT_EQ(peer.AskAndHear(HandPeer::Packet(15, {}, 1)), "16/1: 0 c0c0103");
   EXPECT_EQ(peer.AskAndHear(HandPeer::Packet(17, {0x403}, 1)), "7/1: 4") << "nobody waits for it";
-  for (const std::uint32_t type : {0u, 2u, 4u, 6u, 7u, 8u, 9u, 10u, 11u, 13u, 14u, 16u, 18u, 19u, 0xFFFFFFFFu})
+  for (const std::uint32_t type : {0u, 2u, 4u, 6u, 7u, 8u, 9u, 10u, 11u, 13u, 14u, 16u, 18u, 19u, 0xFFFFFFFFu}) {
     EXPECT_EQ(peer.AskAndHear(HandPeer::Packet(type, {})), "7/0: 3") << type;
+  }
 }
 
 WORLD_TEST(Answers, ServeTheBlockInPieces) {

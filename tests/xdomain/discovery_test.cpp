@@ -26,8 +26,9 @@ void ExpectTimed(const std::string& found, const std::string& expected) {
 // The further attempts of one step: the sequence number is what is left of ten.
 std::string Attempts(unsigned type, unsigned count, const char* since) {
   std::string text;
-  for (unsigned i = 1; i <= count; ++i)
+  for (unsigned i = 1; i <= count; ++i) {
     text += std::to_string(type) + " seq=" + std::to_string((10 - i) % 4) + " +" + since + "\n";
+  }
   return text;
 }
 
@@ -63,8 +64,9 @@ std::string WidthWrites(const std::string& wire) {
   std::string text;
   const std::regex write(
       R"(-> WRITE route=0 adapter=([12]) space=adapter offset=0x037 .* data=(\w+[89abcdef]\w{3})\n)");
-  for (std::sregex_iterator found(wire.begin(), wire.end(), write), end; found != end; ++found)
+  for (std::sregex_iterator found(wire.begin(), wire.end(), write), end; found != end; ++found) {
     text += (*found)[1].str() + "=" + (*found)[2].str() + " ";
+  }
   return text;
 }
 
@@ -148,8 +150,9 @@ WORLD_TEST(Discovery, TriesEachStepElevenTimesAndGoesOnByTheTable) {
     ExpectTimed(peer.States(), twist.states);
     std::string attempts;
     std::istringstream lines(peer.Requests());
-    for (std::string line; std::getline(lines, line);)
+    for (std::string line; std::getline(lines, line);) {
       if (line.starts_with(std::to_string(twist.type) + " ")) attempts += line + "\n";
+    }
     const std::size_t first = attempts.find('\n') + 1;
     ExpectTimed(attempts.substr(first), Attempts(twist.type, twist.attempts - 1, twist.since));
     if (::testing::Test::HasFailure()) return;

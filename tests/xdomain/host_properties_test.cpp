@@ -125,8 +125,9 @@ WORLD_TEST(PropertyBlock, NamesTheHostAsTheRegistryDoesOrByDefault) {
   world.Start();
   const auto nameIn = [](const Words& block) {
     std::string name;
-    for (std::uint32_t word : {block[32], block[33], block[34]})
+    for (std::uint32_t word : {block[32], block[33], block[34]}) {
       for (int shift = 24; shift >= 0; shift -= 8) name += static_cast<char>(word >> shift);
+    }
     return std::string(name.c_str());
   };
   const struct {
@@ -224,8 +225,9 @@ WORLD_TEST(PeerProperties, AreTakenFromTheRootByTheTable) {
     for (const auto& test : kCases) {
       SCOPED_TRACE(test.what);
       Words block = {0x55584401, static_cast<std::uint32_t>(4 * test.entries.size())};
-      for (const Entry& entry : test.entries)
+      for (const Entry& entry : test.entries) {
         block.insert(block.end(), {entry.key[0], entry.key[1], entry.kind, entry.value});
+      }
       block.resize(50);
       block.insert(block.end(), {0x61620000, 0x63640000});  // "ab", "cd"
       USB4_PROPERTY_DIR* tree = KivUsb4PropertyParseDir(block.data(), static_cast<std::uint32_t>(block.size()));

@@ -40,8 +40,9 @@ constexpr const char* kIsAsked =
 std::string StatesOf(const std::string& states, const std::string& peer) {
   std::string text;
   std::istringstream lines(states);
-  for (std::string line; std::getline(lines, line);)
+  for (std::string line; std::getline(lines, line);) {
     if (line.starts_with(peer)) text += line.substr(peer.size()) + "\n";
+  }
   return text;
 }
 
@@ -104,10 +105,11 @@ void HoldAwake(Meeting& meeting, bool hold) {
   for (const lab::Place place : meeting.machine().Places()) {
     meeting.InDevice(
         [hold](DEVICE_EXTENSION& context) {
-          if (hold)
+          if (hold) {
             EXPECT_EQ(WdfDeviceStopIdle(context.Device, TRUE), 0);
-          else
+          } else {
             WdfDeviceResumeIdle(context.Device);
+          }
         },
         place);
   }

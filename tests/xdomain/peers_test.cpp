@@ -102,8 +102,9 @@ WORLD_TEST(Peers, MayBeTheHostItself) {
   meeting.Plug("H3:1 - H3:3");
   meeting.Pass(8 * kSecond);
   const std::string states = meeting.States();
-  for (const char* state : {"0-1 PROPERTIES", "0-1 ENUMERATED", "0-3 PROPERTIES", "0-3 ENUMERATED"})
+  for (const char* state : {"0-1 PROPERTIES", "0-1 ENUMERATED", "0-3 PROPERTIES", "0-3 ENUMERATED"}) {
     EXPECT_NE(states.find(state), std::string::npos) << state << "\n" << states;
+  }
   EXPECT_EQ(states.find("LINK"), std::string::npos) << states;
   meeting.Unplug("H3:1");
   meeting.Pass(5 * kSecond);

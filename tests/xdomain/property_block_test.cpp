@@ -56,8 +56,9 @@ std::string TextOf(const std::vector<Node>& nodes, const std::string& path) {
 
 std::vector<std::uint8_t> BytesAt(const Words& block, std::size_t offset, std::size_t words) {
   std::vector<std::uint8_t> bytes;
-  for (std::size_t i = offset; i < offset + words; ++i)
+  for (std::size_t i = offset; i < offset + words; ++i) {
     for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back(static_cast<std::uint8_t>(block.at(i) >> shift));
+  }
   return bytes;
 }
 
