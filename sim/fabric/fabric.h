@@ -107,7 +107,7 @@ class Fabric final : public Surroundings {
   bool WakeChainArmed(const Router& router) const;
   void Wake(Host& host);
   void ReconsiderLinksToOthers(const Host& host);
-  void WakeSleepingEnds(const Link& link);
+  void WakeSleepingEnds(const Link& link) override;
   void ChangeDisplay(Adapter& adapter, const std::optional<Display>& display);
   Link& AddLink(std::string_view first, std::string_view second, CableOptions options);
   Adapter& LanePort(std::string_view port) const;

@@ -171,7 +171,12 @@ void ControlWire::Pass(Passage passage) {
   if (passage.up && faults.Fires("wire.unsolicited")) Unsolicited();
   if (passage.up && faults.Fires("wire.storm")) Storm();
   // A request comes twice in a row: later it could undo what the manager has written since.
-  if (faults.Fires("wire.duplicate")) ForwardLater(passage.up ? timing_.Draw(kHeld) : 0, passage);
+  if (faults.Fires("wire.duplicate")) {
+    Passage again = passage;
+    // The first one has answered its peer's request.
+    again.damaged = again.damaged || passage.packet.pdf == static_cast<std::uint8_t>(Pdf::InterDomainResponse);
+    ForwardLater(passage.up ? timing_.Draw(kHeld) : 0, std::move(again));
+  }
 
   std::optional<Passage>& held = held_[passage.up ? 1 : 0];
   if (!held && faults.Fires("wire.reorder")) {

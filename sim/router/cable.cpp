@@ -170,9 +170,11 @@ void Link::Drop(platform::Time backAfter) {
   Evaluate();
 }
 
+// A host that sleeps behind it is told as by a plug.
 void Link::Release() {
   held_ = false;
   Evaluate();
+  if (!mayRun()) fabric_.WakeSleepingEnds(*this);
 }
 
 void Link::Retrain() {

@@ -43,6 +43,7 @@ class Surroundings {
   virtual void LinkCameUp(Link& link) = 0;
   virtual void LinkWentDown(Link& link) = 0;
   virtual bool Asleep(const Router& router) const = 0;
+  virtual void WakeSleepingEnds(const Link& link) = 0;  // of a link between domains that would run if they were awake
   // Something happened at an adapter while its host sleeps: wakes the host if the adapter's wake bits ask for it.
   virtual void WakeFrom(Router& router, Adapter& adapter, bool unplug) = 0;
   // What an adapter does by its protocol begins with it, and shows in registers that have been reset.

@@ -216,6 +216,9 @@ TEST(InterDomainLink, ANeighbourThatComesUpWakesASleepingHostThatIsArmedForIt) {
     rig.fabric.Unplug("H1:1");
     rig.fabric.Plug("H1:1", "H3:1");
     EXPECT_EQ(rig.slot.wakes, armed ? 2u : 0u);
+    rig.fabric.DropLink("H1:1", 10 * kMs);
+    rig.Run(20 * kMs);
+    EXPECT_EQ(rig.slot.wakes, armed ? 3u : 0u) << "as a cable that was pulled and plugged";
   }
 }
 
